@@ -1,0 +1,225 @@
+#include "vask_object.h"
+
+#include <errno.h>
+#include <stdarg.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <syslog.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <iterator>
+
+namespace {
+
+const char* const level_names[] = {"EMERG", "BUG", "FATAL", "ERR", "WARN", "NOTICE", "INFO", "DBG"};
+constexpr int highest_level = static_cast<int>(std::size(level_names)) - 1;
+
+constexpr size_t format_buffer_size = 4096;
+
+const char* level_name_or_null(vask_print_level level) {
+    return level >= 0 && level <= highest_level ? level_names[level] : nullptr;
+}
+
+class errno_keeper {
+public:
+    errno_keeper() : m_errno(errno) {}
+    ~errno_keeper() { errno = m_errno; }
+
+private:
+    const int m_errno;
+};
+
+bool goes_to_syslog() {
+    const char* value = getenv("VASK_SYSLOG");
+    return value != nullptr && strcmp(value, "1") == 0;
+}
+
+// Outlined, so that a suppressed message costs its caller's comparison and nothing more.
+__attribute__((noinline, cold)) void print_message(const char* name, vask_print_level level,
+                                                   const void* address, const char* format,
+                                                   va_list args) {
+    errno_keeper keeper;
+    if (goes_to_syslog()) {
+        openlog(name, LOG_PID | LOG_CONS, LOG_USER);
+        vsyslog(level, format, args);
+        closelog();
+        return;
+    }
+    vask_object::vask_p_header(name, level, address);
+    vprintf(format, args);
+    fflush(stdout);
+}
+
+std::string format_in_buffer(char* buffer, const char* format, va_list args) {
+    const int length = vsnprintf(buffer, format_buffer_size, format, args);
+    if (length < 0) {
+        vask_object::vask_p("vask_snprintf", VASK_P_ERR, "Failed to call vsnprintf\n");
+        return std::string();
+    }
+    // Only this one length is refused; a longer text is cut.
+    if (length == static_cast<int>(format_buffer_size)) {
+        vask_object::vask_p("vask_snprintf", VASK_P_ERR, "The length of input may be too long.\n");
+        return std::string();
+    }
+    return std::string(buffer);
+}
+
+}  // namespace
+
+int vask_object::my_pid = 0;
+int vask_object::print_msg_level = -1;
+unsigned int vask_object::print_flags = 0;
+strlist vask_object::__empty_strlist;
+
+vask_object::vask_object() : obj_name("<No Name>"), shm_lock_sem(nullptr) {
+    if (print_msg_level < 0) {
+        set_print_msg_level();
+    }
+    if (my_pid == 0) {
+        my_pid = getpid();
+    }
+}
+
+vask_object::~vask_object() {
+    vask_p(VASK_P_DBG, "%s\n", "virtual vask_object::~vask_object()");
+    if (shm_lock_sem != nullptr) {
+        shm_unlock();
+    }
+}
+
+void vask_object::set_print_msg_level() {
+    set_print_msg_level_level();
+    set_print_msg_level_flags();
+}
+
+void vask_object::set_print_msg_level_level() {
+    print_msg_level = VASK_P_INFO;
+
+    const char* value = getenv("VASK_MSG_LV");
+    if (value == nullptr || *value == '\0') {
+        return;
+    }
+    for (int level = 0; level <= highest_level; ++level) {
+        if (strcmp(value, level_names[level]) == 0) {
+            print_msg_level = level;
+            return;
+        }
+    }
+    char* end = nullptr;
+    const unsigned long number = strtoul(value, &end, 10);
+    if (end != value && *end == '\0' && number <= static_cast<unsigned long>(highest_level)) {
+        print_msg_level = static_cast<int>(number);
+        return;
+    }
+
+    printf("'%s' is not invalid for VASK_MSG_LV.\n", value);
+    printf("Allowed strings are ");
+    for (const char* name : level_names) {
+        printf("'%s' ", name);
+    }
+    printf(", or 0 - %d\n", highest_level);
+}
+
+void vask_object::set_print_msg_level_flags() {
+    const char* value = getenv("VASK_MSG_FLAGS");
+    if (value == nullptr) {
+        return;
+    }
+    for (; *value != '\0'; ++value) {
+        if (*value == 'T') {
+            print_flags |= VASK_P_FLAG_TIME;
+        } else if (*value == 'A') {
+            print_flags |= VASK_P_FLAG_ADDR;
+        }
+    }
+}
+
+void vask_object::vask_p(vask_print_level level, const char* format, ...) const {
+    if (level > print_msg_level) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    print_message(obj_name, level, this, format, args);
+    va_end(args);
+}
+
+void vask_object::vask_p(const char* name, vask_print_level level, const char* format, ...) {
+    if (print_msg_level < 0) {
+        set_print_msg_level();
+    }
+    if (level > print_msg_level) {
+        return;
+    }
+    if (my_pid == 0) {
+        my_pid = getpid();
+    }
+    va_list args;
+    va_start(args, format);
+    print_message(name, level, nullptr, format, args);
+    va_end(args);
+}
+
+void vask_object::vask_p_header(const char* name, vask_print_level level, const void* address) {
+    if (print_flags & VASK_P_FLAG_TIME) {
+        printf("%.6f ", vask_gettime(VASK_TIME_SEC));
+    }
+    const char* level_name = level_name_or_null(level);
+    if (print_flags & VASK_P_FLAG_ADDR) {
+        printf("[%s:%d:%p] %s: ", name, my_pid, address, level_name);
+    } else {
+        printf("[%s:%d] %s: ", name, my_pid, level_name);
+    }
+}
+
+const char* vask_object::get_vask_p_level_string(vask_print_level level) {
+    if (level > highest_level) {
+        vask_p("vask", VASK_P_ERR, "<%s:%d> level is too high (%d)\n", "vask_object", __LINE__,
+               level);
+        return nullptr;
+    }
+    return level_name_or_null(level);
+}
+
+std::string vask_object::vask_sprintf(const char* format, ...) {
+    static char buffer[format_buffer_size];
+    va_list args;
+    va_start(args, format);
+    std::string text = format_in_buffer(buffer, format, args);
+    va_end(args);
+    return text;
+}
+
+std::string vask_object::vask_snprintf(const char* format, ...) {
+    static char buffer[format_buffer_size];
+    va_list args;
+    va_start(args, format);
+    std::string text = format_in_buffer(buffer, format, args);
+    va_end(args);
+    return text;
+}
+
+double vask_object::vask_gettime(vask_time_unit unit) {
+    struct timespec now;
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
+        return -1.0;
+    }
+    double factor = 1.0;
+    switch (unit) {
+        case VASK_TIME_SEC:
+            break;
+        case VASK_TIME_MSEC:
+            factor = 1000.0;
+            break;
+        case VASK_TIME_USEC:
+            factor = 1000000.0;
+            break;
+        case VASK_TIME_NSEC:
+            factor = 1000000000.0;
+            break;
+    }
+    return (static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9) * factor;
+}
