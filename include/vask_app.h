@@ -1,0 +1,141 @@
+#ifndef VASK_APP_H
+#define VASK_APP_H
+
+/**
+ * @file
+ * @brief The frame of a process that runs on the GLib main loop.
+ */
+
+#include <string>
+#include <vector>
+
+#include "vask_export.h"
+#include "vask_object.h"
+
+typedef struct _GMainLoop GMainLoop;
+
+/**
+ * @brief Keeps the command line, runs the main loop, and hands out the arguments through a cursor.
+ *
+ * The argument iterator works on the arguments after the program's name: index 0 is argv[1]. Its
+ * getters take an offset to the cursor and never move it.
+ */
+class VASK_EXPORT vask_app : public virtual vask_object {
+public:
+    /**
+     * Initialises the GLib type system, unless argv[0] is exactly "--vask-app-no-sys-init".
+     *
+     * @param name  name in diagnostics; not copied, must outlive the object
+     * @param argc  number of entries in @p argv
+     * @param argv  the command line; copied from argv[1] on
+     */
+    vask_app(const char* name, int argc, char** argv);
+
+    /**
+     * Runs a main loop on the default context until app_quit_request(). Blocks.
+     *
+     * @return the code given to app_quit_request(), or 1 at once when init_failed()
+     */
+    virtual int run();
+
+    ~vask_app() override;
+
+    /** @return whether construction, or an argument check that was made fatal, failed */
+    bool init_failed() const;
+
+    /**
+     * Ends run(). Before run() it only stores the code.
+     *
+     * @param code  what run() returns
+     */
+    void app_quit_request(int code);
+
+    /** @return the number of arguments, without the program's name */
+    int get_arg_num() const;
+
+    /** Puts the cursor on the first argument. */
+    void arg_iter_begin();
+
+    /** @return true when the cursor is behind the last argument */
+    bool arg_iter_end() const;
+
+    /** @param n  number of arguments to move on by; may be negative; not checked */
+    void arg_iter_inc(int n);
+
+    /** @return the number of arguments behind the cursor's, -1 at the end */
+    int arg_iter_num_rest() const;
+
+    /**
+     * Tests an index against the number of arguments; only the upper bound.
+     *
+     * @param idx    an index below 0 stands for the cursor
+     * @param print  whether a failure logs "arg_iter: index is invalid" at ERR
+     * @return true when the index is below the number of arguments
+     */
+    bool arg_iter_chk_idx(int idx, bool print) const;
+
+    /**
+     * Tests that enough arguments follow the cursor's. A failure also makes init_failed() true when
+     * set_arg_error_fatal() asked for that.
+     *
+     * @param n    number of arguments wanted
+     * @param msg  logged at ERR on failure; it is used as a printf format, so it may hold no
+     *             conversion; null logs nothing
+     * @return true when arg_iter_num_rest() is @p n or more
+     */
+    bool arg_iter_chk_num_rest(int n, const char* msg);
+
+    /**
+     * The argument at the cursor.
+     *
+     * @return the argument, or an empty string, after "arg_iter: index is invalid" at ERR, when the
+     *         cursor is out of range. The string stays this object's; what is written to the empty
+     *         one is gone with the next call
+     */
+    std::string& arg_iter_elem();
+
+    /**
+     * An argument as a decimal number.
+     *
+     * @param off  offset from the cursor
+     * @return the number at the argument's start, 0 when there is none; also 0 for an index out of
+     *         range (with the line of arg_iter_chk_idx())
+     */
+    int arg_iter_get_int(int off) const;
+
+    /**
+     * An argument's text.
+     *
+     * @param off  offset from the cursor
+     * @return a text that stays this object's, or null for an index out of range (with the line of
+     *         arg_iter_chk_idx())
+     */
+    const char* arg_iter_get_char_p(int off) const;
+
+    /**
+     * An argument as a hexadecimal number, with or without "0x".
+     *
+     * @param off  offset from the cursor
+     * @return the number, or 0 for an index out of range (with the line of arg_iter_chk_idx()) and
+     *         for another text (with "Failed to convert hexadecimal form 'TEXT'" at ERR)
+     */
+    unsigned int arg_iter_get_uint_hex(int off) const;
+
+protected:
+    /** Decides whether a failed arg_iter_chk_num_rest() makes init_failed() true; at first not. */
+    void set_arg_error_fatal(bool fatal);
+
+    bool m_init_ok;
+    int m_arg_index;
+    std::string m_empty_element;
+    int m_exit_code;
+    bool m_arg_error_fatal;
+    bool m_no_sys_init;
+    GMainLoop* m_main_loop;
+    std::vector<std::string> m_args;
+
+private:
+    const std::string* arg_at(int off) const;
+};
+
+#endif

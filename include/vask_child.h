@@ -1,0 +1,151 @@
+#ifndef VASK_CHILD_H
+#define VASK_CHILD_H
+
+/**
+ * @file
+ * @brief A child application: the process that a parent starts and drives over the session bus.
+ */
+
+#include <map>
+#include <vector>
+
+#include "vask_app.h"
+#include "vask_export.h"
+
+typedef struct _VaskChild VaskChild;
+
+class vask_child;
+
+/**
+ * Observes the signals of a child from inside its process.
+ *
+ * @param child      the child that raises the signal
+ * @param signal_id  the signal
+ * @param data       the signal's data, valid during the call; may be null
+ * @param user_data  the pointer given at registration
+ */
+typedef void (*vask_child_signal_cb)(vask_child* child, int signal_id, const char* data,
+                                     void* user_data);
+
+/** One registered observer of a child's signals. */
+struct vask_child_signal_closure {
+    vask_child_signal_cb callback;
+    void* user_data;
+    int signal_id;
+};
+
+/**
+ * @brief The application frame of a child.
+ *
+ * Construction puts the child on the session bus as "com.example.vask.Child_PID", with the object
+ * "/com/example/vask/Child" and its interface "com.example.vask.Child" (methods Command and
+ * SetWindow, signal ChildSignal). run() then serves the calls on the main loop.
+ *
+ * A process has at most one child on the bus, ever: a further object logs that at ERR and serves
+ * nothing. The bus presence ends with the process; calls that come after the object's end are
+ * answered with an error. A child whose bus goes away logs
+ * "The connection to the session bus is lost" at ERR and leaves run() with status 1.
+ */
+class VASK_EXPORT vask_child : public vask_app {
+public:
+    /**
+     * A handler of one command.
+     *
+     * @param argument  what the caller sent, never null, valid during the call
+     * @param reply     null on entry; may be set to a text that stays valid after the handler
+     *                  returns and stays the handler's (a literal is legal). Null is sent as the
+     *                  empty string. A reply that is not valid UTF-8 fails the call, with
+     *                  "Failed to reply to command ID: REASON" at ERR under the name "vask_child"
+     * @return whether the call succeeds; a failed one carries no reply
+     */
+    typedef bool (vask_child::*cmd_handler)(const char* argument, const char** reply);
+
+    /**
+     * Joins the session bus, unless argv[0] is "--vask-app-no-sys-init". Blocks for the bus's
+     * answers.
+     *
+     * A failure leaves a child without bus presence, for which init_failed() is still false; it is
+     * logged at ERR: "Failed to get DBUS connection: REASON" (no line end),
+     * "RequestName for 'NAME'' failed: REASON" or "This process has a child on the bus already".
+     *
+     * @param name  name in diagnostics; not copied, must outlive the object
+     * @param argc  number of entries in @p argv
+     * @param argv  the command line; copied from argv[1] on
+     */
+    vask_child(const char* name, int argc, char** argv);
+
+    ~vask_child() override;
+
+    /**
+     * Raises a signal: calls the local observers, then sends ChildSignal to the bus.
+     *
+     * Nobody keeps a signal: one that is raised before the parent has met the child is lost.
+     *
+     * @param signal_id  any number that parent and child agree on
+     * @param data       text of the signal; null is sent as the empty string. Text that is not
+     *                   valid UTF-8 is not sent: "Failed to emit signal ID: REASON" at ERR
+     */
+    virtual void emit_signal(int signal_id, const char* data);
+
+    /**
+     * The parent names the window to draw into. The base only logs it at DBG.
+     *
+     * @param x,y  left and top edge, in pixels
+     * @param w,h  width and height, in pixels
+     * @param id   X window id
+     */
+    virtual void set_window(int x, int y, int w, int h, unsigned int id);
+
+    /**
+     * Dispatches a command to its handler. Runs on the main loop.
+     *
+     * @param id        command id
+     * @param argument  text of the command
+     * @param reply     not null; set to null before the handler runs, untouched without one
+     * @return what the handler returned; false, with "Command ID: ID is not supported" at WARN,
+     *         when there is none
+     */
+    virtual bool command(int id, const char* argument, const char** reply);
+
+    /**
+     * Registers a local observer. Registering it twice has it called twice. Observers may be
+     * registered and removed inside an observer; that takes effect at once, but an observer added
+     * meanwhile is not called for the signal that is being raised.
+     *
+     * @param callback   not null
+     * @param signal_id  the signal to observe
+     * @param user_data  handed to the callback; may be null
+     */
+    virtual void connect_child_signal(vask_child_signal_cb callback, int signal_id,
+                                      void* user_data);
+
+    /** Removes every observer that was registered with exactly these arguments, if any. */
+    virtual void disconnect_child_signal(vask_child_signal_cb callback, int signal_id,
+                                         void* user_data);
+
+    /** Calls the local observers of a signal, in the order of registration. */
+    void observe_signal(int signal_id, const char* data);
+
+protected:
+    /**
+     * Adds or replaces the handler of a command.
+     *
+     * @param id       command id
+     * @param handler  a member of the subclass, cast to #cmd_handler; virtual members are honoured
+     */
+    void add_cmd_handler(int id, cmd_handler handler);
+
+    /** The object that stands on the bus for this child; null without system initialisation. */
+    VaskChild* m_bus_object;
+    std::map<int, cmd_handler> m_cmd_handlers;
+    std::vector<vask_child_signal_closure> m_signal_closures;
+
+private:
+    class bus_link;
+
+    void join_bus();
+
+    bus_link* m_bus_link;
+};
+
+#endif

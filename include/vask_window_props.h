@@ -1,0 +1,55 @@
+#ifndef VASK_WINDOW_PROPS_H
+#define VASK_WINDOW_PROPS_H
+
+/**
+ * @file
+ * @brief Geometry and native id of the window that a child draws into.
+ */
+
+#include "vask_export.h"
+
+/** An X window id. It travels on the bus as a 32-bit unsigned number, which holds every X id. */
+typedef unsigned long vask_window_id_t;
+
+/**
+ * @brief Remembers a window's geometry, and whether the last save changed it.
+ *
+ * The geometry is -1 until the first save, so that the first real geometry counts as a change.
+ */
+class VASK_EXPORT vask_window_props {
+public:
+    vask_window_props();
+    virtual ~vask_window_props();
+
+    /**
+     * Stores all five values; is_window_data_changed() then tells whether any of them differs from
+     * the stored ones.
+     *
+     * @param x,y           left and top edge, in pixels
+     * @param width,height  in pixels
+     * @param xid           X window id
+     */
+    void save_window_data(int x, int y, int width, int height, vask_window_id_t xid);
+
+    /** Copies the five stored values out. */
+    void get_window_data(int& x, int& y, int& width, int& height, vask_window_id_t& xid) const;
+
+    int get_window_x() const;
+    int get_window_y() const;
+    int get_window_width() const;
+    int get_window_height() const;
+    vask_window_id_t get_window_xid() const;
+
+    /** @return whether the last save changed anything; asking does not reset it */
+    bool is_window_data_changed() const;
+
+private:
+    int m_x;
+    int m_y;
+    int m_width;
+    int m_height;
+    vask_window_id_t m_xid;
+    bool m_changed;
+};
+
+#endif

@@ -1,0 +1,26 @@
+#ifndef VASK_SESSION_BUS_H
+#define VASK_SESSION_BUS_H
+
+#include <dbus/dbus-glib.h>
+
+// Opens the process's connection to the session bus. The bus library would end the process when
+// the bus goes away; that is switched off here, so whoever opens it has to live with a lost bus.
+// The caller gives the connection back with dbus_g_connection_unref().
+DBusGConnection* open_session_bus(GError** error);
+
+// False once the bus has gone away. Every bus proxy of such a connection is dead then, and the bus
+// library takes no call on it, not even to disconnect a signal.
+bool is_bus_connected(DBusGConnection* connection);
+
+// A proxy of the bus daemon itself, or null.
+DBusGProxy* new_bus_daemon_proxy(DBusGConnection* connection);
+
+// Why a text must not be handed to the bus library, which would end the process or lose the
+// connection over it; null when it may. A null text may: it travels as the empty string.
+const char* find_text_problem(const char* text);
+
+inline const char* null_as_empty(const char* text) {
+    return text != nullptr ? text : "";
+}
+
+#endif
