@@ -1,0 +1,17 @@
+# Compiler and linker flags that every target of this project is built with.
+
+add_compile_options(-Wall -Wextra)
+if(VASK_WARNINGS_AS_ERRORS)
+    add_compile_options(-Werror)
+endif()
+
+if(VASK_SANITIZE)
+    add_compile_options(-fsanitize=${VASK_SANITIZE} -fno-sanitize-recover=all
+                        -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${VASK_SANITIZE})
+endif()
+
+if(VASK_COVERAGE)
+    add_compile_options(--coverage -O0)
+    add_link_options(--coverage)
+endif()

@@ -1,0 +1,30 @@
+# What is installed: the library, its headers, the bus interface, and what other builds find it by.
+
+include(CMakePackageConfigHelpers)
+
+set(vask_headers
+    include/vask_app.h
+    include/vask_app_bridge.h
+    include/vask_child.h
+    include/vask_error.h
+    include/vask_export.h
+    include/vask_object.h
+    include/vask_window_props.h)
+
+install(TARGETS vask EXPORT vask-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES ${vask_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vask)
+install(FILES ${VASK_CHILD_INTERFACE_XML} DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces)
+
+set(cmake_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vask)
+configure_package_config_file(cmake/vask-config.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/vask-config.cmake
+    INSTALL_DESTINATION ${cmake_package_dir})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/vask-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${CMAKE_CURRENT_BINARY_DIR}/vask-config.cmake
+    ${CMAKE_CURRENT_BINARY_DIR}/vask-config-version.cmake
+    DESTINATION ${cmake_package_dir})
+install(EXPORT vask-targets NAMESPACE vask:: DESTINATION ${cmake_package_dir})
+
+configure_file(cmake/vask.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vask.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vask.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
