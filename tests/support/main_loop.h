@@ -1,0 +1,19 @@
+#ifndef VASK_TEST_MAIN_LOOP_H
+#define VASK_TEST_MAIN_LOOP_H
+
+#include <functional>
+
+namespace vask_test {
+
+/** Runs the default main loop until the condition holds; false when the deadline comes first. */
+bool wait_until(const std::function<bool()>& condition, int deadline_msec = 30000);
+
+/** The same, without dispatching anything. */
+bool wait_until_without_loop(const std::function<bool()>& condition, int deadline_msec = 30000);
+
+/** Dispatches what is pending in the default main loop. */
+void drain_main_loop();
+
+}  // namespace vask_test
+
+#endif

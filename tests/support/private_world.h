@@ -1,0 +1,29 @@
+#ifndef VASK_TEST_PRIVATE_WORLD_H
+#define VASK_TEST_PRIVATE_WORLD_H
+
+#include <string>
+#include <vector>
+
+namespace vask_test {
+
+/** Inside the private world: sockets and logs of the servers, runtime and temporary directory. */
+extern const char* const private_directory;
+
+/**
+ * Moves the calling process into namespaces of its own, with an empty /dev/shm and a /tmp that
+ * shares only the directories (and the given program) with the machine's. The next child becomes
+ * process 1 of the new world. Returns "" or what did not work.
+ */
+std::string enter_private_world(const std::string& program);
+
+/** To be called by process 1 of the new world. Returns "" or what did not work. */
+std::string mount_private_proc();
+
+/** Creates the private directory and points the environment into it, away from the machine. */
+void seal_environment();
+
+std::vector<std::string> shared_objects();
+
+}  // namespace vask_test
+
+#endif

@@ -1,0 +1,88 @@
+#include "process_list.h"
+
+#include <dirent.h>
+
+#include <cctype>
+#include <cstdio>
+#include <sstream>
+
+namespace vask_test {
+
+namespace {
+
+// Not by streams: those throw when the process is gone between opening and reading.
+std::string contents(const std::string& path) {
+    std::string result;
+    std::FILE* file = std::fopen(path.c_str(), "re");
+    if (!file) {
+        return result;
+    }
+    char buffer[4096];
+    size_t length;
+    while ((length = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
+        result.append(buffer, length);
+    }
+    std::fclose(file);
+    return result;
+}
+
+std::string one_line(std::string text) {
+    for (char& c : text)
+        if (c == '\0' || c == '\n')
+            c = ' ';
+    const size_t end = text.find_last_not_of(' ');
+    text.erase(end == std::string::npos ? 0 : end + 1);
+    return text;
+}
+
+// The name in parentheses may itself contain parentheses and blanks: the fields start after the
+// last one.
+bool parse_stat(const std::string& stat, process_entry* process) {
+    const size_t open = stat.find('(');
+    const size_t close = stat.rfind(')');
+    if (open == std::string::npos || close == std::string::npos)
+        return false;
+    process->command = stat.substr(open, close - open + 1);
+    std::istringstream fields(stat.substr(close + 1));
+    return static_cast<bool>(fields >> process->state >> process->parent);
+}
+
+}  // namespace
+
+std::vector<process_entry> list_processes() {
+    std::vector<process_entry> result;
+    DIR* directory = opendir("/proc");
+    if (!directory)
+        return result;
+    while (const dirent* entry = readdir(directory)) {
+        if (!std::isdigit(static_cast<unsigned char>(entry->d_name[0])))
+            continue;
+        const std::string path = std::string("/proc/") + entry->d_name;
+        process_entry process;
+        process.pid = std::stoi(entry->d_name);
+        if (!parse_stat(contents(path + "/stat"), &process))
+            continue;
+        const std::string arguments = one_line(contents(path + "/cmdline"));
+        if (!arguments.empty())
+            process.command = arguments;
+        result.push_back(process);
+    }
+    closedir(directory);
+    return result;
+}
+
+std::string kernel_position(pid_t pid) {
+    const std::string path = "/proc/" + std::to_string(pid);
+    const std::string stack = one_line(contents(path + "/stack"));
+    if (!stack.empty())
+        return stack;
+    const std::string channel = one_line(contents(path + "/wchan"));
+    return channel == "0" ? "" : channel;
+}
+
+std::string describe(const process_entry& process) {
+    return std::to_string(process.pid) + " " + process.state + " (child of " +
+           std::to_string(process.parent) + ") " + process.command;
+}
+
+}  // namespace vask_test

@@ -1,0 +1,130 @@
+#include "resource_count.h"
+
+#include <dbus/dbus-glib.h>
+#include <dirent.h>
+#include <glib-unix.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <iterator>
+
+#include "process_list.h"
+
+namespace vask_test {
+
+namespace {
+
+std::vector<std::string> open_descriptors() {
+    std::vector<std::string> result;
+    DIR* directory = opendir("/proc/self/fd");
+    if (!directory)
+        return result;
+    while (const dirent* entry = readdir(directory)) {
+        char target[PATH_MAX];
+        const ssize_t length = readlinkat(dirfd(directory), entry->d_name, target, sizeof target);
+        if (length >= 0 && std::atoi(entry->d_name) != dirfd(directory))
+            result.emplace_back(target, static_cast<size_t>(length));
+    }
+    closedir(directory);
+    return result;
+}
+
+std::vector<std::string> own_children() {
+    std::vector<std::string> result;
+    for (const process_entry& process : list_processes())
+        if (process.parent == getpid())
+            result.push_back(std::to_string(process.pid) + " " + process.command);
+    return result;
+}
+
+std::vector<std::string> files_in(const char* path) {
+    std::vector<std::string> result;
+    DIR* directory = opendir(path);
+    if (!directory)
+        return result;
+    while (const dirent* entry = readdir(directory)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            result.push_back(name);
+    }
+    closedir(directory);
+    return result;
+}
+
+gboolean do_nothing(gpointer) {
+    return G_SOURCE_REMOVE;
+}
+
+// There is no list of the attached sources, but their ids are given out in ascending order.
+std::vector<std::string> attached_sources() {
+    GSource* probe = g_idle_source_new();
+    g_source_set_callback(probe, do_nothing, nullptr, nullptr);
+    const guint end = g_source_attach(probe, nullptr);
+    std::vector<std::string> result;
+    for (guint id = 1; id < end; ++id) {
+        GSource* source = g_main_context_find_source_by_id(nullptr, id);
+        if (!source)
+            continue;
+        const char* name = g_source_get_name(source);
+        result.push_back(name ? name : "without name");
+    }
+    g_source_destroy(probe);
+    g_source_unref(probe);
+    return result;
+}
+
+std::vector<std::string> sorted(std::vector<std::string> list) {
+    std::sort(list.begin(), list.end());
+    return list;
+}
+
+std::string changes(const char* kind, const std::vector<std::string>& before,
+                    const std::vector<std::string>& after) {
+    std::string text;
+    const auto report = [&text, kind](const char* change, const std::vector<std::string>& from,
+                                      const std::vector<std::string>& without) {
+        std::vector<std::string> items;
+        std::set_difference(from.begin(), from.end(), without.begin(), without.end(),
+                            std::back_inserter(items));
+        for (const std::string& item : items)
+            text += std::string(change) + " " + kind + ": " + item + "\n";
+    };
+    report("additional", after, before);
+    report("missing", before, after);
+    return text;
+}
+
+}  // namespace
+
+resource_count resource_count::take() {
+    resource_count result;
+    result.descriptors = sorted(open_descriptors());
+    result.children = sorted(own_children());
+    result.shared_objects = sorted(files_in("/dev/shm"));
+    result.sources = sorted(attached_sources());
+    return result;
+}
+
+std::string resource_count::difference(const resource_count& later) const {
+    return changes("descriptor", descriptors, later.descriptors) +
+           changes("child", children, later.children) +
+           changes("shared object", shared_objects, later.shared_objects) +
+           changes("main loop source", sources, later.sources);
+}
+
+void warm_up_process_resources() {
+    g_main_context_default();
+    // A signal source is what makes GLib start its worker thread.
+    g_source_unref(g_unix_signal_source_new(SIGUSR2));
+
+    GError* error = nullptr;
+    if (!dbus_g_bus_get(DBUS_BUS_SESSION, &error))
+        g_clear_error(&error);
+    while (g_main_context_iteration(nullptr, FALSE)) {
+    }
+}
+
+}  // namespace vask_test

@@ -1,0 +1,203 @@
+#include <dbus/dbus.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "support/main_loop.h"
+#include "support/process_list.h"
+#include "support/resource_count.h"
+
+using namespace vask_test;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+/** A run with pipes to its standard input and from its combined output. */
+class sealed_program {
+public:
+    explicit sealed_program(const std::vector<std::string>& arguments) {
+        std::vector<char*> argv = {const_cast<char*>(VASK_TEST_SEALED_RUN)};
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+
+        int input[2];
+        int output[2];
+        if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
+            std::abort();
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, output[1], STDERR_FILENO);
+        if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0)
+            std::abort();
+        posix_spawn_file_actions_destroy(&actions);
+        close(input[0]);
+        close(output[1]);
+        input_ = input[1];
+        output_ = output[0];
+    }
+
+    ~sealed_program() {
+        if (pid_ > 0)
+            finish();
+    }
+
+    pid_t pid() const { return pid_; }
+
+    std::string read_line() {
+        char c;
+        std::string text;
+        while (read(output_, &c, 1) == 1 && c != '\n')
+            text += c;
+        return text;
+    }
+
+    int finish() {
+        close(input_);
+        char buffer[4096];
+        ssize_t length;
+        while ((length = read(output_, buffer, sizeof buffer)) > 0)
+            rest_.append(buffer, static_cast<size_t>(length));
+        close(output_);
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    const std::string& rest() const { return rest_; }
+
+private:
+    pid_t pid_ = -1;
+    int input_ = -1;
+    int output_ = -1;
+    std::string rest_;
+};
+
+struct outcome {
+    int status;
+    std::string output;
+};
+
+outcome run_shell(const std::string& script, std::vector<std::string> arguments = {}) {
+    arguments.insert(arguments.end(), {"--", "sh", "-c", script});
+    sealed_program program(arguments);
+    const int status = program.finish();
+    return {status, program.rest()};
+}
+
+std::vector<std::string> commands_containing(const std::string& text) {
+    std::vector<std::string> result;
+    for (const process_entry& process : list_processes())
+        if (process.command.find(text) != std::string::npos)
+            result.push_back(process.command);
+    return result;
+}
+
+}  // namespace
+
+TEST(sealed_run, passes_the_exit_status_through) {
+    EXPECT_EQ(run_shell("exit 0").status, 0);
+    EXPECT_EQ(run_shell("exit 7").status, 7);
+    EXPECT_EQ(run_shell("kill -KILL $$").status, 128 + SIGKILL);
+    EXPECT_EQ(run_shell("kill -ABRT $$").status, 128 + SIGABRT);
+}
+
+TEST(sealed_run, passes_input_and_arguments_through) {
+    sealed_program program({"cat", "-", "/dev/null"});
+    EXPECT_EQ(program.finish(), 0);
+    EXPECT_EQ(run_shell("echo out; echo err >&2").output, "out\nerr\n");
+}
+
+TEST(sealed_run, reports_a_missing_program) {
+    sealed_program program({"--", "/nonexistent/program"});
+    EXPECT_EQ(program.finish(), 127);
+    EXPECT_THAT(program.rest(), HasSubstr("/nonexistent/program"));
+}
+
+TEST(sealed_run, stops_a_program_that_does_not_end) {
+    const outcome result = run_shell("sleep 1000; true", {"--timeout", "0.3"});
+    EXPECT_EQ(result.status, 124);
+    EXPECT_THAT(result.output, AllOf(HasSubstr("no end after"), HasSubstr("sleep 1000")));
+}
+
+TEST(sealed_run, lets_the_program_act_on_the_timeout) {
+    const outcome result = run_shell("trap 'echo aborted; exit' ABRT; while :; do sleep 0.01; done",
+                                     {"--timeout", "0.3"});
+    EXPECT_EQ(result.status, 124);
+    EXPECT_THAT(result.output, HasSubstr("\naborted\n"));
+}
+
+TEST(sealed_run, fails_for_processes_left_behind) {
+    const outcome result = run_shell("sleep 1000 & exit 0");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, AllOf(HasSubstr("process left behind"), HasSubstr("sleep 1000")));
+}
+
+TEST(sealed_run, waits_for_processes_that_are_about_to_end) {
+    EXPECT_EQ(run_shell("sleep 0.2 & exit 0").status, 0);
+    EXPECT_EQ(run_shell("(sleep 0.1 & exec sleep 0.2) & exit 3").status, 3);
+}
+
+TEST(sealed_run, fails_for_shared_memory_left_behind) {
+    const outcome result = run_shell("touch /dev/shm/forgotten");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, HasSubstr("/dev/shm/forgotten"));
+    EXPECT_EQ(run_shell("touch /dev/shm/forgotten; exit 5").status, 5);
+}
+
+TEST(sealed_run, dies_as_a_whole) {
+    sealed_program program({"--bus", "--", "sh", "-c", "echo started; exec sleep 4321"});
+    EXPECT_EQ(program.read_line(), "started");
+    EXPECT_THAT(commands_containing("sleep 4321"), testing::Not(IsEmpty()));
+    kill(program.pid(), SIGKILL);
+    EXPECT_EQ(program.finish(), -SIGKILL);
+    EXPECT_TRUE(wait_until_without_loop([] { return commands_containing("sleep 4321").empty(); }));
+}
+
+TEST(sealed_run, starts_with_empty_shared_memory_and_directories) {
+    EXPECT_THAT(resource_count::take().shared_objects, IsEmpty());
+    EXPECT_EQ(run_shell("ls -A /dev/shm $TMPDIR/ $XDG_RUNTIME_DIR/ | grep -v :$ | grep .").status,
+              1);
+    EXPECT_EQ(run_shell("touch $TMPDIR/x $XDG_RUNTIME_DIR/x").status, 0);
+}
+
+TEST(sealed_run, reaches_no_bus_unless_asked_for) {
+    DBusError error = DBUS_ERROR_INIT;
+    for (DBusBusType type : {DBUS_BUS_SESSION, DBUS_BUS_SYSTEM}) {
+        EXPECT_EQ(dbus_bus_get_private(type, &error), nullptr);
+        dbus_error_free(&error);
+    }
+    EXPECT_EQ(getenv("DISPLAY"), nullptr);
+}
+
+TEST(sealed_run, cleans_the_environment) {
+    for (const char* name :
+         {"VASK_MSG_LV", "VASK_MSG_FLAGS", "VASK_SYSLOG", "VASK_NEST_LV", "VASK_TEST_ANYTHING"})
+        setenv(name, "1", 1);
+    EXPECT_EQ(run_shell("env | grep ^VASK_ | grep -v FACTOR").output, "VASK_TEST_ANYTHING=1\n");
+}
+
+TEST(sealed_run, runs_displays_in_parallel) {
+    const std::string probe = std::string(VASK_TEST_PROGRAM_DIR) + "/display_probe";
+    sealed_program first({"--display", "--bus", "--", probe});
+    sealed_program second({"--display", "--bus", "--", probe});
+    EXPECT_EQ(first.read_line(), "640");
+    EXPECT_EQ(second.read_line(), "640");
+    EXPECT_EQ(first.finish(), 0) << first.rest();
+    EXPECT_EQ(second.finish(), 0) << second.rest();
+}
