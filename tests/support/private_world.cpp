@@ -12,6 +12,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <string>
 
 namespace vask_test {
 
@@ -92,6 +94,22 @@ std::string make_private_tmp(const std::string& program) {
     return "";
 }
 
+// In a chroot the root is no mount of its own. What is mounted below it is made private then.
+bool make_visible_mounts_private() {
+    std::ifstream mounts("/proc/self/mounts");
+    std::string source, target, rest;
+    while (mounts >> source >> target && std::getline(mounts, rest)) {
+        if (mount(nullptr, target.c_str(), nullptr, MS_PRIVATE, nullptr) != 0 && errno != EINVAL)
+            return false;
+    }
+    return true;
+}
+
+bool make_mounts_private() {
+    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 ||
+           (errno == EINVAL && make_visible_mounts_private());
+}
+
 }  // namespace
 
 std::string enter_private_world(const std::string& program) {
@@ -102,7 +120,7 @@ std::string enter_private_world(const std::string& program) {
     const std::string error = unshare_all();
     if (!error.empty())
         return error;
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if (!make_mounts_private())
         return failure("no private mounts");
     if (mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0)
         return failure("no private /dev/shm");
