@@ -1,0 +1,23 @@
+#ifndef VASK_BENCH_TABLE_ROW_H
+#define VASK_BENCH_TABLE_ROW_H
+
+#include <benchmark/benchmark.h>
+
+// What a benchmark says about its row in the table. It travels as the label of the results, where
+// summarise.py finds it. Benchmarks are named "group/competitor", and ratios are taken within a
+// group.
+
+inline void is_baseline(benchmark::State& state) {
+    state.SetLabel("baseline");
+}
+
+// The limit of the ratio to the baseline.
+inline void has_ratio_limit(benchmark::State& state, const char* ratio) {
+    state.SetLabel(std::string("ratio <= ") + ratio);
+}
+
+inline void has_time_limit_ns(benchmark::State& state, const char* nanoseconds) {
+    state.SetLabel(std::string("ns <= ") + nanoseconds);
+}
+
+#endif

@@ -1,0 +1,276 @@
+#include <dbus/dbus-glib.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+
+#include "bridge/recording_bridge.h"
+#include "support/log_catcher.h"
+#include "support/main_loop.h"
+
+using namespace vask_test;
+using testing::ElementsAre;
+using testing::Pair;
+using testing::StrEq;
+
+namespace {
+
+constexpr int no_watch = 0;
+constexpr int some_pid = 12345;
+
+gboolean stay(gpointer) {
+    return G_SOURCE_CONTINUE;
+}
+
+/** Proxies of a bridge that has no child of its own. */
+class child_proxy : public testing::Test {
+protected:
+    std::unique_ptr<vask_child_proxy> make_proxy(int pid, unsigned int watch_id = no_watch) {
+        return std::make_unique<vask_child_proxy>(bridge, "proxy", pid, watch_id);
+    }
+
+    recording_bridge bridge;
+};
+
+/** The proxy of a child that was met. */
+class met_child_proxy : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(bridge.spawn_and_meet()); }
+
+    vask_child_proxy& proxy() { return *bridge.main_worker(); }
+
+    /** Has the child raise one signal, and dispatches all that it has sent until then. */
+    void raise_signal() {
+        bridge.ask(CHILD_RAISE_SIGNAL, "5 hello");
+        drain_main_loop();
+    }
+
+    recording_bridge bridge;
+};
+
+}  // namespace
+
+TEST_F(child_proxy, Knows_its_pid_and_starts_without_bus_and_termination) {
+    const auto proxy = make_proxy(some_pid);
+
+    EXPECT_EQ(proxy->get_pid(), some_pid);
+    EXPECT_FALSE(proxy->is_terminating());
+    EXPECT_EQ(proxy->get_bus_addr(), nullptr);
+    EXPECT_EQ(proxy->get_bus_proxy(), nullptr);
+    EXPECT_FALSE(proxy->is_bus_alive());
+    EXPECT_EQ(proxy->dequeue_cmd(), nullptr);
+}
+
+TEST_F(child_proxy, Logs_its_pid_and_bus_name) {
+    vask_object::print_msg_level = VASK_P_DBG;
+    log_catcher log;
+
+    const auto proxy = make_proxy(some_pid);
+
+    EXPECT_EQ(log.text().back(), '\n');
+    EXPECT_THAT(log.lines(), ElementsAre(line("DBG", "proxy", "Created child_proxy for 12345"),
+                                         line("DBG", "proxy",
+                                              "D-Bus Interface of the child is "
+                                              "'com.example.vask.Child_12345'")));
+}
+
+TEST_F(child_proxy, Logs_no_bus_name_for_pid_0) {
+    vask_object::print_msg_level = VASK_P_DBG;
+    log_catcher log;
+
+    const auto proxy = make_proxy(0);
+
+    EXPECT_THAT(log.lines(), ElementsAre(line("DBG", "proxy", "Created child_proxy for 0")));
+}
+
+TEST_F(child_proxy, Remembers_that_it_is_terminating) {
+    const auto proxy = make_proxy(some_pid);
+    proxy->set_terminating();
+    EXPECT_TRUE(proxy->is_terminating());
+}
+
+TEST_F(child_proxy, Recognises_exactly_its_own_bus_name) {
+    const auto proxy = make_proxy(some_pid);
+
+    EXPECT_TRUE(proxy->is_mine("com.example.vask.Child_12345"));
+    EXPECT_FALSE(proxy->is_mine("com.example.vask.Child_1234"));
+    EXPECT_FALSE(proxy->is_mine("com.example.vask.Child_123456"));
+    EXPECT_FALSE(proxy->is_mine("com.example.vask.Child"));
+    EXPECT_FALSE(proxy->is_mine(""));
+    EXPECT_FALSE(proxy->is_mine(nullptr));
+}
+
+TEST_F(child_proxy, Of_pid_0_recognises_no_name) {
+    const auto proxy = make_proxy(0);
+
+    EXPECT_FALSE(proxy->is_mine("com.example.vask.Child_0"));
+    EXPECT_FALSE(proxy->is_mine(""));
+    EXPECT_FALSE(proxy->is_mine(nullptr));
+}
+
+TEST_F(child_proxy, Keeps_a_copy_of_its_bus_address) {
+    const auto proxy = make_proxy(some_pid);
+    std::string address = ":1.7";
+
+    proxy->set_bus_addr(address.c_str());
+    address = "overwritten";
+
+    EXPECT_THAT(proxy->get_bus_addr(), StrEq(":1.7"));
+}
+
+TEST_F(child_proxy, Replaces_its_bus_address) {
+    const auto proxy = make_proxy(some_pid);
+
+    proxy->set_bus_addr(":1.7");
+    proxy->set_bus_addr(":1.8");
+    EXPECT_THAT(proxy->get_bus_addr(), StrEq(":1.8"));
+
+    proxy->set_bus_addr(nullptr);
+    EXPECT_EQ(proxy->get_bus_addr(), nullptr);
+}
+
+TEST_F(child_proxy, Without_address_takes_null_as_address) {
+    const auto proxy = make_proxy(some_pid);
+    proxy->set_bus_addr(nullptr);
+    EXPECT_EQ(proxy->get_bus_addr(), nullptr);
+}
+
+TEST_F(child_proxy, Can_be_given_its_own_address) {
+    const auto proxy = make_proxy(some_pid);
+    proxy->set_bus_addr(":1.7");
+    proxy->set_bus_addr(proxy->get_bus_addr());
+    EXPECT_THAT(proxy->get_bus_addr(), StrEq(":1.7"));
+}
+
+TEST_F(child_proxy, Takes_its_watch_along_when_it_is_deleted) {
+    const guint watch = g_timeout_add_seconds(1000, stay, nullptr);
+    auto proxy = make_proxy(some_pid, watch);
+    ASSERT_NE(g_main_context_find_source_by_id(nullptr, watch), nullptr);
+
+    proxy.reset();
+
+    EXPECT_EQ(g_main_context_find_source_by_id(nullptr, watch), nullptr);
+}
+
+// GLib complains of a source 0, which ends the test program.
+TEST_F(child_proxy, Without_pid_and_watch_is_deleted_quietly) {
+    vask_object::print_msg_level = VASK_P_INFO;
+    log_catcher log;
+
+    make_proxy(0).reset();
+
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(child_proxy, Is_deleted_whole_as_a_base_object) {
+    auto* proxy = new vask_child_proxy(bridge, "proxy", some_pid, no_watch);
+    proxy->set_bus_addr(":1.7");
+    proxy->enqueue_cmd(new child_cmd_buffer(1, "waiting"));
+
+    vask_object* base = proxy;
+    delete base;
+}
+
+TEST_F(child_proxy, Makes_a_bus_proxy_for_the_child_and_releases_it) {
+    const auto proxy = make_proxy(some_pid);
+
+    proxy->bus_setup(bridge.m_bus_connection);
+
+    ASSERT_NE(proxy->get_bus_proxy(), nullptr);
+    EXPECT_THAT(dbus_g_proxy_get_bus_name(proxy->get_bus_proxy()),
+                StrEq("com.example.vask.Child_12345"));
+    EXPECT_THAT(dbus_g_proxy_get_path(proxy->get_bus_proxy()), StrEq("/com/example/vask/Child"));
+    EXPECT_THAT(dbus_g_proxy_get_interface(proxy->get_bus_proxy()),
+                StrEq("com.example.vask.Child"));
+    EXPECT_TRUE(proxy->is_bus_alive());
+
+    proxy->bus_destroy();
+
+    EXPECT_EQ(proxy->get_bus_proxy(), nullptr);
+    EXPECT_FALSE(proxy->is_bus_alive());
+}
+
+TEST_F(child_proxy, Setting_up_the_bus_leaves_the_bus_address_alone) {
+    const auto proxy = make_proxy(some_pid);
+    proxy->bus_setup(bridge.m_bus_connection);
+    EXPECT_EQ(proxy->get_bus_addr(), nullptr);
+}
+
+TEST_F(child_proxy, Destroying_a_bus_proxy_that_is_not_there_does_nothing) {
+    const auto proxy = make_proxy(some_pid);
+    proxy->bus_destroy();
+    proxy->bus_setup(bridge.m_bus_connection);
+    proxy->bus_destroy();
+    proxy->bus_destroy();
+    EXPECT_EQ(proxy->get_bus_proxy(), nullptr);
+}
+
+TEST_F(child_proxy, Makes_no_bus_proxy_without_connection) {
+    const auto proxy = make_proxy(some_pid);
+    proxy->bus_setup(nullptr);
+    EXPECT_EQ(proxy->get_bus_proxy(), nullptr);
+}
+
+TEST_F(child_proxy, Makes_no_bus_proxy_for_pid_0) {
+    const auto proxy = make_proxy(0);
+    proxy->bus_setup(bridge.m_bus_connection);
+    EXPECT_EQ(proxy->get_bus_proxy(), nullptr);
+}
+
+TEST_F(child_proxy, Is_deleted_with_its_bus_proxy) {
+    auto proxy = make_proxy(some_pid);
+    proxy->bus_setup(bridge.m_bus_connection);
+    DBusGProxy* bus_proxy = proxy->get_bus_proxy();
+    g_object_add_weak_pointer(G_OBJECT(bus_proxy), reinterpret_cast<gpointer*>(&bus_proxy));
+
+    proxy.reset();
+
+    EXPECT_EQ(bus_proxy, nullptr);
+}
+
+TEST_F(met_child_proxy, Hands_signals_of_the_child_to_the_bridge) {
+    raise_signal();
+    EXPECT_THAT(bridge.signals, ElementsAre(Pair(5, "hello")));
+}
+
+TEST_F(met_child_proxy, That_is_set_up_again_hears_a_signal_once) {
+    proxy().bus_setup(bridge.m_bus_connection);
+    raise_signal();
+    EXPECT_THAT(bridge.signals, ElementsAre(Pair(5, "hello")));
+}
+
+TEST_F(met_child_proxy, That_is_set_up_again_releases_the_former_bus_proxy) {
+    DBusGProxy* former = proxy().get_bus_proxy();
+    g_object_add_weak_pointer(G_OBJECT(former), reinterpret_cast<gpointer*>(&former));
+
+    proxy().bus_setup(bridge.m_bus_connection);
+
+    EXPECT_EQ(former, nullptr);
+    EXPECT_EQ(bridge.ask(CHILD_ECHO, "still there"), "still there");
+}
+
+TEST_F(met_child_proxy, Hears_nothing_once_its_bus_proxy_is_destroyed) {
+    vask_child_proxy other(bridge, "other", bridge.get_child_pid(), no_watch);
+    other.bus_setup(bridge.m_bus_connection);
+    proxy().bus_destroy();
+
+    std::swap(bridge.m_child_proxy[0], bridge.m_child_proxy[1]);
+    bridge.m_child_proxy[0] = &other;
+    raise_signal();
+    bridge.m_child_proxy[0] = nullptr;
+    std::swap(bridge.m_child_proxy[0], bridge.m_child_proxy[1]);
+
+    EXPECT_THAT(bridge.signals, ElementsAre(Pair(5, "hello")));
+}
+
+TEST_F(met_child_proxy, Hears_its_own_child_only) {
+    recording_bridge other;
+    ASSERT_TRUE(other.spawn_and_meet());
+
+    raise_signal();
+
+    EXPECT_THAT(bridge.signals, ElementsAre(Pair(5, "hello")));
+    EXPECT_THAT(other.signals, ElementsAre());
+}

@@ -1,0 +1,74 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "bridge/lifecycle_support.h"
+
+using namespace vask_test;
+
+namespace {
+
+const std::string wait_signature = "bool vask_app_bridge::vask_wait_child_exit(unsigned int)";
+
+/** Nobody but the main loop and the bridge reaps children here, so what happens is certain. */
+class kernel_with_pidfd : public lifecycle_fixture {
+protected:
+    void SetUp() override {
+        const long descriptor = syscall(SYS_pidfd_open, getpid(), 0);
+        if (descriptor < 0) {
+            GTEST_SKIP() << "this kernel has no pidfd_open";
+        }
+        close(static_cast<int>(descriptor));
+    }
+};
+
+}  // namespace
+
+TEST_F(kernel_with_pidfd, Leaves_SIGCHLD_alone) {
+    recording_bridge bridge(true);
+    spawn_probe(bridge, {"sleep"});
+    struct sigaction action;
+    sigaction(SIGCHLD, nullptr, &action);
+    EXPECT_EQ(action.sa_handler, SIG_DFL);
+}
+
+TEST_F(kernel_with_pidfd, Lets_the_bridge_tell_how_long_it_has_waited) {
+    recording_bridge bridge(true);
+    spawn_probe(bridge, {"slow", "150"});
+    ASSERT_TRUE(wait_until_ready());
+    bridge.terminate_worker();
+    log.clear();
+    const double start = vask_object::vask_gettime(VASK_TIME_MSEC);
+    ASSERT_TRUE(bridge.vask_wait_child_exit(0));
+    const double elapsed = vask_object::vask_gettime(VASK_TIME_MSEC) - start;
+
+    const std::vector<log_line> lines = own_lines(log);
+    const std::string beginning = wait_signature + ": waited time: ";
+    ASSERT_EQ(lines.size(), 2u);
+    ASSERT_EQ(lines[0].text.substr(0, beginning.size()), beginning);
+    const std::string time = lines[0].text.substr(beginning.size());
+    EXPECT_THAT(time, testing::MatchesRegex("[0-9]+\\.[0-9] \\(ms\\)"));
+    EXPECT_EQ(lines[0].level, "DBG");
+    EXPECT_EQ(lines[0].name, "bridge");
+    EXPECT_GT(std::stod(time), 100);
+    EXPECT_LE(std::stod(time), elapsed + 0.1);
+    EXPECT_EQ(lines[1], line("DBG", "bridge", "virtual vask_object::~vask_object()"));
+}
+
+TEST_F(kernel_with_pidfd, Sees_the_whole_story_of_a_bridge_that_ends_with_its_child) {
+    {
+        vask_app_bridge bridge("bridge", true);
+        spawn_probe(bridge, {"sleep"});
+        log.clear();
+    }
+    const std::vector<log_line> lines = own_lines(log);
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_EQ(lines[0], line("DBG", "bridge", "virtual vask_app_bridge::~vask_app_bridge()"));
+    EXPECT_EQ(lines[1],
+              line("DBG", "bridge", "virtual void vask_app_bridge::terminate_worker_impl()"));
+    EXPECT_EQ(lines[2].text.find(wait_signature + ": waited time: "), 0u);
+    EXPECT_EQ(lines[3], line("DBG", "bridge", "virtual vask_object::~vask_object()"));
+    EXPECT_EQ(lines[4], line("DBG", "bridge", "virtual vask_object::~vask_object()"));
+}

@@ -1,0 +1,42 @@
+#include "bridge/lifecycle_sigterm.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include "support/interpose.h"
+
+namespace vask_test {
+
+int sigterm_record::sent = 0;
+int sigterm_record::to_reaped = 0;
+int sigterm_record::to_groups = 0;
+std::function<void(pid_t)> sigterm_record::before_sending;
+
+}  // namespace vask_test
+
+using vask_test::sigterm_record;
+
+extern "C" int kill(pid_t pid, int signal_number) noexcept {
+    static const auto real = vask_test::next_function<int(pid_t, int)>("kill");
+    if (signal_number != SIGTERM) {
+        return real(pid, signal_number);
+    }
+    ++sigterm_record::sent;
+    if (pid <= 0) {
+        ++sigterm_record::to_groups;
+        errno = EPERM;
+        return -1;
+    }
+    if (sigterm_record::before_sending) {
+        sigterm_record::before_sending(pid);
+    }
+    // All SIGTERMs are for children; one that nobody can wait for any more has given up its id.
+    siginfo_t info;
+    if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0) {
+        ++sigterm_record::to_reaped;
+        errno = ESRCH;
+        return -1;
+    }
+    return real(pid, signal_number);
+}

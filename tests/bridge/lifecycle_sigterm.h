@@ -1,0 +1,25 @@
+#ifndef VASK_TEST_LIFECYCLE_SIGTERM_H
+#define VASK_TEST_LIFECYCLE_SIGTERM_H
+
+#include <sys/types.h>
+
+#include <functional>
+
+namespace vask_test {
+
+/**
+ * Every SIGTERM that anybody in this process sends. Those that could hit a stranger are counted
+ * and not sent.
+ */
+struct sigterm_record {
+    static int sent;
+    static int to_reaped;
+    static int to_groups;
+
+    /** Called right before the test whether the process id still has an owner. */
+    static std::function<void(pid_t)> before_sending;
+};
+
+}  // namespace vask_test
+
+#endif

@@ -1,0 +1,60 @@
+#include <dbus/dbus-glib.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "served_child.h"
+#include "support/log_catcher.h"
+#include "vask_child.h"
+
+using namespace vask_test;
+using testing::ElementsAre;
+
+namespace {
+
+std::string called_method;
+
+struct open_child : vask_child {
+    open_child() : vask_child("child", 0, nullptr) {}
+    using vask_child::m_bus_object;
+};
+
+}  // namespace
+
+extern "C" gboolean dbus_g_proxy_call(DBusGProxy*, const char* method, GError** error, GType, ...) {
+    called_method = method;
+    g_set_error(error, DBUS_GERROR, DBUS_GERROR_NO_MEMORY, "no memory today");
+    return FALSE;
+}
+
+TEST(a_failed_request_for_the_name, is_logged_with_name_and_reason) {
+    log_catcher log;
+    open_child child;
+    EXPECT_EQ(called_method, "RequestName");
+    EXPECT_THAT(log.lines(),
+                ElementsAre(line("ERR", "child",
+                                 "RequestName for 'com.example.vask.Child_" +
+                                     std::to_string(getpid()) + "'' failed: no memory today")));
+    EXPECT_FALSE(child.init_failed());
+}
+
+TEST(a_failed_request_for_the_name, leaves_the_object_off_the_bus) {
+    open_child child;
+    EXPECT_NE(child.m_bus_object, nullptr);
+    bus_client client;
+    EXPECT_FALSE(client.is_owned(child_name(getpid())));
+    client.subscribe("type='signal',interface='com.example.vask.Child'");
+    child.emit_signal(1, "data");
+    client.call_bus("GetId");
+    EXPECT_TRUE(client.signals().empty());
+}
+
+TEST(a_failed_request_for_the_name, does_not_bar_a_second_child) {
+    open_child first;
+    log_catcher log;
+    open_child second;
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_THAT(log.lines()[0].text, testing::StartsWith("RequestName for"));
+}

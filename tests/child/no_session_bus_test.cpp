@@ -1,0 +1,78 @@
+#include <glib-object.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/log_catcher.h"
+#include "vask_child.h"
+
+using namespace vask_test;
+using testing::ElementsAre;
+
+namespace {
+
+const char bus_failure[] =
+    "Failed to get DBUS connection: Failed to connect to socket /nonexistent/bus: No such file or "
+    "directory";
+
+struct open_child : vask_child {
+    open_child() : vask_child("child", 0, nullptr) {}
+    using vask_child::m_bus_object;
+};
+
+std::vector<std::string>* order = nullptr;
+
+void note_observer(vask_child*, int, const char*, void*) {
+    order->push_back("observer");
+}
+
+void note_object_signal(GObject*, int signal_id, const char* data, gpointer) {
+    order->push_back("object " + std::to_string(signal_id) + " " + data);
+}
+
+}  // namespace
+
+TEST(without_a_session_bus, a_child_says_so_without_a_line_end) {
+    log_catcher log;
+    open_child child;
+    EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "child", bus_failure)));
+    EXPECT_EQ(log.text().back(), 'y');
+    EXPECT_FALSE(child.init_failed());
+}
+
+TEST(without_a_session_bus, a_child_still_has_its_object) {
+    open_child child;
+    ASSERT_NE(child.m_bus_object, nullptr);
+    EXPECT_STREQ(G_OBJECT_TYPE_NAME(child.m_bus_object), "VaskChild");
+}
+
+TEST(without_a_session_bus, a_child_releases_its_object) {
+    gpointer object;
+    {
+        open_child child;
+        object = child.m_bus_object;
+        g_object_add_weak_pointer(G_OBJECT(object), &object);
+        EXPECT_NE(object, nullptr);
+    }
+    EXPECT_EQ(object, nullptr);
+}
+
+TEST(without_a_session_bus, a_second_child_may_try_again) {
+    log_catcher log;
+    open_child first;
+    open_child second;
+    EXPECT_THAT(log.lines(),
+                ElementsAre(line("ERR", "child", bus_failure), line("ERR", "child", bus_failure)));
+}
+
+TEST(without_a_session_bus, a_signal_reaches_observers_and_then_the_object) {
+    std::vector<std::string> calls;
+    order = &calls;
+    open_child child;
+    g_signal_connect(child.m_bus_object, "child_signal", G_CALLBACK(note_object_signal), nullptr);
+    child.connect_child_signal(note_observer, 5, nullptr);
+    child.emit_signal(5, "data");
+    EXPECT_THAT(calls, ElementsAre("observer", "object 5 data"));
+}

@@ -1,0 +1,33 @@
+#ifndef VASK_TEST_SECOND_BUS_H
+#define VASK_TEST_SECOND_BUS_H
+
+#include <memory>
+#include <string>
+
+#include "started_process.h"
+
+namespace vask_test {
+
+/** A message bus beside the one of the sealed environment, to be broken at will. */
+class second_bus {
+public:
+    enum class names { free, denied };
+
+    explicit second_bus(names policy = names::free);
+
+    const std::string& address() const { return m_address; }
+
+    /** "DBUS_SESSION_BUS_ADDRESS=...", for the environment of a child. */
+    std::string variable() const;
+
+    /** The bus ends as in a crash. */
+    void kill() { m_daemon->kill_now(); }
+
+private:
+    std::string m_address;
+    std::unique_ptr<started_process> m_daemon;
+};
+
+}  // namespace vask_test
+
+#endif

@@ -1,0 +1,46 @@
+#include "served_child.h"
+
+namespace vask_test {
+
+std::string child_name(int pid) {
+    return "com.example.vask.Child_" + std::to_string(pid);
+}
+
+message_ptr served_child::new_call(const char* interface, const char* method) const {
+    return message_ptr(dbus_message_new_method_call(m_name.c_str(), child_path, interface, method));
+}
+
+message_ptr served_child::new_command(int id, const std::string& argument) const {
+    message_ptr message = new_call(child_interface, "Command");
+    const dbus_int32_t number = id;
+    const char* text = argument.c_str();
+    dbus_message_append_args(message.get(), DBUS_TYPE_INT32, &number, DBUS_TYPE_STRING, &text,
+                             DBUS_TYPE_INVALID);
+    return message;
+}
+
+bus_reply served_child::command(int id, const std::string& argument) {
+    return m_client.call(new_command(id, argument));
+}
+
+void served_child::command_without_reply(int id, const std::string& argument) {
+    const message_ptr message = new_command(id, argument);
+    dbus_message_set_no_reply(message.get(), TRUE);
+    m_client.send(message);
+}
+
+bus_reply served_child::set_window(int x, int y, int w, int h, unsigned int id) {
+    const message_ptr message = new_call(child_interface, "SetWindow");
+    const dbus_int32_t numbers[] = {x, y, w, h};
+    const dbus_uint32_t window = id;
+    dbus_message_append_args(message.get(), DBUS_TYPE_INT32, &numbers[0], DBUS_TYPE_INT32,
+                             &numbers[1], DBUS_TYPE_INT32, &numbers[2], DBUS_TYPE_INT32,
+                             &numbers[3], DBUS_TYPE_UINT32, &window, DBUS_TYPE_INVALID);
+    return m_client.call(message);
+}
+
+bus_reply served_child::introspect() {
+    return m_client.call(new_call(DBUS_INTERFACE_INTROSPECTABLE, "Introspect"));
+}
+
+}  // namespace vask_test

@@ -1,0 +1,103 @@
+#include "started_process.h"
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "support/main_loop.h"
+
+namespace vask_test {
+
+namespace {
+
+std::vector<char*> pointers_to(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+}  // namespace
+
+started_process::started_process(const std::string& path, const std::vector<std::string>& arguments)
+    : started_process(path, arguments, options()) {}
+
+started_process::started_process(const std::string& path, const std::vector<std::string>& arguments,
+                                 const options& wanted) {
+    std::vector<std::string> texts = {wanted.argv0.empty() ? path : wanted.argv0};
+    texts.insert(texts.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv = pointers_to(texts);
+
+    std::vector<std::string> variables = wanted.environment;
+    for (char** variable = environ; *variable; ++variable) {
+        variables.push_back(*variable);
+    }
+    std::vector<char*> envp = pointers_to(variables);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (wanted.standard_output >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, wanted.standard_output, STDOUT_FILENO);
+    }
+    const int failure =
+        posix_spawnp(&m_pid, path.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (failure != 0) {
+        throw std::runtime_error("cannot start " + path);
+    }
+}
+
+started_process::~started_process() {
+    kill_now();
+}
+
+void started_process::send(int signal) const {
+    if (!m_ended) {
+        kill(m_pid, signal);
+    }
+}
+
+bool started_process::poll(int flags) {
+    if (m_ended) {
+        return true;
+    }
+    int status = 0;
+    pid_t result;
+    do {
+        result = waitpid(m_pid, &status, flags);
+    } while (result < 0 && errno == EINTR);
+    if (result <= 0) {
+        return false;
+    }
+    if (WIFSTOPPED(status)) {
+        return true;
+    }
+    m_ended = true;
+    m_status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return true;
+}
+
+bool started_process::wait_until_stopped() {
+    return wait_until_without_loop([this] { return poll(WNOHANG | WUNTRACED); }) && !m_ended;
+}
+
+int started_process::wait_for_end() {
+    return wait_until_without_loop([this] { return poll(WNOHANG); }) ? m_status : -1000;
+}
+
+void started_process::kill_now() {
+    send(SIGKILL);
+    poll(0);
+}
+
+std::string test_program(const std::string& name) {
+    return std::string(VASK_TEST_PROGRAM_DIR) + "/" + name;
+}
+
+}  // namespace vask_test

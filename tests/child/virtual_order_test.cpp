@@ -1,0 +1,133 @@
+// Applications that were built against an earlier library call virtual operations by their slots.
+
+#include <cxxabi.h>
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "open_app.h"
+#include "vask_app_bridge.h"
+#include "vask_child.h"
+#include "vask_error.h"
+#include "vask_window_props.h"
+
+using namespace vask_test;
+using testing::ElementsAre;
+
+namespace {
+
+using slot = const void*;
+
+std::string demangled(const char* symbol) {
+    int status = 0;
+    char* text = abi::__cxa_demangle(symbol, nullptr, nullptr, &status);
+    const std::string result = status == 0 ? text : symbol;
+    std::free(text);
+    return result;
+}
+
+/** The function in a slot, or "" where the functions end. */
+std::string function_in(slot address) {
+    Dl_info info;
+    if (dladdr(address, &info) == 0 || !info.dli_sname || info.dli_saddr != address) {
+        return "";
+    }
+    return demangled(info.dli_sname);
+}
+
+std::vector<std::string> functions_from(const slot* table) {
+    std::vector<std::string> names;
+    for (std::string name; !(name = function_in(*table)).empty(); ++table) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+/** The functions in the first virtual table of an object of exactly this class. */
+template <typename Class>
+std::vector<std::string> virtual_functions(const Class& object) {
+    return functions_from(*reinterpret_cast<const slot* const*>(&object));
+}
+
+/** The pointer to a virtual member is its place in the table, in bytes, plus one. */
+template <typename Member>
+std::size_t slot_number(Member member) {
+    std::size_t place;
+    std::memcpy(&place, &member, sizeof place);
+    return (place - 1) / sizeof(slot);
+}
+
+}  // namespace
+
+// Every destructor has two slots: one leaves the memory alone, the other one frees it.
+
+TEST(virtual_order, of_the_base_object) {
+    const vask_object object;
+    EXPECT_THAT(virtual_functions(object),
+                ElementsAre("vask_object::~vask_object()", "vask_object::~vask_object()"));
+}
+
+TEST(virtual_order, of_an_abstract_error) {
+    // There are no objects of this class: the destructor's slots show in those of its subclass.
+    EXPECT_EQ(slot_number(&vask_abstract_error::clone), 2u);
+}
+
+TEST(virtual_order, of_an_error) {
+    const vask_error error;
+    EXPECT_THAT(virtual_functions(error),
+                ElementsAre("vask_error::~vask_error()", "vask_error::~vask_error()",
+                            "vask_error::clone() const"));
+}
+
+TEST(virtual_order, of_an_application) {
+    const vask_app app("app", 0, nullptr);
+    EXPECT_THAT(virtual_functions(app),
+                ElementsAre("vask_app::run()", "vask_app::~vask_app()", "vask_app::~vask_app()"));
+}
+
+TEST(virtual_order, of_a_child) {
+    command_line outside_the_bus{no_sys_init_marker};
+    const vask_child child("child", outside_the_bus.argc(), outside_the_bus.argv());
+    EXPECT_THAT(
+        virtual_functions(child),
+        ElementsAre(
+            "vask_app::run()", "vask_child::~vask_child()", "vask_child::~vask_child()",
+            "vask_child::emit_signal(int, char const*)",
+            "vask_child::set_window(int, int, int, int, unsigned int)",
+            "vask_child::command(int, char const*, char const**)",
+            "vask_child::connect_child_signal(void (*)(vask_child*, int, char const*, void*), "
+            "int, void*)",
+            "vask_child::disconnect_child_signal(void (*)(vask_child*, int, char const*, void*), "
+            "int, void*)"));
+}
+
+TEST(virtual_order, of_window_properties) {
+    const vask_window_props props;
+    EXPECT_THAT(virtual_functions(props), ElementsAre("vask_window_props::~vask_window_props()",
+                                                      "vask_window_props::~vask_window_props()"));
+}
+
+TEST(virtual_order, of_a_child_proxy) {
+    vask_app_bridge bridge("bridge", true);
+    const vask_child_proxy proxy(bridge, "proxy", 0, 0);
+    EXPECT_THAT(virtual_functions(proxy), ElementsAre("vask_child_proxy::~vask_child_proxy()",
+                                                      "vask_child_proxy::~vask_child_proxy()"));
+}
+
+TEST(virtual_order, of_a_bridge) {
+    const vask_app_bridge bridge("bridge", true);
+    EXPECT_THAT(
+        virtual_functions(bridge),
+        ElementsAre("vask_app_bridge::~vask_app_bridge()", "vask_app_bridge::~vask_app_bridge()",
+                    "vask_app_bridge::child_signal(int, char const*)",
+                    "vask_app_bridge::set_window(int, int, int, int, unsigned long)",
+                    "vask_app_bridge::switch_main_worker()", "vask_app_bridge::child_exit_cb(bool)",
+                    "vask_app_bridge::child_crash_cb(bool)",
+                    "vask_app_bridge::terminate_worker_impl()"));
+}

@@ -1,0 +1,31 @@
+#!/bin/sh
+# Usage: exported_symbols.sh check|update NM LIBRARY LIST
+# Compares the symbols that the library exports with the list, or writes the list anew.
+set -eu
+action=$1
+nm=$2
+library=$3
+list=$4
+
+# Once each, since compilers differ in how many variants of a constructor they emit. A symbol
+# without the version keeps its strange end and so differs from the list.
+exported_symbols() {
+    "$nm" -DC --defined-only "$library" | sed -E 's/^[0-9a-f]* +[A-Za-z] //; s/@@VASK_2$//' |
+        grep -vx VASK_2 | LC_ALL=C sort -u
+}
+
+if [ "$action" = update ]; then
+    exported_symbols >"$list"
+    exit 0
+fi
+
+exported_symbols | diff -u --label "listed in $list" --label "exported by $library" "$list" - &&
+    exit 0
+cat <<END
+
+The library exports other symbols than the list says. Programs that were linked against an earlier
+build break when one disappears (lines with -), and whatever appears (lines with +) has to be kept
+from now on. If that is what you want, write the list anew and commit it with your change:
+    cmake --build BUILD_DIRECTORY --target update_exported_symbols
+END
+exit 1

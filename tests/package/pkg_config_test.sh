@@ -1,0 +1,22 @@
+#!/bin/sh
+# Usage: pkg_config_test.sh LIBDIR COMPILER DIRECTORY
+# Builds the consumer program with what pkg-config says of the library installed in LIBDIR.
+set -eu
+libdir=$1
+compiler=$2
+directory=$3
+here=$(dirname "$0")
+. "$here/expect_consumer_output.sh"
+
+PKG_CONFIG_PATH=$libdir/pkgconfig
+export PKG_CONFIG_PATH
+[ "$(pkg-config --variable=libdir vask)" -ef "$libdir" ] || {
+    echo "vask.pc points to $(pkg-config --variable=libdir vask), but is installed in $libdir"
+    exit 1
+}
+rm -rf "$directory"
+mkdir -p "$directory"
+# shellcheck disable=SC2046
+"$compiler" -std=c++11 -Wall -Wextra -Wpedantic -Werror -o "$directory/consumer" \
+    "$here/consumer/consumer.cpp" $(pkg-config --cflags --libs vask) -Wl,-rpath,"$libdir"
+expect_consumer_output "$directory/consumer"
