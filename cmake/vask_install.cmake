@@ -26,5 +26,7 @@ install(FILES
     DESTINATION ${cmake_package_dir})
 install(EXPORT vask-targets NAMESPACE vask:: DESTINATION ${cmake_package_dir})
 
+# Relative, so that an installation can be moved.
+file(RELATIVE_PATH VASK_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/vask.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vask.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vask.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "bridge/child_end_watch.h"
 #include "bus/bus_names.h"
 #include "bus/session_bus.h"
 #include "foundation/glib_handles.h"
@@ -28,42 +29,10 @@ namespace {
 const char nest_level_variable[] = "VASK_NEST_LV";
 constexpr useconds_t poll_interval_usec = 10000;
 
-// True once nobody can wait for the child any more: it has ended and was reaped, by GLib's worker
-// thread, by the kernel for a parent that ignores SIGCHLD, or by the application.
-bool has_been_reaped(int pid) {
-    siginfo_t info;
-    return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == -1 &&
-           errno == ECHILD;
-}
-
-struct unwatched_end {
-    vask_app_bridge* bridge;
-    int pid;
-};
-
-gboolean report_unwatched_end(gpointer data) {
-    const auto* end = static_cast<unwatched_end*>(data);
-    vask_app_bridge::_child_watch(end->pid, 0, end->bridge);
-    return G_SOURCE_REMOVE;
-}
-
-guint add_child_watch(int pid, vask_app_bridge* bridge) {
-    const guint watch_id = g_child_watch_add(pid, vask_app_bridge::_child_watch, bridge);
-    if (!has_been_reaped(pid)) {
-        return watch_id;
-    }
-    // GLib may never hear of a child that was reaped before the watch began.
-    g_source_remove(watch_id);
-    return g_idle_add_full(G_PRIORITY_DEFAULT, report_unwatched_end, new unwatched_end{bridge, pid},
-                           [](gpointer data) { delete static_cast<unwatched_end*>(data); });
-}
-
 // Reaps a child that is nobody's any more, whenever it ends.
 void reap_silently(int pid) {
-    if (!has_been_reaped(pid)) {
-        g_child_watch_add(
-            pid, [](GPid, gint, gpointer) {}, nullptr);
-    }
+    watch_child_end(
+        pid, [](GPid, gint, gpointer) {}, nullptr);
 }
 
 strlist child_environment(const strlist& additions) {
@@ -190,7 +159,8 @@ bool vask_app_bridge::spawn_worker(int slot, const strlist& argv, const strlist&
     if (m_child_priority != 0) {
         set_priority(pid, m_child_priority);
     }
-    m_child_proxy[slot] = new vask_child_proxy(*this, obj_name, pid, add_child_watch(pid, this));
+    m_child_proxy[slot] =
+        new vask_child_proxy(*this, obj_name, pid, watch_child_end(pid, _child_watch, this));
     return true;
 }
 
@@ -292,7 +262,7 @@ bool vask_app_bridge::wait_for_end(int pid, unsigned int timeout_ms) const {
             return true;
         }
         if (waited < 0) {
-            // Mostly ECHILD: GLib's worker thread was faster. The child has ended all the same.
+            // Mostly ECHILD: somebody else has reaped it. The child has ended all the same.
             vask_p(VASK_P_ERR, "%s: waitpid: errno: %d\n", signature, errno);
             return true;
         }
