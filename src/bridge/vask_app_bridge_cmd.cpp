@@ -116,7 +116,11 @@ void vask_app_bridge::flush_child_cmd_buffer(vask_child_proxy* proxy) {
         return;
     }
     while (child_cmd_buffer* cmd = proxy->dequeue_cmd()) {
-        call_command(proxy, cmd->id, cmd->argument.c_str());
+        if (const char* problem = find_text_problem(cmd->argument.c_str())) {
+            vask_p(VASK_P_ERR, "Failed to send command %d: %s\n", cmd->id, problem);
+        } else {
+            call_command(proxy, cmd->id, cmd->argument.c_str());
+        }
         delete cmd;
     }
 }
