@@ -139,7 +139,7 @@ void suppressed_by_object(benchmark::State& state) {
     for (auto _ : state) {
         object.vask_p(VASK_P_DBG, "frame %d is drawn by %s\n", frame++, "the child");
     }
-    has_time_limit_ns(state, "3");
+    has_added_time_limit_ns(state, "3");
 }
 
 void suppressed_by_static_code(benchmark::State& state) {
@@ -147,7 +147,7 @@ void suppressed_by_static_code(benchmark::State& state) {
     for (auto _ : state) {
         vask_object::vask_p("bench", VASK_P_DBG, "frame %d is drawn by %s\n", frame++, "the child");
     }
-    has_time_limit_ns(state, "3");
+    has_added_time_limit_ns(state, "3");
 }
 
 BENCHMARK(two_printf_and_fflush<null_device>)

@@ -2,7 +2,8 @@
 """Prints one table from the JSON results of the benchmark programs.
 
 Benchmarks are named "group/competitor". Within a group, ratios are taken to the competitor whose
-label is "baseline". A label "ratio <= N" or "ns <= N" is a limit on the median. The exit status is
+label is "baseline". A label "ratio <= N" or "added ns <= N" is a limit on the medians' ratio or
+difference. The exit status is
 1 when a benchmark failed; a missed limit is only marked.
 """
 
@@ -64,14 +65,16 @@ def format_ratio(ratio):
     return f"{ratio:.3f}" if ratio < 10 else f"{ratio:.0f}"
 
 
-def format_limit(row, ratio):
-    match = re.fullmatch(r"(ratio|ns) <= (.+)", row.label)
-    if not match:
+def format_limit(row, baseline):
+    match = re.fullmatch(r"(ratio|added ns) <= (.+)", row.label)
+    if not match or not baseline:
         return ""
     kind, limit = match.groups()
-    measured = row.median() if kind == "ns" else ratio
-    text = f"{limit} ns" if kind == "ns" else limit
-    return text if measured is not None and measured <= float(limit) else f"{text} (missed)"
+    if kind == "ratio":
+        measured, text = row.median() / baseline.median(), limit
+    else:
+        measured, text = row.median() - baseline.median(), f"+{limit} ns"
+    return text if measured <= float(limit) else f"{text} (missed)"
 
 
 def table_cells(rows):
@@ -90,7 +93,7 @@ def table_cells(rows):
             format_time(row.median()),
             format_ratio(ratio) if baseline else "",
             format_ratio(best_ratio) if baseline else "",
-            format_limit(row, ratio),
+            format_limit(row, baseline),
         ]
 
 

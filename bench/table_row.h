@@ -16,8 +16,9 @@ inline void has_ratio_limit(benchmark::State& state, const char* ratio) {
     state.SetLabel(std::string("ratio <= ") + ratio);
 }
 
-inline void has_time_limit_ns(benchmark::State& state, const char* nanoseconds) {
-    state.SetLabel(std::string("ns <= ") + nanoseconds);
+// The limit of what the row costs beyond the baseline.
+inline void has_added_time_limit_ns(benchmark::State& state, const char* nanoseconds) {
+    state.SetLabel(std::string("added ns <= ") + nanoseconds);
 }
 
 #endif

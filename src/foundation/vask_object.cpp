@@ -10,7 +10,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <iterator>
+#include <limits>
 
 namespace {
 
@@ -31,6 +33,25 @@ public:
 private:
     const int m_errno;
 };
+
+void put_text(const char* text) {
+    fputs_unlocked(text != nullptr ? text : "(null)", stdout);
+}
+
+// Without printf, in which a short message would spend a third of its time for the header alone.
+void print_plain_header(const char* name, int pid, const char* level_name) {
+    char number[std::numeric_limits<int>::digits10 + 3];
+    *std::to_chars(number, number + sizeof(number), pid).ptr = '\0';
+    flockfile(stdout);
+    putc_unlocked('[', stdout);
+    put_text(name);
+    putc_unlocked(':', stdout);
+    put_text(number);
+    put_text("] ");
+    put_text(level_name);
+    put_text(": ");
+    funlockfile(stdout);
+}
 
 bool goes_to_syslog() {
     const char* value = getenv("VASK_SYSLOG");
@@ -171,7 +192,7 @@ void vask_object::vask_p_header(const char* name, vask_print_level level, const 
     if (print_flags & VASK_P_FLAG_ADDR) {
         printf("[%s:%d:%p] %s: ", name, my_pid, address, level_name);
     } else {
-        printf("[%s:%d] %s: ", name, my_pid, level_name);
+        print_plain_header(name, my_pid, level_name);
     }
 }
 
