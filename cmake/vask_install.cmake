@@ -6,9 +6,11 @@ set(vask_headers
     include/vask_app.h
     include/vask_app_bridge.h
     include/vask_child.h
+    include/vask_child_cmd.h
     include/vask_error.h
     include/vask_export.h
     include/vask_object.h
+    include/vask_utils.h
     include/vask_window_props.h)
 
 install(TARGETS vask EXPORT vask-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})

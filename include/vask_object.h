@@ -10,7 +10,9 @@
 #include <semaphore.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <list>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -44,6 +46,20 @@ enum vask_time_unit : int {
     VASK_TIME_MSEC = 1,
     VASK_TIME_USEC = 2,
     VASK_TIME_NSEC = 3
+};
+
+/** One registered process. */
+struct pid_array_entry {
+    std::int32_t pid;             /**< 0 or below is an unused slot */
+    std::int32_t reserved;        /**< neither written nor read */
+    alignas(8) std::uint64_t key; /**< 0 means no key */
+};
+
+/** The record of the process registry, as it lies in the shared object "vask_proc_pid_NAME". */
+struct pid_array {
+    std::uint32_t sequence; /**< odd while a writer changes the record */
+    std::int32_t count;     /**< number of valid entries */
+    pid_array_entry entries[1];
 };
 
 /**
@@ -264,14 +280,238 @@ public:
     static bool reboot_system();
 
     ///@}
-    /** @name Library lock */
+    /** @name Texts
+     *
+     * Every text is not null unless it says so. None of these logs, unless it says so.
+     */
     ///@{
+
+    /**
+     * Leaves characters out.
+     *
+     * @param text  any text
+     * @param c     left out wherever it occurs; 0 for none
+     * @param set   all of these are left out as well; may be empty
+     * @return what remains of @p text
+     */
+    static std::string strip(const char* text, char c, const char* set);
+
+    /** @return whether @p text has no other characters than 0 to 9; true for the empty text */
+    static bool is_number(const char* text);
+
+    /**
+     * Cuts a text into pieces. There are no empty pieces.
+     *
+     * @param text       any text
+     * @param delimiter  separates pieces
+     * @param set        all of these separate pieces as well; may be empty
+     * @return the pieces in order; none for a text that consists of separators
+     */
+    static std::vector<std::string> split(const char* text, char delimiter, const char* set);
+
+    /**
+     * Cuts a text in two at the first delimiter.
+     *
+     * @param text       any text
+     * @param delimiter  where to cut; it belongs to neither half
+     * @param set        characters that are left out first; may be empty
+     * @return two strings, either of which may be empty, or the whole text where there is no
+     *         delimiter
+     */
+    static std::vector<std::string> split_first(const char* text, char delimiter, const char* set);
+
+    /**
+     * @return whether @p text is four numbers up to 255 with dots between them. Several dots count
+     * as one, and line ends and tabs as dots; a blank is an error
+     */
+    static bool valid_ip_addr(const char* text);
+
+    /**
+     * @param n  any number
+     * @return the smallest power of two that is not below @p n; 0 for a number above 2147483648,
+     *         after "<vask_object_text:LINE> Failed to calculate for N" at ERR
+     */
+    static unsigned int calc_ge_pow2(unsigned int n);
+
+    ///@}
+    /** @name Paths and files
+     *
+     * Every text is not null.
+     */
+    ///@{
+
+    /**
+     * Joins path elements with one "/" between them.
+     *
+     * @param first  the first element, followed by further ones and a null pointer
+     */
+    static std::string build_path(const char* first, ...) __attribute__((sentinel));
+
+    /**
+     * @return what stands before the last "/" of @p path: the empty text for a path directly below
+     *         the root; the path itself when it has no "/" or ends with one
+     */
+    static std::string get_dir_name(const char* path);
+
+    /** @return the path of a program in /usr/bin; @p program is not examined */
+    static std::string make_exec_path(const char* program);
+
+    /**
+     * Turns a file URI into a path.
+     *
+     * @param uri  begins with exactly "file://"; percent-escapes are decoded; a host part stays
+     * @return what follows "file://"; the empty string for any other URI, and, after
+     *         "<vask_object_file:LINE> Failed to call soup_uri_decode: URI" at ERR, for one that
+     *         cannot be decoded
+     */
+    static std::string file_uri_to_local_path(const std::string& uri);
+
+    /**
+     * Makes a directory and those above it, with mode 0755 under the umask.
+     *
+     * @param path              the directory; may be relative and may end with slashes
+     * @param must_be_absolute  refuses a relative path
+     * @return true if it exists now, also when somebody else made it meanwhile; false after a line
+     *         under the name "vask_object", at WARN for a relative path that is refused
+     *         ("SIGNATURE: dirname doesn't begin w/ '/': PATH"), at ERR for a directory that cannot
+     *         be made ("SIGNATURE: Failed to call mkdir(): PATH: ERRNO"). What was made stays
+     */
+    static bool make_dir_if_necessary(const char* path, bool must_be_absolute);
+
+    /**
+     * Empties a directory and keeps it. Links are removed, not followed.
+     *
+     * @return false, with everything that was not reached still there, when it cannot be opened
+     *         ("Failed to call g_dir_open(): SIGNATURE" at ERR) or an entry cannot be removed
+     *         (delete_path() logs it)
+     */
+    static bool delete_dir(const char* path);
+
+    /**
+     * Removes a file, a link or a whole directory.
+     *
+     * @return false when it cannot be removed, after "SIGNATURE: Failed to call remove(): PATH :
+     *         ERRNO" at ERR under the name "vask_object"
+     */
+    static bool delete_path(const char* path);
+
+    ///@}
+    /** @name Named semaphores
+     *
+     * System-wide, by names without a slash. A failure is logged under the name "vask" as
+     * "<vask_object_sem:LINE> ...".
+     */
+    ///@{
+
+    /**
+     * Opens a named semaphore, creating it with mode 0666 under the umask if there is none.
+     *
+     * @param name        its name
+     * @param init_count  count of a new semaphore; an existing one keeps its count
+     * @param max_count   not below @p init_count; used for nothing else
+     * @return a handle for close_named_sem(); null on failure, logged at ERR:
+     *         "init_count(N) > max_count(N)" or "Failed to call sem_open(): ERRNO". EINVAL also
+     *         stands for a semaphore of a process with another word size
+     */
+    static sem_t* create_named_sem(const char* name, int init_count, int max_count);
+
+    /** Closes a handle; the semaphore stays.
+     *  @return false after "Failed to call sem_close(): REASON" at ERR */
+    static bool close_named_sem(sem_t* sem);
+
+    /** Removes the name; whoever has the semaphore open keeps it.
+     *  @return false after "Failed to call shm_unlink(NAME): REASON" at ERR */
+    static bool destroy_sem(const char* name);
+
+    /** Takes one count; blocks until there is one.
+     *  @return false for null, without a line, and after "Failed to sem_wait(): ERRNO" at ERR */
+    static bool vask_sem_wait(sem_t* sem);
+
+    /** Gives one count back.
+     *  @return false for null, without a line, and after "Failed to sem_post(): ERRNO" at ERR */
+    static bool vask_sem_post(sem_t* sem);
+
+    /** The same as vask_sem_wait(). */
+    static bool wait_named_sem(sem_t* sem);
+
+    /** The same as vask_sem_post(). */
+    static bool post_named_sem(sem_t* sem);
+
+    ///@}
+    /** @name Library lock
+     *
+     * One lock for the whole system, "vask_shm_lock", held by an object while it changes the
+     * process registry. Hold it for well under 5 seconds: whoever waits longer takes the holder for
+     * dead and breaks the lock.
+     */
+    ///@{
+
+    /**
+     * Takes the library lock; blocks until it is free, or has been held by the same holder for 5
+     * seconds, which is logged at WARN.
+     *
+     * @return true if this object holds the lock now; false without a line when the semaphore
+     * cannot be used, and after "Recursive lock request" at ERR when this object holds it already,
+     *         and goes on holding it
+     */
+    bool shm_lock();
 
     /**
      * Gives the library lock back. Without a hold it logs "No shm lock held." at WARN and does
      * nothing else. Does not block.
      */
     void shm_unlock();
+
+    ///@}
+    /** @name Process registry
+     *
+     * Processes register under their object's name, with a key of the application's choice, and are
+     * found by that name without a scan of the process table. There is no deregistration: a process
+     * that has ended is not listed any more. One that has ended but was not reaped by its parent
+     * still counts as alive.
+     */
+    ///@{
+
+    /** @return the name of the shared object that holds the registry of @p name */
+    static std::string make_stored_pid_name(const char* name);
+
+    /**
+     * Registers this process under this object's name, replacing its earlier registration. Blocks
+     * for the library lock.
+     *
+     * @param key  0 for none; any number of processes may have none. A key that another live
+     * process holds is refused, and leaves this process unregistered
+     * @return true when it is registered; false after a line at ERR: "Key(0xKEY) is already in
+     *         use.", "Failed lock shm (shm_name:OBJECT)", or "Failed to call CALL @
+     *         store_pid_to_shm" with shm_open, mmap, fstat, ftruncate or mremap. A full /dev/shm is
+     *         reported as ftruncate's failure
+     */
+    bool store_pid_to_shm(unsigned long key);
+
+    /**
+     * Looks a name up. Takes no lock; waits, at most 5 seconds, while a writer is at work.
+     *
+     * @param name  the name under which processes have registered
+     * @return the live processes by key; one of several with the same key, the last that
+     * registered. Empty when there is no registry (logged at DBG) and after a line at ERR: "Failed
+     * to call mmap @ find_stored_pid_from_shm", or mremap for a registry of more than a page. A
+     *         writer that died at work is logged at WARN, and what it left is listed
+     *
+     * Processes that the caller may not signal are not listed.
+     */
+    std::map<unsigned long, int> find_stored_pid_from_shm(const char* name) const;
+
+    /** The same for a string. */
+    std::map<unsigned long, int> find_stored_pid_from_shm(const std::string& name) const;
+
+    /**
+     * Drops the entries of this process, of ended processes and unused slots from a registry, in
+     * place. For a writer that holds the library lock and has made the sequence odd.
+     *
+     * @param array  mapped with at least its count of entries; not null
+     * @return the kept entries by key
+     */
+    std::map<unsigned long, int> resize_pid_array(pid_array* array) const;
 
     ///@}
     /** @name Process-wide state */

@@ -7,14 +7,12 @@
 
 namespace {
 
-const char bus_lost[] = "The connection to the session bus is lost";
-
 // Why a command cannot go out through a proxy that has been set up; null when it can.
 const char* find_problem(const vask_child_proxy* child, const char* argument) {
     if (const char* problem = find_text_problem(argument)) {
         return problem;
     }
-    return child->is_bus_alive() ? nullptr : bus_lost;
+    return child->is_bus_alive() ? nullptr : session_bus_is_lost;
 }
 
 void call_command(vask_child_proxy* child, int id, const char* argument) {
@@ -141,7 +139,7 @@ bool vask_app_bridge::send_window_data(vask_child_proxy* proxy, bool force, vask
         return report_failure(VASK_P_DBG, VASK_ERR_NO_CHILD_PROXY, "No child proxy yet!", err);
     }
     if (!proxy->is_bus_alive()) {
-        vask_p(VASK_P_ERR, "Failed to send window data: %s\n", bus_lost);
+        vask_p(VASK_P_ERR, "Failed to send window data: %s\n", session_bus_is_lost);
         return false;
     }
     dbus_g_proxy_call_no_reply(proxy->get_bus_proxy(), "SetWindow", G_TYPE_INT, get_window_x(),

@@ -19,6 +19,9 @@ DBusGProxy* new_bus_daemon_proxy(DBusGConnection* connection);
 // connection over it; null when it may. A null text may: it travels as the empty string.
 const char* find_text_problem(const char* text);
 
+// The problem of everything that is sent once is_bus_connected() is false.
+inline constexpr char session_bus_is_lost[] = "The connection to the session bus is lost";
+
 inline const char* null_as_empty(const char* text) {
     return text != nullptr ? text : "";
 }

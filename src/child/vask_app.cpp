@@ -1,6 +1,5 @@
 #include "vask_app.h"
 
-#include <glib-object.h>
 #include <glib.h>
 #include <limits.h>
 #include <stdio.h>
@@ -9,15 +8,11 @@
 
 #include <algorithm>
 
+#include "foundation/type_system.h"
+
 namespace {
 
 const char no_sys_init_marker[] = "--vask-app-no-sys-init";
-
-void init_type_system() {
-    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-    g_type_init();
-    G_GNUC_END_IGNORE_DEPRECATIONS
-}
 
 // The cursor is the caller's to move anywhere; sums with it stop at the ends of int.
 int clamp_to_int(long long value) {

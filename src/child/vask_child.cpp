@@ -70,7 +70,7 @@ private:
 
     // Nobody can reach the child any more: it has lost its purpose.
     void bus_lost() {
-        m_child.vask_p(VASK_P_ERR, "The connection to the session bus is lost\n");
+        m_child.vask_p(VASK_P_ERR, "%s\n", session_bus_is_lost);
         m_child.m_init_ok = false;  // ends a run() that has not begun yet
         m_child.app_quit_request(1);
     }

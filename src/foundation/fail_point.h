@@ -1,0 +1,12 @@
+#ifndef VASK_FAIL_POINT_H
+#define VASK_FAIL_POINT_H
+
+// Marks a place where tests let a process die. Nothing in a build that is installed.
+#ifdef VASK_FAIL_POINTS
+void vask_fail_point(const char* place);
+#define VASK_FAIL_POINT(place) vask_fail_point(place)
+#else
+#define VASK_FAIL_POINT(place) static_cast<void>(0)
+#endif
+
+#endif

@@ -1,0 +1,103 @@
+#include "foundation/pid_array_view.h"
+
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+
+namespace {
+
+constexpr std::size_t entries_offset = offsetof(pid_array, entries);
+
+// A value that another process does not have at the same address: tells whether a copy really came
+// out of this one. The recorded process id is that of the parent in a child made by fork().
+std::uint64_t make_token(const void* address) {
+    struct timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return reinterpret_cast<std::uintptr_t>(address) ^
+           (static_cast<std::uint64_t>(now.tv_sec) << 32) ^ static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+}  // namespace
+
+pid_array_view::pid_array_view(int fd) : m_fd(fd) {}
+
+bool pid_array_view::map() {
+    return m_mapping.map(m_fd, static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), PROT_READ);
+}
+
+std::size_t pid_array_view::reachable_size(const pid_array_snapshot& snapshot) const {
+    struct stat object;
+    if (fstat(m_fd, &object) != 0) {
+        return 0;
+    }
+    return std::min(static_cast<std::size_t>(object.st_size), snapshot.wanted_size);
+}
+
+bool pid_array_view::can_grow(const pid_array_snapshot& snapshot) {
+    return snapshot.wanted_size > m_mapping.size() && reachable_size(snapshot) > m_mapping.size();
+}
+
+bool pid_array_view::grow(const pid_array_snapshot& snapshot) {
+    return m_mapping.grow(std::max(reachable_size(snapshot), m_mapping.size()));
+}
+
+pid_array_snapshot pid_array_view::read() {
+    pid_array_snapshot snapshot;
+    m_copy.resize(m_mapping.size());
+    std::size_t length = read_through_mapping(snapshot);
+    if (length == 0) {
+        length = read_through_file(snapshot);
+    }
+    if (length < entries_offset) {
+        return snapshot;
+    }
+
+    std::int32_t count = 0;
+    memcpy(&snapshot.sequence, &m_copy[offsetof(pid_array, sequence)], sizeof(snapshot.sequence));
+    memcpy(&count, &m_copy[offsetof(pid_array, count)], sizeof(count));
+    const std::size_t wanted = std::min(static_cast<std::size_t>(std::max(count, 0)), most_entries);
+    snapshot.wanted_size = entries_offset + wanted * sizeof(pid_array_entry);
+    const std::size_t present = (length - entries_offset) / sizeof(pid_array_entry);
+    snapshot.entries.resize(std::min(wanted, present));
+    if (!snapshot.entries.empty()) {
+        memcpy(snapshot.entries.data(), &m_copy[entries_offset],
+               snapshot.entries.size() * sizeof(pid_array_entry));
+    }
+    return snapshot;
+}
+
+// The whole view and then the sequence again, in one system call. 0 when that is not possible: the
+// object has become shorter than the view, or the process may not read itself.
+std::size_t pid_array_view::read_through_mapping(pid_array_snapshot& snapshot) {
+    std::uint64_t token = 0;
+    token = make_token(&token);
+    std::uint64_t token_copy = ~token;
+    struct iovec from[] = {{&token, sizeof(token)},
+                           {m_mapping.address(), m_mapping.size()},
+                           {m_mapping.address(), sizeof(snapshot.sequence_after)}};
+    struct iovec to[] = {{&token_copy, sizeof(token_copy)},
+                         {m_copy.data(), m_copy.size()},
+                         {&snapshot.sequence_after, sizeof(snapshot.sequence_after)}};
+    const std::size_t whole = sizeof(token) + m_copy.size() + sizeof(snapshot.sequence_after);
+    const pid_t self = vask_object::my_pid != 0 ? vask_object::my_pid : getpid();
+    const ssize_t copied = process_vm_readv(self, to, std::size(to), from, std::size(from), 0);
+    const bool is_whole = copied == static_cast<ssize_t>(whole) && token_copy == token;
+    return is_whole ? m_copy.size() : 0;
+}
+
+std::size_t pid_array_view::read_through_file(pid_array_snapshot& snapshot) {
+    const ssize_t length = pread(m_fd, m_copy.data(), m_copy.size(), 0);
+    if (length < static_cast<ssize_t>(entries_offset) ||
+        pread(m_fd, &snapshot.sequence_after, sizeof(snapshot.sequence_after), 0) !=
+            static_cast<ssize_t>(sizeof(snapshot.sequence_after))) {
+        return 0;
+    }
+    return static_cast<std::size_t>(length);
+}

@@ -1,0 +1,55 @@
+#ifndef VASK_PID_ARRAY_VIEW_H
+#define VASK_PID_ARRAY_VIEW_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "foundation/shared_mapping.h"
+#include "vask_object.h"
+
+// More processes than the kernel can number cannot be registered, whatever an object claims.
+constexpr std::size_t most_entries = std::size_t{1} << 22;
+
+// What a reader of the process registry sees at one instant.
+struct pid_array_snapshot {
+    std::uint32_t sequence = 0;
+    std::uint32_t sequence_after = 0;  // read after everything else
+    std::vector<pid_array_entry> entries;
+    std::size_t wanted_size = 0;  // of a view that holds all entries the object claims to have
+
+    bool is_stable() const { return sequence % 2 == 0 && sequence_after == sequence; }
+};
+
+// A read-only view of a registry object that others write, shorten and lengthen meanwhile. Nothing
+// is loaded from the mapping directly: the kernel copies out of it, because a load from a page that
+// was cut off would end the process.
+class pid_array_view {
+public:
+    // The descriptor stays the caller's and must stay open.
+    explicit pid_array_view(int fd);
+
+    // Maps one page. False on failure.
+    bool map();
+
+    // Whether the object holds more of what a snapshot wants than the view shows.
+    bool can_grow(const pid_array_snapshot& snapshot);
+
+    // Shows as much of it as there is. False on failure.
+    bool grow(const pid_array_snapshot& snapshot);
+
+    pid_array_snapshot read();
+
+private:
+    std::size_t reachable_size(const pid_array_snapshot& snapshot) const;
+    std::size_t read_through_mapping(pid_array_snapshot& snapshot);
+    std::size_t read_through_file(pid_array_snapshot& snapshot);
+
+    const int m_fd;
+    shared_mapping m_mapping;
+    std::vector<unsigned char> m_copy;
+};
+
+#endif
