@@ -1,0 +1,342 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <time.h>
+
+#include <cerrno>
+#include <fstream>
+#include <functional>
+#include <utility>
+
+#include "foundation/library_lock_state.h"
+#include "support/interpose.h"
+
+using namespace vask_test;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+constexpr int wait_really = -2;
+
+// Takes the place of a wait for the lock: 0 is success, an errno is a failure.
+std::function<int(sem_t*, const timespec&)> wait_for_lock;
+bool real_time_clock_fails = false;
+
+bool operator<=(const timespec& a, const timespec& b) {
+    return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec <= b.tv_nsec);
+}
+
+timespec real_time() {
+    timespec now;
+    syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
+    return now;
+}
+
+timespec plus_seconds(timespec time, time_t seconds) {
+    time.tv_sec += seconds;
+    return time;
+}
+
+class library_lock_test : public testing::Test {
+protected:
+    ~library_lock_test() override {
+        wait_for_lock = nullptr;
+        real_time_clock_fails = false;
+    }
+
+    // The results of the next waits; later ones are real.
+    void script_waits(const std::vector<int>& results) {
+        wait_for_lock = [this, results](sem_t*, const timespec& deadline) {
+            deadlines.push_back(deadline);
+            return deadlines.size() <= results.size() ? results[deadlines.size() - 1] : wait_really;
+        };
+    }
+
+    void make_semaphore_file(size_t size) {
+        std::ofstream(library_lock::path) << std::string(size, '\0');
+    }
+
+    std::vector<timespec> deadlines;
+    shared_objects_removed cleanup;
+    log_catcher log;
+    named_object object{"object"};
+};
+
+}  // namespace
+
+extern "C" int sem_timedwait(sem_t* sem, const timespec* deadline) {
+    const int result = wait_for_lock ? wait_for_lock(sem, *deadline) : wait_really;
+    if (result == wait_really) {
+        return next_function<int(sem_t*, const timespec*)>("sem_timedwait")(sem, deadline);
+    }
+    errno = result;
+    return result == 0 ? 0 : -1;
+}
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    if (clock == CLOCK_REALTIME && real_time_clock_fails) {
+        errno = EINVAL;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+}
+
+TEST_F(library_lock_test, Is_taken_and_given_back) {
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_NE(object.shm_lock_sem, nullptr);
+    EXPECT_EQ(library_lock::value(), 0);
+    object.shm_unlock();
+    EXPECT_EQ(object.shm_lock_sem, nullptr);
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Can_be_taken_again_and_again) {
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_TRUE(object.shm_lock());
+        object.shm_unlock();
+    }
+    EXPECT_EQ(library_lock::value(), 1);
+}
+
+TEST_F(library_lock_test, Belongs_to_its_maker_and_can_be_seen_by_all) {
+    const mode_t before = umask(0);
+    ASSERT_TRUE(object.shm_lock());
+    umask(before);
+    object.shm_unlock();
+    struct stat info;
+    ASSERT_EQ(stat(library_lock::path, &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0644U);
+}
+
+TEST_F(library_lock_test, Is_not_taken_twice_by_one_object) {
+    ASSERT_TRUE(object.shm_lock());
+    sem_t* const held = object.shm_lock_sem;
+    EXPECT_FALSE(object.shm_lock());
+    EXPECT_EQ(object.shm_lock_sem, held);
+    EXPECT_EQ(library_lock::value(), 0);
+    EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "object", "Recursive lock request")));
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), 1);
+}
+
+TEST_F(library_lock_test, Cannot_be_given_back_without_a_hold) {
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), library_lock::missing);
+    ASSERT_TRUE(object.shm_lock());
+    object.shm_unlock();
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_THAT(log.lines(), ElementsAre(line("WARN", "object", "No shm lock held."),
+                                         line("WARN", "object", "No shm lock held.")));
+}
+
+TEST_F(library_lock_test, Is_given_back_by_the_destructor) {
+    {
+        named_object holder("holder");
+        ASSERT_TRUE(holder.shm_lock());
+        EXPECT_EQ(library_lock::value(), 0);
+    }
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Excludes_another_object_of_the_process) {
+    named_object holder("holder");
+    ASSERT_TRUE(holder.shm_lock());
+    wait_for_lock = [&holder](sem_t* sem, const timespec&) {
+        EXPECT_EQ(sem_trywait(sem), -1);
+        holder.shm_unlock();
+        return wait_really;
+    };
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_EQ(holder.shm_lock_sem, nullptr);
+    EXPECT_EQ(library_lock::value(), 0);
+    object.shm_unlock();
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Is_waited_for_until_5_seconds_from_now) {
+    script_waits({});
+    const timespec before = real_time();
+    ASSERT_TRUE(object.shm_lock());
+    const timespec after = real_time();
+    object.shm_unlock();
+    ASSERT_THAT(deadlines, SizeIs(1));
+    EXPECT_TRUE(plus_seconds(before, 5) <= deadlines[0]);
+    EXPECT_TRUE(deadlines[0] <= plus_seconds(after, 5));
+}
+
+TEST_F(library_lock_test, Keeps_its_deadline_when_a_signal_interrupts_the_wait) {
+    script_waits({EINTR, EINTR, EINTR});
+    EXPECT_TRUE(object.shm_lock());
+    object.shm_unlock();
+    ASSERT_THAT(deadlines, SizeIs(4));
+    for (const timespec& deadline : deadlines) {
+        EXPECT_EQ(deadline.tv_sec, deadlines[0].tv_sec);
+        EXPECT_EQ(deadline.tv_nsec, deadlines[0].tv_nsec);
+    }
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Is_broken_after_the_time_out_and_made_anew) {
+    library_lock::create(0);
+    sem_t* const abandoned = sem_open(library_lock::name, 0);
+    const ino_t identity = library_lock::identity();
+    script_waits({ETIMEDOUT});
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_NE(library_lock::identity(), identity);
+    EXPECT_EQ(library_lock::value(), 0);
+    EXPECT_THAT(log.lines(), ElementsAre(library_lock::forced("object")));
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_EQ(sem_trywait(abandoned), -1);
+    sem_close(abandoned);
+}
+
+TEST_F(library_lock_test, Gets_a_new_deadline_for_every_attempt) {
+    library_lock::create(0);
+    timespec second_attempt = {};
+    wait_for_lock = [this, &second_attempt](sem_t*, const timespec& deadline) {
+        deadlines.push_back(deadline);
+        if (deadlines.size() == 1) {
+            second_attempt = real_time();
+            return ETIMEDOUT;
+        }
+        return wait_really;
+    };
+    EXPECT_TRUE(object.shm_lock());
+    object.shm_unlock();
+    ASSERT_THAT(deadlines, SizeIs(2));
+    EXPECT_TRUE(plus_seconds(second_attempt, 5) <= deadlines[1]);
+}
+
+TEST_F(library_lock_test, Is_broken_as_often_as_it_takes) {
+    script_waits(std::vector<int>(50, ETIMEDOUT));
+    EXPECT_TRUE(object.shm_lock());
+    object.shm_unlock();
+    EXPECT_THAT(log.lines(), testing::AllOf(SizeIs(50), Each(library_lock::forced("object"))));
+    EXPECT_EQ(library_lock::value(), 1);
+}
+
+TEST_F(library_lock_test, That_somebody_else_has_broken_and_made_anew_is_not_broken_again) {
+    library_lock::create(0);
+    ino_t identity_of_new = 0;
+    wait_for_lock = [this, &identity_of_new](sem_t*, const timespec& deadline) {
+        deadlines.push_back(deadline);
+        if (deadlines.size() > 1) {
+            return wait_really;
+        }
+        library_lock::replace(1);
+        identity_of_new = library_lock::identity();
+        return ETIMEDOUT;
+    };
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_EQ(library_lock::identity(), identity_of_new);
+    EXPECT_EQ(library_lock::value(), 0);
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), 1);
+}
+
+TEST_F(library_lock_test, That_is_broken_lets_nobody_in_when_it_is_posted_late) {
+    library_lock::create(0);
+    sem_t* const broken = sem_open(library_lock::name, 0);
+    std::vector<sem_t*> waited_for;
+    wait_for_lock = [&waited_for, broken](sem_t* sem, const timespec&) {
+        waited_for.push_back(sem);
+        if (waited_for.size() == 1) {
+            library_lock::replace(0);
+            sem_post(broken);
+            return wait_really;
+        }
+        EXPECT_EQ(sem_trywait(sem), -1);
+        sem_post(sem);
+        return wait_really;
+    };
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_THAT(waited_for, SizeIs(2));
+    EXPECT_EQ(library_lock::value(), 0);
+    EXPECT_THAT(log.lines(), IsEmpty());
+
+    // The late post goes on to whoever else still waits for the broken one.
+    EXPECT_EQ(sem_trywait(broken), 0);
+    sem_close(broken);
+}
+
+TEST_F(library_lock_test, That_was_broken_is_given_back_without_harm_to_the_new_one) {
+    named_object slow("slow");
+    ASSERT_TRUE(slow.shm_lock());
+    script_waits({ETIMEDOUT});
+    ASSERT_TRUE(object.shm_lock());
+    slow.shm_unlock();
+    EXPECT_EQ(slow.shm_lock_sem, nullptr);
+    EXPECT_EQ(library_lock::value(), 0);
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_THAT(log.lines(), ElementsAre(library_lock::forced("object")));
+}
+
+TEST_F(library_lock_test, Is_not_taken_when_the_wait_fails) {
+    library_lock::create(1);
+    script_waits({EINVAL});
+    EXPECT_FALSE(object.shm_lock());
+    EXPECT_EQ(object.shm_lock_sem, nullptr);
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Stays_with_its_holder_when_the_wait_of_another_fails) {
+    ASSERT_TRUE(object.shm_lock());
+    named_object other("other");
+    script_waits({EINVAL});
+    EXPECT_FALSE(other.shm_lock());
+    EXPECT_EQ(library_lock::value(), 0);
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), 1);
+}
+
+TEST_F(library_lock_test, Is_not_taken_when_the_clock_cannot_be_read) {
+    real_time_clock_fails = true;
+    EXPECT_FALSE(object.shm_lock());
+    EXPECT_EQ(object.shm_lock_sem, nullptr);
+    real_time_clock_fails = false;
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_TRUE(object.shm_lock());
+    object.shm_unlock();
+}
+
+TEST_F(library_lock_test, Is_not_taken_when_its_file_has_another_size) {
+    for (const size_t size :
+         {size_t{0}, size_t{16}, sizeof(sem_t) - 1, sizeof(sem_t) + 1, size_t{4096}}) {
+        make_semaphore_file(size);
+        EXPECT_FALSE(object.shm_lock()) << size;
+        EXPECT_EQ(object.shm_lock_sem, nullptr);
+        EXPECT_EQ(std::filesystem::file_size(library_lock::path), size);
+    }
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Is_not_taken_when_something_else_has_its_name) {
+    std::filesystem::create_directory(library_lock::path);
+    EXPECT_FALSE(object.shm_lock());
+    std::filesystem::remove(library_lock::path);
+    std::filesystem::create_symlink("/dev/zero", library_lock::path);
+    EXPECT_FALSE(object.shm_lock());
+    std::filesystem::remove(library_lock::path);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Of_another_user_is_not_taken) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only the superuser can act as another user";
+    }
+    library_lock::create(1);
+    ASSERT_EQ(seteuid(65534), 0);
+    EXPECT_FALSE(object.shm_lock());
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}

@@ -1,0 +1,98 @@
+#ifndef VASK_TEST_REGISTRY_PROCESS_H
+#define VASK_TEST_REGISTRY_PROCESS_H
+
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+#include "vask_object.h"
+
+/** A zero-initialised value that this process and those it forks later have in common. */
+template <typename Value>
+class shared_value {
+public:
+    shared_value()
+        : m_address(mmap(nullptr, sizeof(Value), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                         -1, 0)) {
+        if (m_address == MAP_FAILED)
+            std::abort();
+        new (m_address) Value();
+    }
+    ~shared_value() { munmap(m_address, sizeof(Value)); }
+    shared_value(const shared_value&) = delete;
+    shared_value& operator=(const shared_value&) = delete;
+
+    Value& operator*() const { return *static_cast<Value*>(m_address); }
+    Value* operator->() const { return static_cast<Value*>(m_address); }
+
+private:
+    void* const m_address;
+};
+
+/** A forked process that ends with the result of a function, and with this object at the latest. */
+class forked_process {
+public:
+    explicit forked_process(const std::function<int()>& work) {
+        std::fflush(stdout);
+        m_pid = fork();
+        if (m_pid < 0)
+            std::abort();
+        if (m_pid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            // As in a program that was started, not only forked.
+            vask_object::my_pid = getpid();
+            _exit(work());
+        }
+    }
+    ~forked_process() {
+        if (!m_reaped)
+            kill_now();
+    }
+    forked_process(const forked_process&) = delete;
+    forked_process& operator=(const forked_process&) = delete;
+
+    pid_t pid() const { return m_pid; }
+
+    void kill_now() {
+        kill(m_pid, SIGKILL);
+        wait_for_end();
+    }
+
+    /** The exit status, or minus the number of the signal that ended it. */
+    int wait_for_end() {
+        int status = 0;
+        while (waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        m_reaped = true;
+        return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+    }
+
+    /** Waits until it is dead, and leaves it to be reaped later. */
+    void wait_until_zombie() const {
+        siginfo_t info;
+        while (waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOWAIT) != 0 &&
+               errno == EINTR) {
+        }
+    }
+
+private:
+    pid_t m_pid = -1;
+    bool m_reaped = false;
+};
+
+/** Blocks until a signal ends the process. */
+[[noreturn]] inline void wait_for_a_signal() {
+    for (;;)
+        pause();
+}
+
+#endif

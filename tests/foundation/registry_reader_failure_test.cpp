@@ -1,0 +1,204 @@
+// What a lookup makes of calls that fail and of writers that never come to an end.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "foundation/registry_faults.h"
+#include "foundation/registry_member.h"
+
+using namespace vask_test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+using testing::SizeIs;
+
+namespace {
+
+class registry_reader_failure : public registry_test {
+protected:
+    // Every reading of the clock is a second later than the last one.
+    static void make_clock_leap() { registry_faults::now.clock_step_sec = 1; }
+
+    static log_line reset() {
+        return line("WARN", "looker",
+                    "Possibly, the lock-owner was unexpectedly dead. Reset array->sequence to 0.");
+    }
+
+    registry_faults::healed healed;
+};
+
+}  // namespace
+
+TEST_F(registry_reader_failure, Of_opening_is_a_line_for_debugging) {
+    registry_object("program").append(my_pid, 1);
+    registry_faults::now.failing_call = "shm_open";
+    EXPECT_THAT(find(), IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Of_mapping_is_reported) {
+    registry_object("program").append(my_pid, 1);
+    registry_faults::now.failing_call = "mmap";
+    EXPECT_THAT(find(), IsEmpty());
+    EXPECT_THAT(log.lines(),
+                ElementsAre(error("looker", "Failed to call mmap @ find_stored_pid_from_shm")));
+}
+
+TEST_F(registry_reader_failure, Of_growing_is_reported) {
+    registry_object("program").fill(300, my_pid);
+    registry_faults::now.failing_call = "mremap";
+    EXPECT_THAT(find(), IsEmpty());
+    EXPECT_THAT(log.lines(),
+                ElementsAre(error("looker", "Failed to call mremap @ find_stored_pid_from_shm")));
+}
+
+TEST_F(registry_reader_failure, Of_growing_does_not_concern_a_registry_of_one_page) {
+    registry_object("program").fill(255, my_pid);
+    registry_faults::now.failing_call = "mremap";
+    EXPECT_THAT(find(), SizeIs(255));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Of_the_clock_finds_nobody_and_says_nothing) {
+    registry_object("program").append(my_pid, 1);
+    registry_faults::now.clock_readings = 0;
+    const registry_map found = find();
+    registry_faults::now.clock_readings = -1;
+    EXPECT_THAT(found, IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Of_the_clock_ends_the_wait_for_a_writer) {
+    registry_object bytes("program");
+    bytes.append(my_pid, 1);
+    bytes.set_sequence(3);
+    registry_faults::now.clock_readings = 3;
+    const registry_map found = find();
+    registry_faults::now.clock_readings = -1;
+    EXPECT_THAT(found, IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Of_the_kernel_to_copy_changes_no_result) {
+    registry_object("one_page").fill(200, my_pid);
+    registry_object("two_pages").fill(300, my_pid);
+    const registry_map one_page = find("one_page");
+    const registry_map two_pages = find("two_pages");
+    ASSERT_THAT(one_page, SizeIs(200));
+    ASSERT_THAT(two_pages, SizeIs(300));
+    for (const int error : {EPERM, ENOSYS}) {
+        registry_faults::now.failing_call = "process_vm_readv";
+        registry_faults::now.failing_error = error;
+        EXPECT_EQ(find("one_page"), one_page);
+        EXPECT_EQ(find("two_pages"), two_pages);
+    }
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Of_a_writer_is_found_out_when_the_kernel_does_not_copy_either) {
+    registry_object bytes("program");
+    bytes.append(my_pid, 1);
+    bytes.set_sequence(3);
+    registry_faults::now.failing_call = "process_vm_readv";
+    make_clock_leap();
+    EXPECT_THAT(find(), ElementsAre(Pair(1, my_pid)));
+    EXPECT_THAT(log.lines(), ElementsAre(reset()));
+}
+
+TEST_F(registry_reader_failure, Of_a_writer_is_reported_once_and_what_it_left_is_listed) {
+    registry_object bytes("program");
+    bytes.append(getppid(), 1);
+    bytes.append(my_pid, 2);
+    bytes.set_sequence(3);
+    make_clock_leap();
+    EXPECT_THAT(find(), ElementsAre(Pair(1, getppid()), Pair(2, my_pid)));
+    EXPECT_THAT(log.lines(), ElementsAre(reset()));
+}
+
+TEST_F(registry_reader_failure, Of_a_writer_of_a_large_registry_is_reported_once) {
+    registry_object bytes("program");
+    bytes.fill(1000, my_pid);
+    bytes.set_sequence(3);
+    make_clock_leap();
+    EXPECT_THAT(find(), SizeIs(1000));
+    EXPECT_THAT(log.lines(), ElementsAre(reset()));
+}
+
+TEST_F(registry_reader_failure, Of_a_writer_leaves_the_record_to_the_next_writer) {
+    registry_object bytes("program");
+    bytes.append(my_pid, 1);
+    bytes.set_sequence(3);
+    make_clock_leap();
+    find();
+    EXPECT_EQ(bytes.sequence(), 3U);
+    log.clear();
+    EXPECT_TRUE(object.store_pid_to_shm(2));
+    EXPECT_EQ(bytes.sequence(), 2U);
+    EXPECT_THAT(log.lines(),
+                ElementsAre(line("WARN", "program",
+                                 "Possibly, the lock-owner was unexpectedly dead. Reset "
+                                 "array->sequence to 1.")));
+    log.clear();
+    EXPECT_THAT(find(), ElementsAre(Pair(2, my_pid)));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Of_a_record_to_come_to_rest_ends_the_wait_as_well) {
+    registry_object bytes("program");
+    bytes.append(my_pid, 1);
+    bytes.set_sequence(2);
+    registry_faults::now.sequence_is_restless = true;
+    make_clock_leap();
+    EXPECT_THAT(find(), ElementsAre(Pair(1, my_pid)));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Is_none_when_the_writer_comes_to_an_end) {
+    registry_object bytes("program");
+    bytes.append(my_pid, 1);
+    bytes.set_sequence(3);
+    int copies = 0;
+    registry_faults::now.after_copy = [&] {
+        if (++copies == 5) {
+            bytes.append(getppid(), 2);
+            bytes.set_sequence(4);
+        }
+    };
+    EXPECT_THAT(find(), ElementsAre(Pair(1, my_pid), Pair(2, getppid())));
+    EXPECT_EQ(copies, 6);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Is_none_when_the_registry_grows_beyond_the_view_meanwhile) {
+    registry_object bytes("program");
+    bytes.fill(255, my_pid);
+    int copies = 0;
+    registry_faults::now.after_copy = [&] {
+        if (++copies == 1) {
+            bytes.set_sequence(3);
+        }
+        if (copies == 2) {
+            bytes.fill(600, my_pid);
+            bytes.set_sequence(4);
+        }
+    };
+    bytes.set_sequence(1);
+    EXPECT_THAT(find(), SizeIs(600));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Of_an_object_to_stop_growing_ends_the_growth_of_the_view) {
+    registry_object bytes("program");
+    bytes.fill(300, my_pid);
+    int copies = 0;
+    registry_faults::now.after_copy = [&] {
+        if (++copies < 1000) {
+            bytes.fill(300 + static_cast<size_t>(copies), my_pid);
+        }
+    };
+    make_clock_leap();
+    EXPECT_FALSE(find().empty());
+    EXPECT_LE(copies, 100);
+}
