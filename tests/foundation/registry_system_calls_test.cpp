@@ -49,7 +49,8 @@ call_counts count_between_marks(pid_t pid) {
         const auto argument = static_cast<int>(info.entry.args[0]);
         if (number == SYS_close && argument == end_mark) {
             counts.complete = counting;
-            counting = false;
+            ptrace(PTRACE_DETACH, pid, nullptr, nullptr);
+            break;
         }
         if (counting) {
             ++counts.by_number[number];
@@ -76,7 +77,9 @@ protected:
         int status = 0;
         waitpid(reader.pid(), &status, 0);
         EXPECT_TRUE(WIFSTOPPED(status));
-        return count_between_marks(reader.pid());
+        const call_counts counts = count_between_marks(reader.pid());
+        EXPECT_EQ(reader.wait_for_end(), 0) << "It has found something else.";
+        return counts;
     }
 };
 
