@@ -14,6 +14,7 @@
 #include "open_app.h"
 #include "vask_app_bridge.h"
 #include "vask_child.h"
+#include "vask_child_cmd.h"
 #include "vask_error.h"
 #include "vask_window_props.h"
 
@@ -130,4 +131,17 @@ TEST(virtual_order, of_a_bridge) {
                     "vask_app_bridge::switch_main_worker()", "vask_app_bridge::child_exit_cb(bool)",
                     "vask_app_bridge::child_crash_cb(bool)",
                     "vask_app_bridge::terminate_worker_impl()"));
+}
+
+TEST(virtual_order, of_a_controller) {
+    const vask_child_cmd_base controller("controller", "program");
+    EXPECT_THAT(virtual_functions(controller),
+                ElementsAre("vask_child_cmd_base::~vask_child_cmd_base()",
+                            "vask_child_cmd_base::~vask_child_cmd_base()"));
+}
+
+TEST(virtual_order, of_a_controller_tool) {
+    const vask_child_cmd tool("tool", "program", "1", true);
+    EXPECT_THAT(virtual_functions(tool), ElementsAre("vask_child_cmd::~vask_child_cmd()",
+                                                     "vask_child_cmd::~vask_child_cmd()"));
 }
