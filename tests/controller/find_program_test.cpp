@@ -11,11 +11,11 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "child/started_process.h"
+#include "controller/idle_process.h"
 #include "foundation/file_scratch.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
@@ -32,14 +32,6 @@ namespace {
 
 std::vector<int> find(const char* program) {
     return vask_child_cmd_base("finder", program).find_program();
-}
-
-/** A process that does nothing under an argv[0] of choice. */
-std::unique_ptr<started_process> start_as(const std::string& argv0,
-                                          const std::string& argument = "1000") {
-    started_process::options wanted;
-    wanted.argv0 = argv0;
-    return std::make_unique<started_process>("sleep", std::vector<std::string>{argument}, wanted);
 }
 
 /** No file can be opened while it lives. */
@@ -60,38 +52,38 @@ private:
 }  // namespace
 
 TEST(find_program, Finds_a_program_started_by_its_path) {
-    const auto process = start_as("/usr/bin/wanted");
-    EXPECT_THAT(find("wanted"), ElementsAre(process->pid()));
+    const idle_process process("/usr/bin/wanted");
+    EXPECT_THAT(find("wanted"), ElementsAre(process.pid()));
 }
 
 TEST(find_program, Finds_a_program_started_from_its_directory) {
-    const auto process = start_as("./wanted");
-    EXPECT_THAT(find("wanted"), ElementsAre(process->pid()));
+    const idle_process process("./wanted");
+    EXPECT_THAT(find("wanted"), ElementsAre(process.pid()));
 }
 
 TEST(find_program, Finds_a_program_started_by_its_name) {
-    const auto process = start_as("wanted");
-    EXPECT_THAT(find("wanted"), ElementsAre(process->pid()));
+    const idle_process process("wanted");
+    EXPECT_THAT(find("wanted"), ElementsAre(process.pid()));
 }
 
 TEST(find_program, Does_not_find_a_longer_name) {
-    const auto longer_at_the_end = start_as("wanted_too");
-    const auto longer_at_the_beginning = start_as("/usr/bin/most_wanted");
+    const idle_process longer_at_the_end("wanted_too");
+    const idle_process longer_at_the_beginning("/usr/bin/most_wanted");
     EXPECT_THAT(find("wanted"), IsEmpty());
 }
 
 TEST(find_program, Does_not_find_a_shorter_name) {
-    const auto process = start_as("/usr/bin/want");
+    const idle_process process("/usr/bin/want");
     EXPECT_THAT(find("wanted"), IsEmpty());
 }
 
 TEST(find_program, Tells_capital_letters_from_small_ones) {
-    const auto process = start_as("Wanted");
+    const idle_process process("Wanted");
     EXPECT_THAT(find("wanted"), IsEmpty());
 }
 
 TEST(find_program, Does_not_find_a_directory_on_the_way) {
-    const auto process = start_as("/opt/wanted/other");
+    const idle_process process("/opt/wanted/other");
     EXPECT_THAT(find("wanted"), IsEmpty());
 }
 
@@ -112,6 +104,7 @@ TEST(find_program, Does_not_look_behind_an_empty_first_word) {
     char* const argv[] = {empty, duration, nullptr};
     pid_t pid = -1;
     ASSERT_EQ(posix_spawnp(&pid, "sleep", nullptr, nullptr, argv, environ), 0);
+    wait_for_command_line(pid);
 
     EXPECT_THAT(find("1000"), IsEmpty());
     EXPECT_THAT(find(""), IsEmpty());
@@ -121,54 +114,54 @@ TEST(find_program, Does_not_look_behind_an_empty_first_word) {
 }
 
 TEST(find_program, Passes_over_trailing_slashes) {
-    const auto process = start_as("/usr/bin/wanted//");
-    EXPECT_THAT(find("wanted"), ElementsAre(process->pid()));
+    const idle_process process("/usr/bin/wanted//");
+    EXPECT_THAT(find("wanted"), ElementsAre(process.pid()));
 }
 
 TEST(find_program, Passes_over_trailing_tabs_and_line_ends) {
-    const auto tab = start_as("wanted\t");
-    const auto line_end = start_as("./wanted\r\n");
-    EXPECT_THAT(find("wanted"), UnorderedElementsAre(tab->pid(), line_end->pid()));
+    const idle_process tab("wanted\t");
+    const idle_process line_end("./wanted\r\n");
+    EXPECT_THAT(find("wanted"), UnorderedElementsAre(tab.pid(), line_end.pid()));
 }
 
 TEST(find_program, Takes_tabs_and_line_ends_for_separators) {
-    const auto tab = start_as("other\twanted");
-    const auto carriage_return = start_as("other\rwanted");
-    const auto line_end = start_as("other\nwanted");
+    const idle_process tab("other\twanted");
+    const idle_process carriage_return("other\rwanted");
+    const idle_process line_end("other\nwanted");
     EXPECT_THAT(find("wanted"),
-                UnorderedElementsAre(tab->pid(), carriage_return->pid(), line_end->pid()));
+                UnorderedElementsAre(tab.pid(), carriage_return.pid(), line_end.pid()));
     EXPECT_THAT(find("other"), IsEmpty());
 }
 
 TEST(find_program, Takes_a_blank_for_a_part_of_the_name) {
-    const auto process = start_as("/usr/bin/wanted --daemon");
+    const idle_process process("/usr/bin/wanted --daemon");
     EXPECT_THAT(find("wanted"), IsEmpty());
-    EXPECT_THAT(find("wanted --daemon"), ElementsAre(process->pid()));
+    EXPECT_THAT(find("wanted --daemon"), ElementsAre(process.pid()));
 }
 
 TEST(find_program, Does_not_find_a_first_word_of_separators) {
-    const auto process = start_as("/\t//\r\n");
+    const idle_process process("/\t//\r\n");
     EXPECT_THAT(find(""), IsEmpty());
     EXPECT_THAT(find("/"), IsEmpty());
 }
 
 TEST(find_program, Compares_bytes) {
-    const auto process = start_as("/opt/caf\xe9");
-    EXPECT_THAT(find("caf\xe9"), ElementsAre(process->pid()));
+    const idle_process process("/opt/caf\xe9");
+    EXPECT_THAT(find("caf\xe9"), ElementsAre(process.pid()));
     EXPECT_THAT(find("caf\xc3\xa9"), IsEmpty());
 }
 
 TEST(find_program, Finds_a_name_of_several_pages) {
     const std::string name(20000, 'x');
-    const auto process = start_as("/usr/bin/" + name);
-    EXPECT_THAT(find(name.c_str()), ElementsAre(process->pid()));
+    const idle_process process("/usr/bin/" + name);
+    EXPECT_THAT(find(name.c_str()), ElementsAre(process.pid()));
 }
 
 TEST(find_program, Finds_all_processes_of_the_program) {
-    const auto first = start_as("wanted");
-    const auto other = start_as("other");
-    const auto second = start_as("/usr/bin/wanted");
-    EXPECT_THAT(find("wanted"), UnorderedElementsAre(first->pid(), second->pid()));
+    const idle_process first("wanted");
+    const idle_process other("other");
+    const idle_process second("/usr/bin/wanted");
+    EXPECT_THAT(find("wanted"), UnorderedElementsAre(first.pid(), second.pid()));
 }
 
 TEST(find_program, Finds_the_calling_process_too) {
@@ -176,18 +169,18 @@ TEST(find_program, Finds_the_calling_process_too) {
 }
 
 TEST(find_program, Does_not_find_what_has_ended) {
-    const auto process = start_as("wanted");
-    process->kill_now();
+    idle_process process("wanted");
+    process.kill_now();
     EXPECT_THAT(find("wanted"), IsEmpty());
 }
 
 TEST(find_program, Does_not_find_a_zombie) {
-    const auto process = start_as("wanted");
-    process->send(SIGKILL);
+    const idle_process process("wanted");
+    process.send(SIGKILL);
     siginfo_t info;
-    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(process->pid()), &info, WEXITED | WNOWAIT), 0);
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(process.pid()), &info, WEXITED | WNOWAIT), 0);
 
-    ASSERT_EQ(kill(process->pid(), 0), 0);
+    ASSERT_EQ(kill(process.pid(), 0), 0);
     EXPECT_THAT(find("wanted"), IsEmpty());
 }
 
@@ -228,7 +221,7 @@ TEST(find_program, Says_on_standard_output_that_there_is_no_process_table) {
 TEST(find_program, Finds_nothing_when_it_can_open_nothing_more) {
     // The descriptor of the directory is the last one.
     log_catcher log;
-    const auto process = start_as("wanted");
+    const idle_process process("wanted");
     const vask_child_cmd_base finder("finder", "wanted");
     const int next = dup(STDOUT_FILENO);
     close(next);

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "child/started_process.h"
+#include "controller/idle_process.h"
 #include "controller/open_controller.h"
 #include "controller/tool_fixture.h"
 #include "foundation/library_lock_state.h"
@@ -36,15 +36,9 @@ protected:
     std::string reply = "untouched";
 };
 
-started_process::options as_wanted() {
-    started_process::options wanted;
-    wanted.argv0 = controller_child_name;
-    return wanted;
-}
-
 class tool_without_bus : public tool_test {
 protected:
-    const started_process target{"sleep", {"1000"}, as_wanted()};
+    const idle_process target{controller_child_name};
 };
 
 }  // namespace
@@ -72,7 +66,7 @@ TEST_F(controller_without_bus, May_try_again) {
 }
 
 TEST_F(controller_without_bus, Calls_nobody) {
-    const started_process target("sleep", {"1000"}, as_wanted());
+    const idle_process target(controller_child_name);
     EXPECT_FALSE(controller.call(1, "x", &reply));
     expect_no_proxy();
 }

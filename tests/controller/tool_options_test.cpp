@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "child/started_process.h"
+#include "controller/idle_process.h"
 #include "controller/tool_fixture.h"
 
 using namespace vask_test;
@@ -18,13 +18,7 @@ namespace {
 /** A process is there that would be a target. */
 class tool_options : public tool_test {
 protected:
-    static started_process::options as_wanted() {
-        started_process::options wanted;
-        wanted.argv0 = controller_child_name;
-        return wanted;
-    }
-
-    const started_process target{"sleep", {"1000"}, as_wanted()};
+    const idle_process target{controller_child_name};
 };
 
 void expect_entry(int index, const char* long_name, char short_name, GOptionArg type,
@@ -147,9 +141,4 @@ TEST_F(tool_options, Fail_when_the_pid_is_out_of_range) {
     EXPECT_EQ(tool.run_with({"tool", "--pid=4294967296", "note"}), 1);
     EXPECT_THAT(log.text(), StartsWith("option parsing failed: Integer value"));
     EXPECT_THAT(tool.noted, IsEmpty());
-}
-
-TEST_F(tool_options, Fail_when_a_flag_is_given_a_value) {
-    EXPECT_EQ(tool.run_with({"tool", "--list=yes"}), 1);
-    EXPECT_THAT(log.text(), StartsWith("option parsing failed: "));
 }

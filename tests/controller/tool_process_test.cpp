@@ -70,8 +70,8 @@ TEST_F(tool_process, Shows_the_help_of_the_option_parser_and_ends) {
     EXPECT_THAT(log.text(), testing::HasSubstr("[command] [command_args]\n"));
     EXPECT_THAT(log.lines(),
                 testing::IsSupersetOf(
-                    {line("", "", "  -V, --version    Show the version number of ruvo_cmd"),
-                     line("", "", "  -U, --usage      Show available commands"),
-                     line("", "", "  -l, --list       Show the list of the target processes"),
-                     line("", "", "  -p, --pid        Specify a ruvoko pid to send command")}));
+                    {line("", "", "  -V, --version     Show the version number of ruvo_cmd"),
+                     line("", "", "  -U, --usage       Show available commands"),
+                     line("", "", "  -l, --list        Show the list of the target processes"),
+                     line("", "", "  -p, --pid         Specify a ruvoko pid to send command")}));
 }

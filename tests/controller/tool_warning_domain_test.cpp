@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "child/started_process.h"
+#include "controller/idle_process.h"
 #include "controller/open_tool.h"
 
 #ifndef G_LOG_DOMAIN
@@ -27,9 +27,7 @@ void note_domain(const char* domain, GLogLevelFlags, const char* text, gpointer 
 }  // namespace
 
 TEST(tool_warning, Has_no_domain) {
-    started_process::options wanted;
-    wanted.argv0 = controller_child_name;
-    const started_process target("sleep", {"1000"}, wanted);
+    const idle_process target(controller_child_name);
     open_tool tool;
     std::vector<std::string> warnings;
     const GLogFunc former = g_log_set_default_handler(note_domain, &warnings);

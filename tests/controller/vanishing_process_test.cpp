@@ -4,10 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
-#include "child/started_process.h"
+#include "controller/idle_process.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "vask_child_cmd.h"
@@ -17,7 +16,7 @@ using testing::ElementsAre;
 
 namespace {
 
-started_process* ends_when_listed = nullptr;
+idle_process* ends_when_listed = nullptr;
 
 }  // namespace
 
@@ -33,10 +32,8 @@ extern "C" dirent* readdir(DIR* directory) {
 
 TEST(vanishing_process, Is_passed_over) {
     log_catcher log;
-    started_process::options wanted;
-    wanted.argv0 = "wanted";
-    started_process vanishing("sleep", {"1000"}, wanted);
-    const started_process staying("sleep", {"1000"}, wanted);
+    idle_process vanishing("wanted");
+    const idle_process staying("wanted");
 
     ends_when_listed = &vanishing;
     const std::vector<int> found = vask_child_cmd_base("finder", "wanted").find_program();

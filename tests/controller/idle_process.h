@@ -1,0 +1,41 @@
+#ifndef VASK_TEST_IDLE_PROCESS_H
+#define VASK_TEST_IDLE_PROCESS_H
+
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+#include "child/started_process.h"
+#include "support/main_loop.h"
+
+namespace vask_test {
+
+/** Whoever starts a program goes on a moment before the program's command line is in its place. */
+inline void wait_for_command_line(pid_t pid) {
+    const std::string path = "/proc/" + std::to_string(pid) + "/cmdline";
+    const bool is_there = wait_until_without_loop(
+        [&] { return std::ifstream(path).peek() != std::ifstream::traits_type::eof(); });
+    if (!is_there) {
+        throw std::runtime_error("no command line in " + path);
+    }
+}
+
+/** A process that does nothing, under an argv[0] of choice. */
+class idle_process : public started_process {
+public:
+    explicit idle_process(const std::string& argv0)
+        : started_process("sleep", {"1000"}, with(argv0)) {
+        wait_for_command_line(pid());
+    }
+
+private:
+    static options with(const std::string& argv0) {
+        options wanted;
+        wanted.argv0 = argv0;
+        return wanted;
+    }
+};
+
+}  // namespace vask_test
+
+#endif
