@@ -42,12 +42,13 @@ public:
     static std::string make_dbus_servie_name(int pid);
 
     /**
-     * Scans the process table.
+     * Scans the process table. A script is found under the name of its interpreter, and a process
+     * that has ended is not found, even if nobody has reaped it. The calling process may be found.
      *
-     * @return the ids of all processes whose argv[0], without its directory, is the program name;
-     * in the order of the process table, which is not sorted. Empty, after "Failed to open
-     *         directory: '/proc'" as a plain line on standard output, when there is no process
-     * table
+     * @return the ids of all processes whose argv[0], without its directory, is the program name,
+     *         in the order of the process table, which is not sorted. Empty when there is no
+     *         process table, after "Failed to open directory: '/proc'" as a plain line on standard
+     *         output
      */
     std::vector<int> find_program() const;
 
@@ -129,8 +130,7 @@ public:
     };
 
     /**
-     * @param name         name of the tool, also in diagnostics; not copied, must outlive the
-     * object
+     * @param name         name of the tool, also in diagnostics; must outlive the object
      * @param program      file name of the child program; copied
      * @param version      what the option --version prints; copied
      * @param no_sys_init  true leaves out the initialisation of the type system and of dbus-glib's

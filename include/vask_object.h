@@ -451,8 +451,8 @@ public:
      * seconds, which is logged at WARN.
      *
      * @return true if this object holds the lock now; false without a line when the semaphore
-     * cannot be used, and after "Recursive lock request" at ERR when this object holds it already,
-     *         and goes on holding it
+     *         cannot be used, and after "Recursive lock request" at ERR when this object holds it
+     *         already, and goes on holding it
      */
     bool shm_lock();
 
@@ -480,7 +480,7 @@ public:
      * for the library lock.
      *
      * @param key  0 for none; any number of processes may have none. A key that another live
-     * process holds is refused, and leaves this process unregistered
+     *             process holds is refused, and leaves this process unregistered
      * @return true when it is registered; false after a line at ERR: "Key(0xKEY) is already in
      *         use.", "Failed lock shm (shm_name:OBJECT)", or "Failed to call CALL @
      *         store_pid_to_shm" with shm_open, mmap, fstat, ftruncate or mremap. A full /dev/shm is
@@ -493,9 +493,9 @@ public:
      *
      * @param name  the name under which processes have registered
      * @return the live processes by key; one of several with the same key, the last that
-     * registered. Empty when there is no registry (logged at DBG) and after a line at ERR: "Failed
-     * to call mmap @ find_stored_pid_from_shm", or mremap for a registry of more than a page. A
-     *         writer that died at work is logged at WARN, and what it left is listed
+     *         registered. Empty when there is no registry (logged at DBG) and after a line at ERR:
+     *         "Failed to call mmap @ find_stored_pid_from_shm", or mremap for a registry of more
+     *         than a page. A writer that died at work is logged at WARN, and what it left is listed
      *
      * Processes that the caller may not signal are not listed.
      */

@@ -37,6 +37,8 @@ protected:
 
     void end_bus_daemon() { ASSERT_EQ(kill(m_daemon, SIGKILL), 0); }
 
+    bool is_bus_daemon_gone() const { return kill(m_daemon, 0) != 0; }
+
     void lose_bus() {
         DBusConnection* connection = dbus_g_connection_get_connection(controller->m_connection);
         end_bus_daemon();
@@ -96,6 +98,27 @@ TEST_F(controller_with_lost_bus, Keeps_its_proxy_when_it_is_not_forced) {
 
 TEST_F(controller_with_lost_bus, Loses_its_proxy_by_force) {
     lose_bus();
+    EXPECT_FALSE(controller->make_proxy(child.pid(), true));
+    EXPECT_EQ(controller->m_proxy, nullptr);
+    EXPECT_THAT(log.lines(), ElementsAre(no_new_connection()));
+}
+
+TEST_F(controller_with_lost_bus, Fails_a_command_of_a_proxy_made_before_the_loss_was_noticed) {
+    end_bus_daemon();
+    ASSERT_TRUE(wait_until_without_loop([this] { return is_bus_daemon_gone(); }));
+
+    for (int i = 0; i < 3; ++i) {
+        controller->make_proxy(child.pid(), true);
+        EXPECT_FALSE(controller->cmd_func(CONTROLLER_CHILD_ECHO, "x", &reply));
+        EXPECT_EQ(reply, "untouched");
+    }
+}
+
+// A tool need not run a main loop: nobody has dispatched the loss.
+TEST_F(controller_with_lost_bus, Loses_its_proxy_by_force_when_only_a_command_has_noticed) {
+    end_bus_daemon();
+    EXPECT_FALSE(controller->cmd_func(CONTROLLER_CHILD_ECHO, "x", nullptr));
+    log.clear();
     EXPECT_FALSE(controller->make_proxy(child.pid(), true));
     EXPECT_EQ(controller->m_proxy, nullptr);
     EXPECT_THAT(log.lines(), ElementsAre(no_new_connection()));
