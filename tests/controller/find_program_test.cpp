@@ -34,21 +34,6 @@ std::vector<int> find(const char* program) {
     return vask_child_cmd_base("finder", program).find_program();
 }
 
-/** No file can be opened while it lives. */
-class without_descriptors {
-public:
-    without_descriptors() {
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        rlimit none = m_before;
-        none.rlim_cur = 0;
-        setrlimit(RLIMIT_NOFILE, &none);
-    }
-    ~without_descriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
-
-private:
-    rlimit m_before;
-};
-
 }  // namespace
 
 TEST(find_program, Finds_a_program_started_by_its_path) {
@@ -205,17 +190,6 @@ TEST(find_program, Finds_a_script_under_its_interpreter) {
 
     EXPECT_THAT(find("wanted"), Not(Contains(process.pid())));
     EXPECT_THAT(find("sh"), Contains(process.pid()));
-}
-
-TEST(find_program, Says_on_standard_output_that_there_is_no_process_table) {
-    log_catcher log;
-    vask_object::print_msg_level = VASK_P_EMERG;
-    const vask_child_cmd_base finder("finder", "wanted");
-    {
-        const without_descriptors none;
-        EXPECT_THAT(finder.find_program(), IsEmpty());
-    }
-    EXPECT_EQ(log.text(), "Failed to open directory: '/proc'\n");
 }
 
 TEST(find_program, Finds_nothing_when_it_can_open_nothing_more) {
