@@ -15,6 +15,8 @@ using testing::StrEq;
 
 namespace {
 
+const vask_child_cmd::option_values before_any_run = vask_child_cmd::options;
+
 /** A process is there that would be a target. */
 class tool_options : public tool_test {
 protected:
@@ -66,10 +68,10 @@ TEST(option_record, Is_what_GLib_writes_into) {
 }
 
 TEST(option_record, Begins_with_zeros) {
-    EXPECT_EQ(vask_child_cmd::options.version, 0);
-    EXPECT_EQ(vask_child_cmd::options.usage, 0);
-    EXPECT_EQ(vask_child_cmd::options.list, 0);
-    EXPECT_EQ(vask_child_cmd::options.pid, 0);
+    EXPECT_EQ(before_any_run.version, 0);
+    EXPECT_EQ(before_any_run.usage, 0);
+    EXPECT_EQ(before_any_run.list, 0);
+    EXPECT_EQ(before_any_run.pid, 0);
 }
 
 TEST_F(tool_options, Are_kept_for_the_next_run_and_for_other_tools) {
