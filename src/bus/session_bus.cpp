@@ -15,8 +15,15 @@ constexpr size_t longest_text = DBUS_MAXIMUM_MESSAGE_LENGTH - header_allowance;
 
 DBusGConnection* open_session_bus(GError** error) {
     DBusGConnection* connection = dbus_g_bus_get(DBUS_BUS_SESSION, error);
-    if (connection != nullptr) {
-        dbus_connection_set_exit_on_disconnect(dbus_g_connection_get_connection(connection), FALSE);
+    if (connection == nullptr) {
+        return nullptr;
+    }
+    dbus_connection_set_exit_on_disconnect(dbus_g_connection_get_connection(connection), FALSE);
+    // The bus library may hand out a lost connection until a main loop has dispatched the loss.
+    if (!is_bus_connected(connection)) {
+        dbus_g_connection_unref(connection);
+        g_set_error_literal(error, DBUS_GERROR, DBUS_GERROR_DISCONNECTED, session_bus_is_lost);
+        return nullptr;
     }
     return connection;
 }

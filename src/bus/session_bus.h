@@ -5,7 +5,8 @@
 
 // Opens the process's connection to the session bus. The bus library would end the process when
 // the bus goes away; that is switched off here, so whoever opens it has to live with a lost bus.
-// The caller gives the connection back with dbus_g_connection_unref().
+// A connection that is lost already counts as none: null with an error. The caller gives the
+// connection back with dbus_g_connection_unref().
 DBusGConnection* open_session_bus(GError** error);
 
 // False once the bus has gone away. Every bus proxy of such a connection is dead then, and the bus

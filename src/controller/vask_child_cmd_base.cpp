@@ -102,12 +102,6 @@ bool vask_child_cmd_base::make_proxy(int pid, bool force) {
         vask_p(VASK_P_ERR, "Failed to get DBUS connection: %s", error->message);
         return false;
     }
-    // The bus library may hand out a lost connection until a main loop has dispatched the loss.
-    if (!is_bus_connected(connection)) {
-        dbus_g_connection_unref(connection);
-        vask_p(VASK_P_ERR, "Failed to get DBUS connection: %s", session_bus_is_lost);
-        return false;
-    }
     m_connection = connection;
     m_proxy = dbus_g_proxy_new_for_name(m_connection, make_dbus_servie_name(pid).c_str(),
                                         VASK_CHILD_PATH, VASK_CHILD_INTERFACE);

@@ -43,7 +43,7 @@ protected:
         return std::make_unique<running_child>(log, running_child::only_registered(key));
     }
 
-    const shared_objects_removed cleanup;
+    shared_objects_removed cleanup;
     log_catcher log;
     open_controller controller;
 };

@@ -30,7 +30,7 @@ protected:
         EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "controller", bus_failure)));
     }
 
-    const shared_objects_removed cleanup;
+    shared_objects_removed cleanup;
     log_catcher log;
     open_controller controller;
     std::string reply = "untouched";

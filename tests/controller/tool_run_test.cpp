@@ -97,7 +97,7 @@ TEST_F(tool_alone, Looks_for_somebody_before_it_looks_at_the_pid_or_misses_a_com
 }
 
 TEST_F(tool_alone, Does_not_look_into_the_registry) {
-    const shared_objects_removed cleanup;
+    shared_objects_removed cleanup;
     const running_child child(log, running_child::only_registered("1"));
     EXPECT_EQ(tool.run_with({"tool", "note"}), 1);
     EXPECT_EQ(log.text(), not_found);
