@@ -6,6 +6,7 @@
 #include <climits>
 #include <iterator>
 #include <memory>
+#include <type_traits>
 
 #include "controller/open_controller.h"
 #include "support/log_catcher.h"
@@ -24,6 +25,11 @@ struct open_fields : vask_child_cmd_base {
         return std::is_sorted(std::begin(places), std::end(places));
     }
 };
+
+struct other_class : virtual vask_object {};
+class controller_and_other : public vask_child_cmd_base, public other_class {};
+static_assert(std::is_convertible<controller_and_other*, vask_object*>::value,
+              "there is one base object");
 
 }  // namespace
 
