@@ -19,6 +19,7 @@
 #include "vask_window_props.h"
 
 using namespace vask_test;
+using testing::AnyOf;
 using testing::ElementsAre;
 
 namespace {
@@ -81,9 +82,11 @@ TEST(virtual_order, of_an_abstract_error) {
 
 TEST(virtual_order, of_an_error) {
     const vask_error error;
+    // It adds nothing to the destructor of its base class, which may stand in its place.
     EXPECT_THAT(virtual_functions(error),
-                ElementsAre("vask_error::~vask_error()", "vask_error::~vask_error()",
-                            "vask_error::clone() const"));
+                ElementsAre(AnyOf("vask_error::~vask_error()",
+                                  "vask_abstract_error::~vask_abstract_error()"),
+                            "vask_error::~vask_error()", "vask_error::clone() const"));
 }
 
 TEST(virtual_order, of_an_application) {
