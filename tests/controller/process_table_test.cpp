@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -26,7 +27,10 @@ constexpr const char* command_line_of_wanted = "/usr/bin/wanted";
 class process_table : public testing::Test {
 protected:
     void SetUp() override {
-        if (mount("tmpfs", "/proc", "tmpfs", 0, nullptr) != 0) {
+        // Never beside other processes, wherever this is run.
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("tmpfs", "/proc", "tmpfs", 0, nullptr) != 0) {
             GTEST_SKIP() << "no private mounts";
         }
         m_is_mounted = true;
