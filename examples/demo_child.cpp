@@ -29,6 +29,8 @@ public:
         if (!m_painter.has_display()) {
             say("I have no display and cannot paint; commands work all the same");
         }
+        // Tools find the child under its name; its process id, as the key, tells it from its twin.
+        store_pid_to_shm(static_cast<unsigned long>(getpid()));
     }
 
     void set_window(int x, int y, int w, int h, unsigned int id) override {

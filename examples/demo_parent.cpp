@@ -27,6 +27,7 @@ namespace {
 
 struct options {
     std::string child_program;
+    std::string tool_program;
     std::string screenshot_directory;
     unsigned int pause_msec = 0;
 };
@@ -61,6 +62,7 @@ public:
              &demonstration::check_what_arrived},
             {"A command with a reply", &demonstration::ask_for_reply},
             {"A signal, the other way round", &demonstration::hear_signal},
+            {"A stranger finds the child and asks it", &demonstration::use_tool},
             {"A window that is gone does the child no harm", &demonstration::name_stale_window},
             {"The child crashes", &demonstration::lose_child},
             {"The parent starts it again", &demonstration::start_again},
@@ -129,6 +131,19 @@ private:
                "the child's signal arrives");
         expect_text(m_bridge->get_rings().back(), "dinner is ready", "the signal's data");
         say("my callback for its signal has got: \"" + m_bridge->get_rings().back() + "\"");
+    }
+
+    void use_tool() {
+        const std::string pid = std::to_string(m_bridge->get_child_pid());
+        say("I run 'demo_ctl list', which knows neither me nor my child");
+        const std::string entry = "key " + pid + ": process " + pid + "\n";
+        expect(output_of_tool({"list"}).find(entry) != std::string::npos, "it lists the child");
+        say("it has looked the name 'demo_child' up, and lists the child's process");
+
+        const std::string diary =
+            "process " + pid + " has noted: " + window_note + "; one; two; three";
+        expect_text(output_of_tool({"show", pid}), diary + "\n", "what it shows");
+        say("'demo_ctl show " + pid + "' prints: \"" + diary + "\"");
     }
 
     void name_stale_window() {
@@ -234,6 +249,21 @@ private:
         say("its destructor has ended process " + std::to_string(pid) + " and waited for that");
     }
 
+    std::string output_of_tool(const std::vector<std::string>& arguments) {
+        strlist command = {m_options.tool_program};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        strlist environment;
+        for (char** variable = environ; *variable != nullptr; ++variable) {
+            environment.push_back(*variable);
+        }
+        int status = 0;
+        std::vector<unsigned char> output;
+        expect(vask_object::spawn_sync(&command, &environment, &status, &output, nullptr, nullptr),
+               "the program '" + m_options.tool_program + "' starts");
+        expect(status == 0, "it ends with status 0");
+        return std::string(output.begin(), output.end());
+    }
+
     void name_window() {
         if (m_bridge != nullptr) {
             m_bridge->set_window(0, 0, demo_picture::width, demo_picture::height,
@@ -286,16 +316,17 @@ private:
     int m_last_pid = -1;
 };
 
-// The child's program lies beside this one, wherever they were built.
-std::string default_child_program() {
+// The other programs lie beside this one, wherever they were built.
+std::string beside_this_program(const std::string& name) {
     char path[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
     const std::string self(path, length > 0 ? static_cast<size_t>(length) : 0);
-    return self.substr(0, self.rfind('/') + 1) + "demo_child";
+    return self.substr(0, self.rfind('/') + 1) + name;
 }
 
 bool parse(int argc, char** argv, options* result) {
-    result->child_program = default_child_program();
+    result->child_program = beside_this_program("demo_child");
+    result->tool_program = beside_this_program("demo_ctl");
     for (int i = 1; i < argc; i += 2) {
         const std::string name = argv[i];
         if (i + 1 == argc) {

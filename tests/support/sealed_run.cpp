@@ -37,6 +37,7 @@ constexpr double abort_seconds = 5;
 struct options {
     bool bus = false;
     bool display = false;
+    bool may_leave_shared_memory = false;
     double timeout_seconds = 120;
     std::vector<std::string> command;
 };
@@ -53,6 +54,8 @@ bool parse(int argc, char** argv, options* result) {
             result->bus = true;
         } else if (option == "--display") {
             result->display = true;
+        } else if (option == "--may-leave-shared-memory") {
+            result->may_leave_shared_memory = true;
         } else if (option == "--timeout" && i + 1 < argc) {
             result->timeout_seconds = std::strtod(argv[++i], nullptr);
         } else if (option == "--") {
@@ -179,7 +182,9 @@ private:
         }
         for (const process_entry& process : processes)
             complain("process left behind: " + describe(process));
-        const std::vector<std::string> objects = shared_objects();
+        std::vector<std::string> objects;
+        if (!wanted_.may_leave_shared_memory)
+            objects = shared_objects();
         for (const std::string& object : objects)
             complain("shared memory left behind: /dev/shm/" + object);
         return processes.empty() && objects.empty();
@@ -228,7 +233,9 @@ int be_first_process(const options& wanted, int lifeline) {
 int main(int argc, char** argv) {
     options wanted;
     if (!parse(argc, argv, &wanted)) {
-        complain("usage: sealed_run [--bus] [--display] [--timeout SECONDS] [--] program args...");
+        complain(
+            "usage: sealed_run [--bus] [--display] [--may-leave-shared-memory] [--timeout SECONDS] "
+            "[--] program args...");
         return usage;
     }
     close_range(3, ~0U, 0);

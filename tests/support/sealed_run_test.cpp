@@ -160,6 +160,10 @@ TEST(sealed_run, fails_for_shared_memory_left_behind) {
     EXPECT_EQ(run_shell("touch /dev/shm/forgotten; exit 5").status, 5);
 }
 
+TEST(sealed_run, accepts_shared_memory_that_may_be_left_behind) {
+    EXPECT_EQ(run_shell("touch /dev/shm/kept", {"--may-leave-shared-memory"}).status, 0);
+}
+
 TEST(sealed_run, dies_as_a_whole) {
     sealed_program program({"--bus", "--", "sh", "-c", "echo started; exec sleep 4321"});
     EXPECT_EQ(program.read_line(), "started");
