@@ -10,6 +10,7 @@ set(vask_headers
     include/vask_error.h
     include/vask_export.h
     include/vask_object.h
+    include/vask_shared_info.h
     include/vask_utils.h
     include/vask_window_props.h)
 

@@ -48,6 +48,11 @@ enum vask_time_unit : int {
     VASK_TIME_NSEC = 3
 };
 
+class vask_shared_info;
+enum vask_monitor_rotation_type : int;
+enum vask_cpu_type : int;
+enum vask_gpu_type : int;
+
 /** One registered process. */
 struct pid_array_entry {
     std::int32_t pid;             /**< 0 or below is an unused slot */
@@ -437,6 +442,15 @@ public:
     /** The same as vask_sem_post(). */
     static bool post_named_sem(sem_t* sem);
 
+    /**
+     * Opens the semaphore of a shared-memory object (vask_shm_context), creating it if there is
+     * none.
+     *
+     * @param name  the object's name, without prefix
+     * @return as create_named_sem()
+     */
+    static sem_t* get_sem_for_shm(const char* name);
+
     ///@}
     /** @name Library lock
      *
@@ -514,6 +528,36 @@ public:
     std::map<unsigned long, int> resize_pid_array(pid_array* array) const;
 
     ///@}
+    /** @name Display and hardware
+     *
+     * What all processes of the system share. Each forwards to the member of the same name of
+     * vask_shared_info, whose header also has the enumerators.
+     */
+    ///@{
+
+    static bool set_monitor_rotation(vask_monitor_rotation_type rotation);
+    static vask_monitor_rotation_type get_monitor_rotation();
+    static void set_pseudo_portrait_flag(bool is_pseudo_portrait);
+    static bool get_pseudo_portrait_flag();
+    static vask_cpu_type get_vask_cpu_type(bool force);
+    static vask_gpu_type get_vask_gpu_type(bool force);
+    static const char* get_vask_cpu_type_str(vask_cpu_type type);
+    static const char* get_vask_gpu_type_str(vask_gpu_type type);
+
+    /**
+     * Tells on which half of the turned screen a rectangle lies.
+     *
+     * @param rotation                    0 to 3
+     * @param screen_width,screen_height  in pixels
+     * @param x,y,width,height            the rectangle, in pixels
+     * @return 0 or 1 for a half, which of them depends on the rotation; 2 when the rectangle
+     * touches or crosses the middle; 1 for any other rotation, after "Unknown monitor_ration: N" at
+     *         ERR under the name "vask_object"
+     */
+    static int calc_split_draw_type(vask_monitor_rotation_type rotation, int screen_width,
+                                    int screen_height, int x, int y, int width, int height);
+
+    ///@}
     /** @name Process-wide state */
     ///@{
 
@@ -525,6 +569,10 @@ public:
 
     /** Bits of ::vask_print_flag. */
     static unsigned int print_flags;
+
+    /** This process's view of the system-wide record. Made when the library is loaded, never
+     *  freed. */
+    static vask_shared_info* m_shared_info;
 
     /** An always empty list, for use as a default argument. Must stay empty. */
     static strlist __empty_strlist;
