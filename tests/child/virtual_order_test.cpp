@@ -1,17 +1,13 @@
 // Applications that were built against an earlier library call virtual operations by their slots.
 
-#include <cxxabi.h>
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "open_app.h"
+#include "support/virtual_table.h"
 #include "vask_app_bridge.h"
 #include "vask_child.h"
 #include "vask_child_cmd.h"
@@ -23,39 +19,6 @@ using testing::AnyOf;
 using testing::ElementsAre;
 
 namespace {
-
-using slot = const void*;
-
-std::string demangled(const char* symbol) {
-    int status = 0;
-    char* text = abi::__cxa_demangle(symbol, nullptr, nullptr, &status);
-    const std::string result = status == 0 ? text : symbol;
-    std::free(text);
-    return result;
-}
-
-/** The function in a slot, or "" where the functions end. */
-std::string function_in(slot address) {
-    Dl_info info;
-    if (dladdr(address, &info) == 0 || !info.dli_sname || info.dli_saddr != address) {
-        return "";
-    }
-    return demangled(info.dli_sname);
-}
-
-std::vector<std::string> functions_from(const slot* table) {
-    std::vector<std::string> names;
-    for (std::string name; !(name = function_in(*table)).empty(); ++table) {
-        names.push_back(name);
-    }
-    return names;
-}
-
-/** The functions in the first virtual table of an object of exactly this class. */
-template <typename Class>
-std::vector<std::string> virtual_functions(const Class& object) {
-    return functions_from(*reinterpret_cast<const slot* const*>(&object));
-}
 
 /** The pointer to a virtual member is its place in the table, in bytes, plus one. */
 template <typename Member>

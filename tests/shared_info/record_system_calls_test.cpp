@@ -1,0 +1,64 @@
+// How often an access enters the kernel, counted from outside.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include "shared_info/shared_objects.h"
+#include "shared_info/system_call_count.h"
+#include "vask_object.h"
+
+namespace {
+
+class record_system_calls : public shared_info_test {
+protected:
+    void expect_none_in(const std::function<void()>& access) {
+        const system_call_count count = count_system_calls([&access] {
+            access();
+            system_call_mark::begin();
+            for (int i = 0; i < 1000; ++i)
+                access();
+            system_call_mark::end();
+            return 0;
+        });
+        ASSERT_TRUE(count.is_complete);
+        EXPECT_EQ(count.exit_status, 0);
+        EXPECT_EQ(count.all, 0) << testing::PrintToString(count);
+    }
+};
+
+}  // namespace
+
+TEST_F(record_system_calls, Are_none_in_the_getter_of_the_rotation) {
+    expect_none_in([] { vask_object::get_monitor_rotation(); });
+}
+
+TEST_F(record_system_calls, Are_none_in_the_setter_of_the_rotation) {
+    expect_none_in([] { vask_object::set_monitor_rotation(VASK_MONITOR_ROTATION_1); });
+}
+
+TEST_F(record_system_calls, Are_none_in_getter_and_setter_of_the_flag) {
+    expect_none_in([] {
+        vask_object::set_pseudo_portrait_flag(true);
+        vask_object::get_pseudo_portrait_flag();
+    });
+}
+
+TEST_F(record_system_calls, Are_none_where_the_hardware_is_known) {
+    expect_none_in([] {
+        vask_object::get_vask_cpu_type(false);
+        vask_object::get_vask_gpu_type(false);
+    });
+}
+
+TEST_F(record_system_calls, Are_seen_where_there_are_some) {
+    const system_call_count count = count_system_calls([] {
+        system_call_mark::begin();
+        vask_object::get_monitor_rotation();
+        system_call_mark::end();
+        return 7;
+    });
+    EXPECT_TRUE(count.is_complete);
+    EXPECT_EQ(count.by_number.count(SYS_mmap), 1U);
+    EXPECT_EQ(count.exit_status, 7);
+}

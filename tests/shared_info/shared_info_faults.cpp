@@ -1,0 +1,158 @@
+#include "shared_info/shared_info_faults.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <semaphore.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <new>
+
+#include "support/interpose.h"
+
+using vask_test::next_function;
+
+namespace shared_info_faults {
+
+plan now;
+counts seen;
+
+namespace {
+
+bool is_context(int fd) {
+    char link[64];
+    char target[PATH_MAX];
+    snprintf(link, sizeof(link), "/proc/self/fd/%d", fd);
+    const ssize_t length = readlink(link, target, sizeof(target) - 1);
+    if (length < 0) {
+        return false;
+    }
+    target[length] = '\0';
+    return strstr(target, "vask_shm_context_shm_") != nullptr;
+}
+
+bool fails(const char* call) {
+    if (now.failing_call != call) {
+        return false;
+    }
+    errno = now.failing_error;
+    return true;
+}
+
+bool fails_on(const char* call, int fd) {
+    return now.failing_call == call && is_context(fd) && fails(call);
+}
+
+}  // namespace
+
+}  // namespace shared_info_faults
+
+using namespace shared_info_faults;
+
+extern "C" {
+
+int shm_open(const char* name, int flags, mode_t mode) {
+    if (fails("shm_open") || ((flags & O_CREAT) != 0 && fails("creating shm_open"))) {
+        return -1;
+    }
+    const int fd = next_function<int(const char*, int, mode_t)>("shm_open")(name, flags, mode);
+    if (fd >= 0 && (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0) {
+        ++seen.inheritable_opens;
+    }
+    return fd;
+}
+
+int ftruncate(int fd, off_t size) noexcept {
+    if (fails_on("ftruncate", fd)) {
+        return -1;
+    }
+    return next_function<int(int, off_t)>("ftruncate")(fd, size);
+}
+
+int fallocate(int fd, int mode, off_t offset, off_t length) {
+    ++seen.fallocate;
+    if (fails_on("fallocate", fd)) {
+        return -1;
+    }
+    if (now.interrupted_fallocations > 0) {
+        --now.interrupted_fallocations;
+        errno = EINTR;
+        return -1;
+    }
+    return next_function<int(int, int, off_t, off_t)>("fallocate")(fd, mode, offset, length);
+}
+
+int fstat(int fd, struct stat* info) noexcept {
+    if (fails_on("fstat", fd)) {
+        return -1;
+    }
+    return next_function<int(int, struct stat*)>("fstat")(fd, info);
+}
+
+void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) noexcept {
+    if (fd >= 0 && fails_on("mmap", fd)) {
+        return MAP_FAILED;
+    }
+    return reinterpret_cast<void*>(syscall(SYS_mmap, address, size, protection, flags, fd, offset));
+}
+
+// The calls of the way back leave another errno behind, as they may.
+
+int close(int fd) {
+    const bool was_context = !now.failing_call.empty() && is_context(fd);
+    const int result = next_function<int(int)>("close")(fd);
+    if (was_context) {
+        errno = ENOTTY;
+    }
+    return result;
+}
+
+int shm_unlink(const char* name) {
+    const int result = next_function<int(const char*)>("shm_unlink")(name);
+    if (result == 0) {
+        errno = ENOTTY;
+    }
+    return result;
+}
+
+int sem_wait(sem_t* sem) {
+    if (fails("sem_wait")) {
+        return -1;
+    }
+    ++seen.sem_wait;
+    return next_function<int(sem_t*)>("sem_wait")(sem);
+}
+
+int sem_post(sem_t* sem) noexcept {
+    if (now.before_post) {
+        now.before_post();
+    }
+    if (fails("sem_post")) {
+        return -1;
+    }
+    ++seen.sem_post;
+    const int result = next_function<int(sem_t*)>("sem_post")(sem);
+    if (result == 0) {
+        errno = ENOTTY;
+    }
+    return result;
+}
+
+int sem_close(sem_t* sem) noexcept {
+    ++seen.sem_close;
+    return next_function<int(sem_t*)>("sem_close")(sem);
+}
+
+}  // extern "C"
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    if (now.failing_call == "allocation") {
+        return nullptr;
+    }
+    return ::operator new(size);
+}

@@ -1,0 +1,47 @@
+#ifndef VASK_TEST_SHARED_INFO_FAULTS_H
+#define VASK_TEST_SHARED_INFO_FAULTS_H
+
+#include <functional>
+#include <string>
+
+/** Faults of the calls that mapping is made of. They hit shared-memory contexts alone. */
+namespace shared_info_faults {
+
+struct plan {
+    std::string failing_call;  // shm_open, creating shm_open, ftruncate, fallocate, fstat, mmap,
+                               // sem_wait, sem_post, allocation
+    int failing_error = 12;
+    int interrupted_fallocations = 0;
+
+    // Runs before the semaphore is given back.
+    std::function<void()> before_post;
+};
+
+extern plan now;
+
+/** What the library has asked for since the start of the test. */
+struct counts {
+    int sem_wait = 0;
+    int sem_post = 0;
+    int sem_close = 0;
+    int fallocate = 0;
+    int inheritable_opens = 0;
+};
+
+extern counts seen;
+
+/** Back to the system as it is, at the beginning and at the end of a test. */
+struct healed {
+    healed() { heal(); }
+    ~healed() { heal(); }
+
+private:
+    static void heal() {
+        now = plan();
+        seen = counts();
+    }
+};
+
+}  // namespace shared_info_faults
+
+#endif
