@@ -1,5 +1,6 @@
 // The child of the demonstration: what an application on vask_child looks like.
 
+#include <glib.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,6 +11,7 @@
 
 #include <string>
 
+#include "demo_picture.h"
 #include "demo_protocol.h"
 #include "window_painter.h"
 
@@ -29,23 +31,41 @@ public:
         if (!m_painter.has_display()) {
             say("I have no display and cannot paint; commands work all the same");
         }
+        m_monitor_timer = g_timeout_add(20, follow_monitor, this);
         // Tools find the child under its name; its process id, as the key, tells it from its twin.
         store_pid_to_shm(static_cast<unsigned long>(getpid()));
     }
 
+    ~demo_child() override { g_source_remove(m_monitor_timer); }
+
     void set_window(int x, int y, int w, int h, unsigned int id) override {
         vask_child::set_window(x, y, w, h, id);
-        const bool painted = m_painter.paint(id, w, h, getpid());
         // The parent names the same window again whenever it has to be repainted.
-        if (id == m_window) {
+        const bool is_new = id != m_window;
+        m_window = id;
+        const bool painted = paint();
+        if (!is_new) {
             return;
         }
-        m_window = id;
         const std::string size = std::to_string(w) + "x" + std::to_string(h);
         add_to_diary(painted ? "a window of " + size : "a window that is gone");
     }
 
 private:
+    bool paint() {
+        m_turns = demo_picture::turns_of_monitor();
+        return m_painter.paint(m_window, getpid(), m_turns);
+    }
+
+    // Nobody tells that the monitor was turned; to look costs no more than a few nanoseconds.
+    static gboolean follow_monitor(gpointer user_data) {
+        auto child = static_cast<demo_child*>(user_data);
+        if (child->m_window != 0 && demo_picture::turns_of_monitor() != child->m_turns) {
+            child->paint();
+        }
+        return G_SOURCE_CONTINUE;
+    }
+
     // A reply has to stay valid after its handler has returned: it is kept in the object.
     bool reply_with(const std::string& text, const char** reply) {
         m_reply = text;
@@ -97,6 +117,8 @@ private:
 
     window_painter m_painter;
     unsigned int m_window = 0;
+    int m_turns = 0;
+    unsigned int m_monitor_timer = 0;
     std::string m_diary;
     std::string m_reply;
 };

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <vask_child_cmd.h>
+#include <vask_shared_info.h>
 
 #include <string>
 #include <vector>
@@ -20,6 +21,8 @@ public:
             "show [key] : Shows what a child has noted");
         add("crash", static_cast<cmd_handler>(&demo_ctl::crash),
             "crash [key] : Makes a child crash");
+        add("rotate", static_cast<cmd_handler>(&demo_ctl::rotate),
+            "rotate 0-3 : Turns the monitor of all programs by so many quarters");
         add("quit", static_cast<cmd_handler>(&demo_ctl::quit), "quit [key] : Asks a child to end");
     }
 
@@ -60,6 +63,19 @@ private:
         }
         printf("%s\n", farewell.c_str());
         return true;
+    }
+
+    // Asks no child: all of them look at the record that is set here.
+    bool rotate(std::vector<std::string>& args) {
+        const bool is_rotation =
+            args.size() == 1 && args[0].size() == 1 && args[0][0] >= '0' && args[0][0] <= '3';
+        if (!is_rotation) {
+            fprintf(stderr, "A rotation is a number from 0 to 3\n");
+        }
+        m_has_failed =
+            !is_rotation ||
+            !set_monitor_rotation(static_cast<vask_monitor_rotation_type>(args[0][0] - '0'));
+        return !m_has_failed;
     }
 
     bool command(const std::vector<std::string>& args, int id, std::string* reply) {

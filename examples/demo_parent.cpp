@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+#include <vask_shared_info.h>
 
 #include <climits>
 #include <memory>
@@ -32,7 +33,7 @@ struct options {
     unsigned int pause_msec = 0;
 };
 
-const char window_note[] = "a window of 360x200";
+const char window_note[] = "a window of 360x360";
 
 std::string greeting_from(int pid) {
     return "Hello parent, I am process " + std::to_string(pid);
@@ -41,6 +42,15 @@ std::string greeting_from(int pid) {
 bool process_exists(int pid) {
     return kill(pid, 0) == 0 || errno != ESRCH;
 }
+
+// Gives the monitor back as it was: it belongs to everybody.
+class monitor_keeper {
+public:
+    ~monitor_keeper() { vask_object::set_monitor_rotation(m_rotation); }
+
+private:
+    const vask_monitor_rotation_type m_rotation = vask_object::get_monitor_rotation();
+};
 
 class demonstration {
 public:
@@ -64,6 +74,7 @@ public:
             {"A signal, the other way round", &demonstration::hear_signal},
             {"A stranger finds the child and asks it", &demonstration::use_tool},
             {"A window that is gone does the child no harm", &demonstration::name_stale_window},
+            {"Another process turns the monitor", &demonstration::turn_monitor},
             {"The child crashes", &demonstration::lose_child},
             {"The parent starts it again", &demonstration::start_again},
             {"A polite end", &demonstration::end_politely},
@@ -119,7 +130,7 @@ private:
         const std::string diary = m_bridge->ask(DEMO_CMD_DIARY, "");
         expect_text(diary, std::string(window_note) + "; one; two; three", "the child's diary");
         say("its diary says: \"" + diary + "\"");
-        expect_picture_of(m_bridge->get_child_pid(), "1-first-child");
+        expect_picture_of(m_bridge->get_child_pid(), "first-child");
     }
 
     void ask_for_reply() { expect_greeting(); }
@@ -158,6 +169,17 @@ private:
         expect_greeting();
     }
 
+    void turn_monitor() {
+        const monitor_keeper keeper;
+        const int pid = m_bridge->get_child_pid();
+        say("I run 'demo_ctl rotate 1': it writes into the record that all processes share");
+        output_of_tool({"rotate", "1"});
+        expect_turned_picture_of(pid, 1, "turned-child");
+        say("and 'demo_ctl rotate 2'");
+        output_of_tool({"rotate", "2"});
+        expect_turned_picture_of(pid, 2, "upside-down-child");
+    }
+
     void lose_child() {
         const int pid = m_bridge->get_child_pid();
         const size_t ends = m_bridge->get_ends().size();
@@ -184,7 +206,7 @@ private:
         const std::string diary = m_bridge->ask(DEMO_CMD_DIARY, "");
         expect_text(diary, window_note, "the new child's diary");
         say("it was told the window, and knows nothing else: \"" + diary + "\"");
-        expect_picture_of(pid, "2-second-child");
+        expect_picture_of(pid, "second-child");
         expect_greeting();
     }
 
@@ -221,7 +243,7 @@ private:
         expect_greeting();
         say("only the main worker hears about the window from now on");
         name_window();
-        expect_picture_of(main_pid, "3-main-worker");
+        expect_picture_of(main_pid, "main-worker");
     }
 
     void lose_main_twin() {
@@ -239,7 +261,7 @@ private:
         say("process " + std::to_string(other_pid) + " is the main worker now");
         expect_greeting();
         name_window();
-        expect_picture_of(other_pid, "4-its-twin");
+        expect_picture_of(other_pid, "its-twin");
     }
 
     void drop_bridge() {
@@ -296,16 +318,23 @@ private:
     }
 
     void expect_picture_of(int pid, const std::string& screenshot) {
+        expect_turned_picture_of(pid, demo_picture::turns_of_monitor(), screenshot);
+    }
+
+    void expect_turned_picture_of(int pid, int turns, const std::string& screenshot) {
         std::string fault;
         const bool matches = wait_until([&] {
-            fault = m_window.find_fault_in_picture(pid);
+            fault = m_window.find_fault_in_picture(pid, turns);
             return fault.empty();
         });
-        expect(matches,
-               "the window shows the picture of process " + std::to_string(pid) + ", but " + fault);
-        say("I read in the window's pixels: painted by process " + std::to_string(pid));
+        const char* const positions[] = {"", ", turned clockwise", ", upside down",
+                                         ", turned anticlockwise"};
+        const std::string picture = std::to_string(pid) + positions[turns];
+        expect(matches, "the window shows the picture of process " + picture + ", but " + fault);
+        say("I read in the window's pixels: painted by process " + picture);
         if (!m_options.screenshot_directory.empty()) {
-            const std::string file = m_options.screenshot_directory + "/" + screenshot + ".ppm";
+            const std::string file = m_options.screenshot_directory + "/" +
+                                     std::to_string(++m_screenshots) + "-" + screenshot + ".ppm";
             expect(m_window.save(file), "the screenshot can be written to '" + file + "'");
         }
     }
@@ -314,6 +343,7 @@ private:
     demo_window m_window;
     std::unique_ptr<demo_bridge> m_bridge;
     int m_last_pid = -1;
+    int m_screenshots = 0;
 };
 
 // The other programs lie beside this one, wherever they were built.

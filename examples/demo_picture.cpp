@@ -1,5 +1,8 @@
 #include "demo_picture.h"
 
+#include <vask_object.h>
+#include <vask_shared_info.h>
+
 #include <algorithm>
 
 namespace demo_picture {
@@ -60,6 +63,21 @@ int digit_with_segments(unsigned int lit) {
     const auto found = std::find(segments_of_digits.begin(), segments_of_digits.end(), lit);
     return found == segments_of_digits.end() ? -1
                                              : static_cast<int>(found - segments_of_digits.begin());
+}
+
+int turns_of_monitor() {
+    const int rotation = vask_object::get_monitor_rotation();
+    return rotation >= VASK_MONITOR_ROTATION_0 && rotation <= VASK_MONITOR_ROTATION_3 ? rotation
+                                                                                      : 0;
+}
+
+demo_box turned(const demo_box& box, int turns) {
+    static_assert(width == height, "a quarter turn needs a square");
+    demo_box result = box;
+    for (int i = 0; i < turns; ++i) {
+        result = {width - result.y - result.height, result.x, result.height, result.width};
+    }
+    return result;
 }
 
 unsigned long pixel_of(demo_colour colour, const Visual& visual) {

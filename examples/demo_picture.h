@@ -6,8 +6,9 @@
 #include <array>
 
 // The picture that a child draws: a chessboard in a colour of its own, and on a dark band across it
-// its process id in digits of seven segments, as on a pocket calculator. The child paints by these
-// measures and the parent reads the window's pixels by them.
+// its process id in digits of seven segments, as on a pocket calculator. The picture turns with the
+// monitor: it is as high as wide, so that it fills the window in every position. The child paints
+// by these measures and the parent reads the window's pixels by them.
 
 struct demo_colour {
     unsigned char red, green, blue;
@@ -20,14 +21,14 @@ struct demo_box {
 namespace demo_picture {
 
 constexpr int width = 360;
-constexpr int height = 200;
+constexpr int height = 360;
 constexpr int cell_size = 20;
-constexpr int band_top = 40;
+constexpr int band_top = 120;
 constexpr int band_height = 120;
 constexpr int caption_x = 24;
-constexpr int caption_y = 60;
+constexpr int caption_y = 140;
 constexpr int digits_x = 24;
-constexpr int digits_y = 76;
+constexpr int digits_y = 156;
 constexpr int digit_pitch = 46;
 constexpr int max_digits = 7;
 
@@ -49,6 +50,12 @@ unsigned int lit_segments(int digit);
 
 /** @return the digit with exactly these segments lit, or -1 */
 int digit_with_segments(unsigned int lit);
+
+/** @return quarter turns, clockwise, of the monitor; 0 while nobody has said any */
+int turns_of_monitor();
+
+/** @return where a part of the upright picture lies after so many quarter turns */
+demo_box turned(const demo_box& box, int turns);
 
 /** @return the pixel value in a visual of true colours */
 unsigned long pixel_of(demo_colour colour, const Visual& visual);

@@ -13,7 +13,8 @@ namespace {
 // Reads a picture by its measures, knowing nothing of how it was painted.
 class picture_reader {
 public:
-    picture_reader(XImage& image, const Visual& visual) : m_image(image), m_visual(visual) {}
+    picture_reader(XImage& image, const Visual& visual, int turns)
+        : m_image(image), m_visual(visual), m_turns(turns) {}
 
     // -1 when the band shows anything but a number.
     int read_number() const {
@@ -50,7 +51,8 @@ private:
         return box.y >= band_top && box.y < band_top + band_height;
     }
 
-    bool shows(const demo_box& box, demo_colour colour) const {
+    bool shows(const demo_box& upright_box, demo_colour colour) const {
+        const demo_box box = turned(upright_box, m_turns);
         return XGetPixel(&m_image, box.x + box.width / 2, box.y + box.height / 2) ==
                pixel_of(colour, m_visual);
     }
@@ -69,6 +71,7 @@ private:
 
     XImage& m_image;
     const Visual& m_visual;
+    const int m_turns;
 };
 
 // A window on a real desktop may be where its pixels cannot be read.
@@ -161,12 +164,12 @@ unique_ximage demo_window::read_pixels() const {
     return unique_ximage(XGetImage(m_display, m_window, 0, 0, width, height, AllPlanes, ZPixmap));
 }
 
-std::string demo_window::find_fault_in_picture(int pid) const {
+std::string demo_window::find_fault_in_picture(int pid, int turns) const {
     const unique_ximage image = read_pixels();
     if (image == nullptr) {
         return "its pixels cannot be read";
     }
-    const picture_reader reader(*image, *DefaultVisual(m_display, DefaultScreen(m_display)));
+    const picture_reader reader(*image, *DefaultVisual(m_display, DefaultScreen(m_display)), turns);
     const int number = reader.read_number();
     if (number < 0) {
         return "it shows no number";

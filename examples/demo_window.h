@@ -41,9 +41,10 @@ public:
      * Looks whether the window shows the whole picture of a process: the chessboard in its colour,
      * and its id.
      *
+     * @param turns  quarter turns of the picture, clockwise
      * @return a description of what is wrong, empty when nothing is
      */
-    std::string find_fault_in_picture(int pid) const;
+    std::string find_fault_in_picture(int pid, int turns) const;
 
     /** Writes what the window shows now as a portable pixmap. */
     bool save(const std::string& file_name) const;

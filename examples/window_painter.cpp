@@ -13,17 +13,19 @@ struct canvas {
     Window window;
     GC gc;
     const Visual& visual;
+    int turns;
 
     void choose(demo_colour colour) const { XSetForeground(display, gc, pixel_of(colour, visual)); }
 
-    void fill(const demo_box& box, demo_colour colour) const {
+    void fill(const demo_box& upright_box, demo_colour colour) const {
+        const demo_box box = turned(upright_box, turns);
         choose(colour);
         XFillRectangle(display, window, gc, box.x, box.y, static_cast<unsigned int>(box.width),
                        static_cast<unsigned int>(box.height));
     }
 };
 
-void paint_chessboard(const canvas& target, int width, int height, demo_colour dark) {
+void paint_chessboard(const canvas& target, demo_colour dark) {
     for (int row = 0; row * cell_size < height; ++row) {
         for (int column = 0; column * cell_size < width; ++column) {
             target.fill({column * cell_size, row * cell_size, cell_size, cell_size},
@@ -32,8 +34,12 @@ void paint_chessboard(const canvas& target, int width, int height, demo_colour d
     }
 }
 
-void paint_band(const canvas& target, int width) {
+void paint_band(const canvas& target) {
     target.fill({0, band_top, width, band_height}, band_colour);
+    // The display server writes in one direction only.
+    if (target.turns != 0) {
+        return;
+    }
     const std::string caption = "painted by the child with this process id:";
     target.choose(light_cell_colour);
     XDrawString(target.display, target.window, target.gc, caption_x, caption_y, caption.c_str(),
@@ -83,7 +89,7 @@ bool window_painter::has_display() const {
     return m_display != nullptr;
 }
 
-bool window_painter::paint(Window window, int width, int height, int pid) {
+bool window_painter::paint(Window window, int pid, int turns) {
     if (m_display == nullptr) {
         return false;
     }
@@ -92,9 +98,9 @@ bool window_painter::paint(Window window, int width, int height, int pid) {
     const bool has_window = XGetWindowAttributes(m_display, window, &attributes) != 0;
     if (has_window && attributes.visual->c_class == TrueColor) {
         const canvas target = {m_display, window, XCreateGC(m_display, window, 0, nullptr),
-                               *attributes.visual};
-        paint_chessboard(target, width, height, colour_of_process(pid));
-        paint_band(target, width);
+                               *attributes.visual, turns};
+        paint_chessboard(target, colour_of_process(pid));
+        paint_band(target);
         paint_number(target, pid);
         XFreeGC(m_display, target.gc);
         XSync(m_display, False);

@@ -23,9 +23,10 @@ public:
     /**
      * Paints, and waits until the display server has done it.
      *
+     * @param turns  quarter turns of the picture, clockwise
      * @return false when there is no display or no such window (any more)
      */
-    bool paint(Window window, int width, int height, int pid);
+    bool paint(Window window, int pid, int turns);
 
 private:
     static int on_error(Display* display, XErrorEvent* error);
