@@ -1,0 +1,439 @@
+// An access to the shared record, against the semaphore calls it is made of and against a robust
+// mutex; the first access; and what it costs a program that the library is loaded.
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
+#include <semaphore.h>
+#include <spawn.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "inherited_descriptors.h"
+#include "table_row.h"
+#include "vask_object.h"
+#include "vask_shared_info.h"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+// A value that this process and those it forks later have in common.
+template <typename Value>
+class shared_value {
+public:
+    shared_value()
+        : m_address(mmap(nullptr, sizeof(Value), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                         -1, 0)) {
+        if (m_address == MAP_FAILED) {
+            abort();
+        }
+    }
+    ~shared_value() { munmap(m_address, sizeof(Value)); }
+
+    Value& operator*() const { return *static_cast<Value*>(m_address); }
+    Value* operator->() const { return static_cast<Value*>(m_address); }
+
+private:
+    void* const m_address;
+};
+
+// One way to read and write a number that all processes share.
+class way {
+public:
+    virtual ~way() = default;
+    virtual int get() = 0;
+    virtual bool set(int value) = 0;
+};
+
+class library_way : public way {
+public:
+    int get() override { return vask_object::get_monitor_rotation(); }
+    bool set(int value) override {
+        return vask_object::set_monitor_rotation(static_cast<vask_monitor_rotation_type>(value));
+    }
+};
+
+class bare_sem_way : public way {
+public:
+    bare_sem_way() : m_sem(sem_open("bench_shared_record", O_CREAT, 0600, 1)) {
+        if (m_sem == SEM_FAILED) {
+            abort();
+        }
+    }
+    ~bare_sem_way() override {
+        sem_close(m_sem);
+        sem_unlink("bench_shared_record");
+    }
+
+    int get() override {
+        sem_wait(m_sem);
+        const int value = m_value->load(std::memory_order_relaxed);
+        sem_post(m_sem);
+        return value;
+    }
+    bool set(int value) override {
+        sem_wait(m_sem);
+        m_value->store(value, std::memory_order_relaxed);
+        return sem_post(m_sem) == 0;
+    }
+
+private:
+    sem_t* const m_sem;
+    const shared_value<std::atomic<int>> m_value;
+};
+
+class robust_mutex_way : public way {
+public:
+    robust_mutex_way() {
+        pthread_mutexattr_t attributes;
+        pthread_mutexattr_init(&attributes);
+        pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+        pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+        pthread_mutex_init(&m_record->mutex, &attributes);
+        pthread_mutexattr_destroy(&attributes);
+    }
+    ~robust_mutex_way() override { pthread_mutex_destroy(&m_record->mutex); }
+
+    int get() override {
+        lock();
+        const int value = m_record->value.load(std::memory_order_relaxed);
+        pthread_mutex_unlock(&m_record->mutex);
+        return value;
+    }
+    bool set(int value) override {
+        lock();
+        m_record->value.store(value, std::memory_order_relaxed);
+        return pthread_mutex_unlock(&m_record->mutex) == 0;
+    }
+
+private:
+    struct record {
+        pthread_mutex_t mutex;
+        std::atomic<int> value;
+    };
+
+    void lock() {
+        if (pthread_mutex_lock(&m_record->mutex) == EOWNERDEAD) {
+            pthread_mutex_consistent(&m_record->mutex);
+        }
+    }
+
+    const shared_value<record> m_record;
+};
+
+void forget_record(bool destroy) {
+    if (!vask_object::m_shared_info->unmap_shared_info(destroy)) {
+        abort();
+    }
+}
+
+constexpr int accesses = 50000;
+
+// Processes that set as fast as they can, each as often as the one that is looked at.
+class rivals {
+public:
+    rivals(way& subject, int count) {
+        for (int i = 0; i < count; ++i) {
+            const pid_t pid = fork();
+            if (pid == 0) {
+                prctl(PR_SET_PDEATHSIG, SIGKILL);
+                _exit(run(subject, i % 4) ? 0 : 1);
+            }
+            m_pids.push_back(pid);
+        }
+        while (*m_ready != count) {
+            usleep(100);
+        }
+    }
+
+    void start() { *m_may_start = true; }
+
+    // Whether all accesses succeeded.
+    bool wait() {
+        bool succeeded = true;
+        for (const pid_t pid : m_pids) {
+            int status = -1;
+            waitpid(pid, &status, 0);
+            succeeded = succeeded && status == 0;
+        }
+        return succeeded;
+    }
+
+private:
+    bool run(way& subject, int value) {
+        ++*m_ready;
+        while (!*m_may_start) {
+            usleep(100);
+        }
+        bool succeeded = true;
+        for (int i = 0; i < accesses; ++i) {
+            succeeded = subject.set(value) && succeeded;
+        }
+        return succeeded;
+    }
+
+    const shared_value<std::atomic<int>> m_ready;
+    const shared_value<std::atomic<bool>> m_may_start;
+    std::vector<pid_t> m_pids;
+};
+
+bool is_rotation(int value) {
+    return value >= 0 && value <= 3;
+}
+
+template <typename Way>
+void get_alone(benchmark::State& state) {
+    Way subject;
+    subject.set(3);
+    for (auto _ : state) {
+        if (!is_rotation(subject.get())) {
+            state.SkipWithError("A value that nobody wrote");
+            break;
+        }
+    }
+}
+
+template <typename Way>
+void set_alone(benchmark::State& state) {
+    Way subject;
+    int value = 0;
+    for (auto _ : state) {
+        if (!subject.set(value++ % 4)) {
+            state.SkipWithError("The setter failed");
+            break;
+        }
+    }
+}
+
+// Until the last process is through, since the scheduler decides who is the first.
+template <typename Way>
+void beside_rivals(benchmark::State& state, int rival_count, bool (*access)(Way&)) {
+    Way subject;
+    subject.set(3);
+    for (auto _ : state) {
+        rivals others(subject, rival_count);
+        const clock_type::time_point start = clock_type::now();
+        others.start();
+        bool succeeded = true;
+        for (int i = 0; i < accesses; ++i) {
+            succeeded = access(subject) && succeeded;
+        }
+        succeeded = others.wait() && succeeded;
+        const std::chrono::duration<double> elapsed = clock_type::now() - start;
+        if (!succeeded) {
+            state.SkipWithError("An access failed");
+            break;
+        }
+        state.SetIterationTime(elapsed.count());
+    }
+}
+
+template <typename Way>
+bool get_once(Way& subject) {
+    return is_rotation(subject.get());
+}
+
+template <typename Way>
+bool set_once(Way& subject) {
+    return subject.set(2);
+}
+
+// As short as a program can do it that trusts everybody.
+bool create_by_bare_calls(bool create) {
+    sem_t* sem = sem_open("bench_shared_record", create ? O_CREAT : 0, 0600, 1);
+    sem_wait(sem);
+    const int fd = shm_open("bench_shared_record", create ? O_RDWR | O_CREAT : O_RDWR, 0600);
+    if (create && ftruncate(fd, sizeof(vk_shared_info)) != 0) {
+        return false;
+    }
+    void* address =
+        mmap(nullptr, sizeof(vk_shared_info), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    if (create) {
+        static_cast<vk_shared_info*>(address)->monitor_rotation = VASK_MONITOR_ROTATION_NOT_SET;
+    }
+    sem_post(sem);
+    sem_wait(sem);
+    const int rotation = static_cast<vk_shared_info*>(address)->monitor_rotation;
+    sem_post(sem);
+    munmap(address, sizeof(vk_shared_info));
+    sem_close(sem);
+    return rotation == VASK_MONITOR_ROTATION_NOT_SET;
+}
+
+void remove_bare_objects() {
+    shm_unlink("bench_shared_record");
+    sem_unlink("bench_shared_record");
+}
+
+void bare_first_access(benchmark::State& state, bool creates) {
+    if (!creates) {
+        create_by_bare_calls(true);
+    }
+    for (auto _ : state) {
+        if (!create_by_bare_calls(creates)) {
+            state.SkipWithError("No fresh record");
+            break;
+        }
+        if (creates) {
+            remove_bare_objects();
+        }
+    }
+    remove_bare_objects();
+    is_baseline(state);
+}
+
+void first_access(benchmark::State& state, bool creates) {
+    // Whatever others have set.
+    vask_object::get_monitor_rotation();
+    forget_record(true);
+    vask_object::get_monitor_rotation();
+    forget_record(creates);
+    for (auto _ : state) {
+        if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_NOT_SET) {
+            state.SkipWithError("No fresh record");
+            break;
+        }
+        forget_record(creates);
+    }
+    vask_object::get_monitor_rotation();
+    forget_record(true);
+}
+
+// A program that does nothing but load libraries.
+void run_loader(benchmark::State& state, std::vector<std::string> arguments) {
+    close_all_descriptors_on_exec();
+    const std::string path = std::string(VASK_BENCH_CHILD_DIR) + "/bench_loader";
+    arguments.insert(arguments.begin(), path);
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    for (auto _ : state) {
+        pid_t pid = -1;
+        int status = -1;
+        if (posix_spawn(&pid, path.c_str(), nullptr, nullptr, argv.data(), environ) != 0 ||
+            waitpid(pid, &status, 0) != pid || status != 0) {
+            state.SkipWithError("A library cannot be loaded");
+            break;
+        }
+    }
+}
+
+void load_needed_libraries(benchmark::State& state) {
+    run_loader(state, {"libdbus-glib-1.so.2", "libsoup-2.4.so.1", "libstdc++.so.6"});
+    is_baseline(state);
+}
+
+void load_library(benchmark::State& state) {
+    run_loader(state, {VASK_BENCH_LIBRARY});
+}
+
+void load_nothing(benchmark::State& state) {
+    run_loader(state, {});
+}
+
+// The record of the machine is not ours to change.
+void enter_private_dev_shm() {
+    if ((unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", "/dev/shm", "tmpfs", 0, nullptr) != 0) {
+        perror("No /dev/shm of our own");
+        exit(1);
+    }
+}
+
+void add(const std::string& name, const std::function<void(benchmark::State&)>& body) {
+    benchmark::RegisterBenchmark(name.c_str(), body)->UseRealTime();
+}
+
+using body = std::function<void(benchmark::State&)>;
+
+body as_baseline(const body& inner) {
+    return [inner](benchmark::State& state) {
+        inner(state);
+        is_baseline(state);
+    };
+}
+
+body limited(const body& inner) {
+    return [inner](benchmark::State& state) {
+        inner(state);
+        has_ratio_limit(state, "2.00");
+    };
+}
+
+void add_alone() {
+    const std::string get = "Get the rotation/";
+    add(get + "sem_wait and sem_post", as_baseline(get_alone<bare_sem_way>));
+    add(get + "get_monitor_rotation", limited(get_alone<library_way>));
+    add(get + "robust pthread mutex", get_alone<robust_mutex_way>);
+    const std::string set = "Set the rotation/";
+    add(set + "sem_wait and sem_post", as_baseline(set_alone<bare_sem_way>));
+    add(set + "set_monitor_rotation", limited(set_alone<library_way>));
+    add(set + "robust pthread mutex", set_alone<robust_mutex_way>);
+}
+
+template <typename Way>
+body beside(int rival_count, bool (*access)(Way&)) {
+    return [=](benchmark::State& state) { beside_rivals<Way>(state, rival_count, access); };
+}
+
+void add_beside(int rival_count) {
+    const auto add_timed = [](const std::string& name, const body& inner) {
+        benchmark::RegisterBenchmark(name.c_str(), inner)->UseManualTime();
+    };
+    const std::string end = rival_count == 1
+                                ? " beside one process that sets/"
+                                : " beside " + std::to_string(rival_count) + " processes that set/";
+    const std::string get = "50,000 gets" + end;
+    add_timed(get + "sem_wait and sem_post",
+              as_baseline(beside(rival_count, get_once<bare_sem_way>)));
+    add_timed(get + "get_monitor_rotation", beside(rival_count, get_once<library_way>));
+    add_timed(get + "robust pthread mutex", beside(rival_count, get_once<robust_mutex_way>));
+    const std::string set = "50,000 sets" + end;
+    add_timed(set + "sem_wait and sem_post",
+              as_baseline(beside(rival_count, set_once<bare_sem_way>)));
+    add_timed(set + "set_monitor_rotation", beside(rival_count, set_once<library_way>));
+    add_timed(set + "robust pthread mutex", beside(rival_count, set_once<robust_mutex_way>));
+}
+
+bool register_all() {
+    enter_private_dev_shm();
+    add_alone();
+    for (const int rival_count : {1, 4, 8}) {
+        add_beside(rival_count);
+    }
+    add("First access, creating the record/bare calls",
+        [](benchmark::State& s) { bare_first_access(s, true); });
+    add("First access, creating the record/get_monitor_rotation",
+        [](benchmark::State& s) { first_access(s, true); });
+    add("First access, finding the record/bare calls",
+        [](benchmark::State& s) { bare_first_access(s, false); });
+    add("First access, finding the record/get_monitor_rotation",
+        [](benchmark::State& s) { first_access(s, false); });
+    const std::string loading = "An empty program that loads/";
+    add(loading + "what the library needs", load_needed_libraries);
+    add(loading + "the library", load_library);
+    add(loading + "nothing", load_nothing);
+    return true;
+}
+
+const bool registered = register_all();
+
+}  // namespace
