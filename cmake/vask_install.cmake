@@ -8,9 +8,11 @@ set(vask_headers
     include/vask_child.h
     include/vask_child_cmd.h
     include/vask_error.h
+    include/vask_exec.h
     include/vask_export.h
     include/vask_object.h
     include/vask_shared_info.h
+    include/vask_socket.h
     include/vask_utils.h
     include/vask_window_props.h)
 

@@ -1,0 +1,54 @@
+#include "vask_exec.h"
+
+#include <glib.h>
+
+#include "foundation/exec_call.h"
+
+vask_exec::vask_exec() : m_idle_call_runs(false) {}
+
+vask_exec::~vask_exec() {}
+
+void vask_exec::add_idle_exec_func(vask_exec_func func, void* data, vask_exec* target) {
+    vask_exec* const receiver = target != nullptr ? target : this;
+    // It is this object's list that is tested, also for a foreign target: kept.
+    if (exec_list.empty()) {
+        g_idle_add(_idle_callback, receiver);
+    }
+    receiver->exec_list.push_back(vask_exec_info{func, data});
+}
+
+bool vask_exec::idle_callback() {
+    // Several sources may serve one list, when others have added calls to it. One that finds
+    // nothing, or is dispatched by a main loop inside a call, leaves the rest to the others.
+    if (exec_list.empty() || m_idle_call_runs) {
+        return false;
+    }
+    m_idle_call_runs = true;
+    // It stays in front while it runs, so that calls which it adds start no further source.
+    const vask_exec_info info = exec_list.front();
+    call_member(this, info.func, info.data);
+    exec_list.pop_front();
+    m_idle_call_runs = false;
+    return !exec_list.empty();
+}
+
+unsigned int vask_exec::add_timer_exec_func(int interval_msec, vask_exec_func func, void* data,
+                                            vask_exec* target) {
+    auto* info = new vask_obj_exec_info{func, data, target != nullptr ? target : this};
+    return g_timeout_add_full(G_PRIORITY_DEFAULT, static_cast<guint>(MAX(interval_msec, 0)),
+                              _timer_callback, info, delete_vask_exec_info);
+}
+
+int vask_exec::_idle_callback(void* exec) {
+    return static_cast<vask_exec*>(exec)->idle_callback();
+}
+
+int vask_exec::_timer_callback(void* info) {
+    const auto* call = static_cast<vask_obj_exec_info*>(info);
+    call_member(call->obj, call->func, call->data);
+    return G_SOURCE_REMOVE;
+}
+
+void delete_vask_exec_info(void* info) {
+    delete static_cast<vask_obj_exec_info*>(info);
+}

@@ -1,0 +1,11 @@
+#ifndef VASK_SOCKET_CHANNEL_H
+#define VASK_SOCKET_CHANNEL_H
+
+#include <glib.h>
+
+// A channel on a socket, with GLib's defaults (UTF-8, buffered) and two differences to a plain one:
+// writing to a closed peer is a failure and no SIGPIPE, and a read takes what is there instead of
+// waiting. It does not close the descriptor with its last reference.
+GIOChannel* new_socket_channel(int fd);
+
+#endif

@@ -1,0 +1,64 @@
+#include <arpa/inet.h>
+#include <errno.h>
+#include <sys/socket.h>
+
+#include "foundation/glib_handles.h"
+#include "socket/socket_descriptor.h"
+#include "vask_socket.h"
+
+namespace {
+
+// The messages of all socket classes carry the name of the base.
+const char source_unit[] = "vask_socket";
+
+const char broadcast_address[] = "255.255.255.255";
+
+}  // namespace
+
+vask_client_socket::vask_client_socket(const char* addr, vask_sock_proto proto, int port,
+                                       const char* encoding)
+    : vask_socket(proto, port, encoding), m_peer_addr_text(addr != nullptr ? addr : "") {
+    obj_name =
+        "vask_client_socket::vask_client_socket(const char*, vask_sock_proto, int, const gchar*)";
+}
+
+vask_client_socket::~vask_client_socket() {}
+
+bool vask_client_socket::start_connect() {
+    const char* const signature = "bool vask_client_socket::start_connect()";
+    if (m_proto != VASK_SOCK_TCP && m_proto != VASK_SOCK_UDP) {
+        vask_p(VASK_P_BUG, "<%s:%d> Unkown proto: %d\n", source_unit, __LINE__, m_proto);
+        return false;
+    }
+    const int fd = open_ipv4_socket(m_proto == VASK_SOCK_TCP ? SOCK_STREAM : SOCK_DGRAM);
+    if (fd == -1) {
+        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call socket(): %d\n", source_unit, __LINE__,
+               signature, errno);
+        return false;
+    }
+    set_peer(fd);
+    m_peer_addr = sockaddr_in();
+    m_peer_addr.sin_family = AF_INET;
+    m_peer_addr.sin_port = htons(static_cast<in_port_t>(m_port));
+    m_peer_addr.sin_addr.s_addr = inet_addr(m_peer_addr_text.c_str());
+
+    if (m_peer_addr_text == broadcast_address && !set_broadcast_option()) {
+        vask_p(VASK_P_ERR, "<%s:%d> Failed to call setsockopt(): %d\n", source_unit, __LINE__,
+               errno);
+        return false;
+    }
+    if (!make_connection()) {
+        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call connect(): %d\n", source_unit, __LINE__,
+               signature, errno);
+        return false;
+    }
+    GError* error = nullptr;
+    const GIOStatus status = configure_channel(&error);
+    if (status != G_IO_STATUS_NORMAL) {
+        unique_g_error owned(error);
+        vask_p(VASK_P_ERR, "<%s:%d> Failed to call g_io_channel_set_encoding(): %d: %s\n",
+               source_unit, __LINE__, status, error != nullptr ? error->message : "");
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,48 @@
+#include "socket/vask_peer_link.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "vask_socket.h"
+
+vask_peer_link::vask_peer_link(int fd) : m_fd(fd), m_channel(nullptr), m_open(true) {}
+
+vask_peer_link::~vask_peer_link() {
+    if (m_channel != nullptr) {
+        g_io_channel_unref(m_channel);
+    }
+    if (m_open) {
+        ::close(m_fd);
+    }
+}
+
+void vask_peer_link::set_channel(GIOChannel* channel) {
+    if (m_channel != nullptr) {
+        g_io_channel_unref(m_channel);
+    }
+    m_channel = channel;
+}
+
+void vask_peer_link::join(vask_socket* socket) {
+    m_sockets.push_back(socket);
+}
+
+void vask_peer_link::leave(vask_socket* socket) {
+    m_sockets.erase(std::remove(m_sockets.begin(), m_sockets.end(), socket), m_sockets.end());
+}
+
+void vask_peer_link::close(bool flush) {
+    m_open = false;
+    if (m_channel != nullptr) {
+        // This closes the descriptor, whatever becomes of the flush.
+        g_io_channel_shutdown(m_channel, flush, nullptr);
+    } else {
+        ::close(m_fd);
+    }
+    const std::vector<vask_socket*> sockets = std::move(m_sockets);
+    m_sockets.clear();
+    for (vask_socket* socket : sockets) {
+        socket->forget_peer();
+    }
+}

@@ -1,0 +1,223 @@
+#include <errno.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "foundation/exec_call.h"
+#include "socket/socket_descriptor.h"
+#include "vask_socket.h"
+
+// How accepting goes on: m_living_watch_id is the one watch on the listening socket, as long as
+// GLib has it. m_accept_watch_id is its id as the object is said to know it, and is cleared when
+// the watch is dispatched, also when it is kept. A handler may delete the server: what has called
+// one looks at m_lifetime before it touches anything.
+
+namespace {
+
+// The messages of all socket classes carry the name of the base.
+const char source_unit[] = "vask_socket";
+
+constexpr int backlog = 1;
+constexpr int pause_msec = 100;
+
+// While these last, the connection stays in the queue and the listening socket stays ready.
+bool is_shortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+}  // namespace
+
+vask_server_socket::vask_server_socket(vask_sock_proto proto, int port)
+    : vask_socket(proto, port, nullptr),
+      m_sock(0),
+      sock_ch(nullptr),
+      m_server_addr(),
+      m_accepted_handler(),
+      m_accept_watch_id(0),
+      m_living_watch_id(0),
+      m_pause_timer_id(0),
+      m_owns_sock(false),
+      m_lifetime(std::make_shared<char>()) {
+    obj_name = "vask_server_socket::vask_server_socket(vask_sock_proto, int)";
+}
+
+vask_server_socket::~vask_server_socket() {
+    if (sock_ch != nullptr) {
+        // What GLib says when the channel, which is no object, is handed to g_object_unref(). The
+        // call itself would read the channel's reference count as a pointer.
+        g_return_if_fail_warning("GLib-GObject", "g_object_unref", "G_IS_OBJECT (object)");
+    }
+    stop_service();
+}
+
+void vask_server_socket::stop_service() {
+    stop_accepting();
+    if (sock_ch != nullptr) {
+        g_io_channel_unref(std::exchange(sock_ch, nullptr));
+    }
+    if (std::exchange(m_owns_sock, false)) {
+        close(m_sock);
+    }
+    m_sock = 0;
+}
+
+void vask_server_socket::stop_accepting() {
+    m_accept_watch_id = 0;
+    if (m_living_watch_id != 0) {
+        g_source_remove(std::exchange(m_living_watch_id, 0));
+    }
+    if (m_pause_timer_id != 0) {
+        g_source_remove(std::exchange(m_pause_timer_id, 0));
+    }
+}
+
+void vask_server_socket::set_accepted_handler(vask_obj_exec_info handler) {
+    m_accepted_handler = handler;
+}
+
+bool vask_server_socket::start_service() {
+    const char* const signature = "bool vask_server_socket::start_service()";
+    vask_p(VASK_P_DBG, "<%s:%d> %s\n", source_unit, __LINE__, signature);
+    if (m_proto != VASK_SOCK_TCP && m_proto != VASK_SOCK_UDP) {
+        vask_p(VASK_P_BUG, "<%s:%d> Unkown proto: %d\n", source_unit, __LINE__, m_proto);
+        return false;
+    }
+    stop_service();
+    const int fd = open_ipv4_socket(m_proto == VASK_SOCK_TCP ? SOCK_STREAM : SOCK_DGRAM);
+    if (fd == -1) {
+        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call socket(): %d\n", source_unit, __LINE__,
+               signature, errno);
+        return false;
+    }
+    m_sock = fd;
+    m_owns_sock = true;
+    if (!enable_socket_option(m_sock, SO_REUSEADDR)) {
+        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call setsockopt(): %d\n", source_unit, __LINE__,
+               signature, errno);
+        return false;
+    }
+    m_server_addr = sockaddr_in();
+    m_server_addr.sin_family = AF_INET;
+    m_server_addr.sin_port = htons(static_cast<in_port_t>(m_port));
+    m_server_addr.sin_addr.s_addr = htonl(INADDR_ANY);
+    if (bind(m_sock, reinterpret_cast<sockaddr*>(&m_server_addr), sizeof m_server_addr) != 0) {
+        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call bind(): %d\n", source_unit, __LINE__,
+               signature, errno);
+        return false;
+    }
+    if (m_proto == VASK_SOCK_UDP) {
+        m_owns_sock = false;
+        set_peer(m_sock);
+        // With the defaults of GLib: kept.
+        create_channel();
+        return true;
+    }
+    never_wait_for_connections(m_sock);
+    if (listen(m_sock, backlog) != 0) {
+        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call listen(): %d\n", source_unit, __LINE__,
+               signature, errno);
+        return false;
+    }
+    sock_ch = g_io_channel_unix_new(m_sock);
+    set_watch_accepted();
+    return true;
+}
+
+void vask_server_socket::set_watch_accepted() {
+    if (sock_ch == nullptr) {
+        vask_p(VASK_P_BUG, "<%s:%d> %s: sock_ch == NULL\n", source_unit, __LINE__,
+               "void vask_server_socket::set_watch_accepted()");
+        return;
+    }
+    if (m_living_watch_id == 0) {
+        stop_accepting();
+        m_living_watch_id = g_io_add_watch(sock_ch, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP),
+                                           _watch_accepted, this);
+    }
+    m_accept_watch_id = m_living_watch_id;
+}
+
+void vask_server_socket::resume_accepting(void*) {
+    m_pause_timer_id = 0;
+    set_watch_accepted();
+}
+
+gboolean vask_server_socket::_watch_accepted(GIOChannel* channel, GIOCondition condition,
+                                             void* data) {
+    return static_cast<vask_server_socket*>(data)->watch_accepted(channel, condition);
+}
+
+gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition condition) {
+    const char* const signature =
+        "gboolean vask_server_socket::watch_accepted(GIOChannel*, GIOCondition)";
+    vask_p(VASK_P_DBG, "<%s:%d> %s\n", source_unit, __LINE__, signature);
+    const std::weak_ptr<char> lifetime = m_lifetime;
+    m_accept_watch_id = 0;
+
+    sockaddr_in peer = {};
+    const int fd = accept_connection(m_sock, peer);
+    const bool ok = fd != -1;
+    bool out_of_resources = false;
+    if (ok) {
+        const bool serves_former_peer = m_read_context.reading;
+        m_peer_addr = peer;
+        set_peer(fd);
+        // What the former peer sends must not be taken for data of the new one.
+        if (serves_former_peer) {
+            end_request(G_IO_STATUS_ERROR);
+            if (lifetime.expired()) {
+                return FALSE;
+            }
+            m_accept_watch_id = 0;
+        }
+    } else {
+        out_of_resources = is_shortage(errno);
+        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call accept(): %d\n", source_unit, __LINE__,
+               signature, errno);
+    }
+
+    const bool wanted = accepted(channel, condition, ok);
+    if (lifetime.expired()) {
+        return FALSE;
+    }
+    // A request of the server may have ended meanwhile, and asked for the watch again.
+    if (!wanted && m_accept_watch_id == 0) {
+        stop_accepting();
+        return FALSE;
+    }
+    if (out_of_resources) {
+        stop_accepting();
+        m_pause_timer_id = add_timer_exec_func(
+            pause_msec, static_cast<vask_exec_func>(&vask_server_socket::resume_accepting),
+            nullptr);
+        return FALSE;
+    }
+    return TRUE;
+}
+
+gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool ok) {
+    // Each complains when there is no peer, and in this order.
+    const std::string ip_addr = get_peer_ip_addr();
+    const int port = get_peer_port();
+    vask_p(VASK_P_DBG, "<%s:%d> %s: IP: %s, port: %d\n", source_unit, __LINE__,
+           "virtual gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool)",
+           ip_addr.c_str(), port);
+    if (m_accepted_handler.obj == nullptr || m_accepted_handler.func == nullptr) {
+        vask_p(VASK_P_BUG, "<%s:%d> accepted_cb is invalid\n", source_unit, __LINE__);
+        return FALSE;
+    }
+    vask_accepted_info info = {ok ? new vask_socket(*this) : nullptr, true};
+    const vask_obj_exec_info handler = m_accepted_handler;
+    call_member(handler.obj, handler.func, &info);
+    return info.keep_accepting;
+}
+
+void vask_server_socket::read_done() {
+    const bool complete = m_read_context.complete;
+    const std::weak_ptr<char> lifetime = m_lifetime;
+    vask_socket::read_done();
+    if (!complete && !lifetime.expired()) {
+        set_watch_accepted();
+    }
+}
