@@ -1,12 +1,12 @@
 // Depends on a copy of the library, and so is constructed directly after it.
 
-#include "shared_info/system_call_mark.h"
+#include "support/system_call_mark.h"
 #include "vask_object.h"
 
 extern "C" __attribute__((visibility("default"))) bool was_made_at_end;
 bool was_made_at_end = false;
 
 __attribute__((constructor)) static void mark_end() {
-    system_call_mark::end();
+    vask_test::system_call_mark::end();
     was_made_at_end = vask_object::m_shared_info != nullptr;
 }

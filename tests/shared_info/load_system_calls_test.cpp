@@ -3,8 +3,9 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include "shared_info/system_call_count.h"
+#include "support/system_calls.h"
 
 namespace {
 
@@ -15,14 +16,15 @@ bool flag(void* library, const char* name) {
 }  // namespace
 
 TEST(load_system_calls, Are_none) {
-    const system_call_count count = count_system_calls([] {
+    const vask_test::call_counts count = vask_test::count_system_calls([] {
         // Not to be mixed up with the library that the test itself is linked to.
         void* library = dlopen(VASK_TEST_LOAD_END_MARK, RTLD_NOW | RTLD_DEEPBIND);
         if (!library)
-            return 1;
-        return !flag(library, "was_made_before_begin") && flag(library, "was_made_at_end") ? 0 : 2;
+            _exit(1);
+        if (flag(library, "was_made_before_begin") || !flag(library, "was_made_at_end"))
+            _exit(2);
     });
     EXPECT_EQ(count.exit_status, 0);
-    ASSERT_TRUE(count.is_complete);
+    ASSERT_TRUE(count.complete);
     EXPECT_EQ(count.all, 0) << testing::PrintToString(count);
 }

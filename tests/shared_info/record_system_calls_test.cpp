@@ -5,7 +5,7 @@
 #include <sys/syscall.h>
 
 #include "shared_info/shared_objects.h"
-#include "shared_info/system_call_count.h"
+#include "support/system_calls.h"
 #include "vask_object.h"
 
 namespace {
@@ -13,15 +13,14 @@ namespace {
 class record_system_calls : public shared_info_test {
 protected:
     void expect_none_in(const std::function<void()>& access) {
-        const system_call_count count = count_system_calls([&access] {
+        const vask_test::call_counts count = vask_test::count_system_calls([&access] {
             access();
-            system_call_mark::begin();
+            vask_test::system_call_mark::begin();
             for (int i = 0; i < 1000; ++i)
                 access();
-            system_call_mark::end();
-            return 0;
+            vask_test::system_call_mark::end();
         });
-        ASSERT_TRUE(count.is_complete);
+        ASSERT_TRUE(count.complete);
         EXPECT_EQ(count.exit_status, 0);
         EXPECT_EQ(count.all, 0) << testing::PrintToString(count);
     }
@@ -52,13 +51,13 @@ TEST_F(record_system_calls, Are_none_where_the_hardware_is_known) {
 }
 
 TEST_F(record_system_calls, Are_seen_where_there_are_some) {
-    const system_call_count count = count_system_calls([] {
-        system_call_mark::begin();
+    const vask_test::call_counts count = vask_test::count_system_calls([] {
+        vask_test::system_call_mark::begin();
         vask_object::get_monitor_rotation();
-        system_call_mark::end();
+        vask_test::system_call_mark::end();
         return 7;
     });
-    EXPECT_TRUE(count.is_complete);
+    EXPECT_TRUE(count.complete);
     EXPECT_EQ(count.by_number.count(SYS_mmap), 1U);
     EXPECT_EQ(count.exit_status, 7);
 }

@@ -4,8 +4,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-/** System calls that nobody else makes, between which others are counted. */
-namespace system_call_mark {
+/** System calls that nobody else makes, between which count_system_calls() counts the others. */
+namespace vask_test::system_call_mark {
 
 constexpr int begin_argument = -1000001;
 constexpr int end_argument = -1000002;
@@ -18,6 +18,6 @@ inline void end() {
     syscall(SYS_close, end_argument);
 }
 
-}  // namespace system_call_mark
+}  // namespace vask_test::system_call_mark
 
 #endif
