@@ -12,6 +12,8 @@
 #include "vask_child.h"
 #include "vask_child_cmd.h"
 #include "vask_error.h"
+#include "vask_exec.h"
+#include "vask_socket.h"
 #include "vask_window_props.h"
 
 using namespace vask_test;
@@ -110,4 +112,35 @@ TEST(virtual_order, of_a_controller_tool) {
     const vask_child_cmd tool("tool", "program", "1", true);
     EXPECT_THAT(virtual_functions(tool), ElementsAre("vask_child_cmd::~vask_child_cmd()",
                                                      "vask_child_cmd::~vask_child_cmd()"));
+}
+
+TEST(virtual_order, of_a_deferred_call) {
+    const vask_exec exec;
+    EXPECT_THAT(virtual_functions(exec),
+                ElementsAre("vask_exec::idle_callback()", "vask_exec::~vask_exec()",
+                            "vask_exec::~vask_exec()"));
+}
+
+TEST(virtual_order, of_a_socket) {
+    const vask_socket socket(VASK_SOCK_TCP, 0, nullptr);
+    EXPECT_THAT(virtual_functions(socket),
+                ElementsAre("vask_exec::idle_callback()", "vask_socket::~vask_socket()",
+                            "vask_socket::~vask_socket()", "vask_socket::read_done()"));
+}
+
+TEST(virtual_order, of_a_server_socket) {
+    const vask_server_socket server(VASK_SOCK_TCP, 0);
+    EXPECT_THAT(
+        virtual_functions(server),
+        ElementsAre("vask_exec::idle_callback()", "vask_server_socket::~vask_server_socket()",
+                    "vask_server_socket::~vask_server_socket()", "vask_server_socket::read_done()",
+                    "vask_server_socket::accepted(_GIOChannel*, GIOCondition, bool)"));
+}
+
+TEST(virtual_order, of_a_client_socket) {
+    const vask_client_socket client("127.0.0.1", VASK_SOCK_TCP, 0, nullptr);
+    EXPECT_THAT(
+        virtual_functions(client),
+        ElementsAre("vask_exec::idle_callback()", "vask_client_socket::~vask_client_socket()",
+                    "vask_client_socket::~vask_client_socket()", "vask_socket::read_done()"));
 }

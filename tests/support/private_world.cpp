@@ -2,8 +2,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <net/if.h>
+#include <net/route.h>
+#include <netinet/in.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -50,6 +55,36 @@ std::string unshare_all() {
         !write_file("/proc/self/gid_map", gid + " " + gid + " 1"))
         return failure("no user mapping");
     return "";
+}
+
+void set_address(sockaddr& place, in_addr_t address) {
+    sockaddr_in ipv4 = {};
+    ipv4.sin_family = AF_INET;
+    ipv4.sin_addr.s_addr = htonl(address);
+    std::memcpy(&place, &ipv4, sizeof ipv4);
+}
+
+// A new network has only a loopback interface, and that is down. It also takes the broadcasts, for
+// which there is no other interface.
+std::string bring_up_loopback() {
+    char loopback[] = "lo";
+    ifreq interface = {};
+    std::strcpy(interface.ifr_name, loopback);
+    interface.ifr_flags = IFF_UP;
+
+    rtentry route = {};
+    set_address(route.rt_dst, INADDR_BROADCAST);
+    set_address(route.rt_genmask, INADDR_BROADCAST);
+    route.rt_flags = RTF_UP | RTF_HOST;
+    route.rt_dev = loopback;
+
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool is_up = fd >= 0 && ioctl(fd, SIOCSIFFLAGS, &interface) == 0 &&
+                       ioctl(fd, SIOCADDRT, &route) == 0;
+    const std::string error = is_up ? "" : failure("no private loopback interface");
+    if (fd >= 0)
+        close(fd);
+    return error;
 }
 
 bool bind_into_tmp(const char* name, mode_t mode) {
@@ -117,7 +152,9 @@ std::string enter_private_world(const std::string& program) {
     const std::string program_path = resolved ? resolved : "";
     std::free(resolved);
 
-    const std::string error = unshare_all();
+    std::string error = unshare_all();
+    if (error.empty())
+        error = bring_up_loopback();
     if (!error.empty())
         return error;
     if (!make_mounts_private())
