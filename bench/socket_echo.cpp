@@ -1,0 +1,217 @@
+// Answering the requests of a peer with the same bytes.
+
+#include <gio/gio.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <memory>
+
+#include "socket_peer.h"
+#include "table_row.h"
+#include "vask_socket.h"
+
+namespace {
+
+constexpr gsize request_size = 64;
+constexpr int timeout_sec = 30;
+
+class library_echo : public vask_exec {
+public:
+    library_echo(int fd, int timeout) : m_socket(fd), m_timeout(timeout) { ask(); }
+    int echoed = 0;
+
+private:
+    class supplied_socket : public vask_socket {
+    public:
+        explicit supplied_socket(int fd) : vask_socket(VASK_SOCK_TCP, 0, nullptr) {
+            peer_sock = fd;
+        }
+    };
+
+    void ask() {
+        m_socket.set_read_request(
+            {static_cast<vask_exec_func>(&library_echo::answer), nullptr, this}, request_size,
+            request_size, m_timeout);
+    }
+
+    void answer(void*) {
+        const vask_sock_read_context& request = m_socket.m_read_context;
+        m_socket.write(request.buffer, static_cast<gssize>(request.received));
+        ++echoed;
+        ask();
+    }
+
+    supplied_socket m_socket;
+    int m_timeout;
+};
+
+// Unbuffered, with a fresh watch and buffer for each request.
+class channel_echo {
+public:
+    channel_echo(int fd, int timeout) : m_channel(g_io_channel_unix_new(fd)), m_timeout(timeout) {
+        g_io_channel_set_encoding(m_channel, nullptr, nullptr);
+        g_io_channel_set_buffered(m_channel, FALSE);
+        ask();
+    }
+    ~channel_echo() {
+        g_source_remove(m_watch);
+        disarm();
+        g_io_channel_shutdown(m_channel, FALSE, nullptr);
+        g_io_channel_unref(m_channel);
+    }
+    int echoed = 0;
+
+private:
+    void ask() {
+        m_buffer.reset(static_cast<char*>(g_malloc(request_size)));
+        m_watch = g_io_add_watch(
+            m_channel, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP),
+            [](GIOChannel*, GIOCondition, gpointer self) {
+                return static_cast<channel_echo*>(self)->answer();
+            },
+            this);
+        if (m_timeout > 0) {
+            m_timer = g_timeout_add_full(
+                G_PRIORITY_DEFAULT, static_cast<guint>(m_timeout) * 1000,
+                [](gpointer) -> gboolean { return G_SOURCE_REMOVE; }, this, nullptr);
+        }
+    }
+
+    void disarm() {
+        if (m_timer != 0) {
+            g_source_remove(m_timer);
+            m_timer = 0;
+        }
+    }
+
+    gboolean answer() {
+        gsize size = 0;
+        g_io_channel_read_chars(m_channel, m_buffer.get(), request_size, &size, nullptr);
+        disarm();
+        gsize written = 0;
+        g_io_channel_write_chars(m_channel, m_buffer.get(), static_cast<gssize>(size), &written,
+                                 nullptr);
+        ++echoed;
+        ask();
+        return G_SOURCE_REMOVE;
+    }
+
+    struct g_free_it {
+        void operator()(char* memory) const { g_free(memory); }
+    };
+
+    GIOChannel* m_channel;
+    int m_timeout;
+    guint m_watch = 0;
+    guint m_timer = 0;
+    std::unique_ptr<char, g_free_it> m_buffer;
+};
+
+class gio_echo {
+public:
+    gio_echo(int fd, int timeout) {
+        GSocket* socket = g_socket_new_from_fd(fd, nullptr);
+        g_socket_set_timeout(socket, static_cast<guint>(timeout));
+        m_connection = g_socket_connection_factory_create_connection(socket);
+        g_object_unref(socket);
+        ask();
+    }
+    ~gio_echo() {
+        g_cancellable_cancel(m_cancellable);
+        while (!m_over) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
+        g_object_unref(m_cancellable);
+        g_object_unref(m_connection);
+    }
+    int echoed = 0;
+
+private:
+    void ask() {
+        g_input_stream_read_async(
+            g_io_stream_get_input_stream(G_IO_STREAM(m_connection)), m_buffer, sizeof m_buffer,
+            G_PRIORITY_DEFAULT, m_cancellable,
+            [](GObject* stream, GAsyncResult* result, gpointer self) {
+                static_cast<gio_echo*>(self)->answer(G_INPUT_STREAM(stream), result);
+            },
+            this);
+    }
+
+    void answer(GInputStream* stream, GAsyncResult* result) {
+        const gssize size = g_input_stream_read_finish(stream, result, nullptr);
+        if (size <= 0) {
+            m_over = true;
+            return;
+        }
+        gsize written = 0;
+        g_output_stream_write_all(g_io_stream_get_output_stream(G_IO_STREAM(m_connection)),
+                                  m_buffer, static_cast<gsize>(size), &written, nullptr, nullptr);
+        ++echoed;
+        ask();
+    }
+
+    GSocketConnection* m_connection;
+    GCancellable* m_cancellable = g_cancellable_new();
+    bool m_over = false;
+    char m_buffer[request_size];
+};
+
+template <typename Echo>
+void echo_in_main_loop(benchmark::State& state, int timeout) {
+    socket_peer peer = socket_peer::asking(request_size);
+    Echo echo(peer.release(), timeout);
+    for (auto _ : state) {
+        const int before = echo.echoed;
+        while (echo.echoed == before) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
+    }
+}
+
+template <int Timeout>
+void library(benchmark::State& state) {
+    echo_in_main_loop<library_echo>(state, Timeout);
+    has_ratio_limit(state, "1.10");
+}
+
+template <int Timeout>
+void bare_channel(benchmark::State& state) {
+    echo_in_main_loop<channel_echo>(state, Timeout);
+    is_baseline(state);
+}
+
+template <int Timeout>
+void socket_connection(benchmark::State& state) {
+    echo_in_main_loop<gio_echo>(state, Timeout);
+}
+
+template <int Timeout>
+void poll_loop(benchmark::State& state) {
+    const socket_peer peer = socket_peer::asking(request_size);
+    char buffer[request_size];
+    for (auto _ : state) {
+        pollfd readable = {peer.fd(), POLLIN, 0};
+        poll(&readable, 1, Timeout > 0 ? Timeout * 1000 : -1);
+        const ssize_t size = recv(peer.fd(), buffer, sizeof buffer, 0);
+        if (size <= 0 || send(peer.fd(), buffer, static_cast<size_t>(size), MSG_NOSIGNAL) != size) {
+            state.SkipWithError("The peer is gone");
+        }
+    }
+}
+
+BENCHMARK(library<0>)->Name("Echo round trip/vask_socket")->UseRealTime();
+BENCHMARK(bare_channel<0>)->Name("Echo round trip/bare GIOChannel")->UseRealTime();
+BENCHMARK(socket_connection<0>)->Name("Echo round trip/GSocketConnection")->UseRealTime();
+BENCHMARK(poll_loop<0>)->Name("Echo round trip/loop of poll")->UseRealTime();
+BENCHMARK(library<timeout_sec>)->Name("Echo round trip with a time-out/vask_socket")->UseRealTime();
+BENCHMARK(bare_channel<timeout_sec>)
+    ->Name("Echo round trip with a time-out/bare GIOChannel")
+    ->UseRealTime();
+BENCHMARK(socket_connection<timeout_sec>)
+    ->Name("Echo round trip with a time-out/GSocketConnection")
+    ->UseRealTime();
+BENCHMARK(poll_loop<timeout_sec>)
+    ->Name("Echo round trip with a time-out/loop of poll")
+    ->UseRealTime();
+
+}  // namespace
