@@ -1,0 +1,35 @@
+#ifndef NPAPI_NPTYPES_H
+#define NPAPI_NPTYPES_H
+
+/**
+ * @file
+ * @brief What the other headers of the plug-in interface need of the platform: numbers of fixed
+ *        width, bool, and linkage.
+ */
+
+#include <stdint.h>
+
+#ifndef __cplusplus
+#include <stdbool.h>
+#endif
+
+#ifndef XP_UNIX
+#define XP_UNIX 1
+#endif
+
+/* The other side may send a number that is none of the enumerators. In C that is allowed anyway. */
+#ifdef __cplusplus
+#define NP_ENUM_BASE : unsigned int
+#else
+#define NP_ENUM_BASE
+#endif
+
+/** Marks what a plug-in offers to the browser. */
+#define NP_VISIBILITY_DEFAULT __attribute__((visibility("default")))
+#define NP_EXPORT(type) NP_VISIBILITY_DEFAULT type
+
+/* Calling conventions, of which this platform has one. */
+#define NP_LOADDS
+#define NP_CALLBACK
+
+#endif
