@@ -10,14 +10,24 @@ set(vask_headers
     include/vask_error.h
     include/vask_exec.h
     include/vask_export.h
+    include/vask_np_base.h
+    include/vask_np_factory.h
+    include/vask_np_instance.h
     include/vask_object.h
+    include/vask_script.h
     include/vask_shared_info.h
     include/vask_socket.h
     include/vask_utils.h
     include/vask_window_props.h)
+set(npapi_headers
+    include/npapi/npapi.h
+    include/npapi/npfunctions.h
+    include/npapi/npruntime.h
+    include/npapi/nptypes.h)
 
 install(TARGETS vask EXPORT vask-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES ${vask_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vask)
+install(FILES ${npapi_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vask/npapi)
 install(FILES ${VASK_CHILD_INTERFACE_XML} DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces)
 
 set(cmake_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vask)

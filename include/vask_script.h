@@ -1,0 +1,219 @@
+#ifndef VASK_SCRIPT_H
+#define VASK_SCRIPT_H
+
+/**
+ * @file
+ * @brief The object that page scripts see in place of the plug-in element.
+ */
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+
+#include "vask_np_base.h"
+
+/**
+ * @brief A scriptable object: finds what a script calls by name, and keeps the script's callbacks.
+ *
+ * The browser knows this object by its NPObject part and calls it through ::vask_script_class.
+ * NPObject is not polymorphic and lies behind this object's virtual table, so that the two have
+ * different addresses: convert between them with static_cast, never through `void*`.
+ *
+ * Derived classes fill #method_map, #getter_map and #setter_map in their constructors:
+ *
+ *     method_map["play"] = static_cast<script_method>(&my_instance::play);
+ *
+ * and allow callback names with add_jscb_func(). A page then registers a function with
+ * `element.attachEvent("name", function)` or `add_callback`, and removes it with
+ * `element.detachEvent("name", function)` or `del_callback`; the plug-in calls it through
+ * get_jscb_npobj().
+ *
+ * Members that are numbers have no name: looking one up (`element[0]`) throws std::logic_error out
+ * of has_method(), invoke(), has_property(), get_property() and set_property(), and so into the
+ * browser. A product whose pages may do that overrides these operations and catches it there, as it
+ * does with what its own handlers throw.
+ *
+ * Browser's plug-in thread only.
+ */
+class VASK_EXPORT vask_script : public NPObject, public vask_np_base {
+public:
+    /** Stores a script's value in a property. @return whether the script's assignment succeeds */
+    typedef bool (vask_script::*property_setter)(const NPVariant* value);
+
+    /** Fills @p result, whose text or object becomes the browser's: text is made with
+     *  NPN_MemAlloc(), an object carries a reference. @return whether the script's read succeeds */
+    typedef bool (vask_script::*property_getter)(NPVariant* result);
+
+    /** Handles a script's call. @p args stay the browser's; @p result as in a getter, and void if
+     * it is left alone. @return whether the script's call succeeds */
+    typedef bool (vask_script::*script_method)(const NPVariant* args, uint32_t arg_count,
+                                               NPVariant* result);
+
+    /**
+     * Registers the four methods for callbacks.
+     *
+     * @param name  name in diagnostics; not copied, must outlive the object
+     */
+    explicit vask_script(const char* name);
+
+    /** Releases every callback that is still registered. */
+    ~vask_script() override;
+
+    /** @name Called by the browser
+     *
+     * @p object is this object's NPObject part. Each logs its signature at DBG, with the name that
+     * it looks up.
+     */
+    ///@{
+
+    /** The browser has no more use for the object. Does nothing. */
+    virtual void invalidate(NPObject* object);
+
+    /** @return whether @p name is in #method_map */
+    virtual bool has_method(NPObject* object, NPIdentifier name);
+
+    /** Calls the method of #method_map. The browser's copy of the name is freed before, and this
+     *  object is not touched afterwards. @return what the method returns; false when there is none,
+     *  with @p result as it was */
+    virtual bool invoke(NPObject* object, NPIdentifier name, const NPVariant* args,
+                        uint32_t arg_count, NPVariant* result);
+
+    /** The script calls the element itself. @return false */
+    virtual bool invoke_default(NPObject* object, const NPVariant* args, uint32_t arg_count,
+                                NPVariant* result);
+
+    /** @return whether @p name is in #getter_map or #setter_map */
+    virtual bool has_property(NPObject* object, NPIdentifier name);
+
+    /** @return what the getter returns; false when there is none, with @p result as it was */
+    virtual bool get_property(NPObject* object, NPIdentifier name, NPVariant* result);
+
+    /** @return what the setter returns; false when there is none */
+    virtual bool set_property(NPObject* object, NPIdentifier name, const NPVariant* value);
+
+    /** @return false */
+    virtual bool remove_property(NPObject* object, NPIdentifier name);
+
+    /** @return false, with @p names and @p count as they were */
+    virtual bool enumerate(NPObject* object, NPIdentifier** names, uint32_t* count);
+
+    ///@}
+    /** @name Callbacks */
+    ///@{
+
+    /** Allows scripts to register a callback under @p name; copied, not null. */
+    void add_jscb_func(const char* name);
+
+    /**
+     * The function that a script has registered.
+     *
+     * @param name  not null
+     * @return the function without a reference for the caller, valid until the script removes or
+     *         replaces it; null when there is none
+     */
+    NPObject* get_jscb_npobj(const char* name);
+
+    /**
+     * Tests the arguments of a script's call, up to the first mismatch.
+     *
+     * @param argc      number of entries in @p args
+     * @param args      the arguments; may be null when @p argc is 0
+     * @param expected  the number of arguments there should be, followed by the NPVariantType of
+     *                  each
+     * @return whether all match; false after "The number of given arguments (N) is diffrent from
+     *         expcted one (N)" or "The type of NPVariant in the INDEXth argument: TYPE is different
+     *         from the exptected: TYPE" at ERR
+     */
+    bool check_script_args(uint32_t argc, const NPVariant* args, uint32_t expected, ...);
+
+    /**
+     * Takes a request to register or remove a callback apart.
+     *
+     * @param args  the name and the function; more arguments are ignored
+     * @param argc  number of entries in @p args
+     * @param name  receives the name; changed by a failure as well once the types are right
+     * @param obj   receives the function, without a reference; untouched on failure
+     * @return false after a line at ERR: "The number of argc must be greater than one.", "The first
+     *         argument must be string, but TYPE is given.", "The second argument must be object,
+     * but TYPE is given." or "Requested callback function 'NAME' is not supported"
+     */
+    bool chk_jscb_request_param(const NPVariant* args, uint32_t argc, std::string& name,
+                                NPObject*& obj);
+
+    /**
+     * The method "add_callback" and "attachEvent". Takes a reference to the function. A function
+     * that was registered under the same name before is forgotten and keeps its reference.
+     *
+     * @param result  not written
+     * @return true, also for a request that is refused with the lines of chk_jscb_request_param()
+     */
+    bool add_jscb_request(const NPVariant* args, uint32_t argc, NPVariant* result);
+
+    /**
+     * The method "del_callback" and "detachEvent". Takes a reference away from the function that is
+     * given, even if it is another one than the registered one, which is then forgotten.
+     *
+     * @param result  not written
+     * @return true, also for a request that is refused with the lines of chk_jscb_request_param()
+     * or with "Requested callback function 'NAME' is not registered" at ERR
+     */
+    bool del_jscb_request(const NPVariant* args, uint32_t argc, NPVariant* result);
+
+    /** Releases every registered callback, but keeps the entries: for the destructor. */
+    void delete_jscb_map();
+
+    ///@}
+
+protected:
+    std::map<std::string, property_setter> setter_map;
+    std::map<std::string, property_getter> getter_map;
+    std::map<std::string, script_method> method_map;
+
+    /** Names under which a script may register a callback. */
+    std::set<std::string> jscb_func_set;
+
+    /** The registered callbacks, with one reference each. */
+    std::map<std::string, NPObject*> jscb_map;
+
+private:
+    std::string name_of(NPIdentifier name, const char* signature);
+};
+
+/** @name How the browser reaches a scriptable object
+ *
+ * The object is part of a vask_np_instance, which the private data of its NPP points to. It is
+ * neither allocated nor freed on its own.
+ */
+///@{
+
+/** The class of every scriptable object, for NPN_CreateObject. */
+extern VASK_EXPORT NPClass vask_script_class;
+
+extern "C" {
+
+/** Notes that the browser has created the object. @return the object of the instance of @p npp */
+VASK_EXPORT NPObject* _vask_allocate(NPP npp, NPClass* its_class);
+
+/** The browser holds no reference any more: notes that in the instance, or deletes it when its
+ *  destruction waits for this. */
+VASK_EXPORT void _vask_deallocate(NPObject* object);
+
+/* The rest calls the operation of the same name; the object must not be null. */
+VASK_EXPORT void vask_invalidate(NPObject* object);
+VASK_EXPORT bool vask_has_method(NPObject* object, NPIdentifier name);
+VASK_EXPORT bool vask_invoke(NPObject* object, NPIdentifier name, const NPVariant* args,
+                             uint32_t arg_count, NPVariant* result);
+VASK_EXPORT bool vask_invoke_default(NPObject* object, const NPVariant* args, uint32_t arg_count,
+                                     NPVariant* result);
+VASK_EXPORT bool vask_has_property(NPObject* object, NPIdentifier name);
+VASK_EXPORT bool vask_get_property(NPObject* object, NPIdentifier name, NPVariant* result);
+VASK_EXPORT bool vask_set_property(NPObject* object, NPIdentifier name, const NPVariant* value);
+VASK_EXPORT bool vask_remove_property(NPObject* object, NPIdentifier name);
+VASK_EXPORT bool vask_enumerate(NPObject* object, NPIdentifier** names, uint32_t* count);
+
+}  // extern "C"
+
+///@}
+
+#endif

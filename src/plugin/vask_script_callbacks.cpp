@@ -1,0 +1,95 @@
+#include <stdarg.h>
+
+#include "vask_script.h"
+
+void vask_script::add_jscb_func(const char* name) {
+    jscb_func_set.insert(name);
+}
+
+NPObject* vask_script::get_jscb_npobj(const char* name) {
+    const auto callback = jscb_map.find(name);
+    return callback != jscb_map.end() ? callback->second : nullptr;
+}
+
+bool vask_script::check_script_args(uint32_t argc, const NPVariant* args, uint32_t expected, ...) {
+    if (argc != expected) {
+        vask_p(VASK_P_ERR, "The number of given arguments (%d) is diffrent from expcted one (%d)\n",
+               argc, expected);
+        return false;
+    }
+    va_list types;
+    va_start(types, expected);
+    bool all_match = true;
+    for (uint32_t i = 0; all_match && i < expected; ++i) {
+        const int given_type = static_cast<int>(args[i].type);
+        const int expected_type = va_arg(types, int);
+        if (given_type != expected_type) {
+            vask_p(VASK_P_ERR,
+                   "The type of NPVariant in the %dth argument: %d is different from the "
+                   "exptected: %d\n",
+                   i, given_type, expected_type);
+            all_match = false;
+        }
+    }
+    va_end(types);
+    return all_match;
+}
+
+bool vask_script::chk_jscb_request_param(const NPVariant* args, uint32_t argc, std::string& name,
+                                         NPObject*& obj) {
+    if (argc < 2) {
+        vask_p(VASK_P_ERR, "The number of argc must be greater than one.\n");
+        return false;
+    }
+    if (!NPVARIANT_IS_STRING(args[0])) {
+        vask_p(VASK_P_ERR, "The first argument must be string, but %s is given.\n",
+               get_NPVariant_type(&args[0]));
+        return false;
+    }
+    if (!NPVARIANT_IS_OBJECT(args[1])) {
+        vask_p(VASK_P_ERR, "The second argument must be object, but %s is given.\n",
+               get_NPVariant_type(&args[1]));
+        return false;
+    }
+    name = NPVariant_to_string(&args[0]);
+    if (jscb_func_set.count(name) == 0) {
+        vask_p(VASK_P_ERR, "Requested callback function '%s' is not supported\n", name.c_str());
+        return false;
+    }
+    obj = NPVARIANT_TO_OBJECT(args[1]);
+    return true;
+}
+
+bool vask_script::add_jscb_request(const NPVariant* args, uint32_t argc, NPVariant*) {
+    std::string name;
+    NPObject* function = nullptr;
+    if (chk_jscb_request_param(args, argc, name, function)) {
+        NPN_RetainObject(function);
+        // A function that was here before keeps its reference: it lives as long as its page.
+        jscb_map[name] = function;
+    }
+    return true;
+}
+
+bool vask_script::del_jscb_request(const NPVariant* args, uint32_t argc, NPVariant*) {
+    std::string name;
+    NPObject* function = nullptr;
+    if (!chk_jscb_request_param(args, argc, name, function)) {
+        return true;
+    }
+    if (jscb_map.count(name) == 0) {
+        vask_p(VASK_P_ERR, "Requested callback function '%s' is not registered\n", name.c_str());
+        return true;
+    }
+    // What the script gives is released, whatever is registered: with the same function, that is
+    // the reference of add_jscb_request().
+    NPN_ReleaseObject(function);
+    jscb_map.erase(name);
+    return true;
+}
+
+void vask_script::delete_jscb_map() {
+    for (const auto& callback : jscb_map) {
+        NPN_ReleaseObject(callback.second);
+    }
+}
