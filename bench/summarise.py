@@ -45,7 +45,11 @@ def read_rows(paths):
                 errors.append(f"{result['name']}: {result['error_message']}")
                 continue
             # Behind the name the benchmark library says how it took the time.
-            name = re.sub(r"(/min_time:[0-9.]+)?/(real_time|manual_time)$", "", result["run_name"])
+            name = re.sub(
+                r"(/(min_time|iterations):[0-9.]+)?(/(real_time|manual_time))?$",
+                "",
+                result["run_name"],
+            )
             # Only the last slash separates: a group may name a path.
             group, competitor = name.rsplit("/", 1)
             row = rows.setdefault(name, Row(group, competitor))
