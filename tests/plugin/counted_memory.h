@@ -1,0 +1,16 @@
+#ifndef VASK_TEST_COUNTED_MEMORY_H
+#define VASK_TEST_COUNTED_MEMORY_H
+
+namespace vask_test {
+
+/** Calls of operator new so far, by everybody in the process. A program that links
+ *  counted_memory.cpp has its own operator new for this. */
+extern int allocations;
+
+/** Number of the next call of operator new that fails, counted from 1; 0 for none. Only that one
+ *  fails, and leaves 0 behind. */
+extern int allocation_that_fails;
+
+}  // namespace vask_test
+
+#endif

@@ -1,0 +1,222 @@
+// Instances that are made ahead of time.
+
+#include <glib.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "recorded_plugin.h"
+#include "support/interpose.h"
+#include "support/main_loop.h"
+
+using namespace vask_test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+struct scheduled_call {
+    guint interval;
+    GSourceFunc function;
+    gpointer data;
+};
+
+std::vector<scheduled_call> scheduled;
+int next_random = -1;
+
+class preloading : public in_browser_with_plugin {
+protected:
+    void SetUp() override { scheduled.clear(); }
+
+    void TearDown() override {
+        for (NPP npp : opened)
+            browser.close(npp);
+        in_browser_with_plugin::TearDown();
+    }
+
+    recorded_instance* open() {
+        opened.push_back(browser.open());
+        return instance_of(opened.back());
+    }
+
+    bool wait_for_spawns() {
+        return wait_until([this] { return factory.pending_spawns == 0; });
+    }
+
+    std::vector<NPP> opened;
+};
+
+class spawn_delay : public testing::Test {
+protected:
+    unsigned int with_random(int number) {
+        next_random = number;
+        return factory.calc_delayed_spawn_time();
+    }
+
+    vask_np_factory factory{"", "factory", "", ""};
+};
+
+}  // namespace
+
+extern "C" guint g_timeout_add(guint interval, GSourceFunc function, gpointer data) {
+    scheduled.push_back({interval, function, data});
+    return next_function<guint(guint, GSourceFunc, gpointer)>("g_timeout_add")(interval, function,
+                                                                               data);
+}
+
+extern "C" int rand() noexcept {
+    return next_random >= 0 ? next_random : next_function<int()>("rand")();
+}
+
+TEST_F(preloading, is_off_at_first) {
+    EXPECT_FALSE(open()->preloaded);
+    EXPECT_EQ(factory.created, 1);
+    EXPECT_THAT(scheduled, IsEmpty());
+    EXPECT_EQ(factory.pending_spawns, 0);
+}
+
+TEST_F(preloading, prepares_every_instance_once) {
+    factory.set_preload(2);
+    EXPECT_EQ(factory.preload_count, 2);
+    ASSERT_EQ(factory.preload_queue.size(), 2u);
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_TRUE(factory.queued(i)->preloaded);
+        EXPECT_EQ(factory.queued(i)->preparations, 1);
+        EXPECT_EQ(factory.queued(i)->npp, nullptr);
+    }
+    EXPECT_THAT(scheduled, IsEmpty());
+}
+
+TEST_F(preloading, hands_out_the_oldest_instance_first) {
+    factory.set_preload(2);
+    recorded_instance *first = factory.queued(0), *second = factory.queued(1);
+    EXPECT_EQ(open(), first);
+    EXPECT_EQ(open(), second);
+    EXPECT_EQ(first->npp, opened[0]);
+    EXPECT_EQ(factory.created, 2);
+    EXPECT_TRUE(wait_for_spawns());
+}
+
+TEST_F(preloading, gives_a_prepared_instance_the_attributes_of_its_element) {
+    factory.set_preload(1);
+    opened.push_back(browser.open({{"src", "a.html"}}));
+    EXPECT_THAT(instance_of(opened[0])->properties, ElementsAre(testing::Pair("src", "a.html")));
+    EXPECT_TRUE(wait_for_spawns());
+}
+
+TEST_F(preloading, schedules_one_spawn_for_each_instance_taken_until_the_queue_is_full_again) {
+    factory.set_preload(2);
+    open();
+    EXPECT_EQ(factory.preload_queue.size(), 1u);
+    EXPECT_EQ(factory.pending_spawns, 1);
+    EXPECT_EQ(scheduled.size(), 1u);
+
+    open();
+    EXPECT_EQ(factory.preload_queue.size(), 0u);
+    EXPECT_EQ(factory.pending_spawns, 2);
+    EXPECT_EQ(scheduled.size(), 2u);
+
+    EXPECT_TRUE(wait_for_spawns());
+    EXPECT_EQ(factory.preload_queue.size(), 2u);
+    EXPECT_TRUE(factory.queued(0)->preloaded);
+    EXPECT_EQ(factory.queued(0)->preparations, 1);
+}
+
+TEST_F(preloading, makes_an_instance_directly_when_the_queue_is_empty) {
+    factory.set_preload(1);
+    open();
+    EXPECT_EQ(factory.pending_spawns, 1);
+    EXPECT_FALSE(open()->preloaded);
+    EXPECT_EQ(factory.pending_spawns, 1);
+    EXPECT_EQ(scheduled.size(), 1u);
+    EXPECT_TRUE(wait_for_spawns());
+}
+
+TEST_F(preloading, schedules_nothing_while_enough_instances_are_left) {
+    factory.set_preload(1);
+    factory.make_preload_instance();
+    open();
+    EXPECT_EQ(factory.preload_queue.size(), 1u);
+    EXPECT_EQ(factory.pending_spawns, 0);
+    EXPECT_THAT(scheduled, IsEmpty());
+}
+
+TEST_F(preloading, schedules_one_spawn_at_a_time) {
+    factory.set_preload(1);
+    factory.preload_count = 3;
+    open();
+    EXPECT_EQ(factory.pending_spawns, 1);
+    EXPECT_TRUE(wait_for_spawns());
+    EXPECT_EQ(factory.preload_queue.size(), 1u);
+}
+
+TEST_F(preloading, adds_to_what_is_queued) {
+    factory.set_preload(2);
+    factory.set_preload(1);
+    EXPECT_EQ(factory.preload_count, 1);
+    EXPECT_EQ(factory.preload_queue.size(), 3u);
+}
+
+TEST_F(preloading, makes_nothing_for_a_count_of_zero_or_less) {
+    factory.set_preload(0);
+    EXPECT_EQ(factory.created, 0);
+    factory.set_preload(-1);
+    EXPECT_EQ(factory.preload_count, -1);
+    EXPECT_EQ(factory.created, 0);
+}
+
+TEST_F(preloading, stops_when_the_count_becomes_zero) {
+    factory.set_preload(1);
+    factory.set_preload(0);
+    EXPECT_TRUE(open()->preloaded);
+    EXPECT_THAT(scheduled, IsEmpty());
+}
+
+TEST_F(preloading, waits_as_long_as_the_factory_says) {
+    factory.spawns_at_once = false;
+    next_random = 0;
+    factory.set_preload(1);
+    open();
+    ASSERT_EQ(scheduled.size(), 1u);
+    EXPECT_EQ(scheduled[0].interval, 2000u);
+    EXPECT_EQ(scheduled[0].function, &vask_np_factory::_delayed_spawn_preload_instance);
+    EXPECT_EQ(scheduled[0].data, static_cast<vask_np_factory*>(&factory));
+    EXPECT_TRUE(g_source_remove_by_user_data(scheduled[0].data));
+}
+
+TEST_F(preloading, spawns_once_by_a_timer_that_ends) {
+    factory.pending_spawns = 1;
+    EXPECT_EQ(
+        vask_np_factory::_delayed_spawn_preload_instance(static_cast<vask_np_factory*>(&factory)),
+        FALSE);
+    EXPECT_EQ(factory.preload_queue.size(), 1u);
+    EXPECT_EQ(factory.pending_spawns, 0);
+}
+
+TEST_F(preloading, leaves_what_is_queued_when_the_factory_ends) {
+    recorded_instance* queued = nullptr;
+    {
+        recorded_factory short_lived;
+        short_lived.set_preload(1);
+        queued = short_lived.queued(0);
+    }
+    EXPECT_EQ(recorded_instance::alive, 1);
+    delete queued;
+}
+
+TEST_F(spawn_delay, is_two_seconds_at_least) {
+    EXPECT_EQ(with_random(0), 2000u);
+}
+
+TEST_F(spawn_delay, is_four_seconds_at_most) {
+    EXPECT_EQ(with_random(RAND_MAX), 4000u);
+}
+
+TEST_F(spawn_delay, is_three_seconds_in_the_middle) {
+    EXPECT_NEAR(with_random(RAND_MAX / 2), 3000, 1);
+}
+
+TEST_F(spawn_delay, is_cut_to_whole_milliseconds) {
+    // 2000 milliseconds and 0.9 of one.
+    EXPECT_EQ(with_random(966367), 2000u);
+}

@@ -1,0 +1,228 @@
+// The record and the functions through which a browser reaches an object.
+
+#include <cstdio>
+#include <string>
+#include <type_traits>
+
+#include "recorded_plugin.h"
+
+using namespace vask_test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+static_assert(!std::is_polymorphic<NPObject>::value, "it lies behind the virtual table");
+
+namespace {
+
+/** Remembers which operation was called with what. */
+class listening_script : public vask_script {
+public:
+    listening_script() : vask_script("listening") {}
+
+    struct call {
+        std::string operation;
+        NPObject* object = nullptr;
+        const void* name = nullptr;
+        const void* arguments = nullptr;
+        uint32_t count = 0;
+        const void* result = nullptr;
+
+        bool operator==(const call& other) const {
+            return operation == other.operation && object == other.object && name == other.name &&
+                   arguments == other.arguments && count == other.count && result == other.result;
+        }
+    };
+
+    void invalidate(NPObject* object) override { last = {"invalidate", object}; }
+
+    bool has_method(NPObject* object, NPIdentifier name) override {
+        last = {"has_method", object, name};
+        return answer;
+    }
+
+    bool invoke(NPObject* object, NPIdentifier name, const NPVariant* args, uint32_t count,
+                NPVariant* result) override {
+        last = {"invoke", object, name, args, count, result};
+        return answer;
+    }
+
+    bool invoke_default(NPObject* object, const NPVariant* args, uint32_t count,
+                        NPVariant* result) override {
+        last = {"invoke_default", object, nullptr, args, count, result};
+        return answer;
+    }
+
+    bool has_property(NPObject* object, NPIdentifier name) override {
+        last = {"has_property", object, name};
+        return answer;
+    }
+
+    bool get_property(NPObject* object, NPIdentifier name, NPVariant* result) override {
+        last = {"get_property", object, name, nullptr, 0, result};
+        return answer;
+    }
+
+    bool set_property(NPObject* object, NPIdentifier name, const NPVariant* value) override {
+        last = {"set_property", object, name, value};
+        return answer;
+    }
+
+    bool remove_property(NPObject* object, NPIdentifier name) override {
+        last = {"remove_property", object, name};
+        return answer;
+    }
+
+    bool enumerate(NPObject* object, NPIdentifier** names, uint32_t* count) override {
+        last = {"enumerate", object, names, nullptr, 0, count};
+        return answer;
+    }
+
+    call last;
+    bool answer = true;
+};
+
+class script_class : public testing::TestWithParam<bool> {
+protected:
+    script_class() { script.answer = GetParam(); }
+
+    NPObject* object() { return &script; }
+
+    const NPClass& record = vask_script_class;
+    listening_script script;
+    NPIdentifier name = reinterpret_cast<NPIdentifier>(0x1000);
+    NPVariant arguments[2];
+    NPVariant result;
+};
+
+INSTANTIATE_TEST_SUITE_P(with_either_answer, script_class, testing::Bool());
+
+}  // namespace
+
+TEST(script_class_record, is_of_the_version_that_can_enumerate) {
+    EXPECT_EQ(vask_script_class.structVersion, 2u);
+    EXPECT_TRUE(NP_CLASS_STRUCT_VERSION_HAS_ENUM(&vask_script_class));
+    EXPECT_EQ(vask_script_class.construct, nullptr);
+}
+
+TEST(script_class_record, has_the_librarys_functions) {
+    EXPECT_EQ(vask_script_class.allocate, &_vask_allocate);
+    EXPECT_EQ(vask_script_class.deallocate, &_vask_deallocate);
+    EXPECT_EQ(vask_script_class.invalidate, &vask_invalidate);
+    EXPECT_EQ(vask_script_class.hasMethod, &vask_has_method);
+    EXPECT_EQ(vask_script_class.invoke, &vask_invoke);
+    EXPECT_EQ(vask_script_class.invokeDefault, &vask_invoke_default);
+    EXPECT_EQ(vask_script_class.hasProperty, &vask_has_property);
+    EXPECT_EQ(vask_script_class.getProperty, &vask_get_property);
+    EXPECT_EQ(vask_script_class.setProperty, &vask_set_property);
+    EXPECT_EQ(vask_script_class.removeProperty, &vask_remove_property);
+    EXPECT_EQ(vask_script_class.enumerate, &vask_enumerate);
+}
+
+TEST(script_class_record, is_reached_by_another_address_than_the_object) {
+    listening_script script;
+    NPObject* object = &script;
+    EXPECT_NE(static_cast<void*>(object), static_cast<void*>(&script));
+    EXPECT_EQ(static_cast<vask_script*>(object), &script);
+}
+
+TEST_P(script_class, forwards_invalidate) {
+    record.invalidate(object());
+    EXPECT_TRUE((script.last == listening_script::call{"invalidate", object()}));
+}
+
+TEST_P(script_class, forwards_hasMethod) {
+    EXPECT_EQ(record.hasMethod(object(), name), GetParam());
+    EXPECT_TRUE((script.last == listening_script::call{"has_method", object(), name}));
+}
+
+TEST_P(script_class, forwards_invoke) {
+    EXPECT_EQ(record.invoke(object(), name, arguments, 2, &result), GetParam());
+    EXPECT_TRUE(
+        (script.last == listening_script::call{"invoke", object(), name, arguments, 2, &result}));
+}
+
+TEST_P(script_class, forwards_invokeDefault) {
+    EXPECT_EQ(record.invokeDefault(object(), arguments, 2, &result), GetParam());
+    EXPECT_TRUE((script.last == listening_script::call{"invoke_default", object(), nullptr,
+                                                       arguments, 2, &result}));
+}
+
+TEST_P(script_class, forwards_hasProperty) {
+    EXPECT_EQ(record.hasProperty(object(), name), GetParam());
+    EXPECT_TRUE((script.last == listening_script::call{"has_property", object(), name}));
+}
+
+TEST_P(script_class, forwards_getProperty) {
+    EXPECT_EQ(record.getProperty(object(), name, &result), GetParam());
+    EXPECT_TRUE((script.last ==
+                 listening_script::call{"get_property", object(), name, nullptr, 0, &result}));
+}
+
+TEST_P(script_class, forwards_setProperty) {
+    EXPECT_EQ(record.setProperty(object(), name, arguments), GetParam());
+    EXPECT_TRUE((script.last == listening_script::call{"set_property", object(), name, arguments}));
+}
+
+TEST_P(script_class, forwards_removeProperty) {
+    EXPECT_EQ(record.removeProperty(object(), name), GetParam());
+    EXPECT_TRUE((script.last == listening_script::call{"remove_property", object(), name}));
+}
+
+TEST_P(script_class, forwards_enumerate) {
+    NPIdentifier* names = nullptr;
+    uint32_t count = 0;
+    EXPECT_EQ(record.enumerate(object(), &names, &count), GetParam());
+    EXPECT_TRUE(
+        (script.last == listening_script::call{"enumerate", object(), &names, nullptr, 0, &count}));
+}
+
+namespace {
+
+/** The entries that the browser calls when it makes and ends the object. */
+class script_object_life : public in_browser {
+protected:
+    void SetUp() override {
+        instance = new recorded_instance("instance");
+        npp.pdata = static_cast<vask_np_instance*>(instance);
+        show_everything();
+    }
+
+    static std::string address(const void* pointer) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%p", pointer);
+        return text;
+    }
+
+    recorded_instance* instance = nullptr;
+    NPP_t npp{};
+};
+
+}  // namespace
+
+TEST_F(script_object_life, begins_with_the_object_of_the_instance) {
+    NPObject* object = _vask_allocate(&npp, &vask_script_class);
+    EXPECT_EQ(object, instance->object());
+    EXPECT_TRUE(instance->npobj_allocated);
+    EXPECT_FALSE(instance->npobj_deallocated);
+    EXPECT_FALSE(instance->destroy_pending);
+    EXPECT_THAT(log.lines(), ElementsAre(line("DBG", "vask",
+                                              "NPObject* _vask_allocate(NPP, NPClass*): aNPP: " +
+                                                  address(&npp))));
+    delete instance;
+}
+
+TEST_F(script_object_life, does_not_end_the_instance_while_that_is_needed) {
+    _vask_deallocate(instance->object());
+    EXPECT_EQ(recorded_instance::alive, 1);
+    EXPECT_TRUE(instance->npobj_deallocated);
+    EXPECT_THAT(log.lines(), ElementsAre(line("DBG", "vask",
+                                              "void _vask_deallocate(NPObject*): aObject: " +
+                                                  address(instance->object()))));
+    delete instance;
+}
+
+TEST_F(script_object_life, ends_the_instance_whose_destruction_is_pending) {
+    instance->destroy_pending = true;
+    _vask_deallocate(instance->object());
+    EXPECT_EQ(recorded_instance::alive, 0);
+}

@@ -1,0 +1,56 @@
+#include "call_place.h"
+
+#include <dlfcn.h>
+#include <execinfo.h>
+
+#include "demangled.h"
+
+namespace vask_test {
+
+namespace {
+
+bool begins_with(const std::string& text, const char* beginning) {
+    return text.rfind(beginning, 0) == 0;
+}
+
+bool is_on_the_way_to_the_ledger(const std::string& function) {
+    return begins_with(function, "vask_test::call_place::") ||
+           begins_with(function, "vask_test::fake_") || begins_with(function, "vask_np_base::NPN_");
+}
+
+}  // namespace
+
+call_place call_place::here() {
+    call_place place;
+    place.depth_ = backtrace(place.frames_.data(), most_frames);
+    return place;
+}
+
+std::vector<std::string> call_place::functions() const {
+    std::vector<std::string> names;
+    for (int i = 0; i < depth_; ++i) {
+        Dl_info info;
+        if (dladdr(frames_[static_cast<std::size_t>(i)], &info) == 0 || !info.dli_sname)
+            continue;
+        const std::string name = demangled(info.dli_sname);
+        if (name.find("testing::") != std::string::npos)
+            break;
+        if (!names.empty() || !is_on_the_way_to_the_ledger(name))
+            names.push_back(name);
+    }
+    return names;
+}
+
+std::string call_place::function() const {
+    const std::vector<std::string> names = functions();
+    return names.empty() ? "" : names.front().substr(0, names.front().find('('));
+}
+
+std::string call_place::text() const {
+    std::string text;
+    for (const std::string& name : functions())
+        text += (text.empty() ? "" : " < ") + name;
+    return text;
+}
+
+}  // namespace vask_test

@@ -1,0 +1,35 @@
+#ifndef VASK_TEST_CALL_PLACE_H
+#define VASK_TEST_CALL_PLACE_H
+
+#include <array>
+#include <string>
+#include <vector>
+
+namespace vask_test {
+
+/** The functions that were running at some moment. Cheap to take; names are looked up on demand. */
+class call_place {
+public:
+    static call_place here();
+
+    /** Names, innermost first, from the first function on that belongs neither to the fake browser
+     *  nor to the wrappers of its functions, up to the test framework. A function without an
+     *  exported name shows as another one. */
+    std::vector<std::string> functions() const;
+
+    /** The first of them without its parameters. */
+    std::string function() const;
+
+    /** All of them in one line. */
+    std::string text() const;
+
+private:
+    static constexpr int most_frames = 24;
+
+    std::array<void*, most_frames> frames_{};
+    int depth_ = 0;
+};
+
+}  // namespace vask_test
+
+#endif

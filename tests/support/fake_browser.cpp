@@ -1,0 +1,280 @@
+#include "fake_browser.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "fake_page_object.h"
+#include "fake_table.h"
+
+namespace vask_test {
+
+namespace {
+
+fake_browser* the_browser = nullptr;
+
+std::string described(const void* address) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%p", address);
+    return text;
+}
+
+}  // namespace
+
+fake_browser::fake_browser(object_counts counts)
+    : counts_(counts), thread_(std::this_thread::get_id()), functions_(fake_functions()) {
+    if (the_browser)
+        std::abort();
+    the_browser = this;
+    window_ = new_page_object();
+}
+
+fake_browser::~fake_browser() {
+    free_everything();
+    for (const auto& object : objects_) {
+        if (object.first->_class == &fake_page_object::its_class)
+            fake_page_object::deallocate(object.first);
+    }
+    the_browser = nullptr;
+}
+
+fake_browser& fake_browser::the() {
+    if (!the_browser)
+        std::abort();
+    return *the_browser;
+}
+
+void fake_browser::complain(const std::string& about) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    complaints_.push_back(about + ", from " + call_place::here().text());
+}
+
+void fake_browser::check_thread(const char* function) {
+    if (std::this_thread::get_id() != thread_)
+        complain(std::string(function) + ": called on another thread");
+}
+
+void fake_browser::note(ledger_entry::action_type action, const void* subject, bool by_page) {
+    if (keeps_ledger_)
+        ledger_.push_back({action, subject, by_page, call_place::here()});
+}
+
+void fake_browser::keep_no_ledger() {
+    keeps_ledger_ = false;
+    ledger_.clear();
+}
+
+std::vector<ledger_entry> fake_browser::entries_of(ledger_entry::action_type action,
+                                                   const void* subject) const {
+    std::vector<ledger_entry> found;
+    for (const ledger_entry& entry : ledger_) {
+        if (entry.action == action && entry.subject == subject)
+            found.push_back(entry);
+    }
+    return found;
+}
+
+std::vector<std::string> fake_browser::unbalanced() const {
+    std::vector<std::string> lines;
+    for (const auto& block : memory_)
+        lines.push_back(std::to_string(block.second.size) + " bytes from " +
+                        block.second.place.text());
+    for (const auto& object : objects_) {
+        const int references = references_of_plugin(object.first);
+        if (references == 0)
+            continue;
+        std::string line = std::to_string(references) + " references to an object";
+        for (const ledger_entry& entry : ledger_) {
+            if (entry.subject == object.first && !entry.by_page &&
+                (entry.action == ledger_entry::created || entry.action == ledger_entry::retained))
+                line += ", from " + entry.place.text();
+        }
+        lines.push_back(line);
+    }
+    for (const auto& stream : streams)
+        lines.push_back("a stream to " + stream.second->target);
+    return lines;
+}
+
+fake_browser::identifier* fake_browser::identifier_of(const std::string& name) {
+    std::unique_ptr<identifier>& known = names_[name];
+    if (!known) {
+        known.reset(new identifier{true, name, 0});
+        identifiers_[known.get()] = known.get();
+    }
+    return known.get();
+}
+
+fake_browser::identifier* fake_browser::identifier_of(int32_t number) {
+    std::unique_ptr<identifier>& known = numbers_[number];
+    if (!known) {
+        known.reset(new identifier{false, "", number});
+        identifiers_[known.get()] = known.get();
+    }
+    return known.get();
+}
+
+fake_browser::identifier* fake_browser::checked(NPIdentifier given) {
+    const auto known = identifiers_.find(given);
+    if (known != identifiers_.end())
+        return known->second;
+    complain(described(given) + " is no identifier");
+    return identifier_of("");
+}
+
+void* fake_browser::allocate(uint32_t size) {
+    void* memory = std::malloc(size);
+    memory_[memory] = {size, call_place::here()};
+    note(ledger_entry::allocated, memory, false);
+    return memory;
+}
+
+void fake_browser::free(void* memory) {
+    if (!memory)
+        return;
+    if (memory_.erase(memory) == 0) {
+        complain(described(memory) + " is no memory of the browser");
+        return;
+    }
+    note(ledger_entry::freed, memory, false);
+    std::free(memory);
+}
+
+char* fake_browser::copy_text(const std::string& text) {
+    char* copy = static_cast<char*>(allocate(static_cast<uint32_t>(text.size() + 1)));
+    std::memcpy(copy, text.c_str(), text.size() + 1);
+    return copy;
+}
+
+NPObject* fake_browser::new_page_object() {
+    fake_page_object* object = new fake_page_object;
+    object->_class = &fake_page_object::its_class;
+    object->referenceCount = 1;
+    objects_[object] = {1, 1};
+    return object;
+}
+
+bool fake_browser::check_alive(NPObject* object, const char* function) {
+    const auto known = objects_.find(object);
+    if (known == objects_.end()) {
+        complain(std::string(function) + ": " + described(object) + " is no object that lives");
+        return false;
+    }
+    if (object->referenceCount != static_cast<uint32_t>(known->second.references)) {
+        complain(std::string(function) + ": somebody has changed the count of an object");
+        return false;
+    }
+    return true;
+}
+
+NPObject* fake_browser::create(NPP npp, NPClass* its_class) {
+    if (on_create_object)
+        return on_create_object(npp, its_class);
+    if (!its_class->allocate) {
+        complain("CreateObject: a class that cannot allocate");
+        return nullptr;
+    }
+    NPObject* object = its_class->allocate(npp, its_class);
+    object->_class = its_class;
+    int& references = objects_[object].references;
+    references = counts_ == object_counts::reset ? 1 : references + 1;
+    object->referenceCount = static_cast<uint32_t>(references);
+    note(ledger_entry::created, object, false);
+    return object;
+}
+
+void fake_browser::retain(NPObject* object, bool by_page) {
+    if (!check_alive(object, "RetainObject"))
+        return;
+    object_books& books = objects_[object];
+    ++books.references;
+    ++object->referenceCount;
+    if (by_page)
+        ++books.references_of_page;
+    note(ledger_entry::retained, object, by_page);
+}
+
+void fake_browser::release(NPObject* object, bool by_page) {
+    if (!check_alive(object, "ReleaseObject"))
+        return;
+    object_books& books = objects_[object];
+    --books.references;
+    --object->referenceCount;
+    if (by_page)
+        --books.references_of_page;
+    note(ledger_entry::released, object, by_page);
+    if (books.references == 0)
+        end(object, by_page);
+}
+
+void fake_browser::end(NPObject* object, bool by_page) {
+    note(ledger_entry::deallocated, object, by_page);
+    objects_.erase(object);
+    object->_class->deallocate(object);
+}
+
+void fake_browser::give(const script_value& value, NPVariant* result) {
+    VOID_TO_NPVARIANT(*result);
+    if (const std::string* text = std::get_if<std::string>(&value)) {
+        char* copy = static_cast<char*>(allocate(static_cast<uint32_t>(text->size())));
+        std::memcpy(copy, text->data(), text->size());
+        STRINGN_TO_NPVARIANT(copy, text->size(), *result);
+        return;
+    }
+    if (NPObject* const* object = std::get_if<NPObject*>(&value))
+        retain(*object, false);
+    *result = *script_arguments{value}.data();
+}
+
+void fake_browser::release_value(NPVariant* variant, bool by_page) {
+    if (NPVARIANT_IS_STRING(*variant))
+        free(const_cast<char*>(NPVARIANT_TO_STRING(*variant).UTF8Characters));
+    else if (NPVARIANT_IS_OBJECT(*variant))
+        release(NPVARIANT_TO_OBJECT(*variant), by_page);
+    VOID_TO_NPVARIANT(*variant);
+}
+
+NPStream* fake_browser::open_stream(const std::string& type, const std::string& target) {
+    std::unique_ptr<fake_stream> stream(new fake_stream);
+    stream->type = type;
+    stream->target = target;
+    NPStream* handle = &stream->stream;
+    streams[handle] = std::move(stream);
+    note(ledger_entry::created, handle, false);
+    return handle;
+}
+
+NPError fake_browser::close_stream(NPStream* stream) {
+    if (streams.erase(stream) == 0) {
+        complain("DestroyStream: a stream that is not open");
+        return NPERR_INVALID_PARAM;
+    }
+    note(ledger_entry::deallocated, stream, false);
+    return NPERR_NO_ERROR;
+}
+
+NPError fake_browser::give_object(NPObject* object, void* value) {
+    retain(object, false);
+    *static_cast<NPObject**>(value) = object;
+    return NPERR_NO_ERROR;
+}
+
+NPError fake_browser::answer(NPP npp, NPNVariable variable, void* value) {
+    if (on_get_value)
+        return on_get_value(npp, variable, value);
+    switch (variable) {
+        case NPNVWindowNPObject:
+            return give_object(window_, value);
+        case NPNVPluginElementNPObject:
+            return give_object(element(npp).dom_object, value);
+        case NPNVjavascriptEnabledBool:
+        case NPNVSupportsXEmbedBool:
+        case NPNVSupportsWindowless:
+            *static_cast<NPBool*>(value) = 1;
+            return NPERR_NO_ERROR;
+        default:
+            return NPERR_INVALID_PARAM;
+    }
+}
+
+}  // namespace vask_test

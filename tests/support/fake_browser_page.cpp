@@ -1,0 +1,190 @@
+// What a page and its user do with a plug-in.
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "fake_browser.h"
+#include "fake_page_object.h"
+
+namespace vask_test {
+
+fake_element& fake_browser::element(NPP npp) {
+    const auto known = elements_.find(npp);
+    if (known != elements_.end())
+        return *known->second;
+    complain("an NPP that does not exist");
+    std::abort();
+}
+
+NPP fake_browser::open(const attribute_list& attributes, NPError* answer) {
+    std::unique_ptr<fake_element> element(new fake_element);
+    element->dom_object = new_page_object();
+    NPP npp = &element->npp;
+    npp->ndata = this;
+    elements_[npp] = std::move(element);
+
+    attribute_list copies = attributes;
+    std::vector<char*> names, values;
+    for (auto& attribute : copies) {
+        names.push_back(&attribute.first[0]);
+        values.push_back(&attribute.second[0]);
+    }
+    if (plugin_.newp) {
+        char type[] = "application/x-fake";
+        const NPError error = plugin_.newp(type, npp, NP_EMBED, static_cast<int16_t>(copies.size()),
+                                           names.data(), values.data(), nullptr);
+        if (answer)
+            *answer = error;
+    }
+    return npp;
+}
+
+NPError fake_browser::close(NPP npp) {
+    NPSavedData* saved = nullptr;
+    const NPError error = plugin_.destroy ? plugin_.destroy(npp, &saved) : NPERR_NO_ERROR;
+    if (saved) {
+        free(saved->buf);
+        free(saved);
+    }
+    drop(element(npp).dom_object);
+    elements_.erase(npp);
+    return error;
+}
+
+NPObject* fake_browser::scriptable(NPP npp) {
+    NPObject* object = nullptr;
+    if (plugin_.getvalue(npp, NPPVpluginScriptableNPObject, &object) != NPERR_NO_ERROR)
+        return nullptr;
+    ++objects_[object].references_of_page;
+    return object;
+}
+
+size_t fake_browser::stream_to(NPP npp, const std::string& url, const std::string& text) {
+    NPStream stream{};
+    stream.url = url.c_str();
+    stream.end = static_cast<uint32_t>(text.size());
+    char type[] = "text/plain";
+    uint16_t stype = NP_NORMAL;
+    if (plugin_.newstream(npp, type, &stream, 0, &stype) != NPERR_NO_ERROR)
+        return 0;
+
+    std::string rest = text;
+    size_t taken = 0;
+    while (!rest.empty()) {
+        const int32_t ready =
+            std::min(plugin_.writeready(npp, &stream), static_cast<int32_t>(rest.size()));
+        if (ready <= 0)
+            break;
+        const int32_t written =
+            plugin_.write(npp, &stream, static_cast<int32_t>(taken), ready, &rest[0]);
+        if (written <= 0)
+            break;
+        taken += static_cast<size_t>(written);
+        rest.erase(0, static_cast<size_t>(written));
+    }
+    plugin_.destroystream(npp, &stream, rest.empty() ? NPRES_DONE : NPRES_USER_BREAK);
+    return taken;
+}
+
+void fake_browser::finish_request(NPP npp, NPReason reason) {
+    const auto waiting = std::find_if(requests.begin(), requests.end(),
+                                      [](const fake_request& request) { return request.notifies; });
+    if (waiting == requests.end()) {
+        complain("no request waits for an answer");
+        return;
+    }
+    const fake_request request = *waiting;
+    requests.erase(waiting);
+    plugin_.urlnotify(npp, request.url.c_str(), reason, request.notify_data);
+}
+
+NPObject* fake_browser::make_function(function_type body) {
+    NPObject* function = new_page_object();
+    fake_page_object::from(function).body = std::move(body);
+    return function;
+}
+
+void fake_browser::set_member(NPObject* object, const std::string& name,
+                              const script_value& value) {
+    fake_page_object::from(object).members[identifier_of(name)] = value;
+}
+
+void fake_browser::hold(NPObject* object) {
+    retain(object, true);
+}
+
+void fake_browser::drop(NPObject* object) {
+    release(object, true);
+}
+
+void fake_browser::tear_down(NPObject* object) {
+    if (object->_class->invalidate)
+        object->_class->invalidate(object);
+    end(object, true);
+}
+
+void fake_browser::forget(NPObject* object) {
+    objects_.erase(object);
+}
+
+bool fake_browser::with_result(bool succeeded, NPVariant* variant, script_value* result) {
+    if (!succeeded)
+        return false;
+    if (NPVARIANT_IS_OBJECT(*variant))
+        ++objects_[NPVARIANT_TO_OBJECT(*variant)].references_of_page;
+    if (result)
+        *result = value_of(*variant);
+    if (!result || !NPVARIANT_IS_OBJECT(*variant))
+        release_value(variant, true);
+    return true;
+}
+
+bool fake_browser::call(NPObject* object, const std::string& method,
+                        const std::vector<script_value>& arguments, script_value* result) {
+    script_arguments given(arguments);
+    NPVariant variant;
+    VOID_TO_NPVARIANT(variant);
+    return with_result(
+        object->_class->invoke(object, identifier_of(method), given.data(), given.size(), &variant),
+        &variant, result);
+}
+
+bool fake_browser::read(NPObject* object, const std::string& property, script_value* result) {
+    NPVariant variant;
+    VOID_TO_NPVARIANT(variant);
+    return with_result(object->_class->getProperty(object, identifier_of(property), &variant),
+                       &variant, result);
+}
+
+bool fake_browser::write(NPObject* object, const std::string& property, const script_value& value) {
+    script_arguments given{value};
+    return object->_class->setProperty(object, identifier_of(property), given.data());
+}
+
+int fake_browser::references_of_plugin(NPObject* object) const {
+    const auto known = objects_.find(object);
+    return known == objects_.end() ? 0
+                                   : known->second.references - known->second.references_of_page;
+}
+
+int fake_browser::references(NPObject* object) const {
+    const auto known = objects_.find(object);
+    return known == objects_.end() ? 0 : known->second.references;
+}
+
+void fake_browser::free_everything() {
+    while (!memory_.empty())
+        free(memory_.begin()->first);
+}
+
+void fake_browser::run_async_calls() {
+    std::vector<std::pair<void (*)(void*), void*>> calls;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        calls.swap(async_calls_);
+    }
+    for (const auto& call : calls)
+        call.first(call.second);
+}
+
+}  // namespace vask_test

@@ -1,0 +1,302 @@
+// The fake browser notices what a real one would crash of, and knows who has not given back what.
+
+#include "fake_browser.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace vask_test;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+/** An object of a plug-in of its own, which it deletes with the last reference. */
+struct plugin_object : NPObject {
+    static int alive;
+    plugin_object() : NPObject() { ++alive; }
+    ~plugin_object() { --alive; }
+};
+
+int plugin_object::alive = 0;
+NPObject* the_object = nullptr;
+
+NPObject* make_object(NPP, NPClass*) {
+    return new plugin_object;
+}
+
+NPObject* give_the_object(NPP, NPClass*) {
+    return the_object;
+}
+
+void delete_object(NPObject* object) {
+    delete static_cast<plugin_object*>(object);
+}
+
+class browser_for_tests : public testing::Test {
+protected:
+    static NPClass class_that(NPAllocateFunctionPtr allocate) {
+        NPClass result{};
+        result.structVersion = NP_CLASS_STRUCT_VERSION;
+        result.allocate = allocate;
+        result.deallocate = delete_object;
+        return result;
+    }
+
+    fake_browser browser;
+    const NPNetscapeFuncs& functions = browser.functions();
+    NPP_t npp{};
+};
+
+void expect_count_after_second_creation(object_counts counts, uint32_t expected) {
+    fake_browser browser(counts);
+    plugin_object object;
+    the_object = &object;
+    NPClass its_class{};
+    its_class.allocate = give_the_object;
+    NPP_t npp{};
+    browser.functions().createobject(&npp, &its_class);
+    browser.functions().retainobject(&object);
+    browser.functions().createobject(&npp, &its_class);
+    EXPECT_EQ(object.referenceCount, expected);
+}
+
+}  // namespace
+
+TEST_F(browser_for_tests, has_a_function_in_every_entry) {
+    const std::size_t header = sizeof(void*);
+    std::vector<void*> entries((sizeof functions - header) / sizeof(void*));
+    std::memcpy(entries.data(), reinterpret_cast<const char*>(&functions) + header,
+                sizeof functions - header);
+    EXPECT_EQ(entries.size(), 45u);
+    EXPECT_THAT(entries, testing::Each(testing::NotNull()));
+    EXPECT_EQ(functions.size, sizeof functions);
+}
+
+TEST_F(browser_for_tests, starts_without_complaints) {
+    EXPECT_THAT(browser.complaints(), IsEmpty());
+    EXPECT_THAT(browser.unbalanced(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, misses_memory_that_is_not_freed) {
+    void* memory = functions.memalloc(42);
+    EXPECT_THAT(browser.unbalanced(),
+                ElementsAre(AllOf(HasSubstr("42 bytes from "), HasSubstr("TestBody"))));
+    functions.memfree(memory);
+    EXPECT_THAT(browser.unbalanced(), IsEmpty());
+    EXPECT_THAT(browser.complaints(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, complains_of_memory_that_is_freed_twice) {
+    void* memory = functions.memalloc(1);
+    functions.memfree(memory);
+    functions.memfree(memory);
+    EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("is no memory of the browser")));
+}
+
+TEST_F(browser_for_tests, complains_of_memory_of_somebody_else) {
+    int mine = 0;
+    functions.memfree(&mine);
+    EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("is no memory of the browser")));
+}
+
+TEST_F(browser_for_tests, misses_a_reference_with_the_place_that_took_it) {
+    functions.retainobject(browser.window());
+    EXPECT_THAT(browser.unbalanced(),
+                ElementsAre(AllOf(HasSubstr("1 references to an object"), HasSubstr("TestBody"))));
+    functions.releaseobject(browser.window());
+    EXPECT_THAT(browser.unbalanced(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, misses_a_reference_that_was_released_too_often) {
+    NPObject* function = browser.make_function();
+    browser.hold(function);
+    functions.releaseobject(function);
+    EXPECT_THAT(browser.unbalanced(), ElementsAre(HasSubstr("-1 references to an object")));
+}
+
+TEST_F(browser_for_tests, complains_of_the_use_of_an_object_that_is_gone) {
+    NPObject* function = browser.make_function();
+    browser.drop(function);
+    functions.retainobject(function);
+    functions.releaseobject(function);
+    EXPECT_FALSE(functions.invokeDefault(&npp, function, nullptr, 0, nullptr));
+    EXPECT_THAT(browser.complaints(),
+                ElementsAre(HasSubstr("RetainObject"), HasSubstr("ReleaseObject"),
+                            HasSubstr("InvokeDefault")));
+}
+
+TEST_F(browser_for_tests, complains_of_a_count_that_somebody_else_changes) {
+    ++browser.window()->referenceCount;
+    functions.retainobject(browser.window());
+    EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("changed the count")));
+}
+
+TEST_F(browser_for_tests, complains_of_a_call_on_another_thread) {
+    std::thread([this] { functions.status(&npp, "hello"); }).join();
+    EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("Status: called on another thread")));
+}
+
+TEST_F(browser_for_tests, takes_an_async_call_from_any_thread_and_runs_it_on_its_own) {
+    std::thread::id ran_on;
+    std::thread([&] {
+        functions.pluginthreadasynccall(
+            &npp,
+            [](void* data) { *static_cast<std::thread::id*>(data) = std::this_thread::get_id(); },
+            &ran_on);
+    }).join();
+    browser.run_async_calls();
+    EXPECT_EQ(ran_on, std::this_thread::get_id());
+    EXPECT_THAT(browser.complaints(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, complains_of_an_identifier_that_it_never_gave) {
+    int mine = 0;
+    functions.identifierisstring(&mine);
+    EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("is no identifier")));
+}
+
+TEST_F(browser_for_tests, knows_names_and_numbers) {
+    const NPIdentifier name = functions.getstringidentifier("name");
+    EXPECT_EQ(functions.getstringidentifier("name"), name);
+    EXPECT_TRUE(functions.identifierisstring(name));
+    NPUTF8* text = functions.utf8fromidentifier(name);
+    EXPECT_STREQ(text, "name");
+    functions.memfree(text);
+
+    const NPIdentifier number = functions.getintidentifier(7);
+    EXPECT_FALSE(functions.identifierisstring(number));
+    EXPECT_EQ(functions.intfromidentifier(number), 7);
+    EXPECT_EQ(functions.utf8fromidentifier(number), nullptr);
+}
+
+TEST_F(browser_for_tests, ends_an_object_with_its_last_reference) {
+    NPClass its_class = class_that(make_object);
+    NPObject* object = functions.createobject(&npp, &its_class);
+    EXPECT_EQ(object->referenceCount, 1u);
+    EXPECT_EQ(plugin_object::alive, 1);
+    functions.releaseobject(object);
+    EXPECT_EQ(plugin_object::alive, 0);
+}
+
+TEST(browser_that_counts_anew, forgets_earlier_references_when_an_object_is_created_again) {
+    expect_count_after_second_creation(object_counts::reset, 1);
+}
+
+TEST(browser_that_counts_on, adds_to_earlier_references_when_an_object_is_created_again) {
+    expect_count_after_second_creation(object_counts::kept, 3);
+}
+
+TEST_F(browser_for_tests, gives_texts_without_an_end_to_be_released) {
+    NPObject* object = browser.make_function();
+    browser.set_member(object, "name", "text");
+    NPVariant value;
+    EXPECT_TRUE(functions.getproperty(&npp, object, functions.getstringidentifier("name"), &value));
+    EXPECT_EQ(value_of(value), script_value("text"));
+    EXPECT_THAT(browser.unbalanced(), ElementsAre(HasSubstr("4 bytes")));
+    functions.releasevariantvalue(&value);
+    EXPECT_TRUE(NPVARIANT_IS_VOID(value));
+    EXPECT_THAT(browser.unbalanced(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, has_objects_whose_members_can_be_used) {
+    NPObject* object = browser.make_function();
+    NPObject* twice = browser.make_function([](const std::vector<script_value>& arguments) {
+        return script_value(2 * std::get<int>(arguments.at(0)));
+    });
+    const NPIdentifier name = functions.getstringidentifier("twice");
+    script_arguments member{twice}, number{21};
+    EXPECT_FALSE(functions.hasproperty(&npp, object, name));
+    EXPECT_TRUE(functions.setproperty(&npp, object, name, member.data()));
+    EXPECT_TRUE(functions.hasproperty(&npp, object, name));
+    EXPECT_TRUE(functions.hasmethod(&npp, object, name));
+
+    NPVariant result;
+    EXPECT_TRUE(functions.invoke(&npp, object, name, number.data(), 1, &result));
+    EXPECT_EQ(value_of(result), script_value(42));
+    EXPECT_TRUE(functions.construct(&npp, twice, number.data(), 1, &result));
+    EXPECT_EQ(value_of(result), script_value(42));
+
+    NPIdentifier* names = nullptr;
+    uint32_t count = 0;
+    EXPECT_TRUE(functions.enumerate(&npp, object, &names, &count));
+    EXPECT_EQ(std::vector<NPIdentifier>(names, names + count), std::vector<NPIdentifier>{name});
+    functions.memfree(names);
+
+    EXPECT_TRUE(functions.removeproperty(&npp, object, name));
+    EXPECT_FALSE(functions.hasproperty(&npp, object, name));
+    EXPECT_THAT(browser.unbalanced(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, keeps_what_is_written_into_a_stream) {
+    char type[] = "text/plain", text[] = "written";
+    NPStream* stream = nullptr;
+    EXPECT_EQ(functions.newstream(&npp, type, "_self", &stream), NPERR_NO_ERROR);
+    EXPECT_EQ(functions.write(&npp, stream, 7, text), 7);
+    EXPECT_EQ(browser.streams.at(stream)->written, "written");
+    EXPECT_THAT(browser.unbalanced(), ElementsAre("a stream to _self"));
+    EXPECT_EQ(functions.destroystream(&npp, stream, NPRES_DONE), NPERR_NO_ERROR);
+    EXPECT_THAT(browser.unbalanced(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, complains_of_a_stream_that_is_closed) {
+    char type[] = "text/plain", text[] = "late";
+    NPStream* stream = nullptr;
+    functions.newstream(&npp, type, nullptr, &stream);
+    functions.destroystream(&npp, stream, NPRES_DONE);
+    EXPECT_EQ(functions.write(&npp, stream, 4, text), -1);
+    EXPECT_EQ(functions.destroystream(&npp, stream, NPRES_DONE), NPERR_INVALID_PARAM);
+    EXPECT_EQ(browser.complaints().size(), 2u);
+}
+
+TEST_F(browser_for_tests, keeps_requests) {
+    functions.geturl(&npp, "http://host/a", "_blank");
+    functions.posturlnotify(&npp, "http://host/b", nullptr, 4, "data", 0, &npp);
+    ASSERT_EQ(browser.requests.size(), 2u);
+    EXPECT_EQ(browser.requests[0].url, "http://host/a");
+    EXPECT_EQ(browser.requests[0].target, "_blank");
+    EXPECT_FALSE(browser.requests[0].notifies);
+    EXPECT_EQ(browser.requests[1].data, "data");
+    EXPECT_EQ(browser.requests[1].notify_data, &npp);
+}
+
+TEST_F(browser_for_tests, tells_a_plugin_about_the_end_of_its_request) {
+    static std::string heard;
+    NPPluginFuncs plugin{};
+    plugin.urlnotify = [](NPP, const char* url, NPReason reason, void* notify_data) {
+        heard = std::string(url) + " " + std::to_string(reason) + " " +
+                static_cast<const char*>(notify_data);
+    };
+    browser.load(plugin);
+    char notify_data[] = "data";
+    functions.geturlnotify(&npp, "http://host/", nullptr, notify_data);
+    browser.finish_request(&npp, NPRES_NETWORK_ERR);
+    EXPECT_EQ(heard, "http://host/ 1 data");
+    EXPECT_THAT(browser.requests, IsEmpty());
+}
+
+TEST_F(browser_for_tests, keeps_what_an_instance_says_of_itself) {
+    NPP element = browser.open();
+    NPRect rect = {1, 2, 3, 4};
+    functions.setvalue(element, NPPVpluginWindowBool, nullptr);
+    functions.invalidaterect(element, &rect);
+    functions.forceredraw(element);
+    functions.pushpopupsenabledstate(element, 1);
+    EXPECT_EQ(browser.element(element).values.count(NPPVpluginWindowBool), 1u);
+    EXPECT_EQ(browser.element(element).invalid_rects.size(), 1u);
+    EXPECT_EQ(browser.element(element).forced_redraws, 1);
+    EXPECT_THAT(browser.element(element).popups_enabled, ElementsAre(true));
+
+    functions.poppopupsenabledstate(element);
+    EXPECT_THAT(browser.complaints(), IsEmpty());
+    functions.poppopupsenabledstate(element);
+    EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("PopPopupsEnabledState")));
+    browser.close(element);
+}

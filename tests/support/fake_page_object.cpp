@@ -1,0 +1,74 @@
+#include "fake_page_object.h"
+
+namespace vask_test {
+
+NPClass fake_page_object::its_class = {
+    NP_CLASS_STRUCT_VERSION, nullptr,      deallocate,   nullptr,      has_method,      invoke,
+    invoke_default,          has_property, get_property, set_property, remove_property, enumerate,
+    invoke_default};
+
+fake_page_object& fake_page_object::from(NPObject* object) {
+    return *static_cast<fake_page_object*>(object);
+}
+
+void fake_page_object::deallocate(NPObject* object) {
+    delete &from(object);
+}
+
+bool fake_page_object::has_method(NPObject* object, NPIdentifier name) {
+    const auto member = from(object).members.find(name);
+    return member != from(object).members.end() &&
+           std::holds_alternative<NPObject*>(member->second);
+}
+
+bool fake_page_object::invoke(NPObject* object, NPIdentifier name, const NPVariant* args,
+                              uint32_t arg_count, NPVariant* result) {
+    if (!has_method(object, name))
+        return false;
+    NPObject* function = std::get<NPObject*>(from(object).members.at(name));
+    return function->_class->invokeDefault(function, args, arg_count, result);
+}
+
+bool fake_page_object::invoke_default(NPObject* object, const NPVariant* args, uint32_t arg_count,
+                                      NPVariant* result) {
+    if (!from(object).body)
+        return false;
+    std::vector<script_value> arguments;
+    for (uint32_t i = 0; i < arg_count; ++i)
+        arguments.push_back(value_of(args[i]));
+    fake_browser::the().give(from(object).body(arguments), result);
+    return true;
+}
+
+bool fake_page_object::has_property(NPObject* object, NPIdentifier name) {
+    return from(object).members.count(name) != 0;
+}
+
+bool fake_page_object::get_property(NPObject* object, NPIdentifier name, NPVariant* result) {
+    if (!has_property(object, name))
+        return false;
+    fake_browser::the().give(from(object).members.at(name), result);
+    return true;
+}
+
+bool fake_page_object::set_property(NPObject* object, NPIdentifier name, const NPVariant* value) {
+    from(object).members[name] = value_of(*value);
+    return true;
+}
+
+bool fake_page_object::remove_property(NPObject* object, NPIdentifier name) {
+    return from(object).members.erase(name) != 0;
+}
+
+bool fake_page_object::enumerate(NPObject* object, NPIdentifier** names, uint32_t* count) {
+    const auto& members = from(object).members;
+    *count = static_cast<uint32_t>(members.size());
+    *names = static_cast<NPIdentifier*>(
+        fake_browser::the().allocate(static_cast<uint32_t>(*count * sizeof(NPIdentifier))));
+    NPIdentifier* next = *names;
+    for (const auto& member : members)
+        *next++ = member.first;
+    return true;
+}
+
+}  // namespace vask_test
