@@ -129,6 +129,16 @@ std::string make_private_tmp(const std::string& program) {
     return "";
 }
 
+// Where an X server that root runs compiles its keymap, into a file that is named by the number of
+// the display: the same in every private world.
+std::string make_private_keymaps() {
+    const char* directory = "/var/lib/xkb";
+    if (access(directory, F_OK) == 0 &&
+        mount("tmpfs", directory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0)
+        return failure("no private keymaps");
+    return "";
+}
+
 // In a chroot the root is no mount of its own. What is mounted below it is made private then.
 bool make_visible_mounts_private() {
     std::ifstream mounts("/proc/self/mounts");
@@ -161,7 +171,8 @@ std::string enter_private_world(const std::string& program) {
         return failure("no private mounts");
     if (mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0)
         return failure("no private /dev/shm");
-    return make_private_tmp(program_path);
+    const std::string no_keymaps = make_private_keymaps();
+    return no_keymaps.empty() ? make_private_tmp(program_path) : no_keymaps;
 }
 
 std::string mount_private_proc() {

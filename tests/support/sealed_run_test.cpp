@@ -205,3 +205,8 @@ TEST(sealed_run, runs_displays_in_parallel) {
     EXPECT_EQ(first.finish(), 0) << first.rest();
     EXPECT_EQ(second.finish(), 0) << second.rest();
 }
+
+TEST(sealed_run, keeps_the_keymap_of_its_display_to_itself) {
+    EXPECT_EQ(run_shell("test ! -d /var/lib/xkb || touch /var/lib/xkb/server-0.xkm").status, 0);
+    EXPECT_NE(access("/var/lib/xkb/server-0.xkm", F_OK), 0);
+}
