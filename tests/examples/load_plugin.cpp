@@ -1,0 +1,114 @@
+#include <dlfcn.h>
+#include <npapi/npfunctions.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <string>
+
+// As much of a browser as the sample plug-in needs. Prints what a page would see.
+
+namespace {
+
+std::string* as_name(NPIdentifier identifier) {
+    return static_cast<std::string*>(identifier);
+}
+
+NPUTF8* copy_name(NPIdentifier identifier) {
+    return strdup(as_name(identifier)->c_str());
+}
+
+NPObject* create_object(NPP npp, NPClass* its_class) {
+    NPObject* object = its_class->allocate(npp, its_class);
+    object->_class = its_class;
+    object->referenceCount = 1;
+    return object;
+}
+
+NPObject* retain_object(NPObject* object) {
+    ++object->referenceCount;
+    return object;
+}
+
+void release_object(NPObject* object) {
+    if (--object->referenceCount == 0 && object->_class != nullptr) {
+        object->_class->deallocate(object);
+    }
+}
+
+bool call_function(NPP, NPObject*, const NPVariant* args, uint32_t, NPVariant* result) {
+    printf("counted %d\n", NPVARIANT_TO_INT32(args[0]));
+    VOID_TO_NPVARIANT(*result);
+    return true;
+}
+
+NPNetscapeFuncs browser_functions() {
+    NPNetscapeFuncs browser = {};
+    browser.size = sizeof browser;
+    browser.memfree = free;
+    browser.utf8fromidentifier = copy_name;
+    browser.createobject = create_object;
+    browser.retainobject = retain_object;
+    browser.releaseobject = release_object;
+    browser.invokeDefault = call_function;
+    browser.releasevariantvalue = [](NPVariant*) {};
+    return browser;
+}
+
+template <typename Function>
+Function* entry_point(void* plugin, const char* name) {
+    void* address = dlsym(plugin, name);
+    if (address == nullptr) {
+        printf("%s\n", dlerror());
+        exit(1);
+    }
+    return reinterpret_cast<Function*>(address);
+}
+
+bool call_method(NPObject* object, const char* method, const NPVariant* args, uint32_t count) {
+    std::string name = method;
+    NPVariant result;
+    VOID_TO_NPVARIANT(result);
+    return object->_class->invoke(object, &name, args, count, &result);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    void* plugin = argc == 2 ? dlopen(argv[1], RTLD_NOW) : nullptr;
+    if (plugin == nullptr) {
+        printf("%s\n", argc == 2 ? dlerror() : "usage: load_plugin PLUGIN");
+        return 1;
+    }
+    NPNetscapeFuncs browser = browser_functions();
+    NPPluginFuncs functions = {};
+    entry_point<NPError(NPNetscapeFuncs*, NPPluginFuncs*)>(plugin, "NP_Initialize")(&browser,
+                                                                                    &functions);
+    puts(entry_point<char*()>(plugin, "NP_GetMIMEDescription")());
+
+    _NPP instance = {};
+    char type[] = "application/x-counter";
+    functions.newp(type, &instance, NP_EMBED, 0, nullptr, nullptr, nullptr);
+    NPObject* object = nullptr;
+    functions.getvalue(&instance, NPPVpluginScriptableNPObject, &object);
+
+    NPObject function = {nullptr, 1};
+    NPVariant registration[2], one[1];
+    STRINGZ_TO_NPVARIANT("counted", registration[0]);
+    OBJECT_TO_NPVARIANT(&function, registration[1]);
+    INT32_TO_NPVARIANT(5, one[0]);
+    call_method(object, "attachEvent", registration, 2);
+    call_method(object, "count", one, 1);
+    call_method(object, "detachEvent", registration, 2);
+    call_method(object, "count", one, 1);
+
+    std::string name = "value";
+    NPVariant value;
+    object->_class->getProperty(object, &name, &value);
+    printf("value %d, callback held %u times\n", NPVARIANT_TO_INT32(value),
+           function.referenceCount);
+
+    release_object(object);
+    functions.destroy(&instance, nullptr);
+    entry_point<NPError()>(plugin, "NP_Shutdown")();
+    return 0;
+}

@@ -1,0 +1,30 @@
+#!/bin/sh
+# Usage: version_test.sh VERSION SOURCES BUILD
+# The version is that of project() in CMakeLists.txt; whatever else names one has to name the same.
+set -eu
+version=$1
+sources=$2
+build=$3
+failed=0
+
+expect() {
+    if [ "$2" != "$3" ]; then
+        echo "$1 says '$2', CMakeLists.txt says '$3'"
+        failed=1
+    fi
+}
+
+expect CHANGELOG.md "$(sed -n 's/^## \([0-9.]*\).*/\1/p' "$sources/CHANGELOG.md" | head -n 1)" \
+    "$version"
+expect docs/man/vask.7 "$(sed -n 's/^\.TH VASK 7 .*"vask \([0-9.]*\)".*/\1/p' "$sources/docs/man/vask.7")" \
+    "$version"
+expect vask.pc "$(sed -n 's/^Version: //p' "$build/vask.pc")" "$version"
+expect vask-config-version.cmake \
+    "$(sed -n 's/^set(PACKAGE_VERSION "\(.*\)")/\1/p' "$build/vask-config-version.cmake")" "$version"
+expect "the library's link" "$(readlink "$build/src/libvask.so.${version%%.*}")" "libvask.so.$version"
+expect src/vask.map "$(sed -n 's/^VASK_\([0-9]*\) {.*/\1/p' "$sources/src/vask.map")" "${version%%.*}"
+if [ -e "$sources/debian/changelog" ]; then
+    expect debian/changelog \
+        "$(sed -n '1s/.*(\([0-9.]*\)[-~)+].*/\1/p' "$sources/debian/changelog")" "$version"
+fi
+exit "$failed"
