@@ -1,4 +1,5 @@
-# What is installed: the library, its headers, the bus interface, and what other builds find it by.
+# What is installed: the library, its headers, the bus interface, the manual page, and what other
+# builds find it by.
 
 include(CMakePackageConfigHelpers)
 
@@ -29,6 +30,7 @@ install(TARGETS vask EXPORT vask-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIB
 install(FILES ${vask_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vask)
 install(FILES ${npapi_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vask/npapi)
 install(FILES ${VASK_CHILD_INTERFACE_XML} DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces)
+install(FILES docs/man/vask.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
 
 set(cmake_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vask)
 configure_package_config_file(cmake/vask-config.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/vask-config.cmake

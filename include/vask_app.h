@@ -12,6 +12,7 @@
 #include "vask_export.h"
 #include "vask_object.h"
 
+/** GLib's main loop; declared here so that this header does not need GLib's. */
 typedef struct _GMainLoop GMainLoop;
 
 /**
@@ -122,16 +123,35 @@ public:
     unsigned int arg_iter_get_uint_hex(int off) const;
 
 protected:
-    /** Decides whether a failed arg_iter_chk_num_rest() makes init_failed() true; at first not. */
+    /**
+     * Decides whether a failed arg_iter_chk_num_rest() makes init_failed() true; at first not.
+     *
+     * @param fatal  whether it does from now on
+     */
     void set_arg_error_fatal(bool fatal);
 
+    /** False makes init_failed() true and keeps run() from beginning. */
     bool m_init_ok;
+
+    /** The cursor: an index of #m_args, or any other number. */
     int m_arg_index;
+
+    /** What arg_iter_elem() refers to when the cursor is out of range. */
     std::string m_empty_element;
+
+    /** What run() returns. */
     int m_exit_code;
+
+    /** See set_arg_error_fatal(). */
     bool m_arg_error_fatal;
+
+    /** Whether argv[0] was "--vask-app-no-sys-init". */
     bool m_no_sys_init;
+
+    /** The loop of run(), owned; null before the first run(). */
     GMainLoop* m_main_loop;
+
+    /** The command line from argv[1] on. */
     std::vector<std::string> m_args;
 
 private:

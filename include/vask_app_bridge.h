@@ -17,21 +17,33 @@
 #include "vask_object.h"
 #include "vask_window_props.h"
 
+/** GLib's error; declared here so that this header does not need GLib's. */
 typedef struct _GError GError;
+
+/** The bus library's connection; declared here so that this header does not need its own. */
 typedef struct _DBusGConnection DBusGConnection;
+
+/** The bus library's proxy; declared here so that this header does not need its own. */
 typedef struct _DBusGProxy DBusGProxy;
 
 class vask_app_bridge;
 
 /** A command that waits for its child to appear on the bus. */
 struct VASK_EXPORT child_cmd_buffer {
-    /** @param argument  copied; null gives an empty argument */
+    /**
+     * @param id        command id
+     * @param argument  copied; null gives an empty argument
+     */
     child_cmd_buffer(int id, const char* argument);
-    /** @param argument  copied */
+
+    /**
+     * @param id        command id
+     * @param argument  copied
+     */
     child_cmd_buffer(int id, const std::string& argument);
 
-    int id;
-    std::string argument;
+    int id;               /**< command id */
+    std::string argument; /**< text of the command */
 };
 
 /**
@@ -59,6 +71,8 @@ public:
 
     /** Remembers that the parent has asked the child to end. */
     void set_terminating();
+
+    /** @return whether the parent has asked the child to end */
     bool is_terminating() const;
 
     /**
@@ -244,7 +258,7 @@ public:
     /** @return the proxy of the main worker, or null; stays the bridge's */
     vask_child_proxy* main_worker() const;
 
-    /** The same as main_worker(). */
+    /** The same as main_worker(). @return the proxy of the main worker, or null */
     vask_child_proxy* get_child_proxy() const;
 
     /** @return the main worker's process id, -1 without one */
@@ -256,6 +270,8 @@ public:
     /** @param priority  priority number (see vask_object) for children spawned from now on; 0
      *                   leaves them alone */
     void set_child_priority(int priority);
+
+    /** @return the number set last, 0 at first */
     int get_child_priority() const;
 
     /** Asks the main worker to end, once. Does not wait: child_exit_cb() tells when it has. */
@@ -315,7 +331,15 @@ public:
      */
     bool send_cmd(int id, char** reply, const char* argument, vask_error* err = nullptr);
 
-    /** The same with strings. @p reply is untouched on failure. */
+    /**
+     * The same with strings. Blocks as well.
+     *
+     * @param id        command id
+     * @param reply     receives the reply; untouched on failure
+     * @param argument  text of the command, valid UTF-8, up to its first zero byte
+     * @param err       as above
+     * @return as above
+     */
     bool send_cmd(int id, std::string& reply, std::string& argument, vask_error* err = nullptr);
 
     /**
@@ -331,10 +355,24 @@ public:
      */
     bool send_cmd_no_reply(int id, const char* argument, vask_error* err = nullptr);
 
-    /** The same with the string's text. */
+    /**
+     * The same with the string's text.
+     *
+     * @param id        command id
+     * @param argument  text of the command, copied up to its first zero byte; valid UTF-8
+     * @param err       as above
+     * @return as above
+     */
     bool send_cmd_no_reply(int id, std::string& argument, vask_error* err = nullptr);
 
-    /** The same with the string's text. */
+    /**
+     * The same with the string's text.
+     *
+     * @param id        command id
+     * @param argument  text of the command, copied up to its first zero byte; valid UTF-8
+     * @param err       as above
+     * @return as above
+     */
     bool send_cmd_no_reply(int id, const std::string& argument, vask_error* err = nullptr);
 
     /**
@@ -356,10 +394,22 @@ public:
      */
     bool send_window_data(vask_child_proxy* proxy, bool force, vask_error* err = nullptr);
 
-    /** The same for the main worker. */
+    /**
+     * The same for the main worker.
+     *
+     * @param force  as above
+     * @param err    as above
+     * @return as above
+     */
     bool send_window_data(bool force, vask_error* err = nullptr);
 
-    /** Stores the geometry without sending it; see vask_window_props::save_window_data(). */
+    /**
+     * Stores the geometry without sending it; see vask_window_props::save_window_data().
+     *
+     * @param x,y  left and top edge, in pixels
+     * @param w,h  width and height, in pixels
+     * @param xid  X window id
+     */
     void save_window_data(int x, int y, int w, int h, vask_window_id_t xid);
 
     /** @param type  what set_window() does from now on; at first
@@ -376,7 +426,10 @@ public:
      */
     void set_child_sig_cb(int signal_id, child_sig_cb cb);
 
-    /** @return "CODE: MESSAGE", or "Error occured but GError is NULL." for null */
+    /**
+     * @param error  stays the caller's; may be null
+     * @return "CODE: MESSAGE", or "Error occured but GError is NULL." for null
+     */
     std::string build_error_message_from_gerror(GError* error) const;
 
     /**
@@ -438,21 +491,46 @@ public:
      */
     void child_watch(int pid, int status);
 
-    /** Forwards GLib's child watch to child_watch() of the bridge that is @p data. */
+    /**
+     * Forwards GLib's child watch to child_watch().
+     *
+     * @param pid     the child
+     * @param status  its wait status
+     * @param data    the bridge, as a pointer to vask_app_bridge
+     */
     static void _child_watch(int pid, int status, void* data);
 
     ///@}
 
 protected:
+    /** Priority number of children to come; 0 leaves them alone. */
     int m_child_priority;
+
+    /** When set_window() sends. */
     auto_send_set_window_type m_auto_send_type;
+
+    /** How often the geometry was sent to the present children. */
     std::uint64_t m_window_data_sent_count;
+
+    /** The session bus, with a reference of this object; null without one. */
     DBusGConnection* m_bus_connection;
+
+    /** Proxy of the bus daemon, owned, while the bus is watched; else null. */
     DBusGProxy* m_bus_daemon_proxy;
+
+    /** What handles the child's signals, by signal id. */
     std::map<int, child_sig_cb> m_child_sig_cbs;
+
+    /** The base URI; empty at first. */
     std::string m_base_uri;
+
+    /** Whether two workers are run. */
     bool m_twins_mode;
+
+    /** The workers, owned; null is an empty slot. */
     vask_child_proxy* m_child_proxy[2];
+
+    /** Which slot is the main worker's: 0 or 1. */
     int m_main_worker_index;
 
 private:

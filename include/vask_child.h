@@ -12,6 +12,7 @@
 #include "vask_app.h"
 #include "vask_export.h"
 
+/** The GObject that stands on the bus for a child; private to the library. */
 typedef struct _VaskChild VaskChild;
 
 class vask_child;
@@ -29,9 +30,9 @@ typedef void (*vask_child_signal_cb)(vask_child* child, int signal_id, const cha
 
 /** One registered observer of a child's signals. */
 struct vask_child_signal_closure {
-    vask_child_signal_cb callback;
-    void* user_data;
-    int signal_id;
+    vask_child_signal_cb callback; /**< whom to call */
+    void* user_data;               /**< handed to the callback, not owned; may be null */
+    int signal_id;                 /**< the signal to observe */
 };
 
 /**
@@ -119,11 +120,22 @@ public:
     virtual void connect_child_signal(vask_child_signal_cb callback, int signal_id,
                                       void* user_data);
 
-    /** Removes every observer that was registered with exactly these arguments, if any. */
+    /**
+     * Removes every observer that was registered with exactly these arguments, if any.
+     *
+     * @param callback   as it was registered
+     * @param signal_id  as it was registered
+     * @param user_data  as it was registered
+     */
     virtual void disconnect_child_signal(vask_child_signal_cb callback, int signal_id,
                                          void* user_data);
 
-    /** Calls the local observers of a signal, in the order of registration. */
+    /**
+     * Calls the local observers of a signal, in the order of registration. Sends nothing.
+     *
+     * @param signal_id  the signal
+     * @param data       text of the signal; may be null
+     */
     void observe_signal(int signal_id, const char* data);
 
 protected:
@@ -137,7 +149,11 @@ protected:
 
     /** The object that stands on the bus for this child; null without system initialisation. */
     VaskChild* m_bus_object;
+
+    /** The handlers, by command id. */
     std::map<int, cmd_handler> m_cmd_handlers;
+
+    /** The local observers, in the order of registration. */
     std::vector<vask_child_signal_closure> m_signal_closures;
 
 private:

@@ -14,8 +14,13 @@
 #include "vask_export.h"
 #include "vask_object.h"
 
+/** The bus library's connection; declared here so that this header does not need its own. */
 typedef struct _DBusGConnection DBusGConnection;
+
+/** The bus library's proxy; declared here so that this header does not need its own. */
 typedef struct _DBusGProxy DBusGProxy;
+
+/** GLib's command-line option; declared here so that this header does not need GLib's. */
 typedef struct _GOptionEntry GOptionEntry;
 
 /**
@@ -38,7 +43,10 @@ public:
 
     ~vask_child_cmd_base() override;
 
-    /** @return the well-known bus name of the child with this process id */
+    /**
+     * @param pid  a child
+     * @return its well-known bus name
+     */
     static std::string make_dbus_servie_name(int pid);
 
     /**
@@ -84,6 +92,9 @@ public:
      * A proxy is never replaced: once its child has ended, every further call fails. Use
      * call_by_key() or a new object for another child.
      *
+     * @param cmd_id  command id
+     * @param arg     text of the command, valid UTF-8, not null
+     * @param reply   receives the reply; untouched on failure; may be null
      * @return as cmd_func(); false without a line when there is no such child
      */
     bool call(int cmd_id, const char* arg, std::string* reply);
@@ -91,15 +102,25 @@ public:
     /**
      * Calls the child that has registered itself under a key. Blocks like cmd_func().
      *
-     * @param key  the child's key
+     * @param key     the child's key
+     * @param cmd_id  command id
+     * @param arg     text of the command, valid UTF-8, not null
+     * @param reply   receives the reply; untouched on failure; may be null
      * @return as cmd_func(); false without a line when no child has this key
      */
     bool call_by_key(unsigned long key, int cmd_id, const char* arg, std::string* reply);
 
 protected:
+    /** Proxy of the child, owned; null before make_proxy(). */
     DBusGProxy* m_proxy;
+
+    /** The session bus, from make_proxy() on. */
     DBusGConnection* m_connection;
+
+    /** Name of the child program. */
     std::string m_program;
+
+    /** The child of the proxy; 0 without one. */
     int m_pid;
 
 private:
@@ -123,10 +144,10 @@ public:
 
     /** What the command line asked for. The fields are what GLib's option parser writes. */
     struct option_values {
-        int version;
-        int usage;
-        int list;
-        int pid;
+        int version; /**< --version was given */
+        int usage;   /**< --usage was given */
+        int list;    /**< --list was given */
+        int pid;     /**< the number of --pid; 0 without it */
     };
 
     /**
@@ -155,20 +176,29 @@ public:
      * The option --help ends the process. What the options ask for is kept from one run to the
      * next.
      *
+     * @param argc  number of entries in @p argv
+     * @param argv  the command line, which the option parser changes
      * @return exit status of the tool: 0 after a command, whatever became of it, after a command
      *         word that nobody added (a GLib warning) and after --version, --usage and --list; 1
      *         when there is nothing to run or nobody to run it
      */
     int run(int argc, char** argv);
 
+    /** Prints the tool's commands to standard output. */
     void print_usage();
+
+    /** Prints the tool's version to standard output. */
     void print_version();
 
     /** @param pids  printed in their order */
     void print_proc_list(std::vector<int>& pids);
 
-    /** The command "test": prints its arguments and sends nothing.
-     *  @return true */
+    /**
+     * The command "test": prints its arguments and sends nothing.
+     *
+     * @param args  the words behind the command word
+     * @return true
+     */
     bool cmd_func_test(std::vector<std::string>& args);
 
     /** What the command lines of this process have asked for so far. */
@@ -178,9 +208,16 @@ public:
     static const GOptionEntry* const option_entries;
 
 protected:
+    /** Name of the tool. */
     std::string m_tool_name;
+
+    /** Version of the tool. */
     std::string m_version;
+
+    /** The commands, by command word. */
     std::map<std::string, cmd_handler> m_commands;
+
+    /** Lines of the usage text, in the order in which they were added. */
     std::vector<std::string> m_help_lines;
 
 private:

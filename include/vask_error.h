@@ -30,10 +30,19 @@ public:
     /** No successor, code 0, no message. */
     vask_abstract_error();
 
-    /** Copies code, message and the whole chain; what dump_errors() collected is not copied. */
+    /**
+     * Copies code, message and the whole chain; what dump_errors() collected is not copied.
+     *
+     * @param source  what is copied
+     */
     vask_abstract_error(const vask_abstract_error& source);
 
-    /** Becomes what a copy of @p source would be. @p source may be a member of this very chain. */
+    /**
+     * Becomes what a copy would be.
+     *
+     * @param source  what is copied; may be a member of this very chain
+     * @return this object
+     */
     vask_abstract_error& operator=(const vask_abstract_error& source);
 
     /** Deletes the whole chain. */
@@ -70,9 +79,16 @@ public:
     std::string& dump_errors(int depth);
 
 protected:
+    /** The next error, owned; null at the end of the chain. */
     vask_abstract_error* next;
+
+    /** What vask_error::get_code() returns. */
     vask_error_code_t code;
+
+    /** What get_message() returns. */
     std::string message;
+
+    /** What dump_errors() has collected so far. */
     std::string dump_text;
 };
 
@@ -82,10 +98,15 @@ public:
     /** No error: code 0, no message, no successor. */
     vask_error();
 
-    /** Copies @p source with its chain. */
+    /** @param source  copied with its chain */
     vask_error(const vask_error& source);
 
-    /** Becomes what a copy of @p source would be. */
+    /**
+     * Becomes what a copy would be.
+     *
+     * @param source  what is copied; may be a member of this very chain
+     * @return this object
+     */
     vask_error& operator=(const vask_error& source);
 
     ~vask_error() override;

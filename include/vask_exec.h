@@ -87,7 +87,12 @@ public:
     unsigned int add_timer_exec_func(int interval_msec, vask_exec_func func, void* data,
                                      vask_exec* target = nullptr);
 
-    /** Forwards an idle dispatch of GLib to idle_callback() of the vask_exec that is @p exec. */
+    /**
+     * Forwards an idle dispatch of GLib to idle_callback().
+     *
+     * @param exec  a vask_exec
+     * @return what idle_callback() returns
+     */
     static int _idle_callback(void* exec);
 
     /**
@@ -99,13 +104,17 @@ public:
     static int _timer_callback(void* info);
 
 protected:
+    /** The pending idle calls, oldest first; one that runs stays in front until it returns. */
     std::list<vask_exec_info> exec_list;
 
 private:
     bool m_idle_call_runs;
 };
 
-/** Frees the record of a timer, a vask_obj_exec_info; GLib calls it when the timer's source ends.
+/**
+ * Frees the record of a timer; GLib calls it when the timer's source ends.
+ *
+ * @param info  a vask_obj_exec_info made with new
  */
 VASK_EXPORT void delete_vask_exec_info(void* info);
 

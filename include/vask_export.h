@@ -4,9 +4,10 @@
 /**
  * @file
  * @brief The one macro that makes a class or function visible outside the library.
- *
- * The library is built with hidden visibility; only what carries this macro can be linked against.
  */
+
+/** The library is built with hidden visibility; only what carries this macro can be linked
+ *  against. */
 #define VASK_EXPORT __attribute__((visibility("default")))
 
 #endif

@@ -51,146 +51,379 @@ public:
      */
     ///@{
 
-    /** NPN_GetURL: requests @p url into the frame @p target, or as a stream if it is null. */
+    /**
+     * NPN_GetURL: requests a document.
+     *
+     * @param npp     an instance
+     * @param url     the document
+     * @param target  the frame that shows it; null for a stream to the instance
+     * @return the browser's result
+     */
     NPError GetURL(NPP npp, const char* url, const char* target);
 
-    /** Sends @p len bytes, or the file that @p buffer names if @p is_file, to @p url. */
+    /**
+     * Sends data to a URL.
+     *
+     * @param npp      an instance
+     * @param url      where to
+     * @param target   the frame that shows the answer; null for a stream to the instance
+     * @param len      number of bytes in @p buffer
+     * @param buffer   the data, or the path of a file with the data; stays the caller's
+     * @param is_file  whether it is a path
+     * @return the browser's result
+     */
     NPError NPN_PostURL(NPP npp, const char* url, const char* target, uint32_t len,
                         const char* buffer, NPBool is_file);
 
-    /** Asks for parts of a seekable stream. */
+    /**
+     * Asks for parts of a seekable stream.
+     *
+     * @param stream  the stream
+     * @param ranges  the first of the parts; stays the caller's
+     * @return the browser's result
+     */
     NPError NPN_RequestRead(NPStream* stream, NPByteRange* ranges);
 
-    /** Opens a stream from the plug-in to the frame @p target. */
+    /**
+     * Opens a stream from the plug-in to the browser.
+     *
+     * @param npp     an instance
+     * @param type    MIME type of the stream
+     * @param target  the frame that shows it
+     * @param stream  receives the stream, which is ended with NPN_DestroyStream()
+     * @return the browser's result
+     */
     NPError NPN_NewStream(NPP npp, NPMIMEType type, const char* target, NPStream** stream);
 
-    /** NPN_Write: writes into a stream of NPN_NewStream().
-     *  @return the number of bytes taken, negative on failure */
+    /**
+     * NPN_Write: writes into a stream of NPN_NewStream().
+     *
+     * @param npp     an instance
+     * @param stream  the stream
+     * @param len     number of bytes
+     * @param buffer  the data, which stays the caller's
+     * @return the number of bytes taken, negative on failure
+     */
     int32_t NPN_WriteUPP(NPP npp, NPStream* stream, int32_t len, void* buffer);
 
-    /** Ends a stream of either direction. */
+    /**
+     * Ends a stream of either direction.
+     *
+     * @param npp     an instance
+     * @param stream  the stream
+     * @param reason  why
+     * @return the browser's result
+     */
     NPError NPN_DestroyStream(NPP npp, NPStream* stream, NPReason reason);
 
-    /** Shows a message in the status line. */
+    /**
+     * Shows a message in the status line.
+     *
+     * @param npp      an instance
+     * @param message  stays the caller's
+     */
     void NPN_Status(NPP npp, const char* message);
 
-    /** @return the browser's name, which stays the browser's */
+    /**
+     * @param npp  an instance
+     * @return the browser's name, which stays the browser's
+     */
     const char* NPN_UserAgent(NPP npp);
 
-    /** @return memory of the browser, to be freed with NPN_MemFree(); null when there is none */
+    /**
+     * @param size  number of bytes
+     * @return memory of the browser, to be freed with NPN_MemFree(); null when there is none
+     */
     void* NPN_MemAlloc(uint32_t size);
 
-    /** Frees memory that the browser has allocated. */
+    /** @param memory  allocated by the browser; freed */
     void NPN_MemFree(void* memory);
 
-    /** Asks the browser to free memory. @return the number of bytes freed */
+    /**
+     * Asks the browser to free memory.
+     *
+     * @param size  number of bytes wanted
+     * @return the number of bytes freed
+     */
     uint32_t NPN_MemFlush(uint32_t size);
 
-    /** Lets the browser look for plug-ins again. */
+    /**
+     * Lets the browser look for plug-ins again.
+     *
+     * @param reload_pages  whether pages with plug-ins are loaded again
+     */
     void NPN_ReloadPlugins(NPBool reload_pages);
 
     /** @return the Java environment, or null */
     void* NPN_GetJavaEnv();
 
-    /** @return the Java peer of an instance, or null */
+    /**
+     * @param npp  an instance
+     * @return its Java peer, or null
+     */
     void* NPN_GetJavaPeer(NPP npp);
 
-    /** GetURL(), after which NPP_URLNotify is called with @p notify_data. */
+    /**
+     * GetURL(), after which NPP_URLNotify is called.
+     *
+     * @param npp          an instance
+     * @param url          the document
+     * @param target       the frame that shows it; null for a stream to the instance
+     * @param notify_data  handed to NPP_URLNotify
+     * @return the browser's result
+     */
     NPError NPN_GetURLNotify(NPP npp, const char* url, const char* target, void* notify_data);
 
-    /** NPN_PostURL(), after which NPP_URLNotify is called with @p notify_data. */
+    /**
+     * NPN_PostURL(), after which NPP_URLNotify is called.
+     *
+     * @param npp          an instance
+     * @param url          where to
+     * @param target       the frame that shows the answer; null for a stream to the instance
+     * @param len          number of bytes in @p buffer
+     * @param buffer       the data, or the path of a file with the data; stays the caller's
+     * @param is_file      whether it is a path
+     * @param notify_data  handed to NPP_URLNotify
+     * @return the browser's result
+     */
     NPError NPN_PostURLNotify(NPP npp, const char* url, const char* target, uint32_t len,
                               const char* buffer, NPBool is_file, void* notify_data);
 
-    /** Asks the browser for @p variable. An object that is stored in @p value carries a reference
-     * of the caller. */
+    /**
+     * Asks the browser for something.
+     *
+     * @param npp       an instance; null for what concerns no instance
+     * @param variable  what
+     * @param value     receives it; an object carries a reference of the caller
+     * @return the browser's result
+     */
     NPError NPN_GetValue(NPP npp, NPNVariable variable, void* value);
 
-    /** Tells the browser about the instance, e.g. with NPPVpluginWindowBool. */
+    /**
+     * Tells the browser about the instance, e.g. with NPPVpluginWindowBool.
+     *
+     * @param npp       an instance
+     * @param variable  what it is about
+     * @param value     depends on @p variable
+     * @return the browser's result
+     */
     NPError NPN_SetValue(NPP npp, NPPVariable variable, void* value);
 
-    /** Has a part of a windowless instance drawn again. */
+    /**
+     * Has a part of a windowless instance drawn again.
+     *
+     * @param npp   an instance
+     * @param rect  the part; stays the caller's
+     */
     void NPN_InvalidateRect(NPP npp, NPRect* rect);
 
-    /** Has a part of a windowless instance drawn again. */
+    /**
+     * Has a part of a windowless instance drawn again.
+     *
+     * @param npp     an instance
+     * @param region  the part; stays the caller's
+     */
     void NPN_InvalidateRegion(NPP npp, NPRegion region);
 
-    /** Has what is invalid drawn at once. */
+    /**
+     * Has what is invalid drawn at once.
+     *
+     * @param npp  an instance
+     */
     void NPN_ForceRedraw(NPP npp);
 
-    /** @return the identifier of a terminated name; it lasts as long as the browser */
+    /**
+     * @param name  terminated; stays the caller's
+     * @return its identifier, which lasts as long as the browser
+     */
     NPIdentifier NPN_GetStringIdentifier(const NPUTF8* name);
 
-    /** NPN_GetStringIdentifier() for @p count names. */
+    /**
+     * NPN_GetStringIdentifier() for several names.
+     *
+     * @param names        terminated; stay the caller's
+     * @param count        number of names
+     * @param identifiers  receives as many identifiers
+     */
     void NPN_GetStringIdentifiers(const NPUTF8** names, int32_t count, NPIdentifier* identifiers);
 
-    /** @return the identifier of a number */
+    /**
+     * @param number  any number
+     * @return its identifier
+     */
     NPIdentifier NPN_GetIntIdentifier(int32_t number);
 
-    /** @return whether an identifier is a name */
+    /**
+     * @param identifier  a name or a number
+     * @return whether it is a name
+     */
     bool NPN_IdentifierIsString(NPIdentifier identifier);
 
-    /** @return the name, to be freed with NPN_MemFree(); null for a number */
+    /**
+     * @param identifier  a name or a number
+     * @return the name, to be freed with NPN_MemFree(); null for a number
+     */
     NPUTF8* NPN_UTF8FromIdentifier(NPIdentifier identifier);
 
-    /** @return the number; undefined for a name */
+    /**
+     * @param identifier  a number
+     * @return the number; undefined for a name
+     */
     int32_t NPN_IntFromIdentifier(NPIdentifier identifier);
 
-    /** @return a new object with one reference, which is the caller's */
+    /**
+     * @param npp        an instance
+     * @param its_class  class of the object; has to last as long as the object
+     * @return a new object with one reference, which is the caller's
+     */
     NPObject* NPN_CreateObject(NPP npp, NPClass* its_class);
 
-    /** Adds a reference. @return @p object */
+    /** Adds a reference. @param object  not null @return @p object */
     NPObject* NPN_RetainObject(NPObject* object);
 
-    /** Takes a reference away. The last one ends the object, within this call. */
+    /** Takes a reference away. The last one ends the object, within this call.
+     *  @param object  not null */
     void NPN_ReleaseObject(NPObject* object);
 
-    /** Calls a method. On success the caller releases @p result. */
+    /**
+     * Calls a method.
+     *
+     * @param npp        an instance
+     * @param object     whose method
+     * @param name       the method
+     * @param args       the arguments, which stay the caller's
+     * @param arg_count  number of entries in @p args
+     * @param result     on success, for the caller to release
+     * @return whether the call has succeeded
+     */
     bool NPN_Invoke(NPP npp, NPObject* object, NPIdentifier name, const NPVariant* args,
                     uint32_t arg_count, NPVariant* result);
 
-    /** Calls an object that is a function. On success the caller releases @p result. */
+    /**
+     * Calls an object that is a function.
+     *
+     * @param npp        an instance
+     * @param object     the function
+     * @param args       the arguments, which stay the caller's
+     * @param arg_count  number of entries in @p args
+     * @param result     on success, for the caller to release
+     * @return whether the call has succeeded
+     */
     bool NPN_InvokeDefault(NPP npp, NPObject* object, const NPVariant* args, uint32_t arg_count,
                            NPVariant* result);
 
-    /** Runs a script in the scope of @p object. On success the caller releases @p result. */
+    /**
+     * Runs a script.
+     *
+     * @param npp     an instance
+     * @param object  in whose scope
+     * @param script  stays the caller's
+     * @param result  on success, for the caller to release
+     * @return whether the script has succeeded
+     */
     bool NPN_Evaluate(NPP npp, NPObject* object, NPString* script, NPVariant* result);
 
-    /** Reads a property. On success the caller releases @p result. */
+    /**
+     * Reads a property.
+     *
+     * @param npp     an instance
+     * @param object  whose property
+     * @param name    the property
+     * @param result  on success, for the caller to release
+     * @return whether it was read
+     */
     bool NPN_GetProperty(NPP npp, NPObject* object, NPIdentifier name, NPVariant* result);
 
-    /** Writes a property. @p value stays the caller's. */
+    /**
+     * Writes a property.
+     *
+     * @param npp     an instance
+     * @param object  whose property
+     * @param name    the property
+     * @param value   stays the caller's
+     * @return whether it was written
+     */
     bool NPN_SetProperty(NPP npp, NPObject* object, NPIdentifier name, const NPVariant* value);
 
-    /** Removes a property. */
+    /**
+     * Removes a property.
+     *
+     * @param npp     an instance
+     * @param object  whose property
+     * @param name    the property
+     * @return whether it was removed
+     */
     bool NPN_RemoveProperty(NPP npp, NPObject* object, NPIdentifier name);
 
-    /** @return whether there is such a property */
+    /**
+     * @param npp     an instance
+     * @param object  whose property
+     * @param name    the property
+     * @return whether there is such a property
+     */
     bool NPN_HasProperty(NPP npp, NPObject* object, NPIdentifier name);
 
-    /** @return whether there is such a method */
+    /**
+     * @param npp     an instance
+     * @param object  whose method
+     * @param name    the method
+     * @return whether there is such a method
+     */
     bool NPN_HasMethod(NPP npp, NPObject* object, NPIdentifier name);
 
-    /** Ends the text or the reference that a variant holds. */
+    /** @param variant  the text or the reference that it holds is ended */
     void NPN_ReleaseVariantValue(NPVariant* variant);
 
-    /** Has the running script call fail with a message. */
+    /**
+     * Has the running script call fail with a message.
+     *
+     * @param object   whose method runs
+     * @param message  stays the caller's
+     */
     void NPN_SetException(NPObject* object, const NPUTF8* message);
 
-    /** Allows or forbids windows that are opened without the user, until the matching
-     *  NPN_PopPopupsEnabledState(). */
+    /**
+     * Allows or forbids windows that are opened without the user, until the matching
+     * NPN_PopPopupsEnabledState().
+     *
+     * @param npp      an instance
+     * @param enabled  whether they are allowed
+     */
     void NPN_PushPopupsEnabledState(NPP npp, NPBool enabled);
 
-    /** Ends the latest NPN_PushPopupsEnabledState(). */
+    /** Ends the latest NPN_PushPopupsEnabledState(). @param npp  an instance */
     void NPN_PopPopupsEnabledState(NPP npp);
 
-    /** Lists an object's members into an array to be freed with NPN_MemFree(). */
+    /**
+     * Lists an object's members.
+     *
+     * @param npp     an instance
+     * @param object  the object
+     * @param names   receives an array, to be freed with NPN_MemFree()
+     * @param count   receives the number of its entries
+     * @return whether it was listed
+     */
     bool NPN_Enumerate(NPP npp, NPObject* object, NPIdentifier** names, uint32_t* count);
 
-    /** Has @p function called on the plug-in thread; the only call for other threads. */
+    /**
+     * Has a function called on the plug-in thread; the only call for other threads.
+     *
+     * @param npp       an instance
+     * @param function  the function
+     * @param data      its argument, not owned
+     */
     void NPN_PluginThreadAsyncCall(NPP npp, void (*function)(void* data), void* data);
 
-    /** Calls an object as a constructor. On success the caller releases @p result. */
+    /**
+     * Calls an object as a constructor.
+     *
+     * @param npp        an instance
+     * @param object     the constructor
+     * @param args       the arguments, which stay the caller's
+     * @param arg_count  number of entries in @p args
+     * @param result     on success, for the caller to release
+     * @return whether the call has succeeded
+     */
     bool NPN_Construct(NPP npp, NPObject* object, const NPVariant* args, uint32_t arg_count,
                        NPVariant* result);
 
@@ -198,8 +431,12 @@ public:
     /** @name Texts */
     ///@{
 
-    /** @return the name of a plug-in variable for diagnostics; "Unknown" for 0, 8, 9 and everything
-     *          above 16; a constant text */
+    /**
+     * The name of a plug-in variable for diagnostics.
+     *
+     * @param variable  any number
+     * @return a constant text; "Unknown" for 0, 8, 9 and everything above 16
+     */
     const char* NPPVariable_to_type_descr(NPPVariable variable) const;
 
     /**

@@ -90,15 +90,21 @@ public:
      */
     virtual NPError destroy_instance(NPP npp, NPSavedData** save);
 
-    /** NP_Initialize, after the product has copied the browser's table and filled the plug-in's:
-     *  both are left alone. @return NPERR_NO_ERROR */
+    /**
+     * NP_Initialize, after the product has copied the browser's table and filled the plug-in's.
+     *
+     * @param browser  the browser's functions; left alone
+     * @param plugin   the plug-in's functions; left alone
+     * @return NPERR_NO_ERROR
+     */
     virtual NPError _NP_Initialize(NPNetscapeFuncs* browser, NPPluginFuncs* plugin);
 
     /**
      * NP_GetValue: the plug-in's name and description.
      *
-     * @param future  not used
-     * @param value   receives a text, which stays this factory's; untouched on failure
+     * @param future    not used
+     * @param variable  NPPVpluginNameString or NPPVpluginDescriptionString
+     * @param value     receives a text, which stays this factory's; untouched on failure
      * @return NPERR_NO_ERROR, or NPERR_INVALID_PARAM after "Unknown variable NUMBER" at WARN
      */
     virtual NPError NP_GetValue(void* future, NPPVariable variable, void* value);
@@ -138,14 +144,24 @@ public:
      *  timer */
     int delayed_spawn_preload_instance();
 
-    /** The timer's function. @param factory  a vask_np_factory* */
+    /**
+     * The timer's function.
+     *
+     * @param factory  a vask_np_factory
+     * @return as delayed_spawn_preload_instance()
+     */
     static int _delayed_spawn_preload_instance(void* factory);
 
     ///@}
 
 protected:
+    /** What NP_GetMimeDescription() returns; not owned. */
     const char* mime_description;
+
+    /** The answer to NPPVpluginNameString; not owned. */
     const char* plugin_name;
+
+    /** The answer to NPPVpluginDescriptionString; not owned. */
     const char* plugin_description;
 
     /** Number of ready instances to keep. */

@@ -57,37 +57,100 @@ public:
     /**
      * The element's window is there, was changed, or is gone. Logs what it is given.
      *
+     * @param npp     the NPP that this instance is attached to
      * @param window  may be null
      * @return NPERR_NO_ERROR
      */
     virtual NPError set_window(NPP npp, NPWindow* window);
 
-    /** @param stype  untouched: the stream comes as NP_NORMAL. @return NPERR_NO_ERROR */
+    /**
+     * A stream begins.
+     *
+     * @param npp       the NPP that this instance is attached to
+     * @param type      MIME type of the stream
+     * @param stream    the stream
+     * @param seekable  whether parts of it can be asked for
+     * @param stype     untouched: the stream comes as NP_NORMAL
+     * @return NPERR_NO_ERROR
+     */
     virtual NPError new_stream(NPP npp, NPMIMEType type, NPStream* stream, NPBool seekable,
                                uint16_t* stype);
 
-    /** @return NPERR_NO_ERROR */
+    /**
+     * A stream has ended.
+     *
+     * @param npp     the NPP that this instance is attached to
+     * @param stream  the stream
+     * @param reason  why
+     * @return NPERR_NO_ERROR
+     */
     virtual NPError destroy_stream(NPP npp, NPStream* stream, NPReason reason);
 
-    /** @return 0, the number of bytes that may come: who wants data overrides it */
+    /**
+     * How much of a stream may come now.
+     *
+     * @param npp     the NPP that this instance is attached to
+     * @param stream  the stream
+     * @return 0, the number of bytes: who wants data overrides it
+     */
     virtual int32_t write_ready(NPP npp, NPStream* stream);
 
-    /** @return 0, the number of bytes taken */
+    /**
+     * Data of a stream.
+     *
+     * @param npp     the NPP that this instance is attached to
+     * @param stream  the stream
+     * @param offset  where in the stream the data is, in bytes
+     * @param len     number of bytes
+     * @param buffer  the data, which stays the browser's
+     * @return 0, the number of bytes taken
+     */
     virtual int32_t write(NPP npp, NPStream* stream, int32_t offset, int32_t len, void* buffer);
 
-    /** The stream is in a file. */
+    /**
+     * The stream is in a file.
+     *
+     * @param npp        the NPP that this instance is attached to
+     * @param stream     the stream
+     * @param file_name  path of the file; null when it could not be written
+     */
     virtual void stream_as_file(NPP npp, NPStream* stream, const char* file_name);
 
-    /** A request with notification has ended. */
+    /**
+     * A request with notification has ended.
+     *
+     * @param npp          the NPP that this instance is attached to
+     * @param url          what was requested
+     * @param reason       why it has ended
+     * @param notify_data  what was given with the request
+     */
     virtual void url_notify(NPP npp, const char* url, NPReason reason, void* notify_data);
 
-    /** The page is printed. */
+    /**
+     * The page is printed.
+     *
+     * @param npp    the NPP that this instance is attached to
+     * @param print  how
+     */
     virtual void print(NPP npp, NPPrint* print);
 
-    /** @return 0: the event was not handled */
+    /**
+     * An event of a windowless instance.
+     *
+     * @param npp    the NPP that this instance is attached to
+     * @param event  an XEvent
+     * @return 0: the event was not handled
+     */
     virtual int16_t handle_event(NPP npp, void* event);
 
-    /** @return NPERR_NO_ERROR */
+    /**
+     * The browser tells something.
+     *
+     * @param npp       the NPP that this instance is attached to
+     * @param variable  what it is about
+     * @param value     depends on @p variable
+     * @return NPERR_NO_ERROR
+     */
     virtual NPError set_value(NPP npp, NPNVariable variable, void* value);
 
     /**
@@ -96,8 +159,9 @@ public:
      * creates it again in the browser's eyes; a browser whose count starts anew with that forgets
      * the references of its earlier answers.
      *
-     * @param npp    the NPP that this instance is attached to; may be null
-     * @param value  receives an NPBool or an NPObject*; untouched on failure
+     * @param npp       the NPP that this instance is attached to; may be null
+     * @param variable  what is asked for
+     * @param value     receives an NPBool or an NPObject*; untouched on failure
      * @return NPERR_NO_ERROR; NPERR_GENERIC_ERROR for the old scriptable interfaces, after
      *         "instance or instace->pdata is NULL" at ERR for an NPP without instance, and after
      *         "failed to create scriptable" at ERR when the browser makes no object;
@@ -109,8 +173,11 @@ public:
 
     using vask_window_props::save_window_data;
 
-    /** Stores the window's geometry and X window id; for set_window() of a derived class. A null
-     *  window changes nothing. */
+    /**
+     * Stores the window's geometry and X window id; for set_window() of a derived class.
+     *
+     * @param window  null changes nothing
+     */
     void save_window_data(NPWindow* window);
 
     /**

@@ -23,14 +23,14 @@ typedef std::list<std::string> strlist;
 
 /** Importance of a diagnostic message. The numbers are the syslog priorities. */
 enum vask_print_level : int {
-    VASK_P_EMERG = 0,
-    VASK_P_BUG = 1,
-    VASK_P_FATAL = 2,
-    VASK_P_ERR = 3,
-    VASK_P_WARN = 4,
-    VASK_P_NOTICE = 5,
-    VASK_P_INFO = 6,
-    VASK_P_DBG = 7
+    VASK_P_EMERG = 0,  /**< the system is unusable */
+    VASK_P_BUG = 1,    /**< a mistake of the program */
+    VASK_P_FATAL = 2,  /**< the program cannot go on */
+    VASK_P_ERR = 3,    /**< a request has failed */
+    VASK_P_WARN = 4,   /**< something was repaired or refused */
+    VASK_P_NOTICE = 5, /**< ordinary, but worth a look */
+    VASK_P_INFO = 6,   /**< ordinary; the highest level that is printed at first */
+    VASK_P_DBG = 7     /**< for developers */
 };
 
 /** What a diagnostic header shows besides name, process id and level; bits of
@@ -42,10 +42,10 @@ enum vask_print_flag : unsigned int {
 
 /** The unit in which vask_object::vask_gettime() answers. */
 enum vask_time_unit : int {
-    VASK_TIME_SEC = 0,
-    VASK_TIME_MSEC = 1,
-    VASK_TIME_USEC = 2,
-    VASK_TIME_NSEC = 3
+    VASK_TIME_SEC = 0,  /**< seconds */
+    VASK_TIME_MSEC = 1, /**< milliseconds */
+    VASK_TIME_USEC = 2, /**< microseconds */
+    VASK_TIME_NSEC = 3  /**< nanoseconds */
 };
 
 class vask_shared_info;
@@ -62,9 +62,9 @@ struct pid_array_entry {
 
 /** The record of the process registry, as it lies in the shared object "vask_proc_pid_NAME". */
 struct pid_array {
-    std::uint32_t sequence; /**< odd while a writer changes the record */
-    std::int32_t count;     /**< number of valid entries */
-    pid_array_entry entries[1];
+    std::uint32_t sequence;     /**< odd while a writer changes the record */
+    std::int32_t count;         /**< number of valid entries */
+    pid_array_entry entries[1]; /**< the first of them; the others follow */
 };
 
 /**
@@ -164,7 +164,12 @@ public:
      */
     static std::string vask_sprintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-    /** The same as vask_sprintf(), with a buffer of its own. */
+    /**
+     * The same as vask_sprintf(), with a buffer of its own.
+     *
+     * @param format  printf format, not null
+     * @return as vask_sprintf()
+     */
     static std::string vask_snprintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
     /**
@@ -264,13 +269,14 @@ public:
      * counts as not alive; a zombie counts as alive.
      *
      * @param pid  0 and negative numbers give false without asking the system
+     * @return whether it is alive
      */
     static bool is_process_alive(int pid);
 
-    /** Maps an id to a process id: they are the same. */
+    /** Maps an id to a process id: they are the same. @param id  any number @return @p id */
     static int get_process_id(int id);
 
-    /** The kernel's id of the calling thread. */
+    /** @return the kernel's id of the calling thread */
     static int gettid();
 
     /**
@@ -281,7 +287,8 @@ public:
      */
     static bool shutdown_system();
 
-    /** Starts "/sbin/shutdown -r now"; otherwise as shutdown_system(). */
+    /** Starts "/sbin/shutdown -r now"; otherwise as shutdown_system().
+     *  @return as shutdown_system() */
     static bool reboot_system();
 
     ///@}
@@ -301,7 +308,10 @@ public:
      */
     static std::string strip(const char* text, char c, const char* set);
 
-    /** @return whether @p text has no other characters than 0 to 9; true for the empty text */
+    /**
+     * @param text  any text
+     * @return whether it has no other characters than 0 to 9; true for the empty text
+     */
     static bool is_number(const char* text);
 
     /**
@@ -326,7 +336,8 @@ public:
     static std::vector<std::string> split_first(const char* text, char delimiter, const char* set);
 
     /**
-     * @return whether @p text is four numbers up to 255 with dots between them. Several dots count
+     * @param text  any text
+     * @return whether it is four numbers up to 255 with dots between them. Several dots count
      * as one, and line ends and tabs as dots; a blank is an error
      */
     static bool valid_ip_addr(const char* text);
@@ -349,16 +360,21 @@ public:
      * Joins path elements with one "/" between them.
      *
      * @param first  the first element, followed by further ones and a null pointer
+     * @return the path
      */
     static std::string build_path(const char* first, ...) __attribute__((sentinel));
 
     /**
-     * @return what stands before the last "/" of @p path: the empty text for a path directly below
+     * @param path  any text
+     * @return what stands before the last "/" of it: the empty text for a path directly below
      *         the root; the path itself when it has no "/" or ends with one
      */
     static std::string get_dir_name(const char* path);
 
-    /** @return the path of a program in /usr/bin; @p program is not examined */
+    /**
+     * @param program  name of a program; not examined
+     * @return its path in /usr/bin
+     */
     static std::string make_exec_path(const char* program);
 
     /**
@@ -386,6 +402,7 @@ public:
     /**
      * Empties a directory and keeps it. Links are removed, not followed.
      *
+     * @param path  the directory
      * @return false, with everything that was not reached still there, when it cannot be opened
      *         ("Failed to call g_dir_open(): SIGNATURE" at ERR) or an entry cannot be removed
      *         (delete_path() logs it)
@@ -395,6 +412,7 @@ public:
     /**
      * Removes a file, a link or a whole directory.
      *
+     * @param path  what is removed
      * @return false when it cannot be removed, after "SIGNATURE: Failed to call remove(): PATH :
      *         ERRNO" at ERR under the name "vask_object"
      */
@@ -420,26 +438,42 @@ public:
      */
     static sem_t* create_named_sem(const char* name, int init_count, int max_count);
 
-    /** Closes a handle; the semaphore stays.
-     *  @return false after "Failed to call sem_close(): REASON" at ERR */
+    /**
+     * Closes a handle; the semaphore stays.
+     *
+     * @param sem  a handle of create_named_sem()
+     * @return false after "Failed to call sem_close(): REASON" at ERR
+     */
     static bool close_named_sem(sem_t* sem);
 
-    /** Removes the name; whoever has the semaphore open keeps it.
-     *  @return false after "Failed to call shm_unlink(NAME): REASON" at ERR */
+    /**
+     * Removes the name; whoever has the semaphore open keeps it.
+     *
+     * @param name  its name
+     * @return false after "Failed to call shm_unlink(NAME): REASON" at ERR
+     */
     static bool destroy_sem(const char* name);
 
-    /** Takes one count; blocks until there is one.
-     *  @return false for null, without a line, and after "Failed to sem_wait(): ERRNO" at ERR */
+    /**
+     * Takes one count; blocks until there is one.
+     *
+     * @param sem  a handle; may be null
+     * @return false for null, without a line, and after "Failed to sem_wait(): ERRNO" at ERR
+     */
     static bool vask_sem_wait(sem_t* sem);
 
-    /** Gives one count back.
-     *  @return false for null, without a line, and after "Failed to sem_post(): ERRNO" at ERR */
+    /**
+     * Gives one count back. Does not block.
+     *
+     * @param sem  a handle; may be null
+     * @return false for null, without a line, and after "Failed to sem_post(): ERRNO" at ERR
+     */
     static bool vask_sem_post(sem_t* sem);
 
-    /** The same as vask_sem_wait(). */
+    /** @copydoc vask_sem_wait() */
     static bool wait_named_sem(sem_t* sem);
 
-    /** The same as vask_sem_post(). */
+    /** @copydoc vask_sem_post() */
     static bool post_named_sem(sem_t* sem);
 
     /**
@@ -486,7 +520,10 @@ public:
      */
     ///@{
 
-    /** @return the name of the shared object that holds the registry of @p name */
+    /**
+     * @param name  the name under which processes register
+     * @return the name of the shared object that holds their registry
+     */
     static std::string make_stored_pid_name(const char* name);
 
     /**
@@ -515,7 +552,12 @@ public:
      */
     std::map<unsigned long, int> find_stored_pid_from_shm(const char* name) const;
 
-    /** The same for a string. */
+    /**
+     * The same for a string.
+     *
+     * @param name  the name under which processes have registered
+     * @return as above
+     */
     std::map<unsigned long, int> find_stored_pid_from_shm(const std::string& name) const;
 
     /**
@@ -535,13 +577,28 @@ public:
      */
     ///@{
 
+    /** @copydoc vask_shared_info::set_monitor_rotation() */
     static bool set_monitor_rotation(vask_monitor_rotation_type rotation);
+
+    /** @copydoc vask_shared_info::get_monitor_rotation() */
     static vask_monitor_rotation_type get_monitor_rotation();
+
+    /** @copydoc vask_shared_info::set_pseudo_portrait_flag() */
     static void set_pseudo_portrait_flag(bool is_pseudo_portrait);
+
+    /** @copydoc vask_shared_info::get_pseudo_portrait_flag() */
     static bool get_pseudo_portrait_flag();
+
+    /** @copydoc vask_shared_info::get_vask_cpu_type() */
     static vask_cpu_type get_vask_cpu_type(bool force);
+
+    /** @copydoc vask_shared_info::get_vask_gpu_type() */
     static vask_gpu_type get_vask_gpu_type(bool force);
+
+    /** @copydoc vask_shared_info::get_vask_cpu_type_str() */
     static const char* get_vask_cpu_type_str(vask_cpu_type type);
+
+    /** @copydoc vask_shared_info::get_vask_gpu_type_str() */
     static const char* get_vask_gpu_type_str(vask_gpu_type type);
 
     /**

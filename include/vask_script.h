@@ -20,7 +20,8 @@
  * NPObject is not polymorphic and lies behind this object's virtual table, so that the two have
  * different addresses: convert between them with static_cast, never through `void*`.
  *
- * Derived classes fill #method_map, #getter_map and #setter_map in their constructors:
+ * Derived classes fill vask_script::method_map, vask_script::getter_map and
+ * vask_script::setter_map in their constructors:
  *
  *     method_map["play"] = static_cast<script_method>(&my_instance::play);
  *
@@ -67,42 +68,101 @@ public:
      */
     ///@{
 
-    /** The browser has no more use for the object. Does nothing. */
+    /**
+     * The browser has no more use for the object. Does nothing.
+     *
+     * @param object  this object's NPObject part
+     */
     virtual void invalidate(NPObject* object);
 
-    /** @return whether @p name is in #method_map */
+    /**
+     * @param object  this object's NPObject part
+     * @param name    a name
+     * @return whether it is in vask_script::method_map
+     */
     virtual bool has_method(NPObject* object, NPIdentifier name);
 
-    /** Calls the method of #method_map. The browser's copy of the name is freed before, and this
-     *  object is not touched afterwards. @return what the method returns; false when there is none,
-     *  with @p result as it was */
+    /**
+     * Calls the method of vask_script::method_map. The browser's copy of the name is freed before,
+     * and this object is not touched afterwards.
+     *
+     * @param object     this object's NPObject part
+     * @param name       a name
+     * @param args       the arguments, which stay the browser's
+     * @param arg_count  number of entries in @p args
+     * @param result     see vask_script::script_method
+     * @return what the method returns; false when there is none, with @p result as it was
+     */
     virtual bool invoke(NPObject* object, NPIdentifier name, const NPVariant* args,
                         uint32_t arg_count, NPVariant* result);
 
-    /** The script calls the element itself. @return false */
+    /**
+     * The script calls the element itself.
+     *
+     * @param object     this object's NPObject part
+     * @param args       the arguments, which stay the browser's
+     * @param arg_count  number of entries in @p args
+     * @param result     not written
+     * @return false
+     */
     virtual bool invoke_default(NPObject* object, const NPVariant* args, uint32_t arg_count,
                                 NPVariant* result);
 
-    /** @return whether @p name is in #getter_map or #setter_map */
+    /**
+     * @param object  this object's NPObject part
+     * @param name    a name
+     * @return whether it is in vask_script::getter_map or vask_script::setter_map
+     */
     virtual bool has_property(NPObject* object, NPIdentifier name);
 
-    /** @return what the getter returns; false when there is none, with @p result as it was */
+    /**
+     * Calls the getter.
+     *
+     * @param object  this object's NPObject part
+     * @param name    a name
+     * @param result  see vask_script::property_getter
+     * @return what the getter returns; false when there is none, with @p result as it was
+     */
     virtual bool get_property(NPObject* object, NPIdentifier name, NPVariant* result);
 
-    /** @return what the setter returns; false when there is none */
+    /**
+     * Calls the setter.
+     *
+     * @param object  this object's NPObject part
+     * @param name    a name
+     * @param value   the value, which stays the browser's
+     * @return what the setter returns; false when there is none
+     */
     virtual bool set_property(NPObject* object, NPIdentifier name, const NPVariant* value);
 
-    /** @return false */
+    /**
+     * The script removes a property.
+     *
+     * @param object  this object's NPObject part
+     * @param name    a name
+     * @return false
+     */
     virtual bool remove_property(NPObject* object, NPIdentifier name);
 
-    /** @return false, with @p names and @p count as they were */
+    /**
+     * The script lists the object's members.
+     *
+     * @param object  this object's NPObject part
+     * @param names   not written
+     * @param count   not written
+     * @return false
+     */
     virtual bool enumerate(NPObject* object, NPIdentifier** names, uint32_t* count);
 
     ///@}
     /** @name Callbacks */
     ///@{
 
-    /** Allows scripts to register a callback under @p name; copied, not null. */
+    /**
+     * Allows scripts to register a callback.
+     *
+     * @param name  the callback's name; copied, not null
+     */
     void add_jscb_func(const char* name);
 
     /**
@@ -145,6 +205,8 @@ public:
      * The method "add_callback" and "attachEvent". Takes a reference to the function. A function
      * that was registered under the same name before is forgotten and keeps its reference.
      *
+     * @param args    the name and the function
+     * @param argc    number of entries in @p args
      * @param result  not written
      * @return true, also for a request that is refused with the lines of chk_jscb_request_param()
      */
@@ -154,6 +216,8 @@ public:
      * The method "del_callback" and "detachEvent". Takes a reference away from the function that is
      * given, even if it is another one than the registered one, which is then forgotten.
      *
+     * @param args    the name and the function
+     * @param argc    number of entries in @p args
      * @param result  not written
      * @return true, also for a request that is refused with the lines of chk_jscb_request_param()
      * or with "Requested callback function 'NAME' is not registered" at ERR
@@ -166,8 +230,13 @@ public:
     ///@}
 
 protected:
+    /** What stores a property, by its name. */
     std::map<std::string, property_setter> setter_map;
+
+    /** What reads a property, by its name. */
     std::map<std::string, property_getter> getter_map;
+
+    /** What handles a call, by the method's name. */
     std::map<std::string, script_method> method_map;
 
     /** Names under which a script may register a callback. */
@@ -183,7 +252,8 @@ private:
 /** @name How the browser reaches a scriptable object
  *
  * The object is part of a vask_np_instance, which the private data of its NPP points to. It is
- * neither allocated nor freed on its own.
+ * neither allocated nor freed on its own. Except for its creation and end, each call is forwarded
+ * to the operation of the same name of vask_script; the object must not be null.
  */
 ///@{
 
@@ -192,24 +262,50 @@ extern VASK_EXPORT NPClass vask_script_class;
 
 extern "C" {
 
-/** Notes that the browser has created the object. @return the object of the instance of @p npp */
+/**
+ * Notes that the browser has created the object.
+ *
+ * @param npp        an NPP with an instance in its private data
+ * @param its_class  not used
+ * @return the object of its instance
+ */
 VASK_EXPORT NPObject* _vask_allocate(NPP npp, NPClass* its_class);
 
-/** The browser holds no reference any more: notes that in the instance, or deletes it when its
- *  destruction waits for this. */
+/**
+ * The browser holds no reference any more: notes that in the instance, or deletes it when its
+ * destruction waits for this.
+ *
+ * @param object  the object of an instance
+ */
 VASK_EXPORT void _vask_deallocate(NPObject* object);
 
-/* The rest calls the operation of the same name; the object must not be null. */
+/** @copydoc vask_script::invalidate() */
 VASK_EXPORT void vask_invalidate(NPObject* object);
+
+/** @copydoc vask_script::has_method() */
 VASK_EXPORT bool vask_has_method(NPObject* object, NPIdentifier name);
+
+/** @copydoc vask_script::invoke() */
 VASK_EXPORT bool vask_invoke(NPObject* object, NPIdentifier name, const NPVariant* args,
                              uint32_t arg_count, NPVariant* result);
+
+/** @copydoc vask_script::invoke_default() */
 VASK_EXPORT bool vask_invoke_default(NPObject* object, const NPVariant* args, uint32_t arg_count,
                                      NPVariant* result);
+
+/** @copydoc vask_script::has_property() */
 VASK_EXPORT bool vask_has_property(NPObject* object, NPIdentifier name);
+
+/** @copydoc vask_script::get_property() */
 VASK_EXPORT bool vask_get_property(NPObject* object, NPIdentifier name, NPVariant* result);
+
+/** @copydoc vask_script::set_property() */
 VASK_EXPORT bool vask_set_property(NPObject* object, NPIdentifier name, const NPVariant* value);
+
+/** @copydoc vask_script::remove_property() */
 VASK_EXPORT bool vask_remove_property(NPObject* object, NPIdentifier name);
+
+/** @copydoc vask_script::enumerate() */
 VASK_EXPORT bool vask_enumerate(NPObject* object, NPIdentifier** names, uint32_t* count);
 
 }  // extern "C"

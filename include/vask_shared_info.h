@@ -31,23 +31,23 @@ enum vask_monitor_rotation_type : int {
 
 /** Known processors. */
 enum vask_cpu_type : int {
-    VASK_CPU_NOT_CHECKED = 0,
-    VASK_CPU_UNKNOWN = 1,
-    VASK_CPU_ERROR = 2,
-    VASK_CPU_ATOM_Z = 3,
-    VASK_CPU_ATOM_N = 4, /**< never detected */
-    VASK_CPU_CORE_2_DUO = 5
+    VASK_CPU_NOT_CHECKED = 0, /**< nobody has asked yet */
+    VASK_CPU_UNKNOWN = 1,     /**< none of these */
+    VASK_CPU_ERROR = 2,       /**< it could not be told */
+    VASK_CPU_ATOM_Z = 3,      /**< Atom Z */
+    VASK_CPU_ATOM_N = 4,      /**< never detected */
+    VASK_CPU_CORE_2_DUO = 5   /**< Core 2 Duo */
 };
 
 /** Known graphics devices. */
 enum vask_gpu_type : int {
-    VASK_GPU_NOT_CHECKED = 0,
-    VASK_GPU_UNKNOWN = 1,
-    VASK_GPU_ERROR = 2,
-    VASK_GPU_GMA_500 = 3,
-    VASK_GPU_GMA_950 = 4, /**< never detected */
-    VASK_GPU_GMA_4500MHD = 5,
-    VASK_GPU_NVIDIA = 6 /**< has no text of its own */
+    VASK_GPU_NOT_CHECKED = 0, /**< nobody has asked yet */
+    VASK_GPU_UNKNOWN = 1,     /**< none of these */
+    VASK_GPU_ERROR = 2,       /**< it could not be told */
+    VASK_GPU_GMA_500 = 3,     /**< GMA 500 */
+    VASK_GPU_GMA_950 = 4,     /**< never detected */
+    VASK_GPU_GMA_4500MHD = 5, /**< GMA 4500MHD */
+    VASK_GPU_NVIDIA = 6       /**< has no text of its own */
 };
 
 /** The shared record, as it lies in the shared object. Read and written under its semaphore. */
@@ -71,6 +71,7 @@ public:
     /** Unmaps and closes nothing. */
     virtual ~vask_shm_context();
 
+    /** @return the object's name, without prefix */
     std::string get_name() const;
 
     /** @return the name of the memory object */
@@ -81,14 +82,20 @@ public:
 
     /** @return start of the mapping, or null */
     void* get_addr() const { return m_addr; }
+
+    /** @param addr  start of the mapping, not owned; null for none */
     void set_addr(void* addr) { m_addr = addr; }
 
     /** @return whether this process created the object */
     bool get_created() const { return m_created; }
+
+    /** @param created  whether this process created the object */
     void set_created(bool created) { m_created = created; }
 
     /** @return the size, in bytes */
     std::uint64_t get_size() const { return m_size; }
+
+    /** @param size  in bytes */
     void set_size(std::uint64_t size) { m_size = size; }
 
     /** @return the upper 32 bits of the size */
@@ -99,6 +106,8 @@ public:
 
     /** @return this process's handle of the semaphore, or null */
     sem_t* get_sem() const { return m_sem; }
+
+    /** @param sem  this process's handle of the semaphore, not owned; null for none */
     void set_sem(sem_t* sem) { m_sem = sem; }
 
 private:
@@ -217,8 +226,12 @@ public:
      *          ::VASK_MONITOR_ROTATION_ERROR when the record is not available */
     vask_monitor_rotation_type get_monitor_rotation();
 
-    /** Does nothing when the record is not available ("Failed to call vask_sem_wait()" when it
-     *  cannot be locked). */
+    /**
+     * Sets the flag. Does nothing when the record is not available ("Failed to call
+     * vask_sem_wait()" when it cannot be locked).
+     *
+     * @param is_pseudo_portrait  the flag
+     */
     void set_pseudo_portrait_flag(bool is_pseudo_portrait);
 
     /** @return what was set last; false before that, and when the record is not available */
@@ -237,7 +250,13 @@ public:
      */
     vask_cpu_type get_vask_cpu_type(bool force);
 
-    /** Tells the graphics device; otherwise as get_vask_cpu_type(). */
+    /**
+     * Tells the graphics device. Detected once for the whole system and kept in the record.
+     *
+     * @param force  detects it again
+     * @return the type; ::VASK_GPU_ERROR when the record is not available or the device cannot be
+     *         read, which is kept like any other result
+     */
     vask_gpu_type get_vask_gpu_type(bool force);
 
     /** Detects the processor without asking the record: the first "model name" of /proc/cpuinfo
@@ -250,15 +269,22 @@ public:
      *  @return ::VASK_GPU_ERROR after "Failed to open: PATH" */
     vask_gpu_type get_vask_gpu_type_check();
 
-    /** @return a constant text; "Unknown" for a value that has none */
+    /**
+     * @param type  a processor
+     * @return a constant text; "Unknown" for a value that has none
+     */
     static const char* get_vask_cpu_type_str(vask_cpu_type type);
 
-    /** @return a constant text; "Unknown" for a value that has none */
+    /**
+     * @param type  a graphics device
+     * @return a constant text; "Unknown" for a value that has none
+     */
     static const char* get_vask_gpu_type_str(vask_gpu_type type);
 
     ///@}
 
 protected:
+    /** The record's context, owned; null while it is not mapped. */
     vask_shm_context* m_shared_info_ctx;
 };
 

@@ -150,7 +150,14 @@ public:
      */
     gboolean watch_read(GIOChannel* channel, GIOCondition condition);
 
-    /** Forwards GLib's watch to watch_read() of the vask_socket that is @p data. */
+    /**
+     * Forwards GLib's watch to watch_read().
+     *
+     * @param channel    the connection's channel
+     * @param condition  what it is ready for
+     * @param data       a vask_socket
+     * @return as watch_read()
+     */
     static gboolean _watch_read(GIOChannel* channel, GIOCondition condition, void* data);
 
     /**
@@ -210,8 +217,13 @@ public:
     void* get_saved_data() const;
 
 protected:
+    /** The port, in host byte order. */
     int m_port;
+
+    /** The transport. */
     vask_sock_proto m_proto;
+
+    /** Encoding of the data on the wire, not owned; null for raw bytes. */
     const char* m_encoding;
 
     /** Descriptor of the connection; 0 for none. A subclass may supply one of its own, which is
@@ -219,12 +231,16 @@ protected:
      *  then the descriptor is the subclass's to close, unless others share the connection. */
     int peer_sock;
 
+    /** Address of the peer, in network byte order. */
     struct sockaddr_in m_peer_addr;
+
+    /** GLib source of the pending request's watch; 0 for none. */
     unsigned int m_read_watch_id;
 
     /** Channel on peer_sock; null for none. */
     GIOChannel* peer_ch;
 
+    /** Whom read_done() calls. */
     vask_obj_exec_info m_read_done_handler;
 
 public:
@@ -232,6 +248,7 @@ public:
     vask_sock_read_context m_read_context;
 
 protected:
+    /** What get_saved_data() returns; not owned. */
     void* m_saved_data;
 
 private:
@@ -334,16 +351,27 @@ public:
      */
     gboolean watch_accepted(GIOChannel* channel, GIOCondition condition);
 
-    /** Forwards GLib's watch to watch_accepted() of the vask_server_socket that is @p data. */
+    /**
+     * Forwards GLib's watch to watch_accepted().
+     *
+     * @param channel    the listening socket's channel
+     * @param condition  what it is ready for
+     * @param data       a vask_server_socket
+     * @return as watch_accepted()
+     */
     static gboolean _watch_accepted(GIOChannel* channel, GIOCondition condition, void* data);
 
 protected:
+    /** The listening socket; 0 for none. */
     int m_sock;
 
     /** Channel on the listening socket; null for none. */
     GIOChannel* sock_ch;
 
+    /** The address that the server is bound to, in network byte order. */
     struct sockaddr_in m_server_addr;
+
+    /** Whom accepted() calls. */
     vask_obj_exec_info m_accepted_handler;
 
     /** The accept watch, from set_watch_accepted() until it is dispatched; else 0. */
@@ -386,6 +414,7 @@ public:
     bool start_connect();
 
 protected:
+    /** The peer's address in dotted form, as it was given. */
     std::string m_peer_addr_text;
 };
 

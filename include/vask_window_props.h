@@ -31,13 +31,28 @@ public:
      */
     void save_window_data(int x, int y, int width, int height, vask_window_id_t xid);
 
-    /** Copies the five stored values out. */
+    /**
+     * Copies the five stored values out.
+     *
+     * @param x,y           receive left and top edge, in pixels
+     * @param width,height  receive width and height, in pixels
+     * @param xid           receives the X window id
+     */
     void get_window_data(int& x, int& y, int& width, int& height, vask_window_id_t& xid) const;
 
+    /** @return the left edge, in pixels; -1 before the first save */
     int get_window_x() const;
+
+    /** @return the top edge, in pixels; -1 before the first save */
     int get_window_y() const;
+
+    /** @return the width, in pixels; -1 before the first save */
     int get_window_width() const;
+
+    /** @return the height, in pixels; -1 before the first save */
     int get_window_height() const;
+
+    /** @return the X window id; 0 before the first save */
     vask_window_id_t get_window_xid() const;
 
     /** @return whether the last save changed anything; asking does not reset it */

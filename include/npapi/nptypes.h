@@ -14,6 +14,7 @@
 #endif
 
 #ifndef XP_UNIX
+/** The platform is Unix. */
 #define XP_UNIX 1
 #endif
 
@@ -24,12 +25,16 @@
 #define NP_ENUM_BASE
 #endif
 
-/** Marks what a plug-in offers to the browser. */
+/** Makes a function visible outside the shared object. */
 #define NP_VISIBILITY_DEFAULT __attribute__((visibility("default")))
+
+/** Declares, with its result type, what a plug-in offers to the browser. */
 #define NP_EXPORT(type) NP_VISIBILITY_DEFAULT type
 
-/* Calling conventions, of which this platform has one. */
+/** A calling convention, of which this platform has one. */
 #define NP_LOADDS
+
+/** A calling convention, of which this platform has one. */
 #define NP_CALLBACK
 
 #endif
