@@ -12,7 +12,8 @@ root = pathlib.Path(sys.argv[1])
 documents = [*root.glob("*.md"), *root.glob("docs/**/*.md"), *root.glob("*/README.md")]
 broken, count = [], 0
 for document in documents:
-    for target in re.findall(r"\]\(([^)#]+)(?:#[^)]*)?\)", document.read_text()):
+    prose = re.sub(r"^```.*?^```$", "", document.read_text(), flags=re.DOTALL | re.MULTILINE)
+    for target in re.findall(r"\]\(([^)#]+)(?:#[^)]*)?\)", prose):
         if "://" in target:
             continue
         count += 1
