@@ -324,7 +324,7 @@ public:
      * @param reply     receives the reply, for g_free(); untouched on failure; may be null
      * @param argument  text of the command, valid UTF-8; null is sent as the empty string
      * @param err       may be null; filled with ::VASK_ERR_NOT_SPAWNED (logged at ERR) or, while
-     * the child is not on the bus yet, ::VASK_ERR_NO_CHILD_PROXY (logged at DBG)
+     *                  the child is not on the bus yet, ::VASK_ERR_NO_CHILD_PROXY (logged at DBG)
      * @return true when the child handled the command; false as above, or, with
      *         "Failed to send command ID: REASON" at ERR, when the call failed, the argument is not
      *         valid UTF-8 or the bus is lost

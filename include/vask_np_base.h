@@ -452,7 +452,7 @@ public:
      *
      * @param variant  a String variant, whose type is not tested; or null
      * @return exactly the text's bytes, with zeros among them; empty for null and for a text
-     * without characters
+     *         without characters
      */
     std::string NPVariant_to_string(const NPVariant* variant) const;
 
@@ -473,8 +473,9 @@ public:
      * @param npp  an instance
      * @return the directory's URI with its final "/"
      * @throws std::logic_error  when there is none: after "Failed to get our DOM Element NPObject"
-     *         or "Failed to get the base URI" at ERR (both without a line end), or without a line
-     *         when what the browser, or the page in its stead, gives is no text with a "/"
+     *                           or "Failed to get the base URI" at ERR (both without a line end),
+     *                           or without a line when what the browser, or the page in its stead,
+     *                           gives is no text with a "/"
      */
     std::string get_baseURI(NPP npp);
 

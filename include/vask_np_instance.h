@@ -186,8 +186,8 @@ public:
      * @param script  terminated text; may be null
      * @return the object that the script yields, with a reference that the caller releases; null
      *         without a line when the script fails or yields no object, when there is no window,
-     * for a null script and for an instance that is not attached yet. A text that the script yields
-     * is never freed
+     *         for a null script and for an instance that is not attached yet. A text that the
+     *         script yields is never freed
      */
     NPObject* create_npobj(const char* script);
 

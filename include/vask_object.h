@@ -205,7 +205,7 @@ public:
      * null; otherwise the caller is forked, which takes the longer the more memory it has touched.
      *
      * @param argv  the program's path (PATH is not searched) and its arguments; the first element
-     * is also argv[0]. An empty or null list fails
+     *              is also argv[0]. An empty or null list fails
      * @param envs  the whole environment of the child, one "NAME=value" each; null or empty starts
      *              it with an empty environment
      * @param pid   receives the process id; untouched on failure; may be null, but then nobody can
@@ -229,7 +229,7 @@ public:
      * @param working_directory  may be null for the caller's own
      * @return true if the program ran, whatever its status; false after the line
      *         "<vask_object_spawn:LINE> Failed to spawn: REASON" at ERR, with both vectors
-     * untouched
+     *         untouched
      */
     static bool spawn_sync(const strlist* argv, const strlist* envs, int* status,
                            std::vector<unsigned char>* standard_output,
@@ -337,8 +337,8 @@ public:
 
     /**
      * @param text  any text
-     * @return whether it is four numbers up to 255 with dots between them. Several dots count
-     * as one, and line ends and tabs as dots; a blank is an error
+     * @return whether it is four numbers up to 255 with dots between them. Several dots count as
+     *         one, and line ends and tabs as dots; a blank is an error
      */
     static bool valid_ip_addr(const char* text);
 
@@ -608,8 +608,8 @@ public:
      * @param screen_width,screen_height  in pixels
      * @param x,y,width,height            the rectangle, in pixels
      * @return 0 or 1 for a half, which of them depends on the rotation; 2 when the rectangle
-     * touches or crosses the middle; 1 for any other rotation, after "Unknown monitor_ration: N" at
-     *         ERR under the name "vask_object"
+     *         touches or crosses the middle; 1 for any other rotation, after "Unknown
+     *         monitor_ration: N" at ERR under the name "vask_object"
      */
     static int calc_split_draw_type(vask_monitor_rotation_type rotation, int screen_width,
                                     int screen_height, int x, int y, int width, int height);

@@ -196,7 +196,7 @@ public:
      * @param obj   receives the function, without a reference; untouched on failure
      * @return false after a line at ERR: "The number of argc must be greater than one.", "The first
      *         argument must be string, but TYPE is given.", "The second argument must be object,
-     * but TYPE is given." or "Requested callback function 'NAME' is not supported"
+     *         but TYPE is given." or "Requested callback function 'NAME' is not supported"
      */
     bool chk_jscb_request_param(const NPVariant* args, uint32_t argc, std::string& name,
                                 NPObject*& obj);
@@ -220,7 +220,7 @@ public:
      * @param argc    number of entries in @p args
      * @param result  not written
      * @return true, also for a request that is refused with the lines of chk_jscb_request_param()
-     * or with "Requested callback function 'NAME' is not registered" at ERR
+     *         or with "Requested callback function 'NAME' is not registered" at ERR
      */
     bool del_jscb_request(const NPVariant* args, uint32_t argc, NPVariant* result);
 

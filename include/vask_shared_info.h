@@ -4,7 +4,7 @@
 /**
  * @file
  * @brief The record that all processes of the system share, and the shared-memory objects that it
- * is made of.
+ *        is made of.
  *
  * Objects and semaphores are created with mode 0666 under the creating process's umask. With the
  * usual umask of 022 only the user who touched the record first, and root, can use it afterwards:
@@ -151,12 +151,12 @@ public:
      * @param size    its size, in bytes; more than 0 for a new one
      * @param create  whether an object that does not exist is created
      * @return a context for unmap_shm(); null on failure: without a line where there is no
-     * semaphore and @p create is false, otherwise after one of "Failed to create vask_shm_context
-     * instance", "Size must be larger than zero when create flag is true.", "Failed to call
-     * shm_open: ERRNO @ map_shared_info", "Failed to call ftruncate: ERRNO @ map_shared_info" (also
-     * for a full /dev/shm), "Failed to mmap: REASON @ map_shared_info" (also for an object that is
-     * shorter than @p size). What a failing call has created is removed again, but for the
-     * semaphore
+     *         semaphore and @p create is false, otherwise after one of "Failed to create
+     *         vask_shm_context instance", "Size must be larger than zero when create flag is
+     *         true.", "Failed to call shm_open: ERRNO @ map_shared_info", "Failed to call
+     *         ftruncate: ERRNO @ map_shared_info" (also for a full /dev/shm), "Failed to mmap:
+     *         REASON @ map_shared_info" (also for an object that is shorter than @p size). What a
+     *         failing call has created is removed again, but for the semaphore
      */
     static vask_shm_context* map_shm(const char* name, unsigned long size, bool create);
 
@@ -246,7 +246,7 @@ public:
      *
      * @param force  detects it again
      * @return the type; ::VASK_CPU_ERROR when the record is not available or the processor cannot
-     * be read, which is kept like any other result
+     *         be read, which is kept like any other result
      */
     vask_cpu_type get_vask_cpu_type(bool force);
 

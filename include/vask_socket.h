@@ -144,7 +144,7 @@ public:
      * @param condition  what it is ready for
      * @return TRUE to keep the watch, FALSE when the request has ended. A failed read is logged at
      *         ERR: "Failed to call g_io_channel_read_chars: ROOM: STATUS: REASON" or "Failed to
-     * call recvfrom(): ERRNO"
+     *         call recvfrom(): ERRNO"
      *
      * That an UDP peer has refused a datagram is logged at DBG and does not end the request.
      */
@@ -171,7 +171,7 @@ public:
      * @param count  number of bytes; -1 for a text up to its terminating zero
      * @return true when everything was written; false after "SIGNATURE: peer_ch == NULL" at BUG, or
      *         after "Failed to call g_io_channel_write_chars: COUNT: STATUS: REASON" at ERR, and
-     * the peer is closed then. A closed peer raises no SIGPIPE
+     *         the peer is closed then. A closed peer raises no SIGPIPE
      */
     bool write(const gchar* buf, gssize count);
 
@@ -317,7 +317,7 @@ public:
      * @param condition  what it is ready for
      * @param ok         whether there is a new connection
      * @return TRUE to go on accepting; FALSE when the handler wants no more, and, after
-     * "accepted_cb is invalid" at BUG, when there is none
+     *         "accepted_cb is invalid" at BUG, when there is none
      */
     virtual gboolean accepted(GIOChannel* channel, GIOCondition condition, bool ok);
 
@@ -329,8 +329,8 @@ public:
      * becomes the peer (UDP).
      *
      * @return false after "Unkown proto: N" at BUG or "SIGNATURE: Failed to call FUNCTION: ERRNO"
-     * at ERR, where FUNCTION is socket(), setsockopt(), bind() or listen(). What has been opened
-     * stays open, until the next attempt or the object's end
+     *         at ERR, where FUNCTION is socket(), setsockopt(), bind() or listen(). What has been
+     *         opened stays open, until the next attempt or the object's end
      */
     bool start_service();
 

@@ -4,7 +4,7 @@
 /**
  * @file
  * @brief The scripting side of the plug-in interface: values, identifiers, and objects that page
- * and plug-in hand to each other.
+ *        and plug-in hand to each other.
  */
 
 #include <string.h>
