@@ -7,12 +7,9 @@
 
 class child : public vask_child {
 public:
-    child(int argc, char** argv) : vask_child("child", argc, argv) {
-        add_cmd_handler(1, static_cast<cmd_handler>(&child::raise_late));
-        emit_signal(1, "early");
-        raise(SIGSTOP);  // the parent goes on only now
-    }
-    bool raise_late(const char*, const char**) {
+    child(int argc, char** argv) : vask_child("child", argc, argv) {}
+
+    bool command(int, const char*, const char**) override {
         emit_signal(1, "late");
         return true;
     }
@@ -20,19 +17,20 @@ public:
 
 class parent : public vask_app_bridge {
 public:
-    parent() : vask_app_bridge("parent", false) {
-        set_child_sig_cb(1, static_cast<child_sig_cb>(&parent::hear));
-    }
-    void hear(const char* text) {
+    parent() : vask_app_bridge("parent", false) {}
+
+    void child_signal(int, const char* text) override {
         puts(text);
-        m_heard = true;
+        terminate_worker();
     }
-    bool m_heard = false;
 };
 
 int main(int argc, char** argv) {
     if (argc > 1) {
-        return child(argc, argv).run();
+        child its_child(argc, argv);
+        its_child.emit_signal(1, "early");
+        raise(SIGSTOP);  // the parent goes on only now
+        return its_child.run();
     }
     parent bridge;
     strlist command = {argv[0], "as a child"}, no_variables;
@@ -40,7 +38,7 @@ int main(int argc, char** argv) {
     waitpid(bridge.get_child_pid(), nullptr, WUNTRACED);
     kill(bridge.get_child_pid(), SIGCONT);
     bridge.send_cmd_no_reply(1, "");  // queued until the two have met
-    while (!bridge.m_heard && bridge.get_child_pid() > 0) {
+    while (bridge.get_child_pid() > 0) {
         g_main_context_iteration(nullptr, TRUE);
     }
 }
