@@ -4,11 +4,11 @@
 
 #include <memory>
 
-class echo_server : public vask_exec {
+class line_server : public vask_exec {
 public:
-    explicit echo_server(int port) : m_server(VASK_SOCK_TCP, port) {
+    explicit line_server(int port) : m_server(VASK_SOCK_TCP, port) {
         m_server.set_accepted_handler(
-            {static_cast<vask_exec_func>(&echo_server::serve), nullptr, this});
+            {static_cast<vask_exec_func>(&line_server::serve), nullptr, this});
     }
 
     bool start() { return m_server.start_service(); }
@@ -22,7 +22,7 @@ private:
     void read_next() {
         if (m_peer) {
             m_peer->set_read_request(
-                {static_cast<vask_exec_func>(&echo_server::answer), nullptr, this}, 1024, 1, 0);
+                {static_cast<vask_exec_func>(&line_server::answer), nullptr, this}, 1024, 1, 0);
         }
     }
 
@@ -40,7 +40,7 @@ private:
 };
 
 int main(int argc, char** argv) {
-    echo_server server(argc > 1 ? atoi(argv[1]) : 7007);
+    line_server server(argc > 1 ? atoi(argv[1]) : 7007);
     if (!server.start()) {
         return 1;
     }

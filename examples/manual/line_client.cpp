@@ -3,9 +3,9 @@
 #include <stdlib.h>
 #include <vask_socket.h>
 
-class echo_client : public vask_exec {
+class line_client : public vask_exec {
 public:
-    echo_client(int port, const char* text)
+    line_client(int port, const char* text)
         : m_socket("127.0.0.1", VASK_SOCK_TCP, port, nullptr), m_text(text), m_status(-1) {}
 
     int run() {
@@ -13,7 +13,7 @@ public:
             return 1;
         }
         constexpr int timeout_sec = 10;
-        m_socket.set_read_request({static_cast<vask_exec_func>(&echo_client::show), nullptr, this},
+        m_socket.set_read_request({static_cast<vask_exec_func>(&line_client::show), nullptr, this},
                                   m_text.size(), m_text.size(), timeout_sec);
         while (m_status < 0) {
             g_main_context_iteration(nullptr, TRUE);
@@ -34,5 +34,5 @@ private:
 };
 
 int main(int argc, char** argv) {
-    return argc == 3 ? echo_client(atoi(argv[1]), argv[2]).run() : 2;
+    return argc == 3 ? line_client(atoi(argv[1]), argv[2]).run() : 2;
 }
