@@ -29,6 +29,8 @@ BARE_FORMATS = {"%s\\n", "\\n"}
 # Texts with a blank that never reach a log.
 NOT_MESSAGES = {
     "shared by all processes": "an assertion of the compiler",
+    "] ": "a part of a message's header",
+    ": ": "a part of a message's header",
     "model name": "looked for in /proc/cpuinfo",
     "Intel(R) Atom(TM) CPU Z": "looked for in /proc/cpuinfo",
     "Intel(R) Core(TM)2 Duo CPU": "looked for in /proc/cpuinfo",
