@@ -159,10 +159,10 @@ void vask_app_bridge::save_window_data(int x, int y, int w, int h, vask_window_i
 }
 
 void vask_app_bridge::set_window(int x, int y, int w, int h, vask_window_id_t id) {
-    // The labels are out of order, and kept.
+    // The labels are out of order, and kept. A window's number is printed like an address.
     vask_p(VASK_P_DBG, "%s: (x, y, h, w, id) = (%d, %d, %d, %d, %p)\n",
            "virtual void vask_app_bridge::set_window(int, int, int, int, vask_window_id_t)", x, y,
-           w, h, reinterpret_cast<void*>(id));
+           w, h, reinterpret_cast<void*>(id));  // NOLINT(performance-no-int-to-ptr)
     if (m_auto_send_type == VASK_AUTO_SEND_SET_WINDOW_NONE) {
         return;
     }

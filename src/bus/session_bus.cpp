@@ -8,8 +8,8 @@ namespace {
 
 // The bus drops the connection of whoever sends a longer message. The header is less than this
 // allowance.
-constexpr size_t header_allowance = 64 * 1024;
-constexpr size_t longest_text = DBUS_MAXIMUM_MESSAGE_LENGTH - header_allowance;
+constexpr size_t header_allowance = 65536;
+constexpr size_t longest_text = static_cast<size_t>(DBUS_MAXIMUM_MESSAGE_LENGTH) - header_allowance;
 
 }  // namespace
 

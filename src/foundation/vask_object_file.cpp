@@ -54,7 +54,7 @@ std::string vask_object::build_path(const char* first, ...) {
 }
 
 std::string vask_object::get_dir_name(const char* path) {
-    const std::string text = path;
+    std::string text = path;
     const std::string::size_type slash = text.rfind('/');
     if (slash == std::string::npos || slash + 1 == text.size()) {
         return text;

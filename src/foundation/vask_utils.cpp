@@ -22,9 +22,9 @@ std::uint16_t widen(std::uint8_t channel) {
 
 void vask_utils::get_rgb_float(std::uint32_t pixel, float& r, float& g, float& b) {
     const rgb channels = unpack(pixel);
-    r = channels.red / 255.0f;
-    g = channels.green / 255.0f;
-    b = channels.blue / 255.0f;
+    r = static_cast<float>(channels.red) / 255.0f;
+    g = static_cast<float>(channels.green) / 255.0f;
+    b = static_cast<float>(channels.blue) / 255.0f;
 }
 
 void vask_utils::get_rgb_uint16(std::uint32_t pixel, std::uint16_t& r, std::uint16_t& g,
