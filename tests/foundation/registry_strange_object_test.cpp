@@ -17,6 +17,8 @@ using testing::SizeIs;
 namespace {
 
 constexpr size_t mebibyte = size_t{1} << 20;
+// As large as the word size lets a file be without further ado.
+constexpr size_t enormous = size_t{1} << (sizeof(size_t) == 8 ? 40 : 30);
 
 class registry_strange_object : public registry_test {
 protected:
@@ -106,7 +108,7 @@ TEST_F(registry_strange_object, With_process_ids_of_nobody_lists_nobody) {
 
 TEST_F(registry_strange_object, Of_enormous_size_is_read_without_an_enormous_view) {
     bytes.fill(3, my_pid);
-    bytes.resize(size_t{1} << 40);
+    bytes.resize(enormous);
     EXPECT_THAT(find(), SizeIs(3));
     EXPECT_LE(registry_faults::seen.largest_mapping, size_t{4096});
     bytes.set_count(INT_MAX);
@@ -117,7 +119,7 @@ TEST_F(registry_strange_object, Of_enormous_size_is_read_without_an_enormous_vie
 
 TEST_F(registry_strange_object, Of_enormous_size_is_cut_to_what_its_count_needs) {
     bytes.fill(3, getppid());
-    bytes.resize(size_t{1} << 40);
+    bytes.resize(enormous);
     EXPECT_TRUE(object.store_pid_to_shm(9));
     EXPECT_EQ(bytes.size(), 24U + 3 * 16U);
     EXPECT_THAT(find(), SizeIs(4));
@@ -126,7 +128,7 @@ TEST_F(registry_strange_object, Of_enormous_size_is_cut_to_what_its_count_needs)
 // More entries than there can be processes: neither memory nor time is spent on them.
 TEST_F(registry_strange_object, Of_enormous_size_and_count_takes_no_enormous_memory_to_write) {
     bytes.fill(3, getppid());
-    bytes.resize(size_t{1} << 40);
+    bytes.resize(enormous);
     bytes.set_count(1 << 26);
     EXPECT_TRUE(object.store_pid_to_shm(9));
     EXPECT_LE(bytes.memory(), 65 * mebibyte);

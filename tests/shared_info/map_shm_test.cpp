@@ -185,7 +185,7 @@ TEST_F(map_shm, Is_open_to_all_users_under_the_umask) {
 
 TEST_F(map_shm, Refuses_an_object_that_is_too_short) {
     for (const bool create : {true, false}) {
-        for (const size_t existing : {size_t{0}, size_t{1}, size_t{4096}, size - 1}) {
+        for (const size_t existing : {size_t{0}, size_t{1}, size_t{4096}, size_t{size - 1}}) {
             thing.create(std::vector<unsigned char>(existing, 9));
             if (!thing.sem_exists())
                 thing.create_sem(1);

@@ -62,7 +62,8 @@ private:
         const vask_sock_read_context& context = connection->m_read_context;
         ends_of_stream += context.status == 2;
         failures += context.status == 0;
-        if (context.complete && answer(*connection, {context.buffer, context.received})) {
+        if (context.complete &&
+            answer(*connection, {context.buffer, static_cast<size_t>(context.received)})) {
             connection->set_read_request(handler(), 65536, 1, 30);
             return;
         }
