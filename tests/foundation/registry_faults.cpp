@@ -1,9 +1,7 @@
 #include "foundation/registry_faults.h"
 
 #include <fcntl.h>
-#include <limits.h>
 #include <stdarg.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -14,7 +12,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 
 #include "support/interpose.h"
 
@@ -27,29 +24,7 @@ counts seen;
 
 namespace {
 
-bool is_registry(int fd) {
-    char link[64];
-    char target[PATH_MAX];
-    snprintf(link, sizeof(link), "/proc/self/fd/%d", fd);
-    const ssize_t length = readlink(link, target, sizeof(target) - 1);
-    if (length < 0) {
-        return false;
-    }
-    target[length] = '\0';
-    return strstr(target, "vask_proc_pid_") != nullptr;
-}
-
-bool fails(const char* call) {
-    if (now.failing_call != call) {
-        return false;
-    }
-    errno = now.failing_error;
-    return true;
-}
-
-bool fails_on(const char* call, int fd) {
-    return now.failing_call == call && is_registry(fd) && fails(call);
-}
+constexpr char registry_objects[] = "vask_proc_pid_";
 
 }  // namespace
 
@@ -60,7 +35,7 @@ using namespace registry_faults;
 extern "C" {
 
 int shm_open(const char* name, int flags, mode_t mode) {
-    if (fails("shm_open")) {
+    if (now.fails("shm_open")) {
         return -1;
     }
     if ((flags & O_CREAT) != 0) {
@@ -75,10 +50,10 @@ int shm_open(const char* name, int flags, mode_t mode) {
 
 void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) noexcept {
     if (fd >= 0) {
-        if (fails_on("mmap", fd)) {
+        if (now.fails_on("mmap", fd, registry_objects)) {
             return MAP_FAILED;
         }
-        if (is_registry(fd)) {
+        if (vask_test::leads_to(fd, registry_objects)) {
             seen.largest_mapping = std::max(seen.largest_mapping, size);
         }
     }
@@ -86,7 +61,7 @@ void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t 
 }
 
 void* mremap(void* address, size_t old_size, size_t new_size, int flags, ...) noexcept {
-    if (fails("mremap")) {
+    if (now.fails("mremap")) {
         return MAP_FAILED;
     }
     ++seen.mremap;
@@ -99,21 +74,21 @@ void* mremap(void* address, size_t old_size, size_t new_size, int flags, ...) no
 }
 
 int fstat(int fd, struct stat* info) noexcept {
-    if (fails_on("fstat", fd)) {
+    if (now.fails_on("fstat", fd, registry_objects)) {
         return -1;
     }
     return next_function<int(int, struct stat*)>("fstat")(fd, info);
 }
 
 int ftruncate(int fd, off_t size) noexcept {
-    if (fails_on("ftruncate", fd)) {
+    if (now.fails_on("ftruncate", fd, registry_objects)) {
         return -1;
     }
     return next_function<int(int, off_t)>("ftruncate")(fd, size);
 }
 
 int posix_fallocate(int fd, off_t offset, off_t length) {
-    if (fails_on("posix_fallocate", fd)) {
+    if (now.fails_on("posix_fallocate", fd, registry_objects)) {
         return now.failing_error;
     }
     if (now.interrupted_fallocations > 0) {
@@ -127,7 +102,7 @@ ssize_t process_vm_readv(pid_t pid, const iovec* local, unsigned long local_coun
                          const iovec* remote, unsigned long remote_count,
                          unsigned long flags) noexcept {
     ++seen.process_vm_readv;
-    if (fails("process_vm_readv")) {
+    if (now.fails("process_vm_readv")) {
         return -1;
     }
     const ssize_t result =

@@ -4,15 +4,15 @@
 #include <sys/types.h>
 
 #include <functional>
-#include <string>
+
+#include "support/call_fault.h"
 
 /** Faults of system calls; those on descriptors hit registries alone. */
 namespace registry_faults {
 
-struct plan {
-    std::string failing_call;  // shm_open, mmap, fstat, posix_fallocate, ftruncate, mremap,
-                               // process_vm_readv
-    int failing_error = 12;
+// The calls that can fail: shm_open, mmap, fstat, posix_fallocate, ftruncate, mremap,
+// process_vm_readv.
+struct plan : vask_test::call_fault {
     int interrupted_fallocations = 0;
     bool creating_is_forbidden = false;
 

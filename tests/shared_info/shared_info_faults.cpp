@@ -1,16 +1,13 @@
 #include "shared_info/shared_info_faults.h"
 
 #include <fcntl.h>
-#include <limits.h>
 #include <semaphore.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <new>
 
 #include "support/interpose.h"
@@ -24,29 +21,7 @@ counts seen;
 
 namespace {
 
-bool is_context(int fd) {
-    char link[64];
-    char target[PATH_MAX];
-    snprintf(link, sizeof(link), "/proc/self/fd/%d", fd);
-    const ssize_t length = readlink(link, target, sizeof(target) - 1);
-    if (length < 0) {
-        return false;
-    }
-    target[length] = '\0';
-    return strstr(target, "vask_shm_context_shm_") != nullptr;
-}
-
-bool fails(const char* call) {
-    if (now.failing_call != call) {
-        return false;
-    }
-    errno = now.failing_error;
-    return true;
-}
-
-bool fails_on(const char* call, int fd) {
-    return now.failing_call == call && is_context(fd) && fails(call);
-}
+constexpr char context_objects[] = "vask_shm_context_shm_";
 
 }  // namespace
 
@@ -57,7 +32,7 @@ using namespace shared_info_faults;
 extern "C" {
 
 int shm_open(const char* name, int flags, mode_t mode) {
-    if (fails("shm_open") || ((flags & O_CREAT) != 0 && fails("creating shm_open"))) {
+    if (now.fails("shm_open") || ((flags & O_CREAT) != 0 && now.fails("creating shm_open"))) {
         return -1;
     }
     const int fd = next_function<int(const char*, int, mode_t)>("shm_open")(name, flags, mode);
@@ -68,7 +43,7 @@ int shm_open(const char* name, int flags, mode_t mode) {
 }
 
 int ftruncate(int fd, off_t size) noexcept {
-    if (fails_on("ftruncate", fd)) {
+    if (now.fails_on("ftruncate", fd, context_objects)) {
         return -1;
     }
     return next_function<int(int, off_t)>("ftruncate")(fd, size);
@@ -76,7 +51,7 @@ int ftruncate(int fd, off_t size) noexcept {
 
 int fallocate(int fd, int mode, off_t offset, off_t length) {
     ++seen.fallocate;
-    if (fails_on("fallocate", fd)) {
+    if (now.fails_on("fallocate", fd, context_objects)) {
         return -1;
     }
     if (now.interrupted_fallocations > 0) {
@@ -88,14 +63,14 @@ int fallocate(int fd, int mode, off_t offset, off_t length) {
 }
 
 int fstat(int fd, struct stat* info) noexcept {
-    if (fails_on("fstat", fd)) {
+    if (now.fails_on("fstat", fd, context_objects)) {
         return -1;
     }
     return next_function<int(int, struct stat*)>("fstat")(fd, info);
 }
 
 void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) noexcept {
-    if (fd >= 0 && fails_on("mmap", fd)) {
+    if (fd >= 0 && now.fails_on("mmap", fd, context_objects)) {
         return MAP_FAILED;
     }
     return reinterpret_cast<void*>(syscall(SYS_mmap, address, size, protection, flags, fd, offset));
@@ -104,7 +79,7 @@ void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t 
 // The calls of the way back leave another errno behind, as they may.
 
 int close(int fd) {
-    const bool was_context = !now.failing_call.empty() && is_context(fd);
+    const bool was_context = !now.failing_call.empty() && vask_test::leads_to(fd, context_objects);
     const int result = next_function<int(int)>("close")(fd);
     if (was_context) {
         errno = ENOTTY;
@@ -121,7 +96,7 @@ int shm_unlink(const char* name) {
 }
 
 int sem_wait(sem_t* sem) {
-    if (fails("sem_wait")) {
+    if (now.fails("sem_wait")) {
         return -1;
     }
     ++seen.sem_wait;
@@ -132,7 +107,7 @@ int sem_post(sem_t* sem) noexcept {
     if (now.before_post) {
         now.before_post();
     }
-    if (fails("sem_post")) {
+    if (now.fails("sem_post")) {
         return -1;
     }
     ++seen.sem_post;

@@ -2,15 +2,15 @@
 #define VASK_TEST_SHARED_INFO_FAULTS_H
 
 #include <functional>
-#include <string>
+
+#include "support/call_fault.h"
 
 /** Faults of the calls that mapping is made of. They hit shared-memory contexts alone. */
 namespace shared_info_faults {
 
-struct plan {
-    std::string failing_call;  // shm_open, creating shm_open, ftruncate, fallocate, fstat, mmap,
-                               // sem_wait, sem_post, allocation
-    int failing_error = 12;
+// The calls that can fail: shm_open, creating shm_open, ftruncate, fallocate, fstat, mmap,
+// sem_wait, sem_post, allocation.
+struct plan : vask_test::call_fault {
     int interrupted_fallocations = 0;
 
     // Runs before the semaphore is given back.
