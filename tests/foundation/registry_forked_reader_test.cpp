@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
+#include <functional>
 
 #include "foundation/registry_member.h"
 
@@ -12,8 +12,11 @@ namespace {
 
 class registry_forked_reader : public registry_test {
 protected:
-    // Lookups in a child that does not know its process id.
-    int count_wrong_lookups(const std::string& name, const registry_map& expected, int lookups) {
+    // Lookups in a child that does not know its process id. What the parent does meanwhile is
+    // repeated until the child has ended.
+    int count_wrong_lookups(
+        const std::string& name, const registry_map& expected, int lookups,
+        const std::function<void()>& meanwhile = [] {}) {
         const int recorded = vask_object::my_pid;
         const shared_value<std::atomic<int>> wrong;
         forked_process child([&] {
@@ -22,6 +25,8 @@ protected:
                 *wrong += find(name) == expected ? 0 : 1;
             return 0;
         });
+        while (child.is_running())
+            meanwhile();
         EXPECT_EQ(child.wait_for_end(), 0);
         return *wrong;
     }
@@ -43,15 +48,7 @@ TEST_F(registry_forked_reader, Is_not_misled_by_what_its_parent_maps_at_the_same
     registry_object("program").append(my_pid, 1);
     registry_object("other").append(my_pid, 2);
     const registry_map expected = find("program");
-    std::atomic<bool> ended{false};
-    std::thread parent([this, &ended] {
-        while (!ended)
-            find("other");
-    });
-    const int wrong = count_wrong_lookups("program", expected, 5000);
-    ended = true;
-    parent.join();
-    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(count_wrong_lookups("program", expected, 5000, [this] { find("other"); }), 0);
 }
 
 TEST_F(registry_forked_reader, Is_not_misled_by_a_view_that_its_parent_has_left_open) {

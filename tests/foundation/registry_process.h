@@ -67,6 +67,12 @@ public:
         wait_for_end();
     }
 
+    bool is_running() const {
+        siginfo_t info = {};
+        return waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
+               info.si_pid == 0;
+    }
+
     /** The exit status, or minus the number of the signal that ended it. */
     int wait_for_end() {
         int status = 0;
