@@ -1,6 +1,8 @@
 # Compiler and linker flags that every target of this project is built with.
 
 add_compile_options(-Wall -Wextra)
+# Inode numbers and sizes need 64 bits, also where words have 32: stat() would fail with EOVERFLOW.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
 if(VASK_WARNINGS_AS_ERRORS)
     add_compile_options(-Werror)
 endif()

@@ -79,6 +79,13 @@ access_result access_record(vask_shared_info& info, vask_shm_context* const& ctx
     return access_result::done;
 }
 
+void report_when_not_locked(access_result result, int line) {
+    if (result == access_result::not_locked) {
+        vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call vask_sem_wait()\n",
+                            source_unit, line);
+    }
+}
+
 // The detected type that the record keeps in a field. The detection reads files, so it runs without
 // the semaphore: two processes may detect at once, and store the same.
 template <typename Type>
@@ -169,10 +176,7 @@ void vask_shared_info::set_pseudo_portrait_flag(bool is_pseudo_portrait) {
         access_record(*this, m_shared_info_ctx, [&](vk_shared_info& record) {
             store<std::uint8_t>(record.pseudo_portrait, is_pseudo_portrait);
         });
-    if (result == access_result::not_locked) {
-        vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call vask_sem_wait()\n",
-                            source_unit, __LINE__);
-    }
+    report_when_not_locked(result, __LINE__);
 }
 
 bool vask_shared_info::get_pseudo_portrait_flag() {
@@ -181,10 +185,7 @@ bool vask_shared_info::get_pseudo_portrait_flag() {
         access_record(*this, m_shared_info_ctx, [&](const vk_shared_info& record) {
             is_pseudo_portrait = load(record.pseudo_portrait) != 0;
         });
-    if (result == access_result::not_locked) {
-        vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call vask_sem_wait()\n",
-                            source_unit, __LINE__);
-    }
+    report_when_not_locked(result, __LINE__);
     return is_pseudo_portrait;
 }
 

@@ -34,7 +34,7 @@ extern "C" DIR* opendir(const char* path) {
 }
 
 extern "C" dirent* readdir(DIR* directory) {
-    static const auto next = next_function<dirent*(DIR*)>("readdir");
+    static const auto next = next_file_function<dirent*(DIR*)>("readdir");
     dirent* entry = next(directory);
     if (entry && ends_when_listed && entry->d_name == std::to_string(ends_when_listed->pid())) {
         ends_when_listed->kill_now();

@@ -309,8 +309,9 @@ TEST_F(library_lock_test, Is_not_taken_when_the_clock_cannot_be_read) {
 }
 
 TEST_F(library_lock_test, Is_not_taken_when_its_file_has_another_size) {
-    for (const size_t size :
-         {size_t{0}, size_t{16}, sizeof(sem_t) - 1, sizeof(sem_t) + 1, size_t{4096}}) {
+    // Of the other word size are those of half the size, or twice.
+    for (const size_t size : {size_t{0}, sizeof(sem_t) / 2, sizeof(sem_t) - 1, sizeof(sem_t) + 1,
+                              sizeof(sem_t) * 2, size_t{4096}}) {
         make_semaphore_file(size);
         EXPECT_FALSE(object.shm_lock()) << size;
         EXPECT_EQ(object.shm_lock_sem, nullptr);

@@ -136,7 +136,9 @@ TEST_F(named_sem, Is_not_created_under_an_impossible_name) {
 }
 
 TEST_F(named_sem, Of_another_size_is_refused) {
-    for (const size_t size : {size_t{0}, size_t{16}, sizeof(sem_t) - 1, sizeof(sem_t) + 1}) {
+    // Of the other word size are those of half the size, or twice.
+    for (const size_t size :
+         {size_t{0}, sizeof(sem_t) / 2, sizeof(sem_t) - 1, sizeof(sem_t) + 1, sizeof(sem_t) * 2}) {
         log.clear();
         std::ofstream(path) << std::string(size, '\0');
         EXPECT_EQ(vask_object::create_named_sem(name, 1, 1), nullptr) << size;

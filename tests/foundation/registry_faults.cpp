@@ -15,6 +15,7 @@
 
 #include "support/interpose.h"
 
+using vask_test::next_file_function;
 using vask_test::next_function;
 
 namespace registry_faults {
@@ -57,7 +58,7 @@ void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t 
             seen.largest_mapping = std::max(seen.largest_mapping, size);
         }
     }
-    return reinterpret_cast<void*>(syscall(SYS_mmap, address, size, protection, flags, fd, offset));
+    return vask_test::mmap_by_system_call(address, size, protection, flags, fd, offset);
 }
 
 void* mremap(void* address, size_t old_size, size_t new_size, int flags, ...) noexcept {
@@ -77,14 +78,14 @@ int fstat(int fd, struct stat* info) noexcept {
     if (now.fails_on("fstat", fd, registry_objects)) {
         return -1;
     }
-    return next_function<int(int, struct stat*)>("fstat")(fd, info);
+    return next_file_function<int(int, struct stat*)>("fstat")(fd, info);
 }
 
 int ftruncate(int fd, off_t size) noexcept {
     if (now.fails_on("ftruncate", fd, registry_objects)) {
         return -1;
     }
-    return next_function<int(int, off_t)>("ftruncate")(fd, size);
+    return next_file_function<int(int, off_t)>("ftruncate")(fd, size);
 }
 
 int posix_fallocate(int fd, off_t offset, off_t length) {
@@ -95,7 +96,7 @@ int posix_fallocate(int fd, off_t offset, off_t length) {
         --now.interrupted_fallocations;
         return EINTR;
     }
-    return next_function<int(int, off_t, off_t)>("posix_fallocate")(fd, offset, length);
+    return next_file_function<int(int, off_t, off_t)>("posix_fallocate")(fd, offset, length);
 }
 
 ssize_t process_vm_readv(pid_t pid, const iovec* local, unsigned long local_count,

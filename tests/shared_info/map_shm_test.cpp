@@ -216,6 +216,8 @@ TEST_F(map_shm, Maps_an_object_of_exactly_its_size) {
 }
 
 TEST_F(map_shm, Fails_for_a_size_that_no_object_can_have) {
+    if (sizeof(size_t) == 4)
+        GTEST_SKIP() << "no such size";
     EXPECT_EQ(vask_shared_info::map_shm(name, ~0UL, true), nullptr);
     EXPECT_FALSE(thing.exists());
     EXPECT_EQ(thing.sem_value(), 1);

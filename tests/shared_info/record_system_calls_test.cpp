@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 
 #include "shared_info/shared_objects.h"
+#include "support/interpose.h"
 #include "support/system_calls.h"
 #include "vask_object.h"
 
@@ -58,6 +58,6 @@ TEST_F(record_system_calls, Are_seen_where_there_are_some) {
         _exit(7);
     });
     EXPECT_TRUE(count.complete);
-    EXPECT_EQ(count.by_number.count(SYS_mmap), 1U);
+    EXPECT_EQ(count.by_number.count(vask_test::mmap_call), 1U);
     EXPECT_EQ(count.exit_status, 7);
 }

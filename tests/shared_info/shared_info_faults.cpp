@@ -12,6 +12,7 @@
 
 #include "support/interpose.h"
 
+using vask_test::next_file_function;
 using vask_test::next_function;
 
 namespace shared_info_faults {
@@ -46,7 +47,7 @@ int ftruncate(int fd, off_t size) noexcept {
     if (now.fails_on("ftruncate", fd, context_objects)) {
         return -1;
     }
-    return next_function<int(int, off_t)>("ftruncate")(fd, size);
+    return next_file_function<int(int, off_t)>("ftruncate")(fd, size);
 }
 
 int fallocate(int fd, int mode, off_t offset, off_t length) {
@@ -59,21 +60,21 @@ int fallocate(int fd, int mode, off_t offset, off_t length) {
         errno = EINTR;
         return -1;
     }
-    return next_function<int(int, int, off_t, off_t)>("fallocate")(fd, mode, offset, length);
+    return next_file_function<int(int, int, off_t, off_t)>("fallocate")(fd, mode, offset, length);
 }
 
 int fstat(int fd, struct stat* info) noexcept {
     if (now.fails_on("fstat", fd, context_objects)) {
         return -1;
     }
-    return next_function<int(int, struct stat*)>("fstat")(fd, info);
+    return next_file_function<int(int, struct stat*)>("fstat")(fd, info);
 }
 
 void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) noexcept {
     if (fd >= 0 && now.fails_on("mmap", fd, context_objects)) {
         return MAP_FAILED;
     }
-    return reinterpret_cast<void*>(syscall(SYS_mmap, address, size, protection, flags, fd, offset));
+    return vask_test::mmap_by_system_call(address, size, protection, flags, fd, offset);
 }
 
 // The calls of the way back leave another errno behind, as they may.

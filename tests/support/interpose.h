@@ -2,8 +2,12 @@
 #define VASK_TEST_INTERPOSE_H
 
 #include <dlfcn.h>
+#include <sys/syscall.h>
+#include <sys/types.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <string>
 
 namespace vask_test {
 
@@ -14,6 +18,28 @@ Function* next_function(const char* name) {
     if (!address)
         std::abort();
     return reinterpret_cast<Function*>(address);
+}
+
+/** The same for a function of files, which has another name where a word is too short for off_t. */
+template <typename Function>
+Function* next_file_function(const std::string& name) {
+    const char* suffix = sizeof(off_t) > sizeof(long) ? "64" : "";
+    return next_function<Function>((name + suffix).c_str());
+}
+
+#ifdef SYS_mmap2
+constexpr long mmap_call = SYS_mmap2;
+constexpr off_t mmap_offset_unit = 4096;
+#else
+constexpr long mmap_call = SYS_mmap;
+constexpr off_t mmap_offset_unit = 1;
+#endif
+
+/** Maps memory as mmap() does. Looking for the next mmap() would map memory itself. */
+inline void* mmap_by_system_call(void* address, size_t size, int protection, int flags, int fd,
+                                 off_t offset) {
+    return reinterpret_cast<void*>(
+        syscall(mmap_call, address, size, protection, flags, fd, offset / mmap_offset_unit));
 }
 
 }  // namespace vask_test
