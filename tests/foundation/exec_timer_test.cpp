@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "support/interpose.h"
 #include "support/main_loop.h"
 #include "support/resource_count.h"
 #include "vask_exec.h"
@@ -13,6 +15,8 @@
 using namespace vask_test;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
+using testing::SizeIs;
 
 namespace {
 
@@ -44,11 +48,31 @@ public:
     void greet(void*) override { greetings.push_back("override"); }
 };
 
+/** The records of timers that GLib has not freed yet, and what frees them. */
+std::map<gpointer, GDestroyNotify> unfreed_records;
+
+void free_record(gpointer record) {
+    const GDestroyNotify notification = unfreed_records.at(record);
+    unfreed_records.erase(record);
+    notification(record);
+}
+
 bool is_attached(guint id) {
     return g_main_context_find_source_by_id(nullptr, id) != nullptr;
 }
 
 }  // namespace
+
+extern "C" guint g_timeout_add_full(gint priority, guint interval, GSourceFunc function,
+                                    gpointer data, GDestroyNotify notification) {
+    const bool is_timer = function == vask_exec::_timer_callback && notification;
+    if (is_timer) {
+        unfreed_records[data] = notification;
+    }
+    return next_function<guint(gint, guint, GSourceFunc, gpointer, GDestroyNotify)>(
+        "g_timeout_add_full")(priority, interval, function, data,
+                              is_timer ? free_record : notification);
+}
 
 TEST(exec_timer, With_0_milliseconds_runs_once_at_the_next_dispatch) {
     noting object;
@@ -109,12 +133,35 @@ TEST(exec_timer, Timers_of_one_object_run_by_their_time) {
     EXPECT_THAT(object.calls, ElementsAre(&data_b, &data_a));
 }
 
-// That its record is freed is what the leak check of the sanitizers shows.
 TEST(exec_timer, Removed_before_it_fires_it_never_runs) {
     noting object;
     EXPECT_TRUE(g_source_remove(object.add(0, &data_a)));
     drain_main_loop();
     EXPECT_THAT(object.calls, IsEmpty());
+}
+
+TEST(exec_timer, Leaves_the_freeing_of_its_record_to_the_notification_for_that) {
+    noting object;
+    object.add(0, &data_a);
+    EXPECT_THAT(unfreed_records, ElementsAre(Pair(testing::_, delete_vask_exec_info)));
+    drain_main_loop();
+}
+
+TEST(exec_timer, Removed_before_it_fires_its_record_is_freed) {
+    noting object;
+    const guint id = object.add(0, &data_a);
+    EXPECT_THAT(unfreed_records, SizeIs(1));
+    g_source_remove(id);
+    EXPECT_THAT(unfreed_records, IsEmpty());
+}
+
+TEST(exec_timer, Frees_its_record_when_it_has_run) {
+    noting object;
+    object.then = [] { EXPECT_THAT(unfreed_records, SizeIs(1)); };
+    object.add(0, &data_a);
+    drain_main_loop();
+    EXPECT_THAT(object.calls, ElementsAre(&data_a));
+    EXPECT_THAT(unfreed_records, IsEmpty());
 }
 
 TEST(exec_timer, May_remove_itself_while_it_runs) {
@@ -172,6 +219,7 @@ TEST(exec_timer, The_callback_of_GLib_makes_the_call_and_ends_the_timer) {
     EXPECT_THAT(object.calls, ElementsAre(&data_a));
 }
 
+// That the memory is given back is what the leak check of the sanitizers shows.
 TEST(exec_timer, Its_record_is_freed_by_the_destroy_notification) {
     delete_vask_exec_info(new vask_obj_exec_info());
 }
