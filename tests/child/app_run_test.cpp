@@ -152,6 +152,18 @@ TEST(application, fails_at_once_when_its_construction_failed) {
     EXPECT_EQ(loops_created, 0);
 }
 
+TEST(application, runs_although_arguments_are_missing_unless_that_is_fatal) {
+    open_app app(command_line{"program", "one", "two", "three"});
+    app.arg_iter_begin();
+    app.arg_iter_inc(1);
+    EXPECT_FALSE(app.arg_iter_chk_num_rest(2, nullptr));
+    EXPECT_EQ(run_with(app, [&app] { app.app_quit_request(5); }), 5);
+
+    app.set_arg_error_fatal(true);
+    EXPECT_FALSE(app.arg_iter_chk_num_rest(2, nullptr));
+    EXPECT_EQ(app.run(), 1);
+}
+
 TEST(application, only_stores_the_code_of_a_quit_request_before_it_runs) {
     open_app app(command_line{"program"});
     app.app_quit_request(5);
