@@ -56,8 +56,9 @@ TEST_F(registry_entries, Mentions_a_registration_for_debugging) {
 
 TEST_F(registry_entries, Takes_a_name_as_text_or_string) {
     EXPECT_TRUE(object.store_pid_to_shm(5));
-    EXPECT_EQ(looker.find_stored_pid_from_shm("program"),
-              looker.find_stored_pid_from_shm(std::string("program")));
+    EXPECT_THAT(looker.find_stored_pid_from_shm("program"), ElementsAre(Pair(5, my_pid)));
+    EXPECT_THAT(looker.find_stored_pid_from_shm(std::string("program")),
+                ElementsAre(Pair(5, my_pid)));
 }
 
 TEST_F(registry_entries, Keeps_names_apart) {

@@ -59,6 +59,13 @@ TEST_P(registry_growth, Grows_the_view_of_a_reader_only_when_a_page_is_too_small
     EXPECT_EQ(registry_faults::seen.mremap, fits ? 0 : 1);
 }
 
+TEST_P(registry_growth, Is_mapped_by_nobody_afterwards) {
+    find();
+    EXPECT_FALSE(bytes.is_mapped());
+    EXPECT_TRUE(object.store_pid_to_shm(100000));
+    EXPECT_FALSE(bytes.is_mapped());
+}
+
 TEST_P(registry_growth, Finds_a_key_that_is_in_use_in_the_last_entry) {
     EXPECT_FALSE(object.store_pid_to_shm(static_cast<unsigned long>(entries)));
     EXPECT_EQ(bytes.count(), entries);

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -34,6 +36,12 @@ public:
     size_t size() const { return static_cast<size_t>(info().st_size); }
     size_t memory() const { return static_cast<size_t>(info().st_blocks) * 512; }
     mode_t mode() const { return info().st_mode & 07777; }
+    /** By this process. */
+    bool is_mapped() const {
+        std::ifstream maps("/proc/self/maps");
+        const std::string text{std::istreambuf_iterator<char>(maps), {}};
+        return text.find(m_path) != std::string::npos;
+    }
     void resize(size_t size) { check(ftruncate(m_fd, static_cast<off_t>(size)) == 0); }
 
     std::vector<unsigned char> bytes() const {

@@ -36,6 +36,13 @@ TEST_F(registry_reader_failure, Of_opening_is_a_line_for_debugging) {
     registry_faults::now.failing_call = "shm_open";
     EXPECT_THAT(find(), IsEmpty());
     EXPECT_THAT(log.lines(), IsEmpty());
+
+    vask_object::print_msg_level = VASK_P_DBG;
+    EXPECT_THAT(find(), IsEmpty());
+    vask_object::print_msg_level = VASK_P_INFO;
+    EXPECT_THAT(
+        log.lines(),
+        ElementsAre(line("DBG", "looker", "Failed to call shm_open @ find_stored_pid_from_shm")));
 }
 
 TEST_F(registry_reader_failure, Of_mapping_is_reported) {
@@ -52,6 +59,25 @@ TEST_F(registry_reader_failure, Of_growing_is_reported) {
     EXPECT_THAT(find(), IsEmpty());
     EXPECT_THAT(log.lines(),
                 ElementsAre(error("looker", "Failed to call mremap @ find_stored_pid_from_shm")));
+}
+
+TEST_F(registry_reader_failure, Leaves_nothing_mapped) {
+    registry_object bytes("program");
+    bytes.fill(300, my_pid);
+    bool is_mapped_meanwhile = false;
+    registry_faults::now.after_copy = [&] { is_mapped_meanwhile = bytes.is_mapped(); };
+    for (const char* call : {"mmap", "mremap", "process_vm_readv"}) {
+        registry_faults::now.failing_call = call;
+        find();
+        EXPECT_FALSE(bytes.is_mapped()) << call;
+    }
+    EXPECT_TRUE(is_mapped_meanwhile);
+
+    registry_faults::now.failing_call = "";
+    registry_faults::now.clock_readings = 0;
+    find();
+    registry_faults::now.clock_readings = -1;
+    EXPECT_FALSE(bytes.is_mapped());
 }
 
 TEST_F(registry_reader_failure, Of_growing_does_not_concern_a_registry_of_one_page) {

@@ -75,6 +75,13 @@ TEST_P(registry_writer_fault, Does_not_keep_the_lock) {
     EXPECT_EQ(library_lock::value(), 1);
 }
 
+TEST_P(registry_writer_fault, Leaves_nothing_mapped) {
+    registry_object bytes("program");
+    bytes.fill(entries, getppid());
+    EXPECT_FALSE(store_while_failing(GetParam().call, 1000));
+    EXPECT_FALSE(bytes.is_mapped());
+}
+
 TEST_P(registry_writer_fault, Does_not_keep_a_later_registration_from_success) {
     registry_object bytes("program");
     bytes.fill(entries, getppid());
