@@ -9,6 +9,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -50,6 +52,13 @@ inline int value() {
     sem_getvalue(sem, &value);
     sem_close(sem);
     return value;
+}
+
+/** Whether this process has it open, or one that had its name before. */
+inline bool is_open() {
+    std::ifstream maps("/proc/self/maps");
+    const std::string text{std::istreambuf_iterator<char>(maps), {}};
+    return text.find(path) != std::string::npos;
 }
 
 inline ino_t identity() {

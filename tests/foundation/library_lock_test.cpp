@@ -298,6 +298,36 @@ TEST_F(library_lock_test, Stays_with_its_holder_when_the_wait_of_another_fails) 
     EXPECT_EQ(library_lock::value(), 1);
 }
 
+TEST_F(library_lock_test, Is_open_no_longer_than_it_is_held) {
+    ASSERT_TRUE(object.shm_lock());
+    EXPECT_TRUE(library_lock::is_open());
+    object.shm_unlock();
+    EXPECT_FALSE(library_lock::is_open());
+}
+
+TEST_F(library_lock_test, Is_closed_before_it_is_broken) {
+    library_lock::create(0);
+    script_waits({ETIMEDOUT, ETIMEDOUT});
+    ASSERT_TRUE(object.shm_lock());
+    object.shm_unlock();
+    EXPECT_FALSE(library_lock::is_open());
+}
+
+TEST_F(library_lock_test, Is_not_left_open_when_it_is_not_taken) {
+    bool is_open_while_waiting = false;
+    wait_for_lock = [&is_open_while_waiting](sem_t*, const timespec&) {
+        is_open_while_waiting = library_lock::is_open();
+        return EINVAL;
+    };
+    EXPECT_FALSE(object.shm_lock());
+    EXPECT_TRUE(is_open_while_waiting);
+    EXPECT_FALSE(library_lock::is_open());
+
+    real_time_clock_fails = true;
+    EXPECT_FALSE(object.shm_lock());
+    EXPECT_FALSE(library_lock::is_open());
+}
+
 TEST_F(library_lock_test, Is_not_taken_when_the_clock_cannot_be_read) {
     real_time_clock_fails = true;
     EXPECT_FALSE(object.shm_lock());
