@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -54,6 +56,21 @@ protected:
     }
 };
 
+/**
+ * The text of the library whose address was printed at the end of the line, as an int. That is half
+ * of the address at most, but the text is not far behind the library's beginning.
+ */
+std::string text_at_printed_address(const log_line& printed) {
+    Dl_info library;
+    if (dladdr(reinterpret_cast<void*>(vask_object::shutdown_system), &library) == 0)
+        return "no library";
+    const auto begin = reinterpret_cast<std::uintptr_t>(library.dli_fbase);
+    const auto address =
+        static_cast<std::uint32_t>(std::atoi(&printed.text[printed.text.find(": ") + 2]));
+    const std::uint32_t distance = address - static_cast<std::uint32_t>(begin);
+    return reinterpret_cast<const char*>(begin + distance);
+}
+
 void expect_plain_call(const spawn_call& call) {
     EXPECT_EQ(call.directory, nullptr);
     EXPECT_EQ(call.envp, nullptr);
@@ -89,9 +106,11 @@ TEST_F(power, That_cannot_be_switched_off_is_logged_under_an_odd_name) {
     log_catcher log;
     EXPECT_FALSE(vask_object::shutdown_system());
     EXPECT_EQ(calls.size(), 1U);
-    EXPECT_THAT(log.lines(),
+    ASSERT_THAT(log.lines(),
                 ElementsAre(logged("ERR", "%s",
                                    MatchesRegex("Failed to call g_spawn_async\\(\\): -?[0-9]+"))));
+    EXPECT_EQ(text_at_printed_address(log.lines()[0]),
+              "static bool vask_object::shutdown_system()");
 }
 
 TEST_F(power, That_cannot_be_cycled_is_logged_under_an_odd_name) {
@@ -99,7 +118,8 @@ TEST_F(power, That_cannot_be_cycled_is_logged_under_an_odd_name) {
     log_catcher log;
     EXPECT_FALSE(vask_object::reboot_system());
     EXPECT_EQ(calls.size(), 1U);
-    EXPECT_THAT(log.lines(),
+    ASSERT_THAT(log.lines(),
                 ElementsAre(logged("ERR", "%s",
                                    MatchesRegex("Failed to call g_spawn_async\\(\\): -?[0-9]+"))));
+    EXPECT_EQ(text_at_printed_address(log.lines()[0]), "static bool vask_object::reboot_system()");
 }
