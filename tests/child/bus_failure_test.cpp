@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdarg>
 #include <string>
 
 #include "served_child.h"
@@ -14,7 +15,14 @@ using testing::ElementsAre;
 
 namespace {
 
-std::string called_method;
+struct {
+    std::string bus_name;
+    std::string path;
+    std::string interface;
+    std::string method;
+    std::string name;
+    guint flags;
+} request;
 
 struct open_child : vask_child {
     open_child() : vask_child("child", 0, nullptr) {}
@@ -23,16 +31,40 @@ struct open_child : vask_child {
 
 }  // namespace
 
-extern "C" gboolean dbus_g_proxy_call(DBusGProxy*, const char* method, GError** error, GType, ...) {
-    called_method = method;
+extern "C" gboolean dbus_g_proxy_call(DBusGProxy* proxy, const char* method, GError** error,
+                                      GType first_type, ...) {
+    request = {dbus_g_proxy_get_bus_name(proxy),
+               dbus_g_proxy_get_path(proxy),
+               dbus_g_proxy_get_interface(proxy),
+               method,
+               "",
+               ~0u};
+    va_list arguments;
+    va_start(arguments, first_type);
+    if (first_type == G_TYPE_STRING) {
+        request.name = va_arg(arguments, const char*);
+        if (va_arg(arguments, GType) == G_TYPE_UINT) {
+            request.flags = va_arg(arguments, guint);
+        }
+    }
+    va_end(arguments);
     g_set_error(error, DBUS_GERROR, DBUS_GERROR_NO_MEMORY, "no memory today");
     return FALSE;
+}
+
+TEST(a_request_for_the_name, goes_to_the_bus_itself_without_flags) {
+    open_child child;
+    EXPECT_EQ(request.bus_name, "org.freedesktop.DBus");
+    EXPECT_EQ(request.path, "/org/freedesktop/DBus");
+    EXPECT_EQ(request.interface, "org.freedesktop.DBus");
+    EXPECT_EQ(request.method, "RequestName");
+    EXPECT_EQ(request.name, "com.example.vask.Child_" + std::to_string(getpid()));
+    EXPECT_EQ(request.flags, 0u);
 }
 
 TEST(a_failed_request_for_the_name, is_logged_with_name_and_reason) {
     log_catcher log;
     open_child child;
-    EXPECT_EQ(called_method, "RequestName");
     EXPECT_THAT(log.lines(),
                 ElementsAre(line("ERR", "child",
                                  "RequestName for 'com.example.vask.Child_" +

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "open_app.h"
+#include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "vask_child.h"
 
@@ -23,6 +25,7 @@ struct open_child : vask_child {
 };
 
 std::vector<std::string>* order = nullptr;
+int thread_initialisations = 0;
 
 void note_observer(vask_child*, int, const char*, void*) {
     order->push_back("observer");
@@ -33,6 +36,11 @@ void note_object_signal(GObject*, int signal_id, const char* data, gpointer) {
 }
 
 }  // namespace
+
+extern "C" void dbus_g_thread_init() {
+    ++thread_initialisations;
+    next_function<void()>("dbus_g_thread_init")();
+}
 
 TEST(without_a_session_bus, a_child_says_so_without_a_line_end) {
     log_catcher log;
@@ -46,6 +54,11 @@ TEST(without_a_session_bus, a_child_still_has_its_object) {
     open_child child;
     ASSERT_NE(child.m_bus_object, nullptr);
     EXPECT_STREQ(G_OBJECT_TYPE_NAME(child.m_bus_object), "VaskChild");
+}
+
+TEST(without_a_session_bus, a_child_has_prepared_the_bus_library_for_threads) {
+    open_child child;
+    EXPECT_EQ(thread_initialisations, 1);
 }
 
 TEST(without_a_session_bus, a_child_releases_its_object) {
@@ -75,4 +88,10 @@ TEST(without_a_session_bus, a_signal_reaches_observers_and_then_the_object) {
     child.connect_child_signal(note_observer, 5, nullptr);
     child.emit_signal(5, "data");
     EXPECT_THAT(calls, ElementsAre("observer", "object 5 data"));
+}
+
+TEST(without_system_initialisation, a_child_leaves_the_bus_library_alone) {
+    command_line arguments{no_sys_init_marker};
+    const vask_child child("child", arguments.argc(), arguments.argv());
+    EXPECT_EQ(thread_initialisations, 0);
 }
