@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdarg>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "bridge/recording_bridge.h"
 #include "support/log_catcher.h"
@@ -12,6 +14,7 @@
 
 using namespace vask_test;
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::Pair;
 using testing::StrEq;
 
@@ -19,6 +22,13 @@ namespace {
 
 constexpr int no_watch = 0;
 constexpr int some_pid = 12345;
+
+using types = std::vector<GType>;
+
+/** The arguments of the signals that marshallers were registered for. */
+std::vector<types> marshalled;
+
+std::vector<GPid> closed_pids;
 
 gboolean stay(gpointer) {
     return G_SOURCE_CONTINUE;
@@ -51,6 +61,24 @@ protected:
 };
 
 }  // namespace
+
+extern "C" void dbus_g_object_register_marshaller(GClosureMarshal marshaller, GType return_type,
+                                                  ...) {
+    types arguments;
+    va_list list;
+    va_start(list, return_type);
+    for (GType type; (type = va_arg(list, GType)) != G_TYPE_INVALID;) {
+        arguments.push_back(type);
+    }
+    va_end(list);
+    marshalled.push_back(arguments);
+    dbus_g_object_register_marshaller_array(marshaller, return_type,
+                                            static_cast<guint>(arguments.size()), arguments.data());
+}
+
+extern "C" void g_spawn_close_pid(GPid pid) {
+    closed_pids.push_back(pid);
+}
 
 TEST_F(child_proxy, Knows_its_pid_and_starts_without_bus_and_termination) {
     const auto proxy = make_proxy(some_pid);
@@ -154,6 +182,18 @@ TEST_F(child_proxy, Takes_its_watch_along_when_it_is_deleted) {
     EXPECT_EQ(g_main_context_find_source_by_id(nullptr, watch), nullptr);
 }
 
+TEST_F(child_proxy, Closes_its_pid_when_it_is_deleted) {
+    auto proxy = make_proxy(some_pid);
+    EXPECT_THAT(closed_pids, IsEmpty());
+    proxy.reset();
+    EXPECT_THAT(closed_pids, ElementsAre(some_pid));
+}
+
+TEST_F(child_proxy, Closes_no_pid_0) {
+    make_proxy(0).reset();
+    EXPECT_THAT(closed_pids, IsEmpty());
+}
+
 // GLib complains of a source 0, which ends the test program.
 TEST_F(child_proxy, Without_pid_and_watch_is_deleted_quietly) {
     vask_object::print_msg_level = VASK_P_INFO;
@@ -190,6 +230,14 @@ TEST_F(child_proxy, Makes_a_bus_proxy_for_the_child_and_releases_it) {
 
     EXPECT_EQ(proxy->get_bus_proxy(), nullptr);
     EXPECT_FALSE(proxy->is_bus_alive());
+}
+
+TEST_F(child_proxy, Registers_marshallers_for_the_signals_that_a_child_may_have) {
+    const auto proxy = make_proxy(some_pid);
+    marshalled.clear();
+    proxy->bus_setup(bridge.m_bus_connection);
+    EXPECT_THAT(marshalled, ElementsAre(types{G_TYPE_INT, G_TYPE_STRING},
+                                        types{G_TYPE_UINT, G_TYPE_INT, G_TYPE_STRING}));
 }
 
 TEST_F(child_proxy, Setting_up_the_bus_leaves_the_bus_address_alone) {
