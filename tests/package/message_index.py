@@ -23,6 +23,10 @@ PRINTERS = {
     "g_return_if_fail_warning": "GLib",
 }
 
+# These put the line end behind the text themselves, or print parts of lines.
+OWN_LINE_ENDS = {"report_failure", "printf", "g_print", "g_log", "g_return_if_fail_warning"}
+NO_LINE_END = "(no line end)"
+
 # These show another text and nothing of their own.
 BARE_FORMATS = {"%s\\n", "\\n"}
 
@@ -91,8 +95,9 @@ def literals(source):
 
 
 def read_sources(directory):
-    """Formats as text -> {(level, unit)}, and the other texts that can be seen in a log."""
-    formats, texts, seen = collections.defaultdict(set), set(), set()
+    """Formats as text -> {(level, unit)}, those of them without a line end, and the other texts
+    that can be seen in a log."""
+    formats, unended, texts, seen = collections.defaultdict(set), set(), set(), set()
     for path in sorted(directory.rglob("*")):
         if path.suffix not in (".cpp", ".h"):
             continue
@@ -104,12 +109,14 @@ def read_sources(directory):
                 call.has_format = call.function != "log_text_array"
                 if text not in BARE_FORMATS and not SIGNATURE.fullmatch(text):
                     formats[text].add((call.level, path.stem))
+                    if call.function not in OWN_LINE_ENDS and not text.endswith("\\n"):
+                        unended.add(text)
             elif (" " in text or "\\n" in text) and text not in NOT_MESSAGES:
                 texts.add(text)
     for text in NOT_MESSAGES:
         if text not in seen:
             complain(f"no longer in the sources, but excepted by {sys.argv[0]}: {text}")
-    return formats, texts
+    return formats, unended, texts
 
 
 def without_line_end(text):
@@ -117,8 +124,9 @@ def without_line_end(text):
 
 
 def read_index(path):
-    """Rows as text -> {(level, unit)}; and the texts of lists and of rows without a level."""
-    rows, texts = {}, set()
+    """Rows as text -> {(level, unit)}, those that tell of no line end, and the texts of lists and
+    of rows without a level."""
+    rows, unended, texts = {}, set(), set()
     for number, line in enumerate(path.read_text().splitlines(), 1):
         if line.startswith("- `"):
             texts.add(CODE.match(line, 2).group(1))
@@ -133,6 +141,8 @@ def read_index(path):
             continue
         if text in rows:
             complain(f"{path}:{number}: listed twice: {text}")
+        if cells[3].endswith(NO_LINE_END):
+            unended.add(text)
         levels = cells[1].split(", ")
         rows[text] = set()
         for source in cells[2].split(", "):
@@ -140,7 +150,7 @@ def read_index(path):
             rows[text].add((level or levels[0], unit.strip("`")))
         if {level for level, _ in rows[text]} != set(levels):
             complain(f"{path}:{number}: the sources do not account for the levels {cells[1]}")
-    return rows, texts
+    return rows, unended, texts
 
 
 def show(places):
@@ -160,6 +170,13 @@ def compare_with_sources(rows, texts, formats, other):
         complain(f"not in the index, and not excepted as no message: {text}")
     for text in sorted(texts - other):
         complain(f"in the index, but not in the sources: {text}")
+
+
+def compare_line_ends(indexed, printed):
+    for text in sorted(printed - indexed):
+        complain(f"printed without a line end, and the index does not say so: {text}")
+    for text in sorted(indexed - printed):
+        complain(f"the index says \"{NO_LINE_END[1:-1]}\", but it has one: {text}")
 
 
 def read_strings(library, objcopy):
@@ -189,11 +206,12 @@ def compare_with_library(indexed, library, objcopy):
 
 def main():
     index, sources = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
-    rows, texts = read_index(index)
-    formats, other = read_sources(sources)
+    rows, indexed_unended, texts = read_index(index)
+    formats, printed_unended, other = read_sources(sources)
     if len(formats) < 100:
         complain(f"only {len(formats)} messages found in {sources}: is that the right directory?")
     compare_with_sources(rows, texts, formats, other)
+    compare_line_ends(indexed_unended, printed_unended)
     if len(sys.argv) > 3:
         compare_with_library(rows.keys() | texts, sys.argv[3], sys.argv[4])
     for error in errors:
