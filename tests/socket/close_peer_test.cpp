@@ -16,6 +16,13 @@ namespace {
 int watched_descriptor = -1;
 int closes_of_watched_descriptor = 0;
 
+/** A text that stays in the channel's buffer. */
+void write_to_buffer(connected& pair, const char* text) {
+    g_io_channel_set_buffered(pair.socket.peer_ch, TRUE);
+    EXPECT_TRUE(pair.socket.write(text, -1));
+    EXPECT_NE(g_io_channel_get_buffer_condition(pair.socket.peer_ch) & G_IO_OUT, 0);
+}
+
 }  // namespace
 
 extern "C" int close(int fd) {
@@ -29,6 +36,30 @@ TEST(close_peer, Closes_the_connection) {
     EXPECT_TRUE(wait_until([&] { return pair.peer.peer_is_gone(); }));
     EXPECT_EQ(pair.socket.peer_sock, 0);
     EXPECT_EQ(pair.socket.peer_ch, nullptr);
+}
+
+TEST(close_peer, With_flushing_sends_what_the_channel_has_not_sent_yet) {
+    connected pair;
+    write_to_buffer(pair, "late");
+    pair.socket.close_peer_sock(TRUE);
+    EXPECT_EQ(pair.peer.receive_to_the_end(), "late");
+}
+
+TEST(close_peer, Without_flushing_drops_what_the_channel_has_not_sent_yet) {
+    connected pair;
+    write_to_buffer(pair, "late");
+    pair.socket.close_peer_sock(FALSE);
+    EXPECT_EQ(pair.peer.receive_to_the_end(), "");
+}
+
+TEST(close_peer, By_the_end_of_the_socket_sends_what_the_channel_has_not_sent_yet) {
+    raw_socket peer;
+    {
+        connected pair;
+        peer = std::move(pair.peer);
+        write_to_buffer(pair, "late");
+    }
+    EXPECT_EQ(peer.receive_to_the_end(), "late");
 }
 
 TEST(close_peer, Is_traced) {

@@ -22,16 +22,27 @@ std::string with_signature(const std::string& text) {
 /** The next allocation of this size fails; 0 for none. */
 gsize failing_size = 0;
 
+int allocations = 0;
+
+gpointer watched_buffer = nullptr;
+int releases_of_watched_buffer = 0;
+
 int some_data;
 
 }  // namespace
 
 extern "C" gpointer g_try_malloc(gsize size) {
+    ++allocations;
     if (size != 0 && size == failing_size) {
         return nullptr;
     }
     // Of a request of gigabytes only the size matters here.
     return malloc(guint64{size} >> 32 ? 16 : size);
+}
+
+extern "C" void(g_free)(gpointer memory) {
+    releases_of_watched_buffer += memory != nullptr && memory == watched_buffer;
+    free(memory);
 }
 
 TEST(read_request, Is_pending_until_data_comes) {
@@ -218,6 +229,22 @@ TEST(read_request, Replaces_the_buffer_of_the_former_one) {
     EXPECT_STREQ(copied, "__");
     EXPECT_TRUE(pair.wait_for_end_of_request());
     EXPECT_EQ(pair.owner.received, "cd");
+}
+
+TEST(read_request, Releases_the_buffer_of_the_former_one_and_has_one_of_its_own) {
+    connected pair;
+    pair.peer.send("ab");
+    pair.read(2, 2);
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    watched_buffer = pair.socket.m_read_context.buffer;
+    releases_of_watched_buffer = 0;
+    allocations = 0;
+
+    pair.read(1, 1);
+
+    EXPECT_EQ(releases_of_watched_buffer, 1);
+    EXPECT_EQ(allocations, 1);
+    watched_buffer = nullptr;
 }
 
 TEST(read_request, Of_size_0_releases_the_buffer_of_the_former_one) {
