@@ -65,7 +65,9 @@ private:
         auto* info = static_cast<vask_accepted_info*>(argument);
         ++calls;
         sockets.emplace_back(info->sock);
-        info->keep_accepting = keep_accepting;
+        if (!keep_accepting) {
+            info->keep_accepting = false;
+        }
         if (then) {
             then();
         }
