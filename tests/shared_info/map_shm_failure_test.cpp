@@ -38,6 +38,8 @@ protected:
         EXPECT_EQ(logged_at_post, "");
         EXPECT_EQ(seen.sem_wait, 1);
         EXPECT_EQ(seen.sem_post, 1);
+        // It stays open.
+        EXPECT_EQ(seen.sem_close, 0);
         EXPECT_EQ(thing.sem_value(), 1);
         EXPECT_FALSE(thing.is_mapped());
     }

@@ -10,6 +10,7 @@
 using namespace vask_test;
 using shared_info_faults::now;
 using shared_info_faults::seen;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -133,6 +134,24 @@ TEST_F(shared_record_failure, To_lock_it_is_an_error_of_the_hardware_types) {
     }
     EXPECT_EQ(record.int_at(4), 0);
     EXPECT_EQ(record.int_at(8), 0);
+}
+
+TEST_F(shared_record_failure, To_lock_it_after_the_detection_is_an_error_of_the_hardware_types) {
+    info.map_shared_info(true);
+    now.failing_error = 22;
+    // The first access gives the semaphore back, and the second cannot have it.
+    now.before_post = [] { now.failing_call = "sem_wait"; };
+
+    EXPECT_EQ(info.get_vask_cpu_type(false), 2);
+    EXPECT_THAT(log.lines(), Contains(unlockable()).Times(1));
+    log.clear();
+    now.failing_call.clear();
+    EXPECT_EQ(info.get_vask_gpu_type(true), 2);
+    EXPECT_THAT(log.lines(), Contains(unlockable()).Times(1));
+
+    EXPECT_EQ(record.int_at(4), 0);
+    EXPECT_EQ(record.int_at(8), 0);
+    EXPECT_EQ(record.sem_value(), 1);
 }
 
 TEST_F(shared_record_failure, To_lock_it_gives_no_semaphore_back) {
