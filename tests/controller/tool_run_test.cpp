@@ -254,7 +254,9 @@ TEST_F(tool_with_child, Tells_capital_letters_of_a_command_from_small_ones) {
 
 TEST_F(tool_with_child, Runs_the_test_without_sending_anything) {
     EXPECT_EQ(tool.run_with({"tool", "test", "a", "b"}), 0);
-    EXPECT_EQ(log.text(), "\n*** This is test command\n[00] a\n[01] b\n\n");
+    // Whatever was sent before has reached the child by the end of this call.
+    EXPECT_TRUE(tool.cmd_func(CONTROLLER_CHILD_ECHO, "afterwards", nullptr));
+    EXPECT_EQ(log.text(), "\n*** This is test command\n[00] a\n[01] b\n\ncommand 1 afterwards\n");
 }
 
 TEST_F(tool_with_child, Has_no_test_without_the_initialisation_of_the_system) {
