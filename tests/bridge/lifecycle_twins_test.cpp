@@ -175,6 +175,21 @@ TEST_F(bridge_twins, Tell_which_of_them_has_crashed) {
     EXPECT_THAT(bridge.ends, ElementsAre(other_worker_crash, main_worker_crash));
 }
 
+TEST_F(bridge_twins, Show_in_the_log_that_it_was_not_the_main_worker) {
+    spawn_probe(bridge, {"sleep"});
+    crash(1);
+    EXPECT_THAT(
+        own_lines(log),
+        Contains(line("DBG", "bridge", "virtual void vask_app_bridge::child_crash_cb(bool): 0")));
+
+    bridge.switch_main_worker();
+    bridge.terminate_all_workers();
+    ASSERT_TRUE(bridge.wait_for_ends(2));
+    EXPECT_THAT(
+        own_lines(log),
+        Contains(line("DBG", "bridge", "virtual void vask_app_bridge::child_exit_cb(bool): 0")));
+}
+
 TEST_F(bridge_twins, Tell_who_is_the_main_worker_at_the_time_of_the_crash) {
     spawn_probe(bridge, {"sleep"});
     bridge.switch_main_worker();
