@@ -1,5 +1,6 @@
 #include "foundation/pid_array_view.h"
 
+#include <sched.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -15,14 +16,19 @@ namespace {
 
 constexpr std::size_t entries_offset = offsetof(pid_array, entries);
 
-// A value that another process does not have at the same address: tells whether a copy really came
-// out of this one. The recorded process id is that of the parent in a child made by fork().
-std::uint64_t make_token(const void* address) {
+// What another process does not have at the same address: tells whether a copy really came out of
+// this one. The recorded process id is that of the parent in a child made by fork(), and the parent
+// may be reading the registry too, even in the same nanosecond, but not on the same processor.
+struct token {
     struct timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return reinterpret_cast<std::uintptr_t>(address) ^
-           (static_cast<std::uint64_t>(now.tv_sec) << 32) ^ static_cast<std::uint64_t>(now.tv_nsec);
-}
+    int processor = sched_getcpu();
+
+    token() { clock_gettime(CLOCK_MONOTONIC, &now); }
+    bool operator==(const token& other) const {
+        return now.tv_sec == other.now.tv_sec && now.tv_nsec == other.now.tv_nsec &&
+               processor == other.processor;
+    }
+};
 
 }  // namespace
 
@@ -76,19 +82,19 @@ pid_array_snapshot pid_array_view::read() {
 // The whole view and then the sequence again, in one system call. 0 when that is not possible: the
 // object has become shorter than the view, or the process may not read itself.
 std::size_t pid_array_view::read_through_mapping(pid_array_snapshot& snapshot) {
-    std::uint64_t token = 0;
-    token = make_token(&token);
-    std::uint64_t token_copy = ~token;
-    struct iovec from[] = {{&token, sizeof(token)},
+    token own;
+    token copy = own;
+    copy.processor = ~own.processor;
+    struct iovec from[] = {{&own, sizeof(own)},
                            {m_mapping.address(), m_mapping.size()},
                            {m_mapping.address(), sizeof(snapshot.sequence_after)}};
-    struct iovec to[] = {{&token_copy, sizeof(token_copy)},
+    struct iovec to[] = {{&copy, sizeof(copy)},
                          {m_copy.data(), m_copy.size()},
                          {&snapshot.sequence_after, sizeof(snapshot.sequence_after)}};
-    const std::size_t whole = sizeof(token) + m_copy.size() + sizeof(snapshot.sequence_after);
+    const std::size_t whole = sizeof(own) + m_copy.size() + sizeof(snapshot.sequence_after);
     const pid_t self = vask_object::my_pid != 0 ? vask_object::my_pid : getpid();
     const ssize_t copied = process_vm_readv(self, to, std::size(to), from, std::size(from), 0);
-    const bool is_whole = copied == static_cast<ssize_t>(whole) && token_copy == token;
+    const bool is_whole = copied == static_cast<ssize_t>(whole) && copy == own;
     return is_whole ? m_copy.size() : 0;
 }
 

@@ -9,8 +9,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -18,6 +16,7 @@
 #include "foundation/registry_process.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
+#include "support/mapped_file.h"
 
 /** Lets the library's shared objects be made anew in every test. */
 class shared_objects_removed {
@@ -56,9 +55,7 @@ inline int value() {
 
 /** Whether this process has it open, or one that had its name before. */
 inline bool is_open() {
-    std::ifstream maps("/proc/self/maps");
-    const std::string text{std::istreambuf_iterator<char>(maps), {}};
-    return text.find(path) != std::string::npos;
+    return vask_test::is_file_mapped(path);
 }
 
 inline ino_t identity() {

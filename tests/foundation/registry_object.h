@@ -8,10 +8,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
+
+#include "support/mapped_file.h"
 
 /** The bytes of a registry, written and read without the library. Made when there is none. */
 class registry_object {
@@ -37,11 +37,7 @@ public:
     size_t memory() const { return static_cast<size_t>(info().st_blocks) * 512; }
     mode_t mode() const { return info().st_mode & 07777; }
     /** By this process. */
-    bool is_mapped() const {
-        std::ifstream maps("/proc/self/maps");
-        const std::string text{std::istreambuf_iterator<char>(maps), {}};
-        return text.find(m_path) != std::string::npos;
-    }
+    bool is_mapped() const { return vask_test::is_file_mapped(m_path); }
     void resize(size_t size) { check(ftruncate(m_fd, static_cast<off_t>(size)) == 0); }
 
     std::vector<unsigned char> bytes() const {

@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "foundation/source_line.h"
+#include "support/mapped_file.h"
 #include "vask_object.h"
 
 namespace {
@@ -56,9 +57,7 @@ bool shared_object::sem_exists() const {
 }
 
 bool shared_object::is_mapped() const {
-    std::ifstream maps("/proc/self/maps");
-    const std::string text{std::istreambuf_iterator<char>(maps), {}};
-    return text.find(path()) != std::string::npos;
+    return vask_test::is_file_mapped(path());
 }
 
 mode_t shared_object::mode() const {
