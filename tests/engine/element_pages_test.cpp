@@ -84,7 +84,7 @@ TEST_F(element_pages, The_child_draws_again_when_the_element_gets_a_new_size) {
 TEST_F(element_pages, A_child_that_was_started_again_draws_as_well) {
     load("one_element.html");
     run("plugin.attachEvent('crashed', function () { plugin.start(); heard.push('started'); })");
-    ASSERT_TRUE(host.wait_until("plugin.is_ready"));
+    wait_for_child();
 
     kill(child("plugin"), SIGKILL);
 

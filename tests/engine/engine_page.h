@@ -1,6 +1,7 @@
 #ifndef VASK_TEST_ENGINE_PAGE_H
 #define VASK_TEST_ENGINE_PAGE_H
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -30,6 +31,13 @@ protected:
 
     std::string run(const std::string& script) { return host.run(script); }
 
+    // When this returns, the child of "plugin" has painted its window. One that was killed
+    // meanwhile could leave the shared record locked, and the next would wait for ever.
+    void wait_for_child() {
+        ASSERT_TRUE(host.wait_until("plugin.is_ready"));
+        ASSERT_THAT(run("plugin.greet('test')"), testing::HasSubstr("Hello test"));
+    }
+
     web_host host;
 };
 
@@ -39,8 +47,6 @@ protected:
     void SetUp() override { load("one_element.html"); }
 
     int child() { return std::stoi(run("plugin.child")); }
-
-    void wait_for_child() { ASSERT_TRUE(host.wait_until("plugin.is_ready")); }
 };
 
 /** The process ids of this process's children. */
