@@ -1,47 +1,52 @@
 vask_add_test_program(NAME lifecycle_probe SOURCES ../programs/lifecycle_probe.cpp)
 
-set(lifecycle_support lifecycle_support.cpp lifecycle_sigterm.cpp)
+vask_add_test_objects(NAME lifecycle_support SOURCES lifecycle_support.cpp lifecycle_sigterm.cpp)
 set(lifecycle_programs bridge_child lifecycle_probe)
 
 vask_add_test(NAME lifecycle_test BUS
     SOURCES
-        ${lifecycle_support}
         lifecycle_lost_bus_test.cpp
         lifecycle_meeting_test.cpp
         lifecycle_rendezvous_test.cpp
         lifecycle_spawn_test.cpp
         lifecycle_twins_test.cpp
+    LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 
 vask_add_test(NAME lifecycle_spawn_road_test BUS
-    SOURCES ${lifecycle_support} lifecycle_spawn_road_test.cpp
+    SOURCES lifecycle_spawn_road_test.cpp
+    LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 
 vask_add_test(NAME lifecycle_no_bus_test
-    SOURCES ${lifecycle_support} lifecycle_environment_test.cpp lifecycle_no_bus_test.cpp
+    SOURCES lifecycle_environment_test.cpp lifecycle_no_bus_test.cpp
+    LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 
 # The same tests twice: GLib hears of the end of children in two ways.
-set(lifecycle_end_sources
-    ${lifecycle_support}
-    lifecycle_delete_test.cpp
-    lifecycle_end_test.cpp
-    lifecycle_repeat_test.cpp
-    lifecycle_signals_test.cpp
-    lifecycle_wait_test.cpp)
+vask_add_test_objects(NAME lifecycle_end_tests
+    SOURCES
+        lifecycle_delete_test.cpp
+        lifecycle_end_test.cpp
+        lifecycle_repeat_test.cpp
+        lifecycle_signals_test.cpp
+        lifecycle_wait_test.cpp)
 vask_add_test(NAME lifecycle_end_by_pidfd_test
-    SOURCES lifecycle_pidfd.cpp ${lifecycle_end_sources}
+    SOURCES lifecycle_pidfd.cpp
+    LIBRARIES lifecycle_end_tests lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 vask_add_test(NAME lifecycle_end_by_signal_test
-    SOURCES lifecycle_no_pidfd.cpp ${lifecycle_end_sources}
+    SOURCES lifecycle_no_pidfd.cpp
+    LIBRARIES lifecycle_end_tests lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 
 vask_add_test(NAME lifecycle_cycles_test BUS TIMEOUT 300
-    SOURCES ${lifecycle_support} lifecycle_cycles_test.cpp
+    SOURCES lifecycle_cycles_test.cpp
+    LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
