@@ -18,8 +18,8 @@
 #define XP_UNIX 1
 #endif
 
-/** Lets an enumeration hold a number that is none of its enumerators, because the other side may send
- *  one. In C that is allowed anyway. */
+/** Lets an enumeration hold a number that is none of its enumerators, because the other side may
+ *  send one. In C that is allowed anyway. */
 #ifdef __cplusplus
 #define NP_ENUM_BASE : unsigned int
 #else

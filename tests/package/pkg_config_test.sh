@@ -10,7 +10,7 @@ here=$(dirname "$0")
 
 PKG_CONFIG_PATH=$libdir/pkgconfig
 export PKG_CONFIG_PATH
-[ "$(pkg-config --variable=libdir vask)" -ef "$libdir" ] || {
+[ "$(realpath "$(pkg-config --variable=libdir vask)")" = "$(realpath "$libdir")" ] || {
     echo "vask.pc points to $(pkg-config --variable=libdir vask), but is installed in $libdir"
     exit 1
 }

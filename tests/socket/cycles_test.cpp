@@ -11,8 +11,8 @@ using namespace vask_test;
 
 namespace {
 
-// The main loop's own arrays grow now and then. The smallest block of the allocator, lost with every
-// connection that was reset, would be more.
+// The main loop's own arrays grow now and then. The smallest block of the allocator, lost with
+// every connection that was reset, would be more.
 constexpr long accepted_growth = 8192;
 
 #ifndef VASK_TEST_CONNECTIONS

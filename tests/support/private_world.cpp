@@ -79,8 +79,8 @@ std::string bring_up_loopback() {
     route.rt_dev = loopback;
 
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const bool is_up = fd >= 0 && ioctl(fd, SIOCSIFFLAGS, &interface) == 0 &&
-                       ioctl(fd, SIOCADDRT, &route) == 0;
+    const bool is_up =
+        fd >= 0 && ioctl(fd, SIOCSIFFLAGS, &interface) == 0 && ioctl(fd, SIOCADDRT, &route) == 0;
     const std::string error = is_up ? "" : failure("no private loopback interface");
     if (fd >= 0)
         close(fd);
