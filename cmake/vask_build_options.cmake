@@ -12,8 +12,3 @@ if(VASK_SANITIZE)
                         -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${VASK_SANITIZE})
 endif()
-
-if(VASK_COVERAGE)
-    add_compile_options(--coverage -O0)
-    add_link_options(--coverage)
-endif()
