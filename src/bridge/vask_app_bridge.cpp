@@ -159,8 +159,8 @@ bool vask_app_bridge::spawn_worker(int slot, const strlist& argv, const strlist&
     if (m_child_priority != 0) {
         set_priority(pid, m_child_priority);
     }
-    m_child_proxy[slot] =
-        new vask_child_proxy(*this, obj_name, pid, watch_child_end(pid, _child_watch, this));
+    const guint end_watch = watch_child_end(pid, _child_watch, this);
+    m_child_proxy[slot] = new vask_child_proxy(*this, obj_name, pid, end_watch);
     return true;
 }
 

@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "foundation/named_sem.h"
 #include "foundation/unique_fd.h"
@@ -19,7 +20,7 @@ const char source_unit[] = "vask_shared_info";
 
 // What failed while the semaphore was held. The line about it is written after the semaphore was
 // given back, because writing may block.
-enum class map_step { none, open, size, map };
+enum class map_step { open, size, map };
 
 struct map_failure {
     map_step step;
@@ -76,30 +77,30 @@ int open_object(const char* name, bool create, bool& created) {
     return new_fd;
 }
 
-map_failure size_and_map(int fd, bool created, vask_shm_context& ctx) {
+std::optional<map_failure> size_and_map(int fd, bool created, vask_shm_context& ctx) {
     if (created) {
         if (const int error = size_new_object(fd, ctx.get_size())) {
-            return {map_step::size, error};
+            return map_failure{map_step::size, error};
         }
     } else if (const int error = check_existing_object(fd, ctx.get_size())) {
-        return {map_step::map, error};
+        return map_failure{map_step::map, error};
     }
     if (const int error = map_object(fd, ctx)) {
-        return {map_step::map, error};
+        return map_failure{map_step::map, error};
     }
     ctx.set_created(created);
-    return {map_step::none, 0};
+    return std::nullopt;
 }
 
 // Runs while the semaphore is held.
-map_failure open_and_map(const char* name, bool create, vask_shm_context& ctx) {
+std::optional<map_failure> open_and_map(const char* name, bool create, vask_shm_context& ctx) {
     bool created = false;
     const unique_fd object(open_object(name, create, created));
     if (!object) {
-        return {map_step::open, errno};
+        return map_failure{map_step::open, errno};
     }
-    const map_failure failure = size_and_map(object.get(), created, ctx);
-    if (created && failure.step != map_step::none) {
+    const std::optional<map_failure> failure = size_and_map(object.get(), created, ctx);
+    if (created && failure) {
         // Left behind, it would be too short for everybody who comes later, or pass for filled in.
         shm_unlink(name);
     }
@@ -108,8 +109,6 @@ map_failure open_and_map(const char* name, bool create, vask_shm_context& ctx) {
 
 void report(const map_failure& failure) {
     switch (failure.step) {
-        case map_step::none:
-            break;
         case map_step::open:
             vask_object::vask_p("vask", VASK_P_ERR,
                                 "<%s:%d> Failed to call shm_open: %d @ map_shared_info\n",
@@ -167,10 +166,10 @@ bool vask_shared_info::map_shm_platform(vask_shm_context* ctx, bool create) {
     if (!vask_object::wait_named_sem(sem)) {
         return false;
     }
-    const map_failure failure = open_and_map(shm_name.c_str(), create, *ctx);
-    if (failure.step != map_step::none) {
+    const std::optional<map_failure> failure = open_and_map(shm_name.c_str(), create, *ctx);
+    if (failure) {
         vask_object::post_named_sem(sem);
-        report(failure);
+        report(*failure);
         return false;
     }
     ctx->set_sem(sem);

@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include "bridge/lifecycle_support.h"
+#include "support/interpose.h"
 
 using namespace vask_test;
 
 namespace {
 
 const std::string wait_signature = "bool vask_app_bridge::vask_wait_child_exit(unsigned int)";
+
+bool is_reaped_while_watch_is_made = false;
 
 /** Nobody but the main loop and the bridge reaps children here, so what happens is certain. */
 class kernel_with_pidfd : public lifecycle_fixture {
@@ -26,12 +29,32 @@ protected:
 
 }  // namespace
 
+extern "C" guint g_child_watch_add(GPid pid, GChildWatchFunc function, gpointer data) {
+    const guint id = next_function<guint(GPid, GChildWatchFunc, gpointer)>("g_child_watch_add")(
+        pid, function, data);
+    if (is_reaped_while_watch_is_made) {
+        kill(pid, SIGKILL);
+        reap_secretly(pid);
+    }
+    return id;
+}
+
 TEST_F(kernel_with_pidfd, Leaves_SIGCHLD_alone) {
     recording_bridge bridge(true);
     spawn_probe(bridge, {"sleep"});
     struct sigaction action;
     sigaction(SIGCHLD, nullptr, &action);
     EXPECT_EQ(action.sa_handler, SIG_DFL);
+}
+
+TEST_F(kernel_with_pidfd, Tells_of_the_end_of_a_child_that_is_reaped_while_its_watch_is_made) {
+    recording_bridge bridge(true);
+    is_reaped_while_watch_is_made = true;
+    spawn_probe(bridge, {"sleep"});
+    is_reaped_while_watch_is_made = false;
+    ASSERT_TRUE(bridge.wait_for_ends(1));
+    EXPECT_THAT(bridge.ends, testing::ElementsAre(main_worker_crash));
+    EXPECT_EQ(bridge.get_child_pid(), -1);
 }
 
 TEST_F(kernel_with_pidfd, Lets_the_bridge_tell_how_long_it_has_waited) {

@@ -110,6 +110,8 @@ TEST_F(servant, survives_a_reply_that_is_not_utf8) {
                 ElementsAre(line("ERR", "vask_child",
                                  "Failed to reply to command 5: The text is not valid UTF-8")));
     expect_alive();
+    child.command_without_reply(SERVANT_QUIT, "3");
+    EXPECT_EQ(process.wait_for_end(), 3);
 }
 
 TEST_F(servant, survives_a_reply_that_is_too_long_for_the_bus) {

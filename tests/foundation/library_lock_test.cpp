@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <stdarg.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
 
@@ -9,6 +11,7 @@
 #include <utility>
 
 #include "foundation/library_lock_state.h"
+#include "support/call_fault.h"
 #include "support/interpose.h"
 
 using namespace vask_test;
@@ -24,6 +27,12 @@ constexpr int wait_really = -2;
 // Takes the place of a wait for the lock: 0 is success, an errno is a failure.
 std::function<int(sem_t*, const timespec&)> wait_for_lock;
 bool real_time_clock_fails = false;
+
+// The calls that can fail: fstat, on the lock, and sem_open when it may create.
+call_fault fault;
+
+// Runs once, between a look at the semaphore's file and opening the semaphore.
+std::function<void()> before_opening;
 
 bool operator<=(const timespec& a, const timespec& b) {
     return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec <= b.tv_nsec);
@@ -45,6 +54,7 @@ protected:
     ~library_lock_test() override {
         wait_for_lock = nullptr;
         real_time_clock_fails = false;
+        fault = call_fault();
     }
 
     // The results of the next waits; later ones are real.
@@ -74,6 +84,31 @@ extern "C" int sem_timedwait(sem_t* sem, const timespec* deadline) {
     }
     errno = result;
     return result == 0 ? 0 : -1;
+}
+
+extern "C" sem_t* sem_open(const char* name, int flags, ...) {
+    if ((flags & O_CREAT) == 0) {
+        if (const auto intrude = std::exchange(before_opening, nullptr)) {
+            intrude();
+        }
+        return next_function<sem_t*(const char*, int, ...)>("sem_open")(name, flags);
+    }
+    if (fault.fails("sem_open")) {
+        return SEM_FAILED;
+    }
+    va_list args;
+    va_start(args, flags);
+    const auto mode = va_arg(args, mode_t);
+    const auto value = va_arg(args, unsigned int);
+    va_end(args);
+    return next_function<sem_t*(const char*, int, ...)>("sem_open")(name, flags, mode, value);
+}
+
+extern "C" int fstat(int fd, struct stat* info) noexcept {
+    if (fault.fails_on("fstat", fd, library_lock::path)) {
+        return -1;
+    }
+    return next_function<int(int, struct stat*)>("fstat")(fd, info);
 }
 
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
@@ -358,6 +393,47 @@ TEST_F(library_lock_test, Is_not_taken_when_something_else_has_its_name) {
     EXPECT_FALSE(object.shm_lock());
     std::filesystem::remove(library_lock::path);
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Is_not_taken_when_it_cannot_be_made) {
+    fault = {"sem_open", ENOSPC};
+    EXPECT_FALSE(object.shm_lock());
+    EXPECT_EQ(object.shm_lock_sem, nullptr);
+    EXPECT_EQ(library_lock::value(), library_lock::missing);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Is_not_taken_when_its_file_cannot_be_measured) {
+    library_lock::create(1);
+    fault = {"fstat", EIO};
+    EXPECT_FALSE(object.shm_lock());
+    EXPECT_EQ(object.shm_lock_sem, nullptr);
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, That_is_replaced_while_it_is_opened_is_opened_anew) {
+    library_lock::create(0);
+    ino_t identity_of_new = 0;
+    before_opening = [&identity_of_new] {
+        library_lock::replace(1);
+        identity_of_new = library_lock::identity();
+    };
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_EQ(library_lock::identity(), identity_of_new);
+    EXPECT_EQ(library_lock::value(), 0);
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, That_disappears_while_it_is_opened_is_made_anew) {
+    library_lock::create(0);
+    before_opening = [] { sem_unlink(library_lock::name); };
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_EQ(library_lock::value(), 0);
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), 1);
 }
 
 TEST_F(library_lock_test, Of_another_user_is_not_taken) {

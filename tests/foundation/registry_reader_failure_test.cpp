@@ -80,6 +80,13 @@ TEST_F(registry_reader_failure, Leaves_nothing_mapped) {
     EXPECT_FALSE(bytes.is_mapped());
 }
 
+TEST_F(registry_reader_failure, Of_measuring_leaves_what_one_page_holds) {
+    registry_object("program").fill(300, my_pid);
+    registry_faults::now.failing_call = "fstat";
+    EXPECT_THAT(find(), SizeIs(255));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(registry_reader_failure, Of_growing_does_not_concern_a_registry_of_one_page) {
     registry_object("program").fill(255, my_pid);
     registry_faults::now.failing_call = "mremap";

@@ -128,6 +128,28 @@ TEST(client, An_interrupted_connection_is_waited_for) {
     EXPECT_EQ(peer.receive(1), "a");
 }
 
+TEST(client, An_interrupted_wait_for_an_interrupted_connection_goes_on) {
+    raw_socket listener = raw_socket::listening();
+    vask_client_socket client("127.0.0.1", VASK_SOCK_TCP, listener.port(), nullptr);
+    interrupted_connect interruption;
+    socket_fault fault("poll", EINTR, 3);
+    log_catcher log;
+    EXPECT_TRUE(client.start_connect());
+    EXPECT_EQ(fault.left(), 0);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(client, A_failed_wait_for_an_interrupted_connection_is_a_failed_connection) {
+    raw_socket listener = raw_socket::listening();
+    vask_client_socket client("127.0.0.1", VASK_SOCK_TCP, listener.port(), nullptr);
+    interrupted_connect interruption;
+    socket_fault fault("poll", ENOMEM);
+    log_catcher log;
+    EXPECT_FALSE(client.start_connect());
+    EXPECT_THAT(log.lines(),
+                ElementsAre(socket_line("ERR", client_name, failed("connect", ENOMEM))));
+}
+
 TEST(client, A_new_connection_gives_up_the_former_one) {
     connected pair;
     pair.read(1, 1);

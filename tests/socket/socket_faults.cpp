@@ -1,5 +1,6 @@
 #include "socket_faults.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -100,6 +101,12 @@ int connect(int fd, const sockaddr* address, socklen_t length) {
         return -1;
     }
     return result;
+}
+
+int poll(pollfd* descriptors, nfds_t count, int timeout_msec) {
+    return fails("poll")
+               ? -1
+               : next_function<int(pollfd*, nfds_t, int)>("poll")(descriptors, count, timeout_msec);
 }
 
 ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, sockaddr* address,

@@ -6,7 +6,7 @@
 namespace vask_test {
 
 /** While it lives, calls of one function on sockets fail: socket, setsockopt, bind, listen,
- *  accept4, connect, recvfrom. */
+ *  accept4, connect, recvfrom, poll. */
 class socket_fault {
 public:
     /** The first `times` calls fail with the error; the function is not carried out. */
