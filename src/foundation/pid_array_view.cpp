@@ -92,8 +92,8 @@ std::size_t pid_array_view::read_through_mapping(pid_array_snapshot& snapshot) {
                          {m_copy.data(), m_copy.size()},
                          {&snapshot.sequence_after, sizeof(snapshot.sequence_after)}};
     const std::size_t whole = sizeof(own) + m_copy.size() + sizeof(snapshot.sequence_after);
-    const pid_t self = vask_object::my_pid != 0 ? vask_object::my_pid : getpid();
-    const ssize_t copied = process_vm_readv(self, to, std::size(to), from, std::size(from), 0);
+    const ssize_t copied =
+        process_vm_readv(vask_object::my_pid, to, std::size(to), from, std::size(from), 0);
     const bool is_whole = copied == static_cast<ssize_t>(whole) && copy == own;
     return is_whole ? m_copy.size() : 0;
 }

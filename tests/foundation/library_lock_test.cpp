@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdarg.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -30,6 +31,8 @@ bool real_time_clock_fails = false;
 
 // The calls that can fail: fstat, on the lock, and sem_open when it may create.
 call_fault fault;
+
+int interrupted_file_locks = 0;
 
 // Runs once, between a look at the semaphore's file and opening the semaphore.
 std::function<void()> before_opening;
@@ -108,7 +111,16 @@ extern "C" int fstat(int fd, struct stat* info) noexcept {
     if (fault.fails_on("fstat", fd, library_lock::path)) {
         return -1;
     }
-    return next_function<int(int, struct stat*)>("fstat")(fd, info);
+    return next_file_function<int(int, struct stat*)>("fstat")(fd, info);
+}
+
+extern "C" int flock(int fd, int operation) noexcept {
+    if (operation == LOCK_EX && interrupted_file_locks > 0) {
+        --interrupted_file_locks;
+        errno = EINTR;
+        return -1;
+    }
+    return next_function<int(int, int)>("flock")(fd, operation);
 }
 
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
@@ -230,6 +242,17 @@ TEST_F(library_lock_test, Is_broken_after_the_time_out_and_made_anew) {
     EXPECT_EQ(library_lock::value(), 1);
     EXPECT_EQ(sem_trywait(abandoned), -1);
     sem_close(abandoned);
+}
+
+TEST_F(library_lock_test, Is_broken_although_signals_interrupt_the_file_lock) {
+    library_lock::create(0);
+    const ino_t identity = library_lock::identity();
+    script_waits({ETIMEDOUT});
+    interrupted_file_locks = 3;
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_EQ(interrupted_file_locks, 0);
+    EXPECT_NE(library_lock::identity(), identity);
+    EXPECT_THAT(log.lines(), ElementsAre(library_lock::forced("object")));
 }
 
 TEST_F(library_lock_test, Gets_a_new_deadline_for_every_attempt) {

@@ -100,6 +100,11 @@ int sem_wait(sem_t* sem) {
     if (now.fails("sem_wait")) {
         return -1;
     }
+    if (now.interrupted_waits > 0) {
+        --now.interrupted_waits;
+        errno = EINTR;
+        return -1;
+    }
     ++seen.sem_wait;
     return next_function<int(sem_t*)>("sem_wait")(sem);
 }

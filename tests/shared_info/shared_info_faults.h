@@ -12,6 +12,7 @@ namespace shared_info_faults {
 // sem_wait, sem_post, allocation.
 struct plan : vask_test::call_fault {
     int interrupted_fallocations = 0;
+    int interrupted_waits = 0;
 
     // Runs before the semaphore is given back.
     std::function<void()> before_post;

@@ -203,6 +203,16 @@ TEST_F(shared_record_failure, To_be_filled_in_is_never_seen) {
     EXPECT_EQ(seen.sem_post, 1);
 }
 
+TEST_F(shared_record_failure, Is_none_when_signals_interrupt_the_wait_for_the_semaphore) {
+    ASSERT_TRUE(info.set_monitor_rotation(VASK_MONITOR_ROTATION_1));
+    for (const int interruptions : {1, 3}) {
+        now.interrupted_waits = interruptions;
+        EXPECT_EQ(info.get_monitor_rotation(), VASK_MONITOR_ROTATION_1);
+        EXPECT_EQ(now.interrupted_waits, 0);
+    }
+    EXPECT_THAT(log.lines(), testing::IsEmpty());
+}
+
 TEST_F(shared_record_failure, Is_none_when_the_semaphore_is_taken_and_given_back_once_per_access) {
     info.map_shared_info(true);
     const auto expect_pairs = [](int pairs) {

@@ -104,6 +104,16 @@ TEST(client, Of_TCP_does_not_connect_to_the_broadcast_address) {
                 ElementsAre(socket_line("ERR", client_name, failed("connect", ENETUNREACH))));
 }
 
+TEST(client, Without_an_address_does_not_connect) {
+    for (const char* address : {static_cast<const char*>(nullptr), "", "nowhere"}) {
+        vask_client_socket client(address, VASK_SOCK_TCP, 1, nullptr);
+        log_catcher log;
+        EXPECT_FALSE(client.start_connect());
+        EXPECT_THAT(log.lines(),
+                    ElementsAre(socket_line("ERR", client_name, failed("connect", ENETUNREACH))));
+    }
+}
+
 TEST(client, An_unknown_encoding_is_refused) {
     raw_socket listener = raw_socket::listening();
     open_socket<vask_client_socket> client("127.0.0.1", VASK_SOCK_TCP, listener.port(),

@@ -67,6 +67,15 @@ TEST(socket_copy, Has_no_request_and_no_handler) {
     EXPECT_EQ(copy.get_saved_data(), nullptr);
 }
 
+TEST(socket_copy, Of_a_socket_without_a_peer_has_none_either) {
+    vask_socket original(VASK_SOCK_UDP, 4711, nullptr);
+    copied copy(original);
+    EXPECT_EQ(copy.m_port, 4711);
+    EXPECT_EQ(copy.m_proto, VASK_SOCK_UDP);
+    EXPECT_EQ(copy.peer_sock, 0);
+    EXPECT_EQ(copy.peer_ch, nullptr);
+}
+
 TEST(socket_copy, Leaves_the_request_of_the_original_alone) {
     connected pair;
     pair.read(1, 1);

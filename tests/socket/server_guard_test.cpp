@@ -363,6 +363,16 @@ TEST(server_guard, A_full_descriptor_table_does_not_keep_the_loop_busy) {
     EXPECT_THAT(service.owner.sockets, Each(testing::IsNull()));
 }
 
+TEST(server_guard, A_want_of_memory_does_not_keep_the_loop_busy_either) {
+    served service;
+    rehearse_a_failure(service);
+    raw_socket client = raw_socket::connected_to(service.server.port());
+    log_catcher log;
+    socket_fault fault("accept4", ENOMEM, 1000);
+    EXPECT_LE(dispatches_within(450), 11);
+    EXPECT_THAT(log.lines(), Contains(socket_line("ERR", server_name, failed_accept(ENOMEM))));
+}
+
 TEST(server_guard, A_connection_that_had_no_descriptor_is_accepted_when_there_is_one) {
     served service;
     rehearse_a_failure(service);

@@ -382,6 +382,23 @@ TEST(udp_refusal, Lets_the_request_run_on_to_data) {
     EXPECT_EQ(sender.owner.received, "now");
 }
 
+TEST(udp_refusal, That_data_waits_beside_is_taken_with_them) {
+    refused sender;
+    sender.provoke();
+    open_server late(VASK_SOCK_UDP, ntohs(static_cast<uint16_t>(sender.client.get_peer_port())));
+    ASSERT_TRUE(late.start_service());
+    const raw_socket peer(dup(late.peer_sock));
+    peer.send_to(raw_socket::port_of(sender.client.peer_sock), "now");
+    ASSERT_TRUE(sender.client.set_read_request(sender.owner.handler(), 100, 1, 0));
+    debug_messages level;
+    log_catcher log;
+    EXPECT_EQ(dispatches_within(100), 2);
+    EXPECT_EQ(sender.owner.received, "now");
+    EXPECT_THAT(log.lines(), ElementsAre(socket_line("DBG", client_name,
+                                                     "An earlier datagram has failed: " +
+                                                         std::to_string(ECONNREFUSED))));
+}
+
 TEST(udp_refusal, That_nobody_has_taken_fails_the_next_write) {
     refused sender;
     sender.provoke();
