@@ -40,6 +40,11 @@ protected:
         EXPECT_TRUE(reply.ok) << reply.error_name;
         EXPECT_EQ(reply.text, "still there");
     }
+
+    void expect_orderly_end() {
+        child.command_without_reply(SERVANT_QUIT, "3");
+        EXPECT_EQ(process.wait_for_end(), 3);
+    }
 };
 
 class plain_child : public running_child {
@@ -84,6 +89,7 @@ TEST_F(servant, answers_with_an_error_when_its_handler_fails) {
     EXPECT_THAT(reply.error_name, StartsWith("org.freedesktop.DBus."));
     EXPECT_NE(reply.text, servant_literal);
     expect_alive();
+    expect_orderly_end();
 }
 
 TEST_F(servant, answers_an_unknown_command_with_an_error) {
@@ -110,8 +116,7 @@ TEST_F(servant, survives_a_reply_that_is_not_utf8) {
                 ElementsAre(line("ERR", "vask_child",
                                  "Failed to reply to command 5: The text is not valid UTF-8")));
     expect_alive();
-    child.command_without_reply(SERVANT_QUIT, "3");
-    EXPECT_EQ(process.wait_for_end(), 3);
+    expect_orderly_end();
 }
 
 TEST_F(servant, survives_a_reply_that_is_too_long_for_the_bus) {

@@ -52,6 +52,17 @@ TEST(encoding, UTF_8_is_written_at_once_as_well) {
     EXPECT_EQ(pair.peer.receive(6), umlauts_utf8);
 }
 
+TEST(encoding, A_request_of_size_0_completes_when_data_comes_and_takes_none) {
+    connected pair("ISO-8859-1");
+    pair.read(0, 0);
+    pair.peer.send(umlauts_latin1);
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    EXPECT_EQ(pair.owner.status, 1);
+    pair.read(6, 6);
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    EXPECT_EQ(pair.owner.received, umlauts_utf8);
+}
+
 TEST(encoding, What_is_read_is_decoded) {
     connected pair("ISO-8859-1");
     pair.read(6, 6);

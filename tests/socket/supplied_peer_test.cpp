@@ -86,6 +86,18 @@ TEST(supplied_descriptor, In_place_of_another_leaves_the_former_connection_to_th
     EXPECT_EQ(former.peer().receive(4), "more");
 }
 
+TEST(supplied_descriptor, That_is_taken_back_stays_with_the_copy) {
+    connection only;
+    {
+        auto socket = std::make_unique<supplied>(only.take_descriptor());
+        vask_socket copy(*socket);
+        socket->peer_sock = 0;
+        socket.reset();
+        EXPECT_EQ(received(copy, only.peer(), "ping"), "ping");
+    }
+    EXPECT_TRUE(only.is_closed());
+}
+
 TEST(supplied_channel, Is_read_from_and_closed_and_released) {
     connection only;
     supplied socket(only.take_descriptor());
