@@ -299,6 +299,21 @@ TEST_F(library_lock_test, That_somebody_else_has_broken_and_made_anew_is_not_bro
     EXPECT_EQ(library_lock::value(), 1);
 }
 
+TEST_F(library_lock_test, That_is_removed_during_the_wait_is_made_anew) {
+    library_lock::create(1);
+    int waits = 0;
+    wait_for_lock = [&waits](sem_t*, const timespec&) {
+        if (++waits == 1) {
+            sem_unlink(library_lock::name);
+        }
+        return wait_really;
+    };
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_EQ(waits, 2);
+    EXPECT_EQ(library_lock::value(), 0);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(library_lock_test, That_is_broken_lets_nobody_in_when_it_is_posted_late) {
     library_lock::create(0);
     sem_t* const broken = sem_open(library_lock::name, 0);
