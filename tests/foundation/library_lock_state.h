@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <semaphore.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,9 +29,17 @@ public:
             for (const char* prefix : {"sem.vask_", "sem.test_", "vask_proc_pid_"})
                 if (name.rfind(prefix, 0) == 0)
                     own.push_back(entry.path());
+            if (is_unfinished_semaphore(name))
+                own.push_back(entry.path());
         }
         for (const std::filesystem::path& path : own)
             std::filesystem::remove_all(path);
+    }
+
+private:
+    // The C library makes one under a random name first, and leaves it when its maker is killed.
+    static bool is_unfinished_semaphore(const std::string& name) {
+        return name.rfind("sem.", 0) == 0 && name.size() == strlen("sem.XXXXXX");
     }
 };
 
