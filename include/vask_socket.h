@@ -393,7 +393,7 @@ class VASK_EXPORT vask_client_socket : public vask_socket {
 public:
     /**
      * @param addr      the peer's address in dotted form; copied. An invalid one, or null, counts
-     * as 255.255.255.255, without its right to broadcast
+     *                  as 255.255.255.255, without its right to broadcast
      * @param proto     TCP or UDP
      * @param port      the peer's port, in host byte order
      * @param encoding  see vask_socket::vask_socket()
