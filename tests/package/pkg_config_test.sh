@@ -14,6 +14,11 @@ export PKG_CONFIG_PATH
     echo "vask.pc points to $(pkg-config --variable=libdir vask), but is installed in $libdir"
     exit 1
 }
+needless=$(pkg-config --print-requires-private vask)
+[ -z "$needless" ] || {
+    echo "Programs only link the shared library, but have to have what pkg-config finds of: $needless"
+    exit 1
+}
 rm -rf "$directory"
 mkdir -p "$directory"
 # shellcheck disable=SC2046
