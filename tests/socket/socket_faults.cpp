@@ -11,11 +11,12 @@ namespace vask_test {
 
 namespace {
 
-std::string failing_function;
-int error_of_failure = 0;
-int failures_left = 0;
+// Of the thread that asked for them: GLib's own thread calls poll() when it likes.
+thread_local std::string failing_function;
+thread_local int error_of_failure = 0;
+thread_local int failures_left = 0;
 
-bool connect_is_interrupted = false;
+thread_local bool connect_is_interrupted = false;
 
 bool fails(const char* function) {
     if (failures_left == 0 || failing_function != function) {

@@ -5,8 +5,8 @@
 
 namespace vask_test {
 
-/** While it lives, calls of one function on sockets fail: socket, setsockopt, bind, listen,
- *  accept4, connect, recvfrom, poll. */
+/** While it lives, this thread's calls of one function on sockets fail: socket, setsockopt, bind,
+ *  listen, accept4, connect, recvfrom, poll. */
 class socket_fault {
 public:
     /** The first `times` calls fail with the error; the function is not carried out. */
@@ -19,7 +19,8 @@ public:
     int left() const;
 };
 
-/** While it lives, the first connect() goes on by itself and reports that it was interrupted. */
+/** While it lives, this thread's first connect() goes on by itself and reports that it was
+ *  interrupted. */
 class interrupted_connect {
 public:
     interrupted_connect();
