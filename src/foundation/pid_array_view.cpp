@@ -56,7 +56,7 @@ bool pid_array_view::grow(const pid_array_snapshot& snapshot) {
 
 pid_array_snapshot pid_array_view::read() {
     pid_array_snapshot snapshot;
-    m_copy.resize(m_mapping.size());
+    make_room();
     std::size_t length = read_through_mapping(snapshot);
     if (length == 0) {
         length = read_through_file(snapshot);
@@ -65,18 +65,32 @@ pid_array_snapshot pid_array_view::read() {
         return snapshot;
     }
 
-    std::int32_t count = 0;
-    memcpy(&snapshot.sequence, &m_copy[offsetof(pid_array, sequence)], sizeof(snapshot.sequence));
-    memcpy(&count, &m_copy[offsetof(pid_array, count)], sizeof(count));
-    const std::size_t wanted = std::min(static_cast<std::size_t>(std::max(count, 0)), most_entries);
+    snapshot.sequence = load<std::uint32_t>(offsetof(pid_array, sequence));
+    const auto count = std::max(load<std::int32_t>(offsetof(pid_array, count)), 0);
+    const std::size_t wanted = std::min(static_cast<std::size_t>(count), most_entries);
     snapshot.wanted_size = entries_offset + wanted * sizeof(pid_array_entry);
     const std::size_t present = (length - entries_offset) / sizeof(pid_array_entry);
-    snapshot.entries.resize(std::min(wanted, present));
-    if (!snapshot.entries.empty()) {
-        memcpy(snapshot.entries.data(), &m_copy[entries_offset],
-               snapshot.entries.size() * sizeof(pid_array_entry));
-    }
+    snapshot.entry_count = std::min(wanted, present);
     return snapshot;
+}
+
+pid_array_entry pid_array_view::entry(std::size_t index) const {
+    return load<pid_array_entry>(entries_offset + index * sizeof(pid_array_entry));
+}
+
+void pid_array_view::make_room() {
+    m_copy = m_first_page.data();
+    if (m_mapping.size() > m_first_page.size()) {
+        m_more_pages.resize(m_mapping.size());
+        m_copy = m_more_pages.data();
+    }
+}
+
+template <typename Value>
+Value pid_array_view::load(std::size_t offset) const {
+    Value value;
+    memcpy(&value, m_copy + offset, sizeof(value));
+    return value;
 }
 
 // The whole view and then the sequence again, in one system call. 0 when that is not possible: the
@@ -89,17 +103,17 @@ std::size_t pid_array_view::read_through_mapping(pid_array_snapshot& snapshot) {
                            {m_mapping.address(), m_mapping.size()},
                            {m_mapping.address(), sizeof(snapshot.sequence_after)}};
     struct iovec to[] = {{&copy, sizeof(copy)},
-                         {m_copy.data(), m_copy.size()},
+                         {m_copy, m_mapping.size()},
                          {&snapshot.sequence_after, sizeof(snapshot.sequence_after)}};
-    const std::size_t whole = sizeof(own) + m_copy.size() + sizeof(snapshot.sequence_after);
+    const std::size_t whole = sizeof(own) + m_mapping.size() + sizeof(snapshot.sequence_after);
     const ssize_t copied =
         process_vm_readv(vask_object::my_pid, to, std::size(to), from, std::size(from), 0);
     const bool is_whole = copied == static_cast<ssize_t>(whole) && copy == own;
-    return is_whole ? m_copy.size() : 0;
+    return is_whole ? m_mapping.size() : 0;
 }
 
 std::size_t pid_array_view::read_through_file(pid_array_snapshot& snapshot) {
-    const ssize_t length = pread(m_fd, m_copy.data(), m_copy.size(), 0);
+    const ssize_t length = pread(m_fd, m_copy, m_mapping.size(), 0);
     if (length < static_cast<ssize_t>(entries_offset) ||
         pread(m_fd, &snapshot.sequence_after, sizeof(snapshot.sequence_after), 0) !=
             static_cast<ssize_t>(sizeof(snapshot.sequence_after))) {

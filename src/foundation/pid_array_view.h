@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -17,8 +18,8 @@ constexpr std::size_t most_entries = std::size_t{1} << 22;
 struct pid_array_snapshot {
     std::uint32_t sequence = 0;
     std::uint32_t sequence_after = 0;  // read after everything else
-    std::vector<pid_array_entry> entries;
-    std::size_t wanted_size = 0;  // of a view that holds all entries the object claims to have
+    std::size_t entry_count = 0;       // of those that the view shows
+    std::size_t wanted_size = 0;       // of a view that holds all entries the object claims to have
 
     bool is_stable() const { return sequence % 2 == 0 && sequence_after == sequence; }
 };
@@ -42,14 +43,25 @@ public:
 
     pid_array_snapshot read();
 
+    // What was read last, by an index below its entry_count.
+    pid_array_entry entry(std::size_t index) const;
+
 private:
+    void make_room();
+    template <typename Value>
+    Value load(std::size_t offset) const;
     std::size_t reachable_size(const pid_array_snapshot& snapshot) const;
     std::size_t read_through_mapping(pid_array_snapshot& snapshot);
     std::size_t read_through_file(pid_array_snapshot& snapshot);
 
     const int m_fd;
     shared_mapping m_mapping;
-    std::vector<unsigned char> m_copy;
+
+    // A registry seldom has more than a page. Allocating that much for each lookup makes malloc()
+    // merge and split what it keeps for small blocks, such as the nodes of the caller's map.
+    std::array<unsigned char, 4096> m_first_page;
+    std::vector<unsigned char> m_more_pages;
+    unsigned char* m_copy = nullptr;
 };
 
 #endif

@@ -249,7 +249,8 @@ std::map<unsigned long, int> vask_object::find_stored_pid_from_shm(const char* n
                        "0.\n");
             }
         }
-        for (const pid_array_entry& entry : snapshot.entries) {
+        for (std::size_t i = 0; i < snapshot.entry_count; ++i) {
+            const pid_array_entry entry = view.entry(i);
             if (is_expressible(entry.key) && entry.pid > 0 && kill(entry.pid, 0) == 0) {
                 found.insert_or_assign(found.end(), static_cast<unsigned long>(entry.key),
                                        static_cast<int>(entry.pid));
