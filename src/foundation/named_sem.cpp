@@ -4,8 +4,14 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <utility>
 
 namespace {
+
+constexpr int file_lock_attempts = 100;
+constexpr useconds_t file_lock_pause_usec = 10000;
 
 bool has_right_size(const struct stat& file) {
     return file.st_size == static_cast<off_t>(sizeof(sem_t));
@@ -65,8 +71,8 @@ sem_t* tracked_named_sem::release() {
 
 bool tracked_named_sem::open_existing() {
     // The file comes first and stays open, so its identity cannot be reused: if the name leads to
-    // it after the semaphore was opened as well, both are the same.
-    m_file = unique_fd(open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    // it after the semaphore was opened as well, both are the same. A pipe is not waited for.
+    m_file = unique_fd(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
     if (!m_file) {
         return false;
     }
@@ -98,9 +104,12 @@ bool tracked_named_sem::is_current() const {
            is_same_file(opened, named);
 }
 
-void tracked_named_sem::remove_name() const {
-    // The file lock makes test and removal one step among all who break this very semaphore.
-    while (flock(m_file.get(), LOCK_EX) != 0 && errno == EINTR) {
+void tracked_named_sem::close_and_remove() {
+    sem_close(std::exchange(m_handle, nullptr));
+    // The file lock makes test and removal one step among all who break this very semaphore. But
+    // whoever may read the file can lock it and keep it locked, so nobody waits for it long.
+    for (int i = 0; i < file_lock_attempts && flock(m_file.get(), LOCK_EX | LOCK_NB) != 0; ++i) {
+        usleep(file_lock_pause_usec);
     }
     if (is_current()) {
         sem_unlink(m_name);

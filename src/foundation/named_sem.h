@@ -36,9 +36,10 @@ public:
     // Whether the name still leads to this semaphore.
     bool is_current() const;
 
-    // Removes the name unless it leads to another semaphore by now. Of several processes that do
-    // this for the same semaphore exactly one removes it.
-    void remove_name() const;
+    // Closes the handle, and removes the name unless it leads to another semaphore by now. Of
+    // several processes that do this for the same semaphore exactly one removes it, unless a
+    // stranger keeps the file locked: then they go on without that certainty after a second.
+    void close_and_remove();
 
 private:
     bool open_existing();

@@ -123,7 +123,7 @@ bool vask_object::shm_lock() {
                 vask_p(VASK_P_WARN,
                        "Possibly, the lock-owner was unexpectedly dead. Force unlock the "
                        "semaphore.\n");
-                sem.remove_name();
+                sem.close_and_remove();
                 continue;
             case lock_result::failed:
                 return false;

@@ -32,7 +32,10 @@ bool real_time_clock_fails = false;
 // The calls that can fail: fstat, on the lock, and sem_open when it may create.
 call_fault fault;
 
-int interrupted_file_locks = 0;
+int refused_file_locks = 0;
+
+// Runs before a semaphore's name is removed.
+std::function<void()> before_unlinking;
 
 // Runs once, between a look at the semaphore's file and opening the semaphore.
 std::function<void()> before_opening;
@@ -107,6 +110,13 @@ extern "C" sem_t* sem_open(const char* name, int flags, ...) {
     return next_function<sem_t*(const char*, int, ...)>("sem_open")(name, flags, mode, value);
 }
 
+extern "C" int sem_unlink(const char* name) noexcept {
+    if (before_unlinking) {
+        before_unlinking();
+    }
+    return next_function<int(const char*)>("sem_unlink")(name);
+}
+
 extern "C" int fstat(int fd, struct stat* info) noexcept {
     if (fault.fails_on("fstat", fd, library_lock::path)) {
         return -1;
@@ -115,9 +125,9 @@ extern "C" int fstat(int fd, struct stat* info) noexcept {
 }
 
 extern "C" int flock(int fd, int operation) noexcept {
-    if (operation == LOCK_EX && interrupted_file_locks > 0) {
-        --interrupted_file_locks;
-        errno = EINTR;
+    if ((operation & LOCK_EX) != 0 && refused_file_locks > 0) {
+        --refused_file_locks;
+        errno = EWOULDBLOCK;
         return -1;
     }
     return next_function<int(int, int)>("flock")(fd, operation);
@@ -244,13 +254,25 @@ TEST_F(library_lock_test, Is_broken_after_the_time_out_and_made_anew) {
     sem_close(abandoned);
 }
 
-TEST_F(library_lock_test, Is_broken_although_signals_interrupt_the_file_lock) {
+TEST_F(library_lock_test, Is_broken_when_the_file_lock_becomes_free) {
     library_lock::create(0);
     const ino_t identity = library_lock::identity();
     script_waits({ETIMEDOUT});
-    interrupted_file_locks = 3;
+    refused_file_locks = 3;
     EXPECT_TRUE(object.shm_lock());
-    EXPECT_EQ(interrupted_file_locks, 0);
+    EXPECT_EQ(refused_file_locks, 0);
+    EXPECT_NE(library_lock::identity(), identity);
+    EXPECT_THAT(log.lines(), ElementsAre(library_lock::forced("object")));
+}
+
+TEST_F(library_lock_test, Is_broken_although_a_stranger_keeps_the_file_locked) {
+    library_lock::create(0);
+    const ino_t identity = library_lock::identity();
+    const int stranger = open(library_lock::path, O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(stranger, LOCK_EX), 0);
+    script_waits({ETIMEDOUT});
+    EXPECT_TRUE(object.shm_lock());
+    close(stranger);
     EXPECT_NE(library_lock::identity(), identity);
     EXPECT_THAT(log.lines(), ElementsAre(library_lock::forced("object")));
 }
@@ -381,7 +403,11 @@ TEST_F(library_lock_test, Is_open_no_longer_than_it_is_held) {
 TEST_F(library_lock_test, Is_closed_before_it_is_broken) {
     library_lock::create(0);
     script_waits({ETIMEDOUT, ETIMEDOUT});
+    int open_when_broken = 0;
+    before_unlinking = [&open_when_broken] { open_when_broken += library_lock::is_open(); };
     ASSERT_TRUE(object.shm_lock());
+    before_unlinking = nullptr;
+    EXPECT_EQ(open_when_broken, 0);
     object.shm_unlock();
     EXPECT_FALSE(library_lock::is_open());
 }
@@ -428,6 +454,9 @@ TEST_F(library_lock_test, Is_not_taken_when_something_else_has_its_name) {
     EXPECT_FALSE(object.shm_lock());
     std::filesystem::remove(library_lock::path);
     std::filesystem::create_symlink("/dev/zero", library_lock::path);
+    EXPECT_FALSE(object.shm_lock());
+    std::filesystem::remove(library_lock::path);
+    ASSERT_EQ(mkfifo(library_lock::path, 0644), 0);
     EXPECT_FALSE(object.shm_lock());
     std::filesystem::remove(library_lock::path);
     EXPECT_THAT(log.lines(), IsEmpty());
