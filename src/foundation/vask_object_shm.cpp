@@ -41,6 +41,17 @@ bool is_expressible(std::uint64_t key) {
     return key <= ULONG_MAX;
 }
 
+// Adds what a view has read last, without the ended processes.
+void add_living(const pid_array_view& view, std::size_t count,
+                std::map<unsigned long, int>& found) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const pid_array_entry entry = view.entry(i);
+        if (is_expressible(entry.key) && entry.pid > 0 && kill(entry.pid, 0) == 0) {
+            found.insert_or_assign(found.end(), static_cast<unsigned long>(entry.key), entry.pid);
+        }
+    }
+}
+
 class lock_holder {
 public:
     explicit lock_holder(vask_object& object) : m_object(object), m_holds(object.shm_lock()) {}
@@ -212,7 +223,8 @@ std::map<unsigned long, int> vask_object::find_stored_pid_from_shm(const std::st
 
 std::map<unsigned long, int> vask_object::find_stored_pid_from_shm(const char* name) const {
     std::map<unsigned long, int> found;
-    const unique_fd object(shm_open(make_stored_pid_name(name).c_str(), O_RDONLY, 0));
+    // A pipe of that name would keep an open() waiting; so it is one that cannot be mapped.
+    const unique_fd object(shm_open(make_stored_pid_name(name).c_str(), O_RDONLY | O_NONBLOCK, 0));
     if (!object) {
         vask_p(VASK_P_DBG, "Failed to call shm_open @ find_stored_pid_from_shm\n");
         return found;
@@ -227,35 +239,39 @@ std::map<unsigned long, int> vask_object::find_stored_pid_from_shm(const char* n
         return found;
     }
 
+    bool has_grown = false;
     for (;;) {
         const pid_array_snapshot snapshot = view.read();
         const bool grows = view.can_grow(snapshot);
+        bool is_late = false;
         if (grows || !snapshot.is_stable()) {
             const double now = vask_gettime(VASK_TIME_SEC);
             if (now < 0) {
                 return found;
             }
-            if (now <= start + reader_patience_sec) {
-                if (grows && !view.grow(snapshot)) {
-                    vask_p(VASK_P_ERR, "Failed to call mremap @ find_stored_pid_from_shm\n");
-                    return found;
-                }
+            is_late = now > start + reader_patience_sec;
+        }
+        // Once in any case: a process that was stopped meanwhile still sees the whole record.
+        if (grows && !(is_late && has_grown)) {
+            if (!view.grow(snapshot)) {
+                vask_p(VASK_P_ERR, "Failed to call mremap @ find_stored_pid_from_shm\n");
+                return found;
+            }
+            has_grown = true;
+            continue;
+        }
+        if (snapshot.sequence % 2 != 0) {
+            if (!is_late) {
                 continue;
             }
             // Whatever the record holds now is all there will be.
-            if (snapshot.sequence % 2 != 0) {
-                vask_p(VASK_P_WARN,
-                       "Possibly, the lock-owner was unexpectedly dead. Reset array->sequence to "
-                       "0.\n");
-            }
+            vask_p(VASK_P_WARN,
+                   "Possibly, the lock-owner was unexpectedly dead. Reset array->sequence to 0.\n");
         }
-        for (std::size_t i = 0; i < snapshot.entry_count; ++i) {
-            const pid_array_entry entry = view.entry(i);
-            if (is_expressible(entry.key) && entry.pid > 0 && kill(entry.pid, 0) == 0) {
-                found.insert_or_assign(found.end(), static_cast<unsigned long>(entry.key),
-                                       static_cast<int>(entry.pid));
-            }
+        add_living(view, snapshot.entry_count, found);
+        // What an interrupted pass has found stays: it was registered at some time of the lookup.
+        if (snapshot.is_stable() || is_late) {
+            return found;
         }
-        return found;
     }
 }

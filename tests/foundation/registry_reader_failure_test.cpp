@@ -222,6 +222,41 @@ TEST_F(registry_reader_failure, Is_none_when_the_registry_grows_beyond_the_view_
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+TEST_F(registry_reader_failure, Keeps_what_an_interrupted_pass_has_found) {
+    registry_object bytes("program");
+    bytes.append(my_pid, 5);
+    bytes.set_sequence(2);
+    registry_faults::now.sequence_is_restless = true;
+    registry_faults::now.after_copy = [&] {
+        registry_faults::now.sequence_is_restless = false;
+        bytes.set_entry(0, my_pid, 7);
+        bytes.set_sequence(4);
+    };
+    EXPECT_THAT(find(), ElementsAre(Pair(5, my_pid), Pair(7, my_pid)));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(registry_reader_failure, Returns_what_was_found_before_it) {
+    registry_object bytes("program");
+    bytes.fill(255, my_pid);
+    bytes.set_sequence(2);
+    registry_faults::now.sequence_is_restless = true;
+    registry_faults::now.after_copy = [&] {
+        bytes.fill(300, my_pid);
+        registry_faults::now.failing_call = "mremap";
+    };
+    EXPECT_THAT(find(), SizeIs(255));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(error("looker", "Failed to call mremap @ find_stored_pid_from_shm")));
+}
+
+TEST_F(registry_reader_failure, Is_none_when_the_process_was_stopped_beyond_its_patience) {
+    registry_object("program").fill(300, my_pid);
+    registry_faults::now.clock_step_sec = 6;
+    EXPECT_THAT(find(), SizeIs(300));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(registry_reader_failure, Of_an_object_to_stop_growing_ends_the_growth_of_the_view) {
     registry_object bytes("program");
     bytes.fill(300, my_pid);

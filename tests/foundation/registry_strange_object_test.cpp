@@ -144,6 +144,17 @@ TEST_F(registry_strange_object, That_is_no_file_is_refused) {
     EXPECT_EQ(library_lock::value(), 1);
 }
 
+TEST_F(registry_strange_object, That_is_a_pipe_is_refused_at_once) {
+    ASSERT_EQ(unlink(bytes.path().c_str()), 0);
+    ASSERT_EQ(mkfifo(bytes.path().c_str(), 0644), 0);
+    EXPECT_THAT(find(), IsEmpty());
+    EXPECT_FALSE(object.store_pid_to_shm(1));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(error("looker", "Failed to call mmap @ find_stored_pid_from_shm"),
+                            error("program", "Failed to call mmap @ store_pid_to_shm")));
+    EXPECT_EQ(library_lock::value(), 1);
+}
+
 TEST_F(registry_strange_object, That_shrinks_after_it_was_mapped_is_read_as_it_is_then) {
     bytes.fill(255, my_pid);
     bytes.set_sequence(1);
