@@ -5,7 +5,10 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "foundation/glib_handles.h"
 #include "vask_object.h"
@@ -27,15 +30,27 @@ bool is_directory(const char* path) {
     return g_file_test(path, G_FILE_TEST_IS_DIR);
 }
 
-// The directory that has to exist before this one can be made; empty for the root, which exists,
-// and for a bare relative name, which lies in the current directory. Trailing slashes do not make
-// a directory of their own.
-std::string parent_to_make(std::string path) {
-    while (path.size() > 1 && path.back() == '/') {
-        path.pop_back();
+// Length of the part that names the directory above; 0 for the root, which exists, and for a bare
+// relative name, which lies in the current directory. Trailing slashes do not make a directory of
+// their own.
+size_t parent_length(const std::string& path) {
+    const size_t last = path.find_last_not_of('/');
+    const size_t slash = last == std::string::npos ? last : path.rfind('/', last);
+    return slash == std::string::npos ? 0 : slash;
+}
+
+bool make_one_dir(const char* signature, const std::string& path) {
+    if (mkdir(path.c_str(), 0755) == 0) {
+        return true;
     }
-    const std::string parent = vask_object::get_dir_name(path.c_str());
-    return parent == path ? std::string() : parent;
+    const int error = errno;
+    // Another process may have made it meanwhile, which is as good.
+    if (error == EEXIST && is_directory(path.c_str())) {
+        return true;
+    }
+    vask_object::vask_p("vask_object", VASK_P_ERR, "%s: Failed to call mkdir(): %s: %d\n",
+                        signature, path.c_str(), error);
+    return false;
 }
 
 }  // namespace
@@ -87,24 +102,17 @@ bool vask_object::make_dir_if_necessary(const char* path, bool must_be_absolute)
                path);
         return false;
     }
-    if (is_directory(path)) {
-        return true;
-    }
-    const std::string parent = parent_to_make(path);
-    if (!parent.empty() && !make_dir_if_necessary(parent.c_str(), false)) {
-        return false;
-    }
-    if (mkdir(path, 0755) != 0) {
-        const int error = errno;
-        // Another process may have made it meanwhile, which is as good.
-        if (error == EEXIST && is_directory(path)) {
-            return true;
+    // Not by recursion: whoever wrote the path would decide how much stack it takes.
+    std::vector<size_t> missing;  // their lengths, the deepest first
+    for (std::string dir = path; !is_directory(dir.c_str()); dir.resize(parent_length(dir))) {
+        missing.push_back(dir.size());
+        if (parent_length(dir) == 0) {
+            break;
         }
-        vask_p("vask_object", VASK_P_ERR, "%s: Failed to call mkdir(): %s: %d\n", signature, path,
-               error);
-        return false;
     }
-    return true;
+    return std::all_of(missing.rbegin(), missing.rend(), [&](size_t length) {
+        return make_one_dir(signature, std::string(path, length));
+    });
 }
 
 bool vask_object::delete_dir(const char* path) {

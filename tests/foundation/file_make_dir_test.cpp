@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <climits>
 #include <filesystem>
 #include <functional>
 
@@ -194,6 +195,19 @@ TEST_F(make_dir_if_necessary, Keeps_what_it_has_made_when_it_fails) {
     EXPECT_FALSE(make(scratch / "a/b/c"));
     EXPECT_TRUE(std::filesystem::is_directory(scratch / "a"));
     EXPECT_THAT(log.lines(), ElementsAre(failed(scratch / "a/b", ENOSPC)));
+}
+
+TEST_F(make_dir_if_necessary, Fails_for_a_path_that_is_too_long_however_deep_it_is) {
+    const std::string shallow = scratch / "a/b";
+    std::string path = shallow;
+    while (path.size() < 200000) {
+        path += "/c";
+    }
+    EXPECT_FALSE(make(path));
+    EXPECT_TRUE(std::filesystem::is_directory(shallow));
+    const std::string first_refused =
+        path.substr(0, shallow.size() + (PATH_MAX - shallow.size() + 1) / 2 * 2);
+    EXPECT_THAT(log.lines(), ElementsAre(failed(first_refused, ENAMETOOLONG)));
 }
 
 TEST_F(make_dir_if_necessary, Fails_without_permission) {
