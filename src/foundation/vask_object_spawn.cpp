@@ -23,6 +23,9 @@ constexpr int lowest_nice = -20;
 constexpr int idle_priority = 1000;
 constexpr int unknown_priority = 2000;
 
+// Neither an exit, nor a signal, nor a stop.
+constexpr int unknown_status = -1;
+
 struct dir_closer {
     void operator()(DIR* directory) const { closedir(directory); }
 };
@@ -111,6 +114,14 @@ bool start_shutdown(const char* option, const char* signature) {
     return false;
 }
 
+// Whether the kernel keeps the status of an ended child. Where it does not, GLib complains and
+// makes one up.
+bool ended_children_wait() {
+    struct sigaction action;
+    return sigaction(SIGCHLD, nullptr, &action) == 0 && action.sa_handler != SIG_IGN &&
+           (action.sa_flags & SA_NOCLDWAIT) == 0;
+}
+
 }  // namespace
 
 bool vask_object::spawn_async(const strlist* argv, const strlist* envs, int* pid,
@@ -156,11 +167,16 @@ bool vask_object::spawn_sync(const strlist* argv, const strlist* envs, int* stat
 
     gchar* captured_output = nullptr;
     gchar* captured_error = nullptr;
+    int known_status = unknown_status;
     GError* error = nullptr;
     if (!g_spawn_sync(working_directory, arg_array.data(), env_array.data(), G_SPAWN_SEARCH_PATH,
                       nullptr, nullptr, standard_output != nullptr ? &captured_output : nullptr,
-                      standard_error != nullptr ? &captured_error : nullptr, status, &error)) {
+                      standard_error != nullptr ? &captured_error : nullptr,
+                      ended_children_wait() ? &known_status : nullptr, &error)) {
         return report_spawn_failure(__LINE__, error);
+    }
+    if (status != nullptr) {
+        *status = known_status;
     }
 
     const auto hand_over = [](gchar* captured, std::vector<unsigned char>* receiver) {

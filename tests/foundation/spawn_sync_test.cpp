@@ -141,6 +141,27 @@ TEST(spawn_sync, Returns_the_raw_wait_status) {
     EXPECT_EQ(status, SIGKILL);
 }
 
+TEST(spawn_sync, Returns_no_status_when_the_kernel_keeps_none) {
+    struct sigaction ignore = {};
+    ignore.sa_handler = SIG_IGN;
+    struct sigaction reap_at_once = {};
+    reap_at_once.sa_flags = SA_NOCLDWAIT;
+    const strlist argv = shell("printf done; exit 7");
+    for (const struct sigaction& disposition : {ignore, reap_at_once}) {
+        struct sigaction before;
+        sigaction(SIGCHLD, &disposition, &before);
+        log_catcher log;
+        bytes output;
+        int status = 0;
+        EXPECT_TRUE(vask_object::spawn_sync(&argv, nullptr, &status, &output, nullptr, nullptr));
+        sigaction(SIGCHLD, &before, nullptr);
+        EXPECT_EQ(status, -1);
+        EXPECT_FALSE(WIFEXITED(status) || WIFSIGNALED(status) || WIFSTOPPED(status));
+        EXPECT_EQ(text_of(output), "done");
+        EXPECT_EQ(log.text(), "");
+    }
+}
+
 TEST(spawn_sync, Runs_a_program_whose_status_nobody_wants) {
     const strlist argv = shell("printf done; exit 7");
     bytes output;
