@@ -170,6 +170,7 @@ void vask_object::vask_p(vask_print_level level, const char* format, ...) const 
 
 void vask_object::vask_p(const char* name, vask_print_level level, const char* format, ...) {
     if (print_msg_level < 0) {
+        errno_keeper keeper;
         set_print_msg_level();
     }
     if (level > print_msg_level) {

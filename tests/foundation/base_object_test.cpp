@@ -4,10 +4,12 @@
 #include <semaphore.h>
 #include <unistd.h>
 
+#include <functional>
 #include <memory>
 #include <type_traits>
 
 #include "foundation/named_object.h"
+#include "support/interpose.h"
 #include "support/log_catcher.h"
 
 using namespace vask_test;
@@ -29,9 +31,18 @@ public:
     ~renaming_object() override { obj_name = "last name"; }
 };
 
+std::function<void()> before_post;
+
 const char destructor_text[] = "virtual vask_object::~vask_object()";
 
 }  // namespace
+
+extern "C" int sem_post(sem_t* sem) noexcept {
+    if (before_post) {
+        before_post();
+    }
+    return next_function<int(sem_t*)>("sem_post")(sem);
+}
 
 TEST(base_object, Has_no_name_and_no_lock_at_first) {
     log_catcher log;
@@ -122,6 +133,20 @@ TEST(base_object, Gives_back_the_lock_that_it_holds_when_it_ends) {
     EXPECT_EQ(value, 1);
     sem_close(own);
     sem_unlink("/foundation_lock");
+}
+
+TEST(base_object, Says_that_it_ends_before_it_gives_the_lock_back) {
+    log_catcher log;
+    std::string said_before;
+    {
+        vask_object::print_msg_level = VASK_P_DBG;
+        named_object object("a");
+        ASSERT_TRUE(object.shm_lock());
+        before_post = [&] { said_before = log.text(); };
+    }
+    before_post = nullptr;
+    EXPECT_THAT(parse_log(said_before), ElementsAre(line("DBG", "a", destructor_text)));
+    sem_unlink("vask_shm_lock");
 }
 
 TEST(base_object, Gives_a_lock_back_only_once) {

@@ -188,6 +188,14 @@ TEST(printed_message, Leaves_errno_alone) {
     EXPECT_EQ(after_static, ENOTEMPTY);
 }
 
+TEST(printed_message, Leaves_errno_alone_when_it_is_the_first_and_the_level_is_none) {
+    setenv("VASK_MSG_LV", "18446744073709551617", 1);
+    log_catcher log;
+    errno = ENOTEMPTY;
+    vask_object::vask_p("a", VASK_P_DBG, "x\n");
+    EXPECT_EQ(errno, ENOTEMPTY);
+}
+
 TEST(process_id, Is_recorded_by_the_first_object) {
     vask_object object;
     EXPECT_EQ(vask_object::my_pid, getpid());
