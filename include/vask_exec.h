@@ -56,7 +56,7 @@ public:
      * Runs the oldest pending idle call and then forgets it. One dispatch of the idle source.
      *
      * @return true while calls remain; false, which ends the idle source, when there are none
-     *         (left)
+     *         (left), and when a main loop inside an idle call dispatches it, which runs nothing
      */
     virtual bool idle_callback();
 

@@ -183,9 +183,9 @@ public:
     ///@}
     /** @name Processes
      *
-     * A priority number expresses scheduling class and strength together: -21 to -119 is
-     * SCHED_RR with real-time priority 1 to 99 (-20 minus the number), 1000 is SCHED_IDLE, any
-     * other number is a nice value of SCHED_OTHER.
+     * A priority number expresses scheduling class and strength together: below -20 is SCHED_RR
+     * with real-time priority -20 minus the number (-21 to -119 is 1 to 99; the kernel refuses
+     * lower ones), 1000 is SCHED_IDLE, any other number is a nice value of SCHED_OTHER.
      */
     ///@{
 
@@ -193,7 +193,8 @@ public:
      * Starts a program and does not wait for it.
      *
      * The caller has to reap the child (g_child_watch_add() or waitpid()). The child gets /dev/null
-     * as standard input and the caller's standard output and error, and no other descriptor. It
+     * as standard input and the caller's standard output and error, and no other descriptor,
+     * provided that no other thread opens an inheritable one during this call. It
      * starts with SIGTERM and SIGCHLD unblocked and at their defaults, so that it can be ended
      * whatever the caller does with its own signals.
      *
@@ -222,7 +223,8 @@ public:
      *
      * @param argv  the program (searched in PATH) and its arguments; an empty or null list fails
      * @param envs  the whole environment of the program; null starts it with an empty one
-     * @param status  receives the raw wait status; untouched on failure; may be null
+     * @param status  receives the raw wait status; untouched on failure; may be null. It is -1 if
+     *                this process ignores SIGCHLD: then nobody learns it
      * @param standard_output  receives what the program wrote to standard output, up to the first
      *                         zero byte; null lets the program share the caller's
      * @param standard_error   the same for standard error
@@ -338,7 +340,8 @@ public:
     /**
      * @param text  any text
      * @return whether it is four numbers up to 255 with dots between them. Several dots count as
-     *         one, and line ends and tabs as dots; a blank is an error
+     *         one, and line ends and tabs as dots; a blank is an error. Only the lower 32 bits of
+     *         a number count
      */
     static bool valid_ip_addr(const char* text);
 
@@ -382,8 +385,8 @@ public:
      *
      * @param uri  begins with exactly "file://"; percent-escapes are decoded; a host part stays
      * @return what follows "file://"; the empty string for any other URI, and, after
-     *         "<vask_object_file:LINE> Failed to call soup_uri_decode: URI" at ERR, for one that
-     *         cannot be decoded
+     *         "<vask_object_file:LINE> Failed to call soup_uri_decode: URI" at ERR, when the
+     *         decoder gives nothing. A broken escape is left as it is
      */
     static std::string file_uri_to_local_path(const std::string& uri);
 
@@ -495,8 +498,8 @@ public:
     ///@{
 
     /**
-     * Takes the library lock; blocks until it is free, or has been held by the same holder for 5
-     * seconds, which is logged at WARN.
+     * Takes the library lock; blocks until it is free. After 5 seconds of waiting it breaks the
+     * lock, whoever has held it meanwhile, logs that at WARN, and waits for the new one.
      *
      * @return true if this object holds the lock now; false without a line when the semaphore
      *         cannot be used, and after "Recursive lock request" at ERR when this object holds it
@@ -544,7 +547,9 @@ public:
      *
      * @param name  the name under which processes have registered
      * @return the live processes by key; one of several with the same key, the last that
-     *         registered. Empty when there is no registry (logged at DBG) and after a line at ERR:
+     *         registered. A process that changes its key meanwhile may be listed under both. Empty
+     *         when there is no registry or none that may be read (logged at DBG), and when the
+     *         clock cannot be read; after a line at ERR empty, or what was found until then:
      *         "Failed to call mmap @ find_stored_pid_from_shm", or mremap for a registry of more
      *         than a page. A writer that died at work is logged at WARN, and what it left is listed
      *

@@ -129,8 +129,9 @@ private:
  * between leaves it taken, and every later access waits for ever: nobody can tell such a holder
  * from a slow one. Only removing the semaphore helps.
  *
- * Failures are logged at ERR under the name "vask", as "<vask_shared_info:LINE> ...". Within a
- * process the first access has to come from one thread.
+ * Failures are logged at ERR under the name "vask", as "<vask_shared_info:LINE> ...", those of a
+ * semaphore as "<vask_object_sem:LINE> ...". Within a process the first access has to come from one
+ * thread.
  */
 class VASK_EXPORT vask_shared_info {
 public:
@@ -155,7 +156,8 @@ public:
      *         vask_shm_context instance", "Size must be larger than zero when create flag is
      *         true.", "Failed to call shm_open: ERRNO @ map_shared_info", "Failed to call
      *         ftruncate: ERRNO @ map_shared_info" (also for a full /dev/shm), "Failed to mmap:
-     *         REASON @ map_shared_info" (also for an object that is shorter than @p size). What a
+     *         REASON @ map_shared_info" (also for an object that is shorter than @p size), or a
+     *         line of vask_object::create_named_sem() or vask_object::vask_sem_wait(). What a
      *         failing call has created is removed again, but for the semaphore
      */
     static vask_shm_context* map_shm(const char* name, unsigned long size, bool create);
@@ -211,7 +213,8 @@ public:
     void init_shared_info(vk_shared_info* rec);
 
     /** Takes the record's semaphore; blocks.
-     *  @return false after "m_shared_info_ctx == NULL" or "sem == NULL" when it is not mapped */
+     *  @return false after "m_shared_info_ctx == NULL" or "sem == NULL" when it is not mapped, and
+     *          after a line of vask_object::vask_sem_wait() or vask_object::vask_sem_post() */
     bool lock_shared_info();
 
     /** Gives the record's semaphore back.
