@@ -309,6 +309,14 @@ TEST(exec_idle, The_end_of_an_object_forgets_its_calls_without_making_them) {
     EXPECT_THAT(calls, IsEmpty());
 }
 
+TEST(exec_idle, The_end_of_an_object_leaves_its_source_to_the_main_loop) {
+    auto object = std::make_unique<noting>();
+    noting* const former = object.get();
+    object->add(&data_a);
+    object.reset();
+    EXPECT_TRUE(g_source_remove_by_user_data(static_cast<vask_exec*>(former)));
+}
+
 TEST(exec_idle, An_exec_is_no_base_object) {
     EXPECT_FALSE((std::is_base_of<vask_object, vask_exec>::value));
 }

@@ -78,6 +78,12 @@ TEST(file_uri_to_local_path, Decodes_percent_escapes) {
     EXPECT_EQ(vask_object::file_uri_to_local_path("file:///%C3%A4%2f%25"), "/\xC3\xA4/%");
 }
 
+TEST(file_uri_to_local_path, Leaves_a_broken_escape_as_it_is) {
+    log_catcher log;
+    EXPECT_EQ(vask_object::file_uri_to_local_path("file:///a%zz%"), "/a%zz%");
+    EXPECT_EQ(log.text(), "");
+}
+
 TEST(file_uri_to_local_path, Keeps_a_host) {
     EXPECT_EQ(vask_object::file_uri_to_local_path("file://host/x"), "host/x");
 }

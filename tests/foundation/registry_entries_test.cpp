@@ -207,6 +207,23 @@ TEST_F(registry_entries, Lists_no_process_that_the_caller_may_not_signal) {
     EXPECT_EQ(find().size(), 1U);
 }
 
+TEST_F(registry_entries, Is_open_to_a_user_who_may_not_change_it) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only the superuser can act as another user";
+    }
+    const shared_value<std::atomic<bool>> may_look;
+    forked_process stranger([&may_look] {
+        wait_until_without_loop([&] { return may_look->load(); });
+        const named_object looker("looker");
+        const bool is_found = setresuid(65534, 65534, 65534) == 0 &&
+                              looker.find_stored_pid_from_shm("program").count(7) == 1;
+        return is_found ? 0 : 1;
+    });
+    registry_object("program").append(stranger.pid(), 7);
+    *may_look = true;
+    EXPECT_EQ(stranger.wait_for_end(), 0);
+}
+
 TEST_F(registry_entries, Refuses_a_name_that_cannot_be_that_of_a_shared_object) {
     for (const std::string& name : {std::string("a/b"), std::string(300, 'x')}) {
         log.clear();
@@ -240,6 +257,19 @@ TEST_F(registry_entries, Refuses_everybody_while_the_lock_cannot_be_used) {
     EXPECT_FALSE(object.store_pid_to_shm(1));
     EXPECT_THAT(log.lines(),
                 ElementsAre(error("program", "Failed lock shm (shm_name:vask_proc_pid_program)")));
+}
+
+TEST_F(registry_entries, Mentions_a_registration_before_it_asks_for_the_lock) {
+    vask_object::print_msg_level = VASK_P_DBG;
+    ASSERT_TRUE(object.shm_lock());
+    EXPECT_FALSE(object.store_pid_to_shm(1));
+    object.shm_unlock();
+    vask_object::print_msg_level = VASK_P_INFO;
+    EXPECT_THAT(
+        log.lines(),
+        ElementsAre(line("DBG", "program", "store_pid_to_shm(" + std::to_string(my_pid) + ",0x1)"),
+                    error("program", "Recursive lock request"),
+                    error("program", "Failed lock shm (shm_name:vask_proc_pid_program)")));
 }
 
 TEST_F(registry_entries, Is_read_without_the_lock) {

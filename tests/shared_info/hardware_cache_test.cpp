@@ -2,6 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "foundation/registry_process.h"
 #include "shared_info/hardware_scratch.h"
@@ -48,6 +55,26 @@ TEST_F(hardware_cache, Is_filled_by_the_first_question) {
     EXPECT_EQ(record.int_at(0), 5);
     EXPECT_EQ(record.sem_value(), 1);
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(hardware_cache, Is_open_to_others_while_the_files_are_read) {
+    const std::string texts[] = {atom_z, nvidia};
+    const std::string paths[] = {files.cpu(), files.pci_devices()};
+    std::vector<int> free_while_reading;
+    for (const std::string& path : paths) {
+        ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    }
+    std::thread kernel([&] {
+        for (size_t i = 0; i < std::size(paths); ++i) {
+            std::ofstream file(paths[i]);  // waits for the reader
+            free_while_reading.push_back(record.sem_value());
+            file << texts[i];
+        }
+    });
+    EXPECT_EQ(vask_object::get_vask_cpu_type(false), 3);
+    EXPECT_EQ(vask_object::get_vask_gpu_type(false), 6);
+    kernel.join();
+    EXPECT_THAT(free_while_reading, ElementsAre(1, 1));
 }
 
 TEST_F(hardware_cache, Spares_every_process_the_second_detection) {

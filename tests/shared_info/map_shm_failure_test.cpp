@@ -65,6 +65,7 @@ TEST_F(map_shm_failure, Of_the_context) {
 TEST_F(map_shm_failure, Of_the_wait_for_the_semaphore) {
     fail("sem_wait", 22);
     EXPECT_EQ(vask_shared_info::map_shm(name, size, true), nullptr);
+    EXPECT_EQ(seen.sem_close, 0);
     EXPECT_FALSE(thing.exists());
     EXPECT_EQ(thing.sem_value(), 1);
     EXPECT_EQ(seen.sem_post, 0);

@@ -42,6 +42,12 @@ protected:
 
 }  // namespace
 
+TEST_F(shared_record_failure, To_wait_for_it_fails_the_lock) {
+    make_unlockable();
+    EXPECT_FALSE(info.lock_shared_info());
+    EXPECT_THAT(log.lines(), ElementsAre(unlockable()));
+}
+
 TEST_F(shared_record_failure, To_map_it_fails_the_setter_of_the_rotation) {
     make_unmappable();
     EXPECT_FALSE(info.set_monitor_rotation(VASK_MONITOR_ROTATION_1));
