@@ -156,6 +156,19 @@ TEST_F(object_by_script, is_looked_for_in_the_window) {
     EXPECT_EQ(references_to_window(), 0);
 }
 
+TEST_F(object_by_script, is_looked_for_in_the_window_for_its_own_instance) {
+    static NPP asked_npp;
+    static NPObject* asked_object;
+    vask_np_base::NPNFuncs.evaluate = [](NPP of, NPObject* object, NPString*, NPVariant*) {
+        asked_npp = of;
+        asked_object = object;
+        return false;
+    };
+    instance->create_npobj("1");
+    EXPECT_EQ(asked_npp, npp);
+    EXPECT_EQ(asked_object, browser.window());
+}
+
 TEST_F(object_by_script, may_come_from_an_empty_script) {
     answer_with(script_null());
     EXPECT_EQ(instance->create_npobj(""), nullptr);
@@ -182,6 +195,15 @@ TEST_F(object_by_script, is_none_when_the_script_fails) {
     EXPECT_EQ(instance->create_npobj("syntax error"), nullptr);
     EXPECT_EQ(references_to_window(), 0);
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(object_by_script, is_none_when_the_script_fails_and_leaves_an_object) {
+    vask_np_base::NPNFuncs.evaluate = [](NPP, NPObject* object, NPString*, NPVariant* result) {
+        OBJECT_TO_NPVARIANT(object, *result);
+        return false;
+    };
+    EXPECT_EQ(instance->create_npobj("syntax error"), nullptr);
+    EXPECT_EQ(references_to_window(), 0);
 }
 
 TEST_F(object_by_script, is_none_without_a_script) {

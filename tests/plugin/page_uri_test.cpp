@@ -58,6 +58,23 @@ TEST_F(page_uri, keeps_one_more_reference_to_the_element_with_every_question) {
     vask_np_base::NPNFuncs.releaseobject(dom_object());
 }
 
+TEST_F(page_uri, is_asked_of_the_element_for_its_own_instance) {
+    static NPP asked_npp;
+    static NPObject* asked_object;
+    static NPIdentifier asked_name;
+    vask_np_base::NPNFuncs.getproperty = [](NPP of, NPObject* object, NPIdentifier name,
+                                            NPVariant*) {
+        asked_npp = of;
+        asked_object = object;
+        asked_name = name;
+        return false;
+    };
+    EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
+    EXPECT_EQ(asked_npp, npp);
+    EXPECT_EQ(asked_object, dom_object());
+    EXPECT_EQ(asked_name, browser.name("baseURI"));
+}
+
 TEST_F(page_uri, fails_when_the_element_has_none) {
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
     EXPECT_EQ(log.text().find('\n'), std::string::npos);
@@ -91,6 +108,17 @@ TEST_F(page_uri_without_element, fails_when_the_browser_refuses_the_element) {
     browser.on_get_value = [](NPP, NPNVariable, void*) -> NPError { return NPERR_GENERIC_ERROR; };
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
     EXPECT_EQ(log.text().find('\n'), std::string::npos);
+    EXPECT_THAT(log.lines(),
+                ElementsAre(line("ERR", "base", "Failed to get our DOM Element NPObject")));
+}
+
+TEST_F(page_uri_without_element, fails_when_the_browser_gives_the_element_and_refuses_it) {
+    set_base_uri("http://host/docs/page.html");
+    browser.on_get_value = [this](NPP, NPNVariable, void* value) -> NPError {
+        *static_cast<NPObject**>(value) = dom_object();
+        return NPERR_GENERIC_ERROR;
+    };
+    EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
     EXPECT_THAT(log.lines(),
                 ElementsAre(line("ERR", "base", "Failed to get our DOM Element NPObject")));
 }
