@@ -1,6 +1,6 @@
 /* The plug-in interface is binary: a structure of another size or order would reach the wrong
- * function of the browser. This source is only compiled: in C and C++, for 64 and 32 bits, with the
- * headers of X11 and without. */
+ * function of the browser, and another number would mean something else to it. This source is only
+ * compiled: in C and C++, for 64 and 32 bits, with the headers of X11 and without. */
 
 #include <stddef.h>
 
@@ -38,6 +38,98 @@ SIZE(NPRegion, 8, 4);
 HOLDS((NPError)-1 < 0);
 HOLDS((NPReason)-1 < 0);
 HOLDS((NPBool)-1 > 0);
+
+HOLDS(NP_VERSION_MAJOR == 0);
+HOLDS(NPVERS_HAS_STREAMOUTPUT == 8);
+HOLDS(NPVERS_HAS_NOTIFICATION == 9);
+HOLDS(NPVERS_HAS_LIVECONNECT == 9);
+HOLDS(NPVERS_HAS_WINDOWLESS == 11);
+HOLDS(NPVERS_HAS_XPCONNECT_SCRIPTING == 13);
+HOLDS(NPVERS_HAS_NPRUNTIME_SCRIPTING == 14);
+HOLDS(NPVERS_HAS_FORM_VALUES == 15);
+HOLDS(NPVERS_HAS_POPUPS_ENABLED_STATE == 16);
+HOLDS(NPVERS_HAS_RESPONSE_HEADERS == 17);
+HOLDS(NPVERS_HAS_NPOBJECT_ENUM == 18);
+HOLDS(NPVERS_HAS_PLUGIN_THREAD_ASYNC_CALL == 19);
+HOLDS(NPVERS_HAS_ALL_NETWORK_STREAMS == 20);
+
+HOLDS(NPERR_NO_ERROR == 0);
+HOLDS(NPERR_GENERIC_ERROR == 1);
+HOLDS(NPERR_INVALID_INSTANCE_ERROR == 2);
+HOLDS(NPERR_INVALID_FUNCTABLE_ERROR == 3);
+HOLDS(NPERR_MODULE_LOAD_FAILED_ERROR == 4);
+HOLDS(NPERR_OUT_OF_MEMORY_ERROR == 5);
+HOLDS(NPERR_INVALID_PLUGIN_ERROR == 6);
+HOLDS(NPERR_INVALID_PLUGIN_DIR_ERROR == 7);
+HOLDS(NPERR_INCOMPATIBLE_VERSION_ERROR == 8);
+HOLDS(NPERR_INVALID_PARAM == 9);
+HOLDS(NPERR_INVALID_URL == 10);
+HOLDS(NPERR_FILE_NOT_FOUND == 11);
+HOLDS(NPERR_NO_DATA == 12);
+HOLDS(NPERR_STREAM_NOT_SEEKABLE == 13);
+
+HOLDS(NPRES_DONE == 0);
+HOLDS(NPRES_NETWORK_ERR == 1);
+HOLDS(NPRES_USER_BREAK == 2);
+
+HOLDS(NP_EMBED == 1);
+HOLDS(NP_FULL == 2);
+
+HOLDS(NP_NORMAL == 1);
+HOLDS(NP_SEEK == 2);
+HOLDS(NP_ASFILE == 3);
+HOLDS(NP_ASFILEONLY == 4);
+HOLDS(NP_MAXREADY == 0x7fffffff);
+
+HOLDS(NP_SETWINDOW == 1);
+HOLDS(NP_PRINT == 2);
+HOLDS(NPWindowTypeWindow == 1);
+HOLDS(NPWindowTypeDrawable == 2);
+HOLDS(NPNVGtk12 == 1);
+HOLDS(NPNVGtk2 == 2);
+
+HOLDS(NPPVpluginNameString == 1);
+HOLDS(NPPVpluginDescriptionString == 2);
+HOLDS(NPPVpluginWindowBool == 3);
+HOLDS(NPPVpluginTransparentBool == 4);
+HOLDS(NPPVjavaClass == 5);
+HOLDS(NPPVpluginWindowSize == 6);
+HOLDS(NPPVpluginTimerInterval == 7);
+HOLDS(NPPVpluginScriptableInstance == 10);
+HOLDS(NPPVpluginScriptableIID == 11);
+HOLDS(NPPVjavascriptPushCallerBool == 12);
+HOLDS(NPPVpluginKeepLibraryInMemory == 13);
+HOLDS(NPPVpluginNeedsXEmbed == 14);
+HOLDS(NPPVpluginScriptableNPObject == 15);
+HOLDS(NPPVformValue == 16);
+HOLDS(NPPVpluginUrlRequestsDisplayedBool == 17);
+HOLDS(NPPVpluginWantsAllNetworkStreams == 18);
+
+HOLDS(NPNVxDisplay == 1);
+HOLDS(NPNVxtAppContext == 2);
+HOLDS(NPNVnetscapeWindow == 3);
+HOLDS(NPNVjavascriptEnabledBool == 4);
+HOLDS(NPNVasdEnabledBool == 5);
+HOLDS(NPNVisOfflineBool == 6);
+HOLDS(NPNVserviceManager == 10);
+HOLDS(NPNVDOMElement == 11);
+HOLDS(NPNVDOMWindow == 12);
+HOLDS(NPNVToolkit == 13);
+HOLDS(NPNVSupportsXEmbedBool == 14);
+HOLDS(NPNVWindowNPObject == 15);
+HOLDS(NPNVPluginElementNPObject == 16);
+HOLDS(NPNVSupportsWindowless == 17);
+
+HOLDS(NPVariantType_Void == 0);
+HOLDS(NPVariantType_Null == 1);
+HOLDS(NPVariantType_Bool == 2);
+HOLDS(NPVariantType_Int32 == 3);
+HOLDS(NPVariantType_Double == 4);
+HOLDS(NPVariantType_String == 5);
+HOLDS(NPVariantType_Object == 6);
+
+HOLDS(NP_CLASS_STRUCT_VERSION_ENUM == 2);
+HOLDS(NP_CLASS_STRUCT_VERSION_CTOR == 3);
 
 SIZE(NPP_t, 16, 8);
 PLACE(NPP_t, pdata, 0, 0);
