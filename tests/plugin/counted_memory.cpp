@@ -9,6 +9,7 @@ namespace vask_test {
 
 int allocations = 0;
 int allocation_that_fails = 0;
+void (*throw_for_failed_allocation)() = nullptr;
 
 }  // namespace vask_test
 
@@ -16,6 +17,8 @@ void* operator new(std::size_t size) {
     ++vask_test::allocations;
     const bool fails =
         vask_test::allocation_that_fails > 0 && --vask_test::allocation_that_fails == 0;
+    if (fails && vask_test::throw_for_failed_allocation)
+        vask_test::throw_for_failed_allocation();
     void* memory = fails ? nullptr : std::malloc(size);
     if (!memory)
         throw std::bad_alloc();

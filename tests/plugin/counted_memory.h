@@ -11,6 +11,9 @@ extern int allocations;
  *  fails, and leaves 0 behind. */
 extern int allocation_that_fails;
 
+/** What that one throws; std::bad_alloc where it is null. */
+extern void (*throw_for_failed_allocation)();
+
 }  // namespace vask_test
 
 #endif

@@ -140,6 +140,14 @@ TEST_F(plain_factory, makes_no_instance_when_there_is_no_memory_in_its_construct
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "factory", "Failed to create data")));
 }
 
+TEST_F(plain_factory, lets_through_what_else_the_constructor_throws) {
+    allocation_that_fails = 3;
+    throw_for_failed_allocation = [] { throw std::runtime_error("not for want of memory"); };
+    EXPECT_THROW(factory.create_instance(), std::runtime_error);
+    EXPECT_THAT(log.lines(), IsEmpty());
+    throw_for_failed_allocation = nullptr;
+}
+
 TEST_F(plain_factory, serves_a_whole_instance) {
     NPP_t npp{};
     EXPECT_EQ(factory.new_instance(nullptr, &npp, NP_EMBED, 0, nullptr, nullptr, nullptr),
@@ -167,6 +175,13 @@ TEST_F(loaded_factory, attaches_a_new_instance) {
     EXPECT_EQ(instance_of(opened)->preparations, 0);
     EXPECT_THAT(instance_of(opened)->properties,
                 ElementsAre(Pair("src", "a.html"), Pair("width", "100")));
+    browser.close(opened);
+}
+
+TEST_F(loaded_factory, attaches_a_new_instance_before_it_hands_over_the_attributes) {
+    NPP opened = browser.open();
+    EXPECT_EQ(instance_of(opened)->npp_at_attributes, opened);
+    EXPECT_EQ(instance_of(opened)->private_data_at_attributes, opened->pdata);
     browser.close(opened);
 }
 

@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include <cstdlib>
+#include <memory>
 #include <vector>
 
 #include "recorded_plugin.h"
@@ -19,7 +20,13 @@ struct scheduled_call {
     guint interval;
     GSourceFunc function;
     gpointer data;
+    int pending_spawns;
 };
+
+/** Nobody else has timers in this program. */
+recorded_factory* factory_of(gpointer data) {
+    return static_cast<recorded_factory*>(static_cast<vask_np_factory*>(data));
+}
 
 std::vector<scheduled_call> scheduled;
 int next_random = -1;
@@ -59,7 +66,7 @@ protected:
 }  // namespace
 
 extern "C" guint g_timeout_add(guint interval, GSourceFunc function, gpointer data) {
-    scheduled.push_back({interval, function, data});
+    scheduled.push_back({interval, function, data, factory_of(data)->pending_spawns});
     return next_function<guint(guint, GSourceFunc, gpointer)>("g_timeout_add")(interval, function,
                                                                                data);
 }
@@ -85,6 +92,11 @@ TEST_F(preloading, prepares_every_instance_once) {
         EXPECT_EQ(factory.queued(i)->npp, nullptr);
     }
     EXPECT_THAT(scheduled, IsEmpty());
+}
+
+TEST_F(preloading, calls_an_instance_preloaded_once_it_is_prepared) {
+    factory.set_preload(1);
+    EXPECT_FALSE(factory.queued(0)->preloaded_at_preparation);
 }
 
 TEST_F(preloading, hands_out_the_oldest_instance_first) {
@@ -120,6 +132,22 @@ TEST_F(preloading, schedules_one_spawn_for_each_instance_taken_until_the_queue_i
     EXPECT_EQ(factory.preload_queue.size(), 2u);
     EXPECT_TRUE(factory.queued(0)->preloaded);
     EXPECT_EQ(factory.queued(0)->preparations, 1);
+}
+
+TEST_F(preloading, counts_a_spawn_before_it_schedules_it) {
+    factory.set_preload(1);
+    open();
+    EXPECT_EQ(factory.pending_spawns_at_delay, 1);
+    ASSERT_EQ(scheduled.size(), 1u);
+    EXPECT_EQ(scheduled[0].pending_spawns, 1);
+    EXPECT_TRUE(wait_for_spawns());
+}
+
+TEST_F(preloading, counts_a_spawn_until_its_instance_is_made) {
+    factory.set_preload(1);
+    open();
+    EXPECT_TRUE(wait_for_spawns());
+    EXPECT_EQ(factory.pending_spawns_at_creation, 1);
 }
 
 TEST_F(preloading, makes_an_instance_directly_when_the_queue_is_empty) {
@@ -202,6 +230,18 @@ TEST_F(preloading, leaves_what_is_queued_when_the_factory_ends) {
     }
     EXPECT_EQ(recorded_instance::alive, 1);
     delete queued;
+}
+
+TEST_F(preloading, leaves_a_scheduled_spawn_when_the_factory_ends) {
+    std::unique_ptr<vask_np_instance> taken;
+    {
+        recorded_factory short_lived;
+        short_lived.spawns_at_once = false;
+        short_lived.set_preload(1);
+        taken.reset(short_lived.get_preload_instance());
+    }
+    ASSERT_EQ(scheduled.size(), 1u);
+    EXPECT_TRUE(g_source_remove_by_user_data(scheduled[0].data));
 }
 
 TEST_F(spawn_delay, is_two_seconds_at_least) {

@@ -15,7 +15,14 @@ recorded_instance::~recorded_instance() {
     --alive;
 }
 
+void recorded_instance::init_preload() {
+    ++preparations;
+    preloaded_at_preparation = preloaded;
+}
+
 void recorded_instance::parse_props(int16_t argc, char** argn, char** argv) {
+    npp_at_attributes = npp;
+    private_data_at_attributes = npp ? npp->pdata : nullptr;
     for (int16_t i = 0; i < argc; ++i)
         properties.emplace_back(argn[i], argv[i]);
 }
@@ -44,10 +51,12 @@ vask_np_instance* recorded_factory::create_instance() {
     if (out_of_memory)
         return nullptr;
     ++created;
+    pending_spawns_at_creation = pending_spawns;
     return new recorded_instance(obj_name);
 }
 
 unsigned int recorded_factory::calc_delayed_spawn_time() {
+    pending_spawns_at_delay = pending_spawns;
     return spawns_at_once ? 0 : vask_np_factory::calc_delayed_spawn_time();
 }
 

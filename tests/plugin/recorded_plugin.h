@@ -23,7 +23,7 @@ public:
     explicit recorded_instance(const char* name);
     ~recorded_instance() override;
 
-    void init_preload() override { ++preparations; }
+    void init_preload() override;
     void parse_props(int16_t argc, char** argn, char** argv) override;
     int32_t write_ready(NPP for_npp, NPStream* stream) override;
     int32_t write(NPP for_npp, NPStream* stream, int32_t offset, int32_t len, void* data) override;
@@ -42,6 +42,9 @@ public:
     NPObject* object() { return this; }
 
     int preparations = 0;
+    bool preloaded_at_preparation = false;
+    NPP npp_at_attributes = nullptr;
+    void* private_data_at_attributes = nullptr;
     std::vector<std::pair<std::string, std::string>> properties;
     int32_t bytes_at_a_time = 0;
     std::string written;
@@ -71,6 +74,8 @@ public:
     void delete_queue();
 
     int created = 0;
+    int pending_spawns_at_creation = -1;
+    int pending_spawns_at_delay = -1;
     bool out_of_memory = false;
     bool spawns_at_once = true;
 };
