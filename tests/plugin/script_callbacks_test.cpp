@@ -215,6 +215,26 @@ TEST_F(script_callbacks, are_released_once_each_in_the_order_of_their_names) {
     EXPECT_EQ(browser.references_of_plugin(other_function), 0);
 }
 
+TEST_F(script_callbacks, are_released_after_the_line_that_shows_the_end) {
+    call("add_callback", {"x", function});
+    static NPN_ReleaseObjectProcPtr release;
+    release = vask_np_base::NPNFuncs.releaseobject;
+    vask_np_base::NPNFuncs.releaseobject = [](NPObject* object) {
+        vask_object::vask_p("browser", VASK_P_DBG, "released\n");
+        release(object);
+    };
+    show_everything();
+    instance.reset();
+    EXPECT_THAT(
+        log.lines(),
+        ElementsAre(
+            line("DBG", plugin_object_name, "virtual vask_np_instance::~vask_np_instance()"),
+            line("DBG", plugin_object_name, "virtual vask_script::~vask_script()"),
+            line("DBG", "browser", "released"),
+            line("DBG", plugin_object_name, "vask_np_base::~vask_np_base"),
+            line("DBG", plugin_object_name, "virtual vask_object::~vask_object()")));
+}
+
 TEST_F(script_callbacks, stay_in_the_map_when_they_are_released_together) {
     call("add_callback", {"x", function});
     instance->delete_jscb_map();
@@ -246,5 +266,6 @@ TEST_F(script_callbacks, give_no_function_when_the_name_is_not_allowed) {
     std::string name;
     NPObject* given = other_function;
     EXPECT_FALSE(instance->chk_jscb_request_param(args.data(), args.size(), name, given));
+    EXPECT_EQ(name, "z");
     EXPECT_EQ(given, other_function);
 }
