@@ -17,13 +17,25 @@ private:
             return false;
         }
         m_count += NPVARIANT_TO_INT32(args[0]);
-        if (NPObject* callback = get_jscb_npobj("counted")) {
-            NPVariant ignored;
-            if (NPN_InvokeDefault(npp, callback, args, arg_count, &ignored)) {
-                NPN_ReleaseVariantValue(&ignored);
-            }
+        if (npp != nullptr) {
+            call_page(args, arg_count);
         }
         return true;
+    }
+
+    void call_page(const NPVariant* args, uint32_t arg_count) {
+        NPObject* callback = get_jscb_npobj("counted");
+        if (callback == nullptr) {
+            return;
+        }
+        // The function may detach itself, or remove the element and with it this object: it is held
+        // for the time of the call, after which only the browser's functions are used.
+        NPNFuncs.retainobject(callback);
+        NPVariant ignored;
+        if (NPNFuncs.invokeDefault(npp, callback, args, arg_count, &ignored)) {
+            NPNFuncs.releasevariantvalue(&ignored);
+        }
+        NPNFuncs.releaseobject(callback);
     }
 
     bool get_value_property(NPVariant* result) {
@@ -41,7 +53,21 @@ public:
     vask_np_instance* create_instance() override { return new counter; }
 };
 
-static counter_factory* factory;
+// The browser may ask for the plug-in's name before NP_Initialize.
+static counter_factory& the_factory() {
+    static counter_factory factory;
+    return factory;
+}
+
+// No exception may get into the browser.
+template <typename Call>
+static NPError end_exceptions(Call call) {
+    try {
+        return call();
+    } catch (...) {
+        return NPERR_GENERIC_ERROR;
+    }
+}
 
 static vask_np_instance* instance_of(NPP npp) {
     return static_cast<vask_np_instance*>(npp->pdata);
@@ -49,15 +75,18 @@ static vask_np_instance* instance_of(NPP npp) {
 
 static NPError new_instance(NPMIMEType type, NPP npp, uint16_t mode, int16_t argc, char** argn,
                             char** argv, NPSavedData* saved) {
-    return factory->new_instance(type, npp, mode, argc, argn, argv, saved);
+    return end_exceptions(
+        [=] { return the_factory().new_instance(type, npp, mode, argc, argn, argv, saved); });
 }
 
 static NPError destroy_instance(NPP npp, NPSavedData** save) {
-    return factory->destroy_instance(npp, save);
+    // The page may hold the object for longer than there is an NPP.
+    instance_of(npp)->npp = nullptr;
+    return end_exceptions([=] { return the_factory().destroy_instance(npp, save); });
 }
 
 static NPError get_value(NPP npp, NPPVariable variable, void* value) {
-    return instance_of(npp)->get_value(npp, variable, value);
+    return end_exceptions([=] { return instance_of(npp)->get_value(npp, variable, value); });
 }
 
 NPError NP_Initialize(NPNetscapeFuncs* browser, NPPluginFuncs* plugin) {
@@ -67,16 +96,15 @@ NPError NP_Initialize(NPNetscapeFuncs* browser, NPPluginFuncs* plugin) {
     plugin->newp = new_instance;
     plugin->destroy = destroy_instance;
     plugin->getvalue = get_value;  // the other functions of the table in the same way
-    factory = new counter_factory;
-    return factory->_NP_Initialize(browser, plugin);
+    return end_exceptions([=] { return the_factory()._NP_Initialize(browser, plugin); });
 }
 
 NPError NP_GetValue(void* future, NPPVariable variable, void* value) {
-    return factory->NP_GetValue(future, variable, value);
+    return end_exceptions([=] { return the_factory().NP_GetValue(future, variable, value); });
 }
 
 NPError NP_Shutdown() {
-    return factory->NP_Shutdown();
+    return end_exceptions([] { return the_factory().NP_Shutdown(); });
 }
 
 extern "C" __attribute__((visibility("default"))) char* NP_GetMIMEDescription() {

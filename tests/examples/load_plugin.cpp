@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <new>
 #include <string>
 
 // As much of a browser as the sample plug-in needs. Prints what a page would see.
@@ -17,7 +18,12 @@ NPUTF8* copy_name(NPIdentifier identifier) {
     return strdup(as_name(identifier)->c_str());
 }
 
+bool is_out_of_memory = false;
+
 NPObject* create_object(NPP npp, NPClass* its_class) {
+    if (is_out_of_memory) {
+        throw std::bad_alloc();
+    }
     NPObject* object = its_class->allocate(npp, its_class);
     object->_class = its_class;
     object->referenceCount = 1;
@@ -35,8 +41,9 @@ void release_object(NPObject* object) {
     }
 }
 
-bool call_function(NPP, NPObject*, const NPVariant* args, uint32_t, NPVariant* result) {
-    printf("counted %d\n", NPVARIANT_TO_INT32(args[0]));
+bool call_function(NPP, NPObject* function, const NPVariant* args, uint32_t, NPVariant* result) {
+    printf("counted %d by a callback held %u times\n", NPVARIANT_TO_INT32(args[0]),
+           function->referenceCount);
     VOID_TO_NPVARIANT(*result);
     return true;
 }
@@ -81,6 +88,12 @@ int main(int argc, char** argv) {
     }
     NPNetscapeFuncs browser = browser_functions();
     NPPluginFuncs functions = {};
+
+    const char* plugin_name = nullptr;
+    entry_point<NPError(void*, NPPVariable, void*)>(plugin, "NP_GetValue")(
+        nullptr, NPPVpluginNameString, &plugin_name);
+    puts(plugin_name);
+
     entry_point<NPError(NPNetscapeFuncs*, NPPluginFuncs*)>(plugin, "NP_Initialize")(&browser,
                                                                                     &functions);
     puts(entry_point<char*()>(plugin, "NP_GetMIMEDescription")());
@@ -89,6 +102,10 @@ int main(int argc, char** argv) {
     char type[] = "application/x-counter";
     functions.newp(type, &instance, NP_EMBED, 0, nullptr, nullptr, nullptr);
     NPObject* object = nullptr;
+    is_out_of_memory = true;
+    printf("out of memory: error %d\n",
+           functions.getvalue(&instance, NPPVpluginScriptableNPObject, &object));
+    is_out_of_memory = false;
     functions.getvalue(&instance, NPPVpluginScriptableNPObject, &object);
 
     NPObject function = {nullptr, 1};
@@ -107,8 +124,12 @@ int main(int argc, char** argv) {
     printf("value %d, callback held %u times\n", NPVARIANT_TO_INT32(value),
            function.referenceCount);
 
-    release_object(object);
+    // The page goes on with the object when the instance is gone.
+    call_method(object, "attachEvent", registration, 2);
     functions.destroy(&instance, nullptr);
+    call_method(object, "count", one, 1);
+    release_object(object);
+    printf("callback held %u times in the end\n", function.referenceCount);
     entry_point<NPError()>(plugin, "NP_Shutdown")();
     return 0;
 }
