@@ -46,8 +46,8 @@ public:
      *  NPN_MemAlloc(), an object carries a reference. @return whether the script's read succeeds */
     typedef bool (vask_script::*property_getter)(NPVariant* result);
 
-    /** Handles a script's call. @p args stay the browser's; @p result as in a getter, and void if
-     * it is left alone. @return whether the script's call succeeds */
+    /** Handles a script's call. @p args stay the browser's; @p result as in a getter, and as the
+     * browser gave it if it is left alone. @return whether the script's call succeeds */
     typedef bool (vask_script::*script_method)(const NPVariant* args, uint32_t arg_count,
                                                NPVariant* result);
 
