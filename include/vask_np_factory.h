@@ -53,7 +53,7 @@ public:
     ~vask_np_factory() override;
 
     /** @name For the product's entry points
-     *  Each logs its signature at DBG.
+     *  Each but calc_delayed_spawn_time() logs its signature at DBG.
      */
     ///@{
 
@@ -82,7 +82,8 @@ public:
                                  char** argv, NPSavedData* saved);
 
     /**
-     * NPP_Destroy: deletes the instance, or leaves that to the browser as shown above.
+     * NPP_Destroy: deletes the instance, or leaves that to the browser as shown above. An
+     * instance that is left keeps its vask_np_instance::npp, although that ends with this call.
      *
      * @param npp   an NPP with an instance in its private data, which stays as it is
      * @param save  not written
@@ -123,12 +124,15 @@ public:
      * Keeps instances ready from now on, and makes them at once, in addition to those that are
      * ready already. Normally called once, right after construction.
      *
-     * @param count  the number of instances; 0 or below keeps none
+     * @param count  the number of instances; 0 or below makes none and replaces none, while what
+     *               is queued stays and is handed out
      */
     void set_preload(int count);
 
     /** Makes one instance, prepares it with vask_np_instance::init_preload() and queues it.
-     *  create_instance() must not fail here. */
+     *  create_instance() must not fail here. What either throws comes out of here, and when the
+     *  timer makes the instance it would pass through GLib's main loop: with preloading, let
+     *  neither throw. */
     void make_preload_instance();
 
     /**

@@ -186,8 +186,8 @@ public:
      * @param script  terminated text; may be null
      * @return the object that the script yields, with a reference that the caller releases; null
      *         without a line when the script fails or yields no object, when there is no window,
-     *         for a null script and for an instance that is not attached yet. A text that the
-     *         script yields is never freed
+     *         for a null script and for an instance whose #npp is null. A text that the script
+     *         yields is never freed
      */
     NPObject* create_npobj(const char* script);
 
@@ -196,7 +196,9 @@ protected:
     bool needs_xembed;
 
 public:
-    /** The browser's side of this instance. Null until the factory has attached it. */
+    /** The browser's side of this instance. Null until the factory has attached it. Not cleared by
+     *  vask_np_factory::destroy_instance(): while the browser still holds the scriptable object of
+     *  an instance that is destroyed, this points to an NPP that is gone. */
     NPP npp;
 
     /** The instance was made ahead of time. */

@@ -44,8 +44,9 @@ void demo_instance::detach() {
     m_child_window.place(XCB_NONE, 0, 0);
 }
 
+// A timer of the main loop calls this without passing the entry points.
 void demo_instance::init_preload() {
-    start_child();
+    end_exceptions("init_preload", [this] { start_child(); });
 }
 
 void demo_instance::parse_props(int16_t argc, char** argn, char** argv) {
