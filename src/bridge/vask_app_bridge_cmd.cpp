@@ -201,7 +201,7 @@ std::string vask_app_bridge::build_error_message_from_gerror(GError* error) cons
     if (error == nullptr) {
         return "Error occured but GError is NULL.";
     }
-    return vask_sprintf("%d: %s", error->code, error->message);
+    return std::to_string(error->code) + ": " + null_as_empty(error->message);
 }
 
 void vask_app_bridge::set_next_error(vask_abstract_error* err, vask_abstract_error* next) const {

@@ -34,6 +34,21 @@ TEST_F(error_tools, Show_negative_codes) {
     g_error_free(error);
 }
 
+TEST_F(error_tools, Show_long_messages_whole) {
+    for (const std::size_t length : {std::size_t{4092}, std::size_t{5000}}) {
+        const std::string message(length, 'm');
+        GError* error =
+            g_error_new_literal(g_quark_from_static_string("test"), 17, message.c_str());
+        EXPECT_EQ(bridge.build_error_message_from_gerror(error), "17: " + message);
+        g_error_free(error);
+    }
+}
+
+TEST_F(error_tools, Show_the_code_alone_when_there_is_no_message) {
+    GError error = {g_quark_from_static_string("test"), 17, nullptr};
+    EXPECT_EQ(bridge.build_error_message_from_gerror(&error), "17: ");
+}
+
 TEST_F(error_tools, Have_a_text_for_a_missing_GLib_error) {
     EXPECT_EQ(bridge.build_error_message_from_gerror(nullptr), "Error occured but GError is NULL.");
 }
