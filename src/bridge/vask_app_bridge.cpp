@@ -27,12 +27,18 @@
 namespace {
 
 const char nest_level_variable[] = "VASK_NEST_LV";
-constexpr useconds_t poll_interval_usec = 10000;
+constexpr int poll_interval_msec = 10;
 
 // Reaps a child that is nobody's any more, whenever it ends.
 void reap_silently(int pid) {
     watch_child_end(
         pid, [](GPid, gint, gpointer) {}, nullptr);
+}
+
+// How long a wait has taken. When the clock fails, the naps of the wait must do.
+double waited_msec(double start, long long napped_msec) {
+    const double now = vask_object::vask_gettime(VASK_TIME_MSEC);
+    return start < 0 || now < 0 ? static_cast<double>(napped_msec) : now - start;
 }
 
 strlist child_environment(const strlist& additions) {
@@ -254,12 +260,13 @@ bool vask_app_bridge::vask_wait_child_exit(unsigned int timeout_ms) {
 bool vask_app_bridge::wait_for_end(int pid, unsigned int timeout_ms) const {
     const char* const signature = "bool vask_app_bridge::vask_wait_child_exit(unsigned int)";
     const double start = vask_gettime(VASK_TIME_MSEC);
+    long long napped_msec = 0;
     for (;;) {
         int status = 0;
         const pid_t waited = waitpid(pid, &status, WNOHANG);
         if (waited > 0) {
             vask_p(VASK_P_DBG, "%s: waited time: %.1f (ms)\n", signature,
-                   vask_gettime(VASK_TIME_MSEC) - start);
+                   waited_msec(start, napped_msec));
             return true;
         }
         if (waited < 0) {
@@ -267,8 +274,9 @@ bool vask_app_bridge::wait_for_end(int pid, unsigned int timeout_ms) const {
             vask_p(VASK_P_ERR, "%s: waitpid: errno: %d\n", signature, errno);
             return true;
         }
-        usleep(poll_interval_usec);
-        if (timeout_ms != 0 && vask_gettime(VASK_TIME_MSEC) - start > timeout_ms) {
+        usleep(poll_interval_msec * 1000);
+        napped_msec += poll_interval_msec;
+        if (timeout_ms != 0 && waited_msec(start, napped_msec) > timeout_ms) {
             vask_p(VASK_P_INFO, "%s: timeouted\n", signature);
             return false;
         }

@@ -33,6 +33,7 @@ vask_add_test_objects(NAME lifecycle_end_tests
         lifecycle_end_test.cpp
         lifecycle_repeat_test.cpp
         lifecycle_signals_test.cpp
+        lifecycle_wait_clock_test.cpp
         lifecycle_wait_test.cpp)
 vask_add_test(NAME lifecycle_end_by_pidfd_test
     SOURCES lifecycle_pidfd.cpp
