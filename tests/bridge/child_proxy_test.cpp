@@ -57,6 +57,17 @@ protected:
         drain_main_loop();
     }
 
+    /** The same through another proxy of the child, which hears the signal. */
+    void raise_signal_through_another() {
+        vask_child_proxy other(bridge, "other", bridge.get_child_pid(), no_watch);
+        other.bus_setup(bridge.m_bus_connection);
+        std::swap(bridge.m_child_proxy[0], bridge.m_child_proxy[1]);
+        bridge.m_child_proxy[0] = &other;
+        raise_signal();
+        bridge.m_child_proxy[0] = nullptr;
+        std::swap(bridge.m_child_proxy[0], bridge.m_child_proxy[1]);
+    }
+
     recording_bridge bridge;
 };
 
@@ -300,17 +311,17 @@ TEST_F(met_child_proxy, That_is_set_up_again_releases_the_former_bus_proxy) {
 }
 
 TEST_F(met_child_proxy, Hears_nothing_once_its_bus_proxy_is_destroyed) {
-    vask_child_proxy other(bridge, "other", bridge.get_child_pid(), no_watch);
-    other.bus_setup(bridge.m_bus_connection);
     proxy().bus_destroy();
-
-    std::swap(bridge.m_child_proxy[0], bridge.m_child_proxy[1]);
-    bridge.m_child_proxy[0] = &other;
-    raise_signal();
-    bridge.m_child_proxy[0] = nullptr;
-    std::swap(bridge.m_child_proxy[0], bridge.m_child_proxy[1]);
-
+    raise_signal_through_another();
     EXPECT_THAT(bridge.signals, ElementsAre(Pair(5, "hello")));
+}
+
+TEST_F(met_child_proxy, Hears_nothing_through_a_destroyed_bus_proxy_that_somebody_else_keeps) {
+    auto* kept = static_cast<DBusGProxy*>(g_object_ref(proxy().get_bus_proxy()));
+    proxy().bus_destroy();
+    raise_signal_through_another();
+    EXPECT_THAT(bridge.signals, ElementsAre(Pair(5, "hello")));
+    g_object_unref(kept);
 }
 
 TEST_F(met_child_proxy, Hears_its_own_child_only) {
