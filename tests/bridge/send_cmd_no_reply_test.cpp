@@ -150,6 +150,18 @@ TEST_F(send_cmd_no_reply, Is_lost_silently_while_the_child_is_without_its_name) 
     EXPECT_EQ(log.text(), "");
 }
 
+TEST_F(send_cmd_no_reply, Goes_through_the_bus_proxy_even_without_a_bus_address) {
+    ASSERT_TRUE(bridge.spawn_and_meet());
+    bridge.main_worker()->set_bus_addr(nullptr);
+
+    EXPECT_TRUE(bridge.send_cmd_no_reply(CHILD_ECHO, "hello", &err));
+
+    child_cmd_buffer* queued = bridge.main_worker()->dequeue_cmd();
+    EXPECT_EQ(queued, nullptr);
+    delete queued;
+    EXPECT_THAT(bridge.journal(), ElementsAre("Command 1 hello"));
+}
+
 TEST_F(send_cmd_no_reply, Costs_one_message_on_the_bus) {
     ASSERT_TRUE(bridge.spawn_and_settle());
     bus_monitor bus;
