@@ -29,7 +29,10 @@ std::string pointer_text(const void* pointer) {
 /** A child that stays away from the bus, so that nobody but the test reports changes of names. */
 class bridge_name_owner_changed : public lifecycle_fixture {
 protected:
-    bridge_name_owner_changed() {
+    explicit bridge_name_owner_changed(bool twins = false) {
+        if (twins) {
+            bridge.enable_twins_mode();
+        }
         spawn_probe(bridge, {"sleep"});
         drain_main_loop();
         log.clear();
@@ -67,6 +70,14 @@ protected:
 
     recording_bridge bridge;
     std::string changed_name;
+};
+
+/** Two such children. */
+class bridge_name_owner_changed_of_twins : public bridge_name_owner_changed {
+protected:
+    bridge_name_owner_changed_of_twins() : bridge_name_owner_changed(true) {}
+
+    const char* address(int slot) const { return bridge.m_child_proxy[slot]->get_bus_addr(); }
 };
 
 }  // namespace
@@ -244,4 +255,20 @@ TEST_F(bridge_name_owner_changed, Is_told_by_the_bus_with_the_bridge_as_user_dat
     const std::string head = "const char*, void*): " + other.child_name();
     EXPECT_TRUE(wait_until([this, &head] { return log.text().find(head) != std::string::npos; }));
     EXPECT_THAT(own_lines(log), Contains(not_all_line));
+}
+
+TEST_F(bridge_name_owner_changed_of_twins, Is_shown_to_both_in_the_order_of_their_slots) {
+    bridge.switch_main_worker();
+    change_child("", ":1.7");
+    EXPECT_EQ(own_lines(log), with_head({not_all_line, connected_line}));
+    EXPECT_EQ(address(0), nullptr);
+    EXPECT_STREQ(address(1), ":1.7");
+    EXPECT_TRUE(is_watching());
+
+    bridge.switch_main_worker();
+    change_child("", ":1.8");
+    EXPECT_EQ(own_lines(log), with_head({connected_line, disconnect_line}));
+    EXPECT_STREQ(address(0), ":1.8");
+    EXPECT_STREQ(address(1), ":1.7");
+    EXPECT_FALSE(is_watching());
 }
