@@ -186,6 +186,16 @@ TEST_F(bridge_terminate, Does_nothing_without_a_worker) {
     EXPECT_EQ(sigterm_record::sent, 0);
 }
 
+TEST_F(bridge_terminate, Has_no_process_to_signal_without_a_worker) {
+    recording_bridge bridge(true);
+    log.clear();
+    bridge.terminate_worker_impl();
+    EXPECT_EQ(sigterm_record::sent, 0);
+    EXPECT_THAT(own_lines(log),
+                ElementsAre(line("DBG", "bridge",
+                                 "virtual void vask_app_bridge::terminate_worker_impl()")));
+}
+
 TEST_F(bridge_terminate, Does_nothing_for_a_child_that_has_exited_and_was_reported) {
     recording_bridge bridge(true);
     bridge.spawn_child({"--exit", "0"});
