@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <cstdarg>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "bridge/recording_bridge.h"
+#include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
 
@@ -23,12 +25,67 @@ namespace {
 constexpr int no_watch = 0;
 constexpr int some_pid = 12345;
 
-using types = std::vector<GType>;
+/** What the bus library was asked for, in this order. */
+std::vector<std::string> bus_calls;
 
-/** The arguments of the signals that marshallers were registered for. */
-std::vector<types> marshalled;
+struct registration {
+    GClosureMarshal marshaller;
+    std::vector<GType> arguments;
+};
+
+std::vector<registration> registrations;
 
 std::vector<GPid> closed_pids;
+std::function<void()> on_close;
+
+/** The types up to the closing G_TYPE_INVALID. */
+std::vector<GType> read_types(va_list list, GType first) {
+    std::vector<GType> types;
+    for (GType type = first; type != G_TYPE_INVALID; type = va_arg(list, GType)) {
+        types.push_back(type);
+    }
+    return types;
+}
+
+std::string names_of(const std::vector<GType>& types) {
+    std::string names;
+    for (const GType type : types) {
+        names += std::string(" ") + g_type_name(type);
+    }
+    return names;
+}
+
+std::string handed_on;
+
+void note_int_string(gpointer, int id, const char* data, gpointer) {
+    handed_on = std::to_string(id) + " " + data;
+}
+
+void note_uint_int_string(gpointer, guint number, int id, const char* data, gpointer) {
+    handed_on = std::to_string(number) + " " + std::to_string(id) + " " + data;
+}
+
+/** Has the marshaller call the callback with 3000000000, -5 and "text", as far as it takes them. */
+std::string hand_on(const registration& marshalled, GCallback callback) {
+    std::vector<GValue> values(1 + marshalled.arguments.size());
+    g_value_init(&values[0], G_TYPE_POINTER);
+    for (std::size_t i = 1; i < values.size(); ++i) {
+        g_value_init(&values[i], marshalled.arguments[i - 1]);
+        if (G_VALUE_HOLDS_UINT(&values[i])) {
+            g_value_set_uint(&values[i], 3000000000);
+        } else if (G_VALUE_HOLDS_INT(&values[i])) {
+            g_value_set_int(&values[i], -5);
+        } else {
+            g_value_set_static_string(&values[i], "text");
+        }
+    }
+    GClosure* closure = g_cclosure_new(callback, nullptr, nullptr);
+    g_closure_set_marshal(closure, marshalled.marshaller);
+    handed_on.clear();
+    g_closure_invoke(closure, nullptr, static_cast<guint>(values.size()), values.data(), nullptr);
+    g_closure_sink(closure);
+    return handed_on;
+}
 
 gboolean stay(gpointer) {
     return G_SOURCE_CONTINUE;
@@ -73,22 +130,53 @@ protected:
 
 }  // namespace
 
+extern "C" DBusGProxy* dbus_g_proxy_new_for_name(DBusGConnection* connection, const char* name,
+                                                 const char* path, const char* interface) {
+    bus_calls.push_back(std::string("proxy for ") + name);
+    return next_function<DBusGProxy*(DBusGConnection*, const char*, const char*, const char*)>(
+        "dbus_g_proxy_new_for_name")(connection, name, path, interface);
+}
+
 extern "C" void dbus_g_object_register_marshaller(GClosureMarshal marshaller, GType return_type,
                                                   ...) {
-    types arguments;
     va_list list;
     va_start(list, return_type);
-    for (GType type; (type = va_arg(list, GType)) != G_TYPE_INVALID;) {
-        arguments.push_back(type);
-    }
+    const GType first_type = va_arg(list, GType);
+    const std::vector<GType> arguments = read_types(list, first_type);
     va_end(list);
-    marshalled.push_back(arguments);
+    bus_calls.push_back(std::string("marshaller of ") + g_type_name(return_type) + " for" +
+                        names_of(arguments));
+    registrations.push_back({marshaller, arguments});
     dbus_g_object_register_marshaller_array(marshaller, return_type,
                                             static_cast<guint>(arguments.size()), arguments.data());
 }
 
+extern "C" void dbus_g_proxy_add_signal(DBusGProxy* proxy, const char* signal, GType first_type,
+                                        ...) {
+    va_list list;
+    va_start(list, first_type);
+    std::vector<GType> arguments = read_types(list, first_type);
+    va_end(list);
+    bus_calls.push_back(std::string("signal ") + signal + " with" + names_of(arguments));
+    // No signal of the bridge has more.
+    arguments.resize(3, G_TYPE_INVALID);
+    next_function<void(DBusGProxy*, const char*, GType, ...)>("dbus_g_proxy_add_signal")(
+        proxy, signal, arguments[0], arguments[1], arguments[2], G_TYPE_INVALID);
+}
+
+extern "C" void dbus_g_proxy_connect_signal(DBusGProxy* proxy, const char* signal,
+                                            GCallback handler, void* data,
+                                            GClosureNotify free_data) {
+    bus_calls.push_back(std::string("handler of ") + signal);
+    next_function<void(DBusGProxy*, const char*, GCallback, void*, GClosureNotify)>(
+        "dbus_g_proxy_connect_signal")(proxy, signal, handler, data, free_data);
+}
+
 extern "C" void g_spawn_close_pid(GPid pid) {
     closed_pids.push_back(pid);
+    if (on_close) {
+        on_close();
+    }
 }
 
 TEST_F(child_proxy, Knows_its_pid_and_starts_without_bus_and_termination) {
@@ -200,6 +288,18 @@ TEST_F(child_proxy, Closes_its_pid_when_it_is_deleted) {
     EXPECT_THAT(closed_pids, ElementsAre(some_pid));
 }
 
+TEST_F(child_proxy, Has_ended_its_watch_when_it_closes_its_pid) {
+    const guint watch = g_timeout_add_seconds(1000, stay, nullptr);
+    auto proxy = make_proxy(some_pid, watch);
+    bool is_watching = true;
+    on_close = [watch, &is_watching] {
+        is_watching = g_main_context_find_source_by_id(nullptr, watch) != nullptr;
+    };
+    proxy.reset();
+    on_close = nullptr;
+    EXPECT_FALSE(is_watching);
+}
+
 TEST_F(child_proxy, Closes_no_pid_0) {
     make_proxy(0).reset();
     EXPECT_THAT(closed_pids, IsEmpty());
@@ -243,12 +343,24 @@ TEST_F(child_proxy, Makes_a_bus_proxy_for_the_child_and_releases_it) {
     EXPECT_FALSE(proxy->is_bus_alive());
 }
 
-TEST_F(child_proxy, Registers_marshallers_for_the_signals_that_a_child_may_have) {
+TEST_F(child_proxy, Is_set_up_on_the_bus_step_by_step) {
     const auto proxy = make_proxy(some_pid);
-    marshalled.clear();
+    bus_calls.clear();
     proxy->bus_setup(bridge.m_bus_connection);
-    EXPECT_THAT(marshalled, ElementsAre(types{G_TYPE_INT, G_TYPE_STRING},
-                                        types{G_TYPE_UINT, G_TYPE_INT, G_TYPE_STRING}));
+    EXPECT_THAT(bus_calls,
+                ElementsAre("proxy for com.example.vask.Child_12345",
+                            "marshaller of void for gint gchararray",
+                            "signal ChildSignal with gint gchararray", "handler of ChildSignal",
+                            "marshaller of void for guint gint gchararray"));
+}
+
+TEST_F(child_proxy, Registers_marshallers_that_fit_the_signals_that_a_child_may_have) {
+    const auto proxy = make_proxy(some_pid);
+    registrations.clear();
+    proxy->bus_setup(bridge.m_bus_connection);
+    ASSERT_EQ(registrations.size(), 2u);
+    EXPECT_EQ(hand_on(registrations[0], G_CALLBACK(note_int_string)), "-5 text");
+    EXPECT_EQ(hand_on(registrations[1], G_CALLBACK(note_uint_int_string)), "3000000000 -5 text");
 }
 
 TEST_F(child_proxy, Setting_up_the_bus_leaves_the_bus_address_alone) {
