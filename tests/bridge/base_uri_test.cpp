@@ -13,10 +13,30 @@ namespace {
 
 constexpr bool without_bus = true;
 
+const std::string refusal_begin = "Invalid URI: '";
+const std::string refusal_end = "'.";
+
+std::string refusal_of_length(std::size_t length) {
+    const std::size_t uri_length = length - refusal_begin.size() - refusal_end.size();
+    return refusal_begin + std::string(uri_length, 'u') + refusal_end;
+}
+
+std::string uri_of(const std::string& refusal) {
+    return refusal.substr(refusal_begin.size(),
+                          refusal.size() - refusal_begin.size() - refusal_end.size());
+}
+
 class base_uri : public testing::Test {
 protected:
     bool set_base(std::string uri, vask_error* err = nullptr) {
         return bridge.set_base_uri(uri, err);
+    }
+
+    std::string message_about(const std::string& uri) {
+        vask_error err;
+        EXPECT_FALSE(set_base(uri, &err));
+        EXPECT_EQ(err.get_code(), VASK_ERR_INVALID_URI);
+        return err.get_message();
     }
 
     std::string convert(const std::string& base, const std::string& fname) {
@@ -46,6 +66,16 @@ TEST_F(base_uri, Is_stored_when_it_holds_a_scheme_separator) {
     EXPECT_EQ(err.get_code(), VASK_ERR_NONE);
     EXPECT_EQ(err.get_message(), "");
     EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(base_uri, Is_a_copy_of_what_was_given) {
+    const std::string text = "https://host/" + std::string(100, 'p');
+    std::string given = text;
+
+    EXPECT_TRUE(bridge.set_base_uri(given, nullptr));
+
+    EXPECT_EQ(given, text);
+    EXPECT_EQ(bridge.get_base_uri(), text);
 }
 
 TEST_F(base_uri, Is_not_checked_any_further) {
@@ -95,6 +125,28 @@ TEST_F(base_uri, Logs_a_text_with_format_characters_as_it_is) {
 
     EXPECT_EQ(err.get_message(), "Invalid URI: '%s%n%d'.");
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "bridge", "Invalid URI: '%s%n%d'.")));
+}
+
+TEST_F(base_uri, Is_refused_with_a_whole_message_of_4095_characters) {
+    log_catcher log;
+    const std::string message = refusal_of_length(4095);
+    EXPECT_EQ(message_about(uri_of(message)), message);
+    EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "bridge", message)));
+}
+
+TEST_F(base_uri, Is_refused_without_a_message_if_that_had_4096_characters) {
+    log_catcher log;
+    EXPECT_EQ(message_about(uri_of(refusal_of_length(4096))), "");
+    EXPECT_THAT(log.lines(),
+                ElementsAre(line("ERR", "vask_snprintf", "The length of input may be too long."),
+                            line("ERR", "bridge", "")));
+}
+
+TEST_F(base_uri, Is_refused_with_the_first_4095_characters_of_a_longer_message) {
+    log_catcher log;
+    const std::string message = refusal_of_length(5000);
+    EXPECT_EQ(message_about(uri_of(message)), message.substr(0, 4095));
+    EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "bridge", message.substr(0, 4095))));
 }
 
 TEST_F(base_uri, Gives_an_absolute_name_its_scheme_and_authority) {
