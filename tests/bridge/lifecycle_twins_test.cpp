@@ -198,6 +198,15 @@ TEST_F(bridge_twins, Tell_who_is_the_main_worker_at_the_time_of_the_crash) {
     EXPECT_THAT(bridge.ends, ElementsAre(main_worker_crash, other_worker_crash));
 }
 
+TEST_F(bridge_twins, Share_a_count_of_geometry_that_the_end_of_either_resets) {
+    spawn_probe(bridge, {"sleep"});
+    for (int slot : {1, 0}) {
+        bridge.m_window_data_sent_count = 7;
+        crash(slot);
+        EXPECT_EQ(bridge.m_window_data_sent_count, 0u);
+    }
+}
+
 TEST_F(bridge_twins, Keep_the_main_place_of_a_crashed_worker_empty) {
     spawn_probe(bridge, {"sleep"});
     const int other = pid(1);

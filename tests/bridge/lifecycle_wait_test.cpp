@@ -5,6 +5,7 @@
 #include "bridge/lifecycle_support.h"
 
 using namespace vask_test;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -82,6 +83,17 @@ TEST_F(bridge_wait, Leaves_a_slot_in_which_the_next_child_can_be_started) {
     bridge.spawn_child({"--exit", "0"});
     ASSERT_TRUE(bridge.wait_for_ends(1));
     EXPECT_THAT(bridge.ends, ElementsAre(main_worker_crash));
+}
+
+TEST_F(bridge_wait, Keeps_the_count_of_geometry_until_it_is_told_to_forget_the_child) {
+    recording_bridge bridge(true);
+    spawn_probe(bridge, {"sleep"});
+    bridge.m_window_data_sent_count = 7;
+    bridge.terminate_worker();
+    ASSERT_TRUE(bridge.vask_wait_child_exit(0));
+    EXPECT_EQ(bridge.m_window_data_sent_count, 7u);
+    bridge.free_child_resource();
+    EXPECT_EQ(bridge.m_window_data_sent_count, 0u);
 }
 
 TEST_F(bridge_wait, Waits_for_a_child_that_had_ended_already) {
@@ -198,6 +210,24 @@ TEST_F(bridge_wait_timeout, Leaves_a_slot_whose_next_child_is_not_taken_for_the_
     end_forgotten_child(old_pid);
     EXPECT_THAT(bridge.ends, IsEmpty());
     EXPECT_EQ(bridge.get_child_pid(), new_pid);
+}
+
+TEST_F(bridge_wait_timeout, Is_counted_for_each_twin_anew) {
+    recording_bridge bridge(true);
+    bridge.enable_twins_mode();
+    spawn_probe(bridge, {"stubborn"});
+    ASSERT_TRUE(wait_until_ready(2));
+    const int pids[] = {bridge.m_child_proxy[0]->get_pid(), bridge.m_child_proxy[1]->get_pid()};
+    bridge.terminate_all_workers();
+    log.clear();
+    const double start = now_msec();
+    EXPECT_FALSE(bridge.vask_wait_child_exit(100));
+    EXPECT_GT(now_msec() - start, 200);
+    EXPECT_THAT(own_lines(log),
+                Contains(line("INFO", "bridge", wait_signature + ": timeouted")).Times(2));
+    for (int pid : pids) {
+        end_forgotten_child(pid);
+    }
 }
 
 TEST_F(bridge_wait_timeout, Of_one_twin_does_not_keep_the_bridge_from_waiting_for_the_other) {
