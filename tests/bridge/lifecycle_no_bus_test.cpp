@@ -19,10 +19,12 @@ const log_line no_proxy = line("ERR", "bridge", "Failed to get DBUS proxy");
 
 }  // namespace
 
-TEST_F(bridge_without_bus, Logs_both_failures_and_is_constructed) {
-    vask_object::print_msg_level = VASK_P_ERR;
+TEST_F(bridge_without_bus, Logs_its_signature_and_both_failures_and_is_constructed) {
     recording_bridge bridge(false);
-    EXPECT_THAT(own_lines(log), ElementsAre(cannot_open, no_proxy));
+    EXPECT_THAT(
+        own_lines(log),
+        ElementsAre(line("DBG", "bridge", "vask_app_bridge::vask_app_bridge(const char*, bool)"),
+                    cannot_open, no_proxy));
     EXPECT_EQ(bridge.m_bus_connection, nullptr);
     EXPECT_EQ(bridge.m_bus_daemon_proxy, nullptr);
 }

@@ -5,6 +5,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "bridge/lifecycle_support.h"
 
 using namespace vask_test;
@@ -44,6 +46,13 @@ bool real_time_is_permitted() {
     param.sched_priority = 0;
     sched_setscheduler(0, SCHED_OTHER, &param);
     return permitted;
+}
+
+/** Of priority -500, which no kernel grants. */
+log_line refused_priority_line(const vask_app_bridge& bridge) {
+    return line("WARN", "bridge",
+                "Failed to call sched_setscheduler: PID: " +
+                    std::to_string(bridge.get_child_pid()) + ", PRIO: -500, err: 22 (RT)");
 }
 
 }  // namespace
@@ -262,8 +271,18 @@ TEST_F(bridge_child_priority, That_the_kernel_refuses_does_not_keep_the_child_fr
     bridge.set_child_priority(-500);
     EXPECT_FALSE(spawn_probe(bridge, {"sleep"}));
     EXPECT_FALSE(has_ended(bridge.get_child_pid()));
-    EXPECT_THAT(own_lines(log), Contains(line("WARN", "bridge",
-                                              "Failed to call sched_setscheduler: PID: " +
-                                                  std::to_string(bridge.get_child_pid()) +
-                                                  ", PRIO: -500, err: 22 (RT)")));
+    EXPECT_THAT(own_lines(log), Contains(refused_priority_line(bridge)));
+}
+
+TEST_F(bridge_child_priority, Is_set_before_the_proxy_is_made) {
+    recording_bridge bridge(true);
+    bridge.set_child_priority(-500);
+    spawn_probe(bridge, {"sleep"});
+    const std::vector<log_line> lines = own_lines(log);
+    const auto refused = std::find(lines.begin(), lines.end(), refused_priority_line(bridge));
+    ASSERT_NE(refused, lines.end());
+    EXPECT_THAT(
+        std::vector<log_line>(refused, lines.end()),
+        Contains(line("DBG", "bridge",
+                      "Created child_proxy for " + std::to_string(bridge.get_child_pid()))));
 }
