@@ -34,6 +34,12 @@ protected:
     const running_child child{log};
 };
 
+std::string printed;
+
+void note_printed(const char* text) {
+    printed += text;
+}
+
 std::string wrong_pid(const std::string& pid) {
     return "No kelvo-sched process with pid: " + pid + "\n";
 }
@@ -277,4 +283,29 @@ TEST_F(tool_with_child, Stays_with_a_proxy_that_was_made_before) {
     ASSERT_TRUE(tool.make_proxy(second.pid(), false));
     EXPECT_EQ(tool.run_with({"tool", "-p", pid(), "pid"}), 0);
     EXPECT_EQ(tool.pid_reply, std::to_string(second.pid()));
+}
+
+TEST_F(tool_with_child, Prints_with_the_print_handler_of_GLib) {
+    open_tool lonely(false, "nobody_has_this_name");
+    std::vector<int> pids = {20};
+    std::vector<std::string> words = {"a"};
+    const GPrintFunc former = g_set_print_handler(note_printed);
+
+    tool.print_usage();
+    tool.print_version();
+    tool.print_proc_list(pids);
+    tool.cmd_func_test(words);
+    EXPECT_EQ(lonely.run_with({"tool", "note"}), 1);
+    EXPECT_EQ(tool.run_with({"tool", "--unknown"}), 1);
+    EXPECT_EQ(tool.run_with({"tool", "--pid=1", "note"}), 1);
+
+    g_set_print_handler(former);
+    EXPECT_EQ(log.text(), "");
+    EXPECT_EQ(printed, std::string(usage) +
+                           "tool 1.2.3\n"
+                           "List of processes: wanted_child\n      20\n"
+                           "\n*** This is test command\n[00] a\n\n"
+                           "Not found 'nobody_has_this_name' in this computer\n"
+                           "option parsing failed: Unknown option --unknown\n" +
+                           wrong_pid("1"));
 }
