@@ -1,3 +1,4 @@
+#include <dbus/dbus-glib.h>
 #include <glib-object.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,6 +27,7 @@ struct open_child : vask_child {
 
 std::vector<std::string>* order = nullptr;
 int thread_initialisations = 0;
+bool was_used_unprepared = false;
 
 void note_observer(vask_child*, int, const char*, void*) {
     order->push_back("observer");
@@ -42,6 +44,17 @@ extern "C" void dbus_g_thread_init() {
     next_function<void()>("dbus_g_thread_init")();
 }
 
+extern "C" void dbus_g_object_type_install_info(GType type, const DBusGObjectInfo* info) {
+    was_used_unprepared |= thread_initialisations == 0;
+    next_function<void(GType, const DBusGObjectInfo*)>("dbus_g_object_type_install_info")(type,
+                                                                                          info);
+}
+
+extern "C" DBusGConnection* dbus_g_bus_get(DBusBusType type, GError** error) {
+    was_used_unprepared |= thread_initialisations == 0;
+    return next_function<DBusGConnection*(DBusBusType, GError**)>("dbus_g_bus_get")(type, error);
+}
+
 TEST(without_a_session_bus, a_child_says_so_without_a_line_end) {
     log_catcher log;
     open_child child;
@@ -56,9 +69,11 @@ TEST(without_a_session_bus, a_child_still_has_its_object) {
     EXPECT_STREQ(G_OBJECT_TYPE_NAME(child.m_bus_object), "VaskChild");
 }
 
-TEST(without_a_session_bus, a_child_has_prepared_the_bus_library_for_threads) {
+TEST(without_a_session_bus, a_child_has_prepared_the_bus_library_for_threads_before_use) {
+    was_used_unprepared = false;
     open_child child;
     EXPECT_EQ(thread_initialisations, 1);
+    EXPECT_FALSE(was_used_unprepared);
 }
 
 TEST(without_a_session_bus, a_child_releases_its_object) {
