@@ -41,7 +41,8 @@ public:
 
     ~vask_app() override;
 
-    /** @return whether construction, or an argument check that was made fatal, failed */
+    /** @return whether construction, or an argument check that was made fatal, failed, or a
+     *          subclass has cleared #m_init_ok, as vask_child does when its bus is lost */
     bool init_failed() const;
 
     /**
@@ -89,9 +90,9 @@ public:
     /**
      * The argument at the cursor.
      *
-     * @return the argument, or an empty string, after "arg_iter: index is invalid" at ERR, when the
-     *         cursor is out of range. The string stays this object's; what is written to the empty
-     *         one is gone with the next call
+     * @return the argument, or an empty string when the cursor is out of range: behind the end
+     *         after "arg_iter: index is invalid" at ERR, below 0 without it. The string stays this
+     *         object's; what is written to the empty one is gone with the next call
      */
     std::string& arg_iter_elem();
 
@@ -100,7 +101,8 @@ public:
      *
      * @param off  offset from the cursor
      * @return the number at the argument's start, 0 when there is none; also 0 for an index out of
-     *         range (with the line of arg_iter_chk_idx())
+     *         range (with the line of arg_iter_chk_idx(); an index below 0 has it only if the
+     *         cursor is behind the end)
      */
     int arg_iter_get_int(int off) const;
 
@@ -108,8 +110,8 @@ public:
      * An argument's text.
      *
      * @param off  offset from the cursor
-     * @return a text that stays this object's, or null for an index out of range (with the line of
-     *         arg_iter_chk_idx())
+     * @return a text that stays this object's, or null for an index out of range (with the line as
+     *         in arg_iter_get_int())
      */
     const char* arg_iter_get_char_p(int off) const;
 
@@ -117,8 +119,8 @@ public:
      * An argument as a hexadecimal number, with or without "0x".
      *
      * @param off  offset from the cursor
-     * @return the number, or 0 for an index out of range (with the line of arg_iter_chk_idx()) and
-     *         for another text (with "Failed to convert hexadecimal form 'TEXT'" at ERR)
+     * @return the number, or 0 for an index out of range (with the line as in arg_iter_get_int())
+     *         and for another text (with "Failed to convert hexadecimal form 'TEXT'" at ERR)
      */
     unsigned int arg_iter_get_uint_hex(int off) const;
 

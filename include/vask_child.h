@@ -45,7 +45,8 @@ struct vask_child_signal_closure {
  * A process has at most one child on the bus, ever: a further object logs that at ERR and serves
  * nothing. The bus presence ends with the process; calls that come after the object's end are
  * answered with an error. A child whose bus goes away logs
- * "The connection to the session bus is lost" at ERR and leaves run() with status 1.
+ * "The connection to the session bus is lost" at ERR and leaves run() with status 1; from then on
+ * init_failed() is true.
  */
 class VASK_EXPORT vask_child : public vask_app {
 public:
@@ -55,7 +56,8 @@ public:
      * @param argument  what the caller sent, never null, valid during the call
      * @param reply     null on entry; may be set to a text that stays valid after the handler
      *                  returns and stays the handler's (a literal is legal). Null is sent as the
-     *                  empty string. A reply that is not valid UTF-8 fails the call, with
+     *                  empty string. A reply that is not valid UTF-8, or too long for a message
+     *                  of the bus (128 MiB), fails the call, with
      *                  "Failed to reply to command ID: REASON" at ERR under the name "vask_child"
      * @return whether the call succeeds; a failed one carries no reply
      */
@@ -84,7 +86,8 @@ public:
      *
      * @param signal_id  any number that parent and child agree on
      * @param data       text of the signal; null is sent as the empty string. Text that is not
-     *                   valid UTF-8 is not sent: "Failed to emit signal ID: REASON" at ERR
+     *                   valid UTF-8, or too long for a message of the bus (128 MiB), is not sent:
+     *                   "Failed to emit signal ID: REASON" at ERR
      */
     virtual void emit_signal(int signal_id, const char* data);
 
@@ -111,7 +114,8 @@ public:
     /**
      * Registers a local observer. Registering it twice has it called twice. Observers may be
      * registered and removed inside an observer; that takes effect at once, but an observer added
-     * meanwhile is not called for the signal that is being raised.
+     * meanwhile is not called for the signal that is being raised. One that is removed and added
+     * again meanwhile counts as never removed.
      *
      * @param callback   not null
      * @param signal_id  the signal to observe
@@ -147,7 +151,8 @@ protected:
      */
     void add_cmd_handler(int id, cmd_handler handler);
 
-    /** The object that stands on the bus for this child; null without system initialisation. */
+    /** The object that stands on the bus for this child; null without system initialisation and in
+     *  a second child that was refused. After a failure of the bus it is there, but not on it. */
     VaskChild* m_bus_object;
 
     /** The handlers, by command id. */
