@@ -50,8 +50,8 @@ struct VASK_EXPORT child_cmd_buffer {
  * @brief The parent's record of one spawned child: process, bus name, bus proxy, waiting commands.
  *
  * The bridge makes one for each child right after the spawn and deletes it when the child has
- * ended. The bus proxy exists once the child was met; the bus address only while the child is
- * connected. Main loop thread only.
+ * ended. The bus proxy exists once the child was met; the bus address as well, until the bridge
+ * notices that the child has left the bus. Main loop thread only.
  */
 class VASK_EXPORT vask_child_proxy : public virtual vask_object {
 public:
@@ -133,7 +133,8 @@ private:
 enum auto_send_set_window_type : int {
     VASK_AUTO_SEND_SET_WINDOW_NONE = 0,   /**< never; it is not even saved */
     VASK_AUTO_SEND_SET_WINDOW_ALWAYS = 1, /**< every time */
-    VASK_AUTO_SEND_SET_WINDOW_CHANGED = 2 /**< when it changed or was never sent to this child */
+    VASK_AUTO_SEND_SET_WINDOW_CHANGED = 2 /**< when it changed, or nothing was sent since
+                                               vask_app_bridge::free_child_resource() */
 };
 
 /**
@@ -148,8 +149,8 @@ enum auto_send_set_window_type : int {
  *
  * On its first appearance on the bus a worker gets the saved geometry and then, in order, the
  * commands that were queued for it. Once every worker has appeared the bridge no longer watches the
- * bus. A child that is spawned again after a crash is therefore met only if init_proxy() is called
- * before that spawn().
+ * bus. A child that is spawned later, such as after a crash of one that was met, is therefore met
+ * only if init_proxy() is called before that spawn().
  *
  * A worker that ends is an exit if terminate_worker() was called for it, and a crash otherwise,
  * whatever its exit status. The bridge may be deleted inside any of its callbacks.
@@ -196,7 +197,7 @@ public:
     /**
      * Tells the geometry of the window that the child shall draw into; see
      * set_auto_send_set_window_type() for what happens with it. Without a child on the bus it is
-     * only saved, and goes out when the child appears.
+     * only saved, and goes out when the child appears, if width and height are above 0.
      *
      * @param x,y  left and top edge, in pixels
      * @param w,h  width and height, in pixels
@@ -264,7 +265,9 @@ public:
     /** @return the main worker's process id, -1 without one */
     int get_child_pid() const;
 
-    /** @return the main worker's unique bus name, or null while it is not on the bus */
+    /** @return the main worker's unique bus name; null until it was met, and after a loss that the
+     *          bridge has noticed. Once the bus is no longer watched a loss goes unnoticed, and the
+     *          name stays */
     const char* get_child_bus_addr() const;
 
     /** @param priority  priority number (see vask_object) for children spawned from now on; 0
@@ -294,7 +297,8 @@ public:
      */
     bool vask_wait_child_exit(unsigned int timeout_ms);
 
-    /** Forgets what was sent to the child that has ended. */
+    /** Forgets that geometry was sent, to either twin. Called when a worker has ended, before its
+     *  callback, but not by vask_wait_child_exit(). */
     void free_child_resource();
 
     /**
@@ -376,9 +380,11 @@ public:
     bool send_cmd_no_reply(int id, const std::string& argument, vask_error* err = nullptr);
 
     /**
-     * Sends the queued commands of a child, in order. Does not wait.
+     * Sends the queued commands of a child, in order. Does not wait. A command whose text cannot
+     * travel on the bus is dropped, with "Failed to send command ID: REASON" at ERR.
      *
-     * @param proxy  null does nothing; without a bus proxy its queue is kept
+     * @param proxy  null does nothing; without a bus proxy, or when the bus is lost, its queue is
+     *               kept
      */
     void flush_child_cmd_buffer(vask_child_proxy* proxy);
 
@@ -386,7 +392,8 @@ public:
      * Sends the saved geometry. Does not wait.
      *
      * @param proxy  the child; null fails
-     * @param force  false sends only if nothing was sent to the current child yet
+     * @param force  false sends only if nothing was sent, to either twin, since
+     *               free_child_resource()
      * @param err    may be null; filled with ::VASK_ERR_NOT_SPAWNED (logged at ERR) or
      *               ::VASK_ERR_NO_CHILD_PROXY (logged at DBG)
      * @return true when it was sent or need not be; false as above, or, with
@@ -414,7 +421,7 @@ public:
 
     /** @param type  what set_window() does from now on; at first
      *               ::VASK_AUTO_SEND_SET_WINDOW_NONE. Any other value also has the saved geometry
-     *               sent when the child appears on the bus */
+     *               sent when the child appears on the bus, if width and height are above 0 */
     void set_auto_send_set_window_type(auto_send_set_window_type type);
 
     /**
@@ -428,7 +435,7 @@ public:
 
     /**
      * @param error  stays the caller's; may be null
-     * @return "CODE: MESSAGE", or "Error occured but GError is NULL." for null
+     * @return "CODE: MESSAGE", however long, or "Error occured but GError is NULL." for null
      */
     std::string build_error_message_from_gerror(GError* error) const;
 
@@ -509,7 +516,7 @@ protected:
     /** When set_window() sends. */
     auto_send_set_window_type m_auto_send_type;
 
-    /** How often the geometry was sent to the present children. */
+    /** How often the geometry was sent since free_child_resource(); one count for both twins. */
     std::uint64_t m_window_data_sent_count;
 
     /** The session bus, with a reference of this object; null without one. */
