@@ -95,7 +95,8 @@ public:
      * @param cmd_id  command id
      * @param arg     text of the command, valid UTF-8, not null
      * @param reply   receives the reply; untouched on failure; may be null
-     * @return as cmd_func(); false without a line when there is no such child
+     * @return as cmd_func(); false without a line when there is no such child, and false like
+     *         make_proxy() when there is no session bus
      */
     bool call(int cmd_id, const char* arg, std::string* reply);
 
@@ -106,7 +107,8 @@ public:
      * @param cmd_id  command id
      * @param arg     text of the command, valid UTF-8, not null
      * @param reply   receives the reply; untouched on failure; may be null
-     * @return as cmd_func(); false without a line when no child has this key
+     * @return as cmd_func(); false without a line when no child has this key, and false like
+     *         make_proxy() when there is no session bus
      */
     bool call_by_key(unsigned long key, int cmd_id, const char* arg, std::string* reply);
 
@@ -120,7 +122,7 @@ protected:
     /** Name of the child program. */
     std::string m_program;
 
-    /** The child of the proxy; 0 without one. */
+    /** The child for which the last proxy was made; 0 before the first. */
     int m_pid;
 
 private:
@@ -180,7 +182,8 @@ public:
      * @param argv  the command line, which the option parser changes
      * @return exit status of the tool: 0 after a command, whatever became of it, after a command
      *         word that nobody added (a GLib warning) and after --version, --usage and --list; 1
-     *         when there is nothing to run or nobody to run it
+     *         when there is nothing to run or nobody to run it, for options that cannot be parsed
+     *         (which is printed) and without a session bus
      */
     int run(int argc, char** argv);
 
