@@ -65,3 +65,7 @@ GIOChannel* new_socket_channel(int fd) {
     channel->funcs = &functions;
     return channel;
 }
+
+bool is_socket_channel(const GIOChannel* channel) {
+    return channel->funcs->io_write == write_without_signal;
+}

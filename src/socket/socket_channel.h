@@ -8,4 +8,7 @@
 // waiting. It does not close the descriptor with its last reference.
 GIOChannel* new_socket_channel(int fd);
 
+// Whether a channel is one of these.
+bool is_socket_channel(const GIOChannel* channel);
+
 #endif

@@ -4,13 +4,24 @@
 
 #include <algorithm>
 
+#include "socket/sigpipe_guard.h"
 #include "vask_socket.h"
+
+namespace {
+
+// The last reference may flush as well.
+void release_channel(GIOChannel* channel) {
+    const sigpipe_guard guard(channel);
+    g_io_channel_unref(channel);
+}
+
+}  // namespace
 
 vask_peer_link::vask_peer_link(int fd) : m_fd(fd), m_channel(nullptr), m_open(true) {}
 
 vask_peer_link::~vask_peer_link() {
     if (m_channel != nullptr) {
-        g_io_channel_unref(m_channel);
+        release_channel(m_channel);
     }
     if (m_open) {
         ::close(m_fd);
@@ -19,7 +30,7 @@ vask_peer_link::~vask_peer_link() {
 
 void vask_peer_link::set_channel(GIOChannel* channel) {
     if (m_channel != nullptr) {
-        g_io_channel_unref(m_channel);
+        release_channel(m_channel);
     }
     m_channel = channel;
 }
@@ -35,6 +46,7 @@ void vask_peer_link::leave(vask_socket* socket) {
 void vask_peer_link::close(bool flush) {
     m_open = false;
     if (m_channel != nullptr) {
+        const sigpipe_guard guard(m_channel);
         // This closes the descriptor, whatever becomes of the flush.
         g_io_channel_shutdown(m_channel, flush, nullptr);
     } else {

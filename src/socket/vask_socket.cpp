@@ -11,6 +11,7 @@
 
 #include "foundation/exec_call.h"
 #include "foundation/glib_handles.h"
+#include "socket/sigpipe_guard.h"
 #include "socket/socket_channel.h"
 #include "socket/socket_descriptor.h"
 #include "socket/vask_peer_link.h"
@@ -356,6 +357,7 @@ GIOStatus vask_socket::write_all(const gchar* buf, gssize count, GError** error)
     gssize rest = count < 0 && buf != nullptr ? static_cast<gssize>(strlen(buf)) : count;
     GIOStatus status = G_IO_STATUS_NORMAL;
     gsize written = 0;
+    const sigpipe_guard guard(peer_ch);
     // A signal may cut a write short.
     do {
         status = g_io_channel_write_chars(peer_ch, buf, rest, &written, error);
