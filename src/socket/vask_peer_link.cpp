@@ -21,6 +21,8 @@ vask_peer_link::vask_peer_link(int fd) : m_fd(fd), m_channel(nullptr), m_open(tr
 
 vask_peer_link::~vask_peer_link() {
     if (m_channel != nullptr) {
+        // Then the descriptor ends with the channel.
+        m_open = m_open && !g_io_channel_get_close_on_unref(m_channel);
         release_channel(m_channel);
     }
     if (m_open) {

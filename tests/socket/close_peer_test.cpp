@@ -141,6 +141,16 @@ TEST(close_peer, The_end_of_a_socket_without_a_channel_closes_its_descriptor) {
     EXPECT_TRUE(wait_until([&] { return client.peer_is_gone(); }));
 }
 
+TEST(close_peer, By_the_last_reference_to_the_channel_closes_the_descriptor_once) {
+    connected pair;
+    g_io_channel_set_close_on_unref(pair.socket.peer_ch, TRUE);
+    watched_descriptor = pair.socket.peer_sock;
+    closes_of_watched_descriptor = 0;
+    EXPECT_TRUE(pair.socket.start_connect());
+    EXPECT_EQ(closes_of_watched_descriptor, 1);
+    watched_descriptor = -1;
+}
+
 TEST(close_peer, Of_a_socket_without_a_peer_does_nothing) {
     vask_socket socket(VASK_SOCK_TCP, 0, nullptr);
     log_catcher log;
