@@ -66,7 +66,8 @@ struct VASK_EXPORT vask_sock_read_context {
      * Copies what has been received.
      *
      * @param dest    room for `received - offset` bytes
-     * @param offset  first byte to copy; nothing is copied when fewer bytes have been received
+     * @param offset  first byte to copy; nothing is copied when fewer bytes have been received, or
+     *                when the buffer has been released
      */
     void copy(void* dest, unsigned long offset) const;
 

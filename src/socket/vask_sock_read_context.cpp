@@ -40,7 +40,7 @@ char* vask_sock_read_context::curr_buf_ptr() {
 }
 
 void vask_sock_read_context::copy(void* dest, unsigned long offset) const {
-    if (received > offset) {
+    if (buffer != nullptr && received > offset) {
         memcpy(dest, buffer + offset, received - offset);
     }
 }

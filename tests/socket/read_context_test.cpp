@@ -126,6 +126,16 @@ TEST(read_context, Deleting_the_buffer_leaves_the_counts) {
     EXPECT_EQ(context.read_req_size, 10u);
 }
 
+TEST(read_context, Copy_does_nothing_when_the_buffer_has_been_deleted) {
+    vask_sock_read_context context;
+    context.reset(10, 10);
+    receive(context, "abc");
+    context.delete_buffer();
+    char copied[] = "___";
+    context.copy(copied, 0);
+    EXPECT_STREQ(copied, "___");
+}
+
 TEST(read_context, Deleting_the_buffer_twice_is_harmless) {
     vask_sock_read_context context;
     context.reset(10, 10);
