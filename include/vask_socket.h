@@ -342,8 +342,8 @@ public:
     /**
      * Accepts one connection.
      *
-     * While the process or the system lacks descriptors or memory for a connection it stays in the
-     * queue, and accepting pauses for 100 ms after each attempt.
+     * While an error lasts that goes by with no connection, such as a lack of descriptors or
+     * memory, accepting pauses for 100 ms after each attempt.
      *
      * @param channel    the listening socket's channel
      * @param condition  what it is ready for

@@ -21,9 +21,23 @@ const char source_unit[] = "vask_socket";
 constexpr int backlog = 1;
 constexpr int pause_msec = 100;
 
-// While these last, the connection stays in the queue and the listening socket stays ready.
-bool is_shortage(int error) {
-    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+// These go by with one connection. While any other lasts, the listening socket stays ready.
+bool belongs_to_one_connection(int error) {
+    switch (error) {
+        case EAGAIN:
+        case ECONNABORTED:
+        case EHOSTDOWN:
+        case EHOSTUNREACH:
+        case ENETDOWN:
+        case ENETUNREACH:
+        case ENONET:
+        case ENOPROTOOPT:
+        case EOPNOTSUPP:
+        case EPROTO:
+            return true;
+        default:
+            return false;
+    }
 }
 
 }  // namespace
@@ -158,7 +172,7 @@ gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition co
     sockaddr_in peer = {};
     const int fd = accept_connection(m_sock, peer);
     const bool ok = fd != -1;
-    bool out_of_resources = false;
+    bool may_last = false;
     if (ok) {
         const bool serves_former_peer = m_read_context.reading;
         m_peer_addr = peer;
@@ -172,7 +186,7 @@ gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition co
             m_accept_watch_id = 0;
         }
     } else {
-        out_of_resources = is_shortage(errno);
+        may_last = !belongs_to_one_connection(errno);
         vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call accept(): %d\n", source_unit, __LINE__,
                signature, errno);
     }
@@ -186,7 +200,7 @@ gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition co
         stop_accepting();
         return FALSE;
     }
-    if (out_of_resources) {
+    if (may_last) {
         stop_accepting();
         m_pause_timer_id = add_timer_exec_func(
             pause_msec, static_cast<vask_exec_func>(&vask_server_socket::resume_accepting),

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -371,6 +372,41 @@ TEST(server_guard, A_want_of_memory_does_not_keep_the_loop_busy_either) {
     socket_fault fault("accept4", ENOMEM, 1000);
     EXPECT_LE(dispatches_within(450), 11);
     EXPECT_THAT(log.lines(), Contains(socket_line("ERR", server_name, failed_accept(ENOMEM))));
+}
+
+TEST(server_guard, Any_other_error_that_lasts_does_not_keep_the_loop_busy_either) {
+    for (const int error : {EPERM, EACCES, EINVAL, EBADF}) {
+        served service;
+        rehearse_a_failure(service);
+        raw_socket client = raw_socket::connected_to(service.server.port());
+        log_catcher log;
+        socket_fault fault("accept4", error, 1000);
+        EXPECT_LE(dispatches_within(450), 11) << error;
+        EXPECT_THAT(log.lines(), Contains(socket_line("ERR", server_name, failed_accept(error))));
+    }
+}
+
+TEST(server_guard, A_listening_socket_that_somebody_shuts_down_does_not_keep_the_loop_busy) {
+    served service;
+    rehearse_a_failure(service);
+    log_catcher log;
+    ASSERT_EQ(shutdown(service.server.m_sock, SHUT_RDWR), 0);
+    EXPECT_LE(dispatches_within(450), 11);
+    EXPECT_THAT(log.lines(), Contains(socket_line("ERR", server_name, failed_accept(EINVAL))));
+}
+
+TEST(server_guard, An_error_of_one_connection_does_not_hold_up_the_next) {
+    for (const int error : {EAGAIN, ECONNABORTED, EHOSTDOWN, EHOSTUNREACH, ENETDOWN, ENETUNREACH,
+                            ENONET, ENOPROTOOPT, EOPNOTSUPP, EPROTO}) {
+        served service;
+        log_catcher log;
+        socket_fault fault("accept4", error);
+        raw_socket client = service.client();
+        // The first dispatch after it accepts, and no timer.
+        g_main_context_iteration(nullptr, TRUE);
+        EXPECT_EQ(service.owner.calls, 2) << error;
+        EXPECT_NE(service.owner.sockets.back(), nullptr) << error;
+    }
 }
 
 TEST(server_guard, A_connection_that_had_no_descriptor_is_accepted_when_there_is_one) {
