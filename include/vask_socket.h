@@ -312,7 +312,10 @@ public:
     void read_done() override;
 
     /**
-     * Calls the accepted handler. A subclass can take over.
+     * Calls the accepted handler. A subclass can take over: a connection for which it does not call
+     * this is its own to close, by the descriptor in peer_sock, also when another connection has
+     * replaced it or the server has ended. It is the server's when the server has given it a
+     * channel or a copy of the server shares it.
      *
      * @param channel    the listening socket's channel
      * @param condition  what it is ready for

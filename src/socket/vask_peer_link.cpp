@@ -17,15 +17,15 @@ void release_channel(GIOChannel* channel) {
 
 }  // namespace
 
-vask_peer_link::vask_peer_link(int fd) : m_fd(fd), m_channel(nullptr), m_open(true) {}
+vask_peer_link::vask_peer_link(int fd) : m_fd(fd), m_channel(nullptr), m_is_ours(true) {}
 
 vask_peer_link::~vask_peer_link() {
     if (m_channel != nullptr) {
         // Then the descriptor ends with the channel.
-        m_open = m_open && !g_io_channel_get_close_on_unref(m_channel);
+        m_is_ours = m_is_ours && !g_io_channel_get_close_on_unref(m_channel);
         release_channel(m_channel);
     }
-    if (m_open) {
+    if (m_is_ours) {
         ::close(m_fd);
     }
 }
@@ -35,9 +35,13 @@ void vask_peer_link::set_channel(GIOChannel* channel) {
         release_channel(m_channel);
     }
     m_channel = channel;
+    use();
 }
 
 void vask_peer_link::join(vask_socket* socket) {
+    if (!m_sockets.empty()) {
+        use();
+    }
     m_sockets.push_back(socket);
 }
 
@@ -46,7 +50,7 @@ void vask_peer_link::leave(vask_socket* socket) {
 }
 
 void vask_peer_link::close(bool flush) {
-    m_open = false;
+    m_is_ours = false;
     if (m_channel != nullptr) {
         const sigpipe_guard guard(m_channel);
         // This closes the descriptor, whatever becomes of the flush.

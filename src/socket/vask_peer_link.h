@@ -26,8 +26,11 @@ public:
     void join(vask_socket* socket);
     void leave(vask_socket* socket);
 
-    // From now on the descriptor is somebody else's to close.
-    void release() { m_open = false; }
+    // From now on the descriptor is somebody else's to close, until one of our sockets uses it: by
+    // saying so, by giving it a channel or by joining another one.
+    void release() { m_is_ours = false; }
+    void use() { m_is_ours = true; }
+    bool is_used() const { return m_channel != nullptr || m_sockets.size() > 1; }
 
     // Closes it and has every socket on it forget it.
     void close(bool flush);
@@ -35,7 +38,7 @@ public:
 private:
     int m_fd;
     GIOChannel* m_channel;
-    bool m_open;
+    bool m_is_ours;
     std::vector<vask_socket*> m_sockets;
 };
 

@@ -6,6 +6,7 @@
 
 #include "foundation/exec_call.h"
 #include "socket/socket_descriptor.h"
+#include "socket/vask_peer_link.h"
 #include "vask_socket.h"
 
 // How accepting goes on: m_living_watch_id is the one watch on the listening socket, as long as
@@ -185,6 +186,10 @@ gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition co
             }
             m_accept_watch_id = 0;
         }
+        // An override of accepted() may keep it for itself.
+        if (m_peer_link && !m_peer_link->is_used()) {
+            m_peer_link->release();
+        }
     } else {
         may_last = !belongs_to_one_connection(errno);
         vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call accept(): %d\n", source_unit, __LINE__,
@@ -211,6 +216,9 @@ gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition co
 }
 
 gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool ok) {
+    if (ok && m_peer_link) {
+        m_peer_link->use();
+    }
     // Each complains when there is no peer, and in this order.
     const std::string ip_addr = get_peer_ip_addr();
     const int port = get_peer_port();

@@ -44,6 +44,8 @@ public:
     int sender_port() const { return ntohs(m_sender.sin_port); }
 
     void close();
+    /** Leaves the descriptor to its other owner. */
+    void forget() { m_fd = -1; }
     /** Closes so that the peer's next read fails with ECONNRESET. */
     void reset();
 

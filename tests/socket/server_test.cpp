@@ -1,10 +1,14 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <functional>
 #include <memory>
+#include <vector>
 
 #include "child/glib_log_catcher.h"
 #include "socket_owners.h"
@@ -26,6 +30,39 @@ bool option_is_set(int fd, int option) {
     int value = 0;
     socklen_t length = sizeof value;
     return getsockopt(fd, SOL_SOCKET, option, &value, &length) == 0 && value != 0;
+}
+
+/** Keeps the descriptors of its connections instead of handing them out. */
+class keeping_server : public open_server {
+public:
+    keeping_server() : open_server(VASK_SOCK_TCP, 0) { EXPECT_TRUE(start_service()); }
+
+    gboolean accepted(GIOChannel*, GIOCondition, bool ok) override {
+        if (ok) {
+            kept.emplace_back(peer_sock);
+        }
+        if (then) {
+            then();
+        }
+        return TRUE;
+    }
+
+    /** A client whose connection has been accepted. */
+    raw_socket client() {
+        const size_t before = kept.size();
+        raw_socket result = raw_socket::connected_to(port());
+        EXPECT_TRUE(wait_until([&] { return kept.size() > before; }));
+        return result;
+    }
+
+    std::vector<raw_socket> kept;
+    std::function<void()> then;
+};
+
+/** Whether a connection is still open at the server's end. */
+bool is_open(const raw_socket& kept, const raw_socket& client) {
+    client.send("ping");
+    return kept.receive(4) == "ping" && !client.peer_is_gone();
 }
 
 }  // namespace
@@ -236,21 +273,92 @@ TEST(server, A_handler_without_object_or_function_is_none) {
 }
 
 TEST(server, A_subclass_can_take_over_the_connections) {
-    class own_way : public open_server {
-    public:
-        using open_server::open_server;
-        gboolean accepted(GIOChannel*, GIOCondition, bool ok) override {
-            oks.push_back(ok);
-            return TRUE;
-        }
-        std::vector<bool> oks;
-    };
-    own_way server(VASK_SOCK_TCP, 0);
-    ASSERT_TRUE(server.start_service());
-    raw_socket client = raw_socket::connected_to(server.port());
-    EXPECT_TRUE(wait_until([&] { return server.oks.size() == 1; }));
-    EXPECT_TRUE(server.oks.front());
+    keeping_server server;
+    raw_socket client = server.client();
+    EXPECT_THAT(server.kept, SizeIs(1));
     EXPECT_EQ(server.get_peer_port(), htons(client.port()));
+}
+
+TEST(server, A_connection_that_a_subclass_has_taken_over_stays_open_when_the_next_one_comes) {
+    keeping_server server;
+    raw_socket first = server.client();
+    raw_socket second = server.client();
+    EXPECT_TRUE(is_open(server.kept[0], first));
+    EXPECT_TRUE(is_open(server.kept[1], second));
+}
+
+TEST(server, A_connection_that_a_subclass_has_taken_over_stays_open_when_the_server_ends) {
+    auto server = std::make_unique<keeping_server>();
+    raw_socket client = server->client();
+    const std::vector<raw_socket> kept = std::move(server->kept);
+    server.reset();
+    EXPECT_TRUE(is_open(kept.front(), client));
+}
+
+TEST(server, A_connection_that_a_subclass_has_closed_is_not_closed_once_more) {
+    auto server = std::make_unique<keeping_server>();
+    raw_socket client = server->client();
+    const int number = server->peer_sock;
+    server->kept.clear();
+    const raw_socket stranger(dup2(STDOUT_FILENO, number));
+    server.reset();
+    EXPECT_NE(fcntl(stranger.fd(), F_GETFD), -1);
+}
+
+TEST(server, A_connection_that_is_read_through_the_server_is_closed_when_the_next_one_comes) {
+    keeping_server server;
+    server.then = [&] {
+        server.kept.back().forget();
+        EXPECT_TRUE(server.set_read_request({}, 1, 1, 0));
+    };
+    raw_socket first = server.client();
+    EXPECT_FALSE(first.peer_is_gone());
+    raw_socket second = server.client();
+    EXPECT_TRUE(wait_until([&] { return first.peer_is_gone(); }));
+}
+
+TEST(server,
+     A_connection_that_has_a_request_before_a_subclass_has_it_is_closed_when_the_next_one_comes) {
+    keeping_server server;
+    server.then = [&] { server.kept.back().forget(); };
+    request_owner reader;
+    reader.then = [&reader](vask_socket* socket) {
+        if (reader.calls == 1) {
+            EXPECT_TRUE(socket->set_read_request(reader.handler(), 1, 1, 0));
+        }
+    };
+    raw_socket first = server.client();
+    ASSERT_TRUE(server.set_read_request(reader.handler(), 1, 1, 0));
+    raw_socket second = server.client();
+    EXPECT_FALSE(second.peer_is_gone());
+    raw_socket third = server.client();
+    EXPECT_TRUE(wait_until([&] { return second.peer_is_gone(); }));
+    server.close_peer_sock(FALSE);
+}
+
+TEST(server, A_connection_that_a_subclass_copies_is_closed_by_the_last_of_those_who_share_it) {
+    std::unique_ptr<vask_socket> copy;
+    keeping_server server;
+    server.then = [&] {
+        server.kept.back().forget();
+        copy = std::make_unique<vask_socket>(server);
+    };
+    raw_socket first = server.client();
+    raw_socket second = server.client();
+    EXPECT_TRUE(wait_until([&] { return first.peer_is_gone(); }));
+    EXPECT_FALSE(second.peer_is_gone());
+}
+
+TEST(server, A_connection_that_no_handler_takes_is_closed_when_the_next_one_comes) {
+    open_server server(VASK_SOCK_TCP, 0);
+    ASSERT_TRUE(server.start_service());
+    log_catcher log;
+    raw_socket first = raw_socket::connected_to(server.port());
+    EXPECT_TRUE(wait_until([&] { return server.peer_sock != 0; }));
+    EXPECT_FALSE(first.peer_is_gone());
+    server.set_watch_accepted();
+    raw_socket second = raw_socket::connected_to(server.port());
+    EXPECT_TRUE(wait_until([&] { return first.peer_is_gone(); }));
 }
 
 TEST(server, Of_an_unknown_protocol_does_not_start) {
