@@ -375,7 +375,8 @@ protected:
     /** The address that the server is bound to, in network byte order. */
     struct sockaddr_in m_server_addr;
 
-    /** Whom accepted() calls. */
+    /** Whom accepted() calls. Its data pointer is the vask_accepted_info during the call, and null
+     *  after it. */
     vask_obj_exec_info m_accepted_handler;
 
     /** The accept watch, from set_watch_accepted() until it is dispatched; else 0. */

@@ -230,8 +230,14 @@ gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool ok) {
         return FALSE;
     }
     vask_accepted_info info = {ok ? new vask_socket(*this) : nullptr, true};
+    m_accepted_handler.data = &info;
     const vask_obj_exec_info handler = m_accepted_handler;
-    call_member(handler.obj, handler.func, &info);
+    const std::weak_ptr<char> lifetime = m_lifetime;
+    call_member(handler.obj, handler.func, handler.data);
+    // It may have set another handler.
+    if (!lifetime.expired() && m_accepted_handler.data == &info) {
+        m_accepted_handler.data = nullptr;
+    }
     return info.keep_accepting;
 }
 

@@ -361,6 +361,33 @@ TEST(server, A_connection_that_no_handler_takes_is_closed_when_the_next_one_come
     EXPECT_TRUE(wait_until([&] { return first.peer_is_gone(); }));
 }
 
+TEST(server, The_data_pointer_of_the_handler_is_the_record_while_the_handler_runs) {
+    served service;
+    const void* argument = nullptr;
+    const void* data = nullptr;
+    service.owner.then = [&] {
+        argument = service.owner.info;
+        data = service.server.m_accepted_handler.data;
+    };
+    raw_socket client = service.client();
+    EXPECT_NE(argument, nullptr);
+    EXPECT_EQ(data, argument);
+    EXPECT_EQ(service.server.m_accepted_handler.data, nullptr);
+}
+
+TEST(server, A_handler_that_is_set_meanwhile_keeps_its_data_pointer) {
+    served service;
+    accept_owner next;
+    int some_data = 0;
+    service.owner.then = [&] {
+        service.server.set_accepted_handler({next.handler().func, &some_data, &next});
+    };
+    raw_socket first = service.client();
+    EXPECT_EQ(service.server.m_accepted_handler.data, &some_data);
+    raw_socket second = raw_socket::connected_to(service.server.port());
+    EXPECT_TRUE(wait_until([&] { return next.calls == 1; }));
+}
+
 TEST(server, Of_an_unknown_protocol_does_not_start) {
     open_server server(static_cast<vask_sock_proto>(2), 0);
     log_catcher log;

@@ -57,16 +57,20 @@ public:
     bool keep_accepting = true;
     std::vector<std::unique_ptr<vask_socket>> sockets;
 
+    /** What the handler was called with; gone when it has returned. */
+    const void* info = nullptr;
+
     /** Runs last in the handler. */
     std::function<void()> then;
 
 private:
     void accepted(void* argument) {
-        auto* info = static_cast<vask_accepted_info*>(argument);
+        auto* connection = static_cast<vask_accepted_info*>(argument);
         ++calls;
-        sockets.emplace_back(info->sock);
+        info = argument;
+        sockets.emplace_back(connection->sock);
         if (!keep_accepting) {
-            info->keep_accepting = false;
+            connection->keep_accepting = false;
         }
         if (then) {
             then();
@@ -88,8 +92,9 @@ class open_server : public open_socket<vask_server_socket> {
 public:
     using open_socket::open_socket;
     using vask_server_socket::m_accept_watch_id;
-    using vask_server_socket::m_sock;
+    using vask_server_socket::m_accepted_handler;
     using vask_server_socket::sock_ch;
+    using vask_server_socket::m_sock;
 
     /** The port that the system has chosen. */
     int port() const;
