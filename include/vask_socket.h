@@ -241,7 +241,7 @@ protected:
     /** Channel on peer_sock; null for none. */
     GIOChannel* peer_ch;
 
-    /** Whom read_done() calls. */
+    /** Whom read_done() calls. Its data pointer is this socket once it has been called. */
     vask_obj_exec_info m_read_done_handler;
 
 public:

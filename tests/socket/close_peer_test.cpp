@@ -13,6 +13,8 @@ using testing::IsEmpty;
 
 namespace {
 
+constexpr char signature[] = "void vask_socket::close_peer_sock(gboolean)";
+
 int watched_descriptor = -1;
 int closes_of_watched_descriptor = 0;
 
@@ -67,9 +69,15 @@ TEST(close_peer, Is_traced) {
     debug_messages level;
     log_catcher log;
     pair.socket.close_peer_sock(FALSE);
-    EXPECT_THAT(log.lines(),
-                ElementsAre(socket_line("DBG", client_name,
-                                        "void vask_socket::close_peer_sock(gboolean)")));
+    EXPECT_THAT(log.lines(), ElementsAre(socket_line("DBG", client_name, signature)));
+}
+
+TEST(close_peer, Without_a_connection_is_traced_as_well) {
+    vask_socket socket(VASK_SOCK_TCP, 0, nullptr);
+    debug_messages level;
+    log_catcher log;
+    socket.close_peer_sock(FALSE);
+    EXPECT_THAT(log.lines(), ElementsAre(socket_line("DBG", no_name, signature)));
 }
 
 TEST(close_peer, Ends_a_pending_request_without_a_call) {

@@ -208,6 +208,13 @@ TEST(encoding, Text_that_cannot_be_encoded_fails_and_closes_the_peer) {
                                                      "input")));
 }
 
+TEST(encoding, Of_a_text_that_cannot_be_encoded_the_peer_receives_nothing) {
+    connected pair("ISO-8859-1");
+    log_catcher log;
+    EXPECT_FALSE(pair.socket.write("ab\xe2\x82\xac", 5));
+    EXPECT_EQ(pair.peer.receive_to_the_end(), "");
+}
+
 TEST(encoding, A_write_that_cannot_be_sent_ends_in_the_failure_line_and_not_in_a_signal) {
     connected pair("UTF-8");
     shutdown(pair.socket.peer_sock, SHUT_WR);

@@ -146,10 +146,7 @@ TEST(supplied_descriptor, May_be_taken_away_while_there_is_no_channel) {
 TEST(broadcast_option, Is_set_on_the_descriptor) {
     supplied socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     EXPECT_TRUE(socket.set_broadcast_option());
-    int value = 0;
-    socklen_t length = sizeof value;
-    getsockopt(socket.peer_sock, SOL_SOCKET, SO_BROADCAST, &value, &length);
-    EXPECT_EQ(value, 1);
+    EXPECT_TRUE(option_is_set(socket.peer_sock, SO_BROADCAST));
 }
 
 TEST(broadcast_option, Without_a_descriptor_fails_and_leaves_descriptor_0_alone) {

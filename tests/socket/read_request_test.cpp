@@ -215,6 +215,19 @@ TEST(read_request, Is_traced) {
     EXPECT_THAT(log.lines(), ElementsAre(socket_line("DBG", client_name, signature)));
 }
 
+TEST(read_request, That_is_refused_is_traced_before_the_reason) {
+    connected pair;
+    pair.read(10, 3);
+    debug_messages level;
+    log_catcher log;
+    EXPECT_FALSE(pair.read(1, 1));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(socket_line("DBG", client_name, signature),
+                            socket_line("BUG", client_name,
+                                        with_signature("read_req_size: 10. Previous request may "
+                                                       "not be finished."))));
+}
+
 TEST(read_request, Replaces_the_buffer_of_the_former_one) {
     connected pair;
     pair.peer.send("abcd");
@@ -274,6 +287,16 @@ TEST(read_request, A_handler_without_object_or_function_is_not_called) {
         pair.socket.set_read_request({pair.owner.handler().func, nullptr, nullptr}, 2, 2, 0));
     EXPECT_TRUE(pair.wait_for_end_of_request());
     EXPECT_EQ(pair.owner.calls, 0);
+}
+
+TEST(read_request, The_data_pointer_of_the_handler_is_the_socket_once_it_has_ended) {
+    connected pair;
+    pair.read(1, 1, 0, &some_data);
+    EXPECT_EQ(pair.socket.m_read_done_handler.data, &some_data);
+    pair.peer.send("a");
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    EXPECT_EQ(pair.socket.m_read_done_handler.data, static_cast<vask_socket*>(&pair.socket));
+    EXPECT_EQ(pair.socket.get_saved_data(), &some_data);
 }
 
 TEST(read_request, The_handler_may_belong_to_a_class_with_another_base) {

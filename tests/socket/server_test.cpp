@@ -26,10 +26,9 @@ constexpr char watch_signature[] =
 constexpr char accepted_signature[] =
     "virtual gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool)";
 
-bool option_is_set(int fd, int option) {
-    int value = 0;
-    socklen_t length = sizeof value;
-    return getsockopt(fd, SOL_SOCKET, option, &value, &length) == 0 && value != 0;
+std::string traced_connection(const raw_socket& client) {
+    return std::string(accepted_signature) +
+           ": IP: 127.0.0.1, port: " + std::to_string(htons(client.port()));
 }
 
 /** Keeps the descriptors of its connections instead of handing them out. */
@@ -118,6 +117,15 @@ TEST(server, Its_start_is_traced) {
     EXPECT_THAT(log.lines(), ElementsAre(socket_line("DBG", server_name, start_signature)));
 }
 
+TEST(server, Its_start_is_traced_before_the_reason_for_refusing_it) {
+    open_server server(static_cast<vask_sock_proto>(2), 0);
+    debug_messages level;
+    log_catcher log;
+    EXPECT_FALSE(server.start_service());
+    EXPECT_THAT(log.lines(), ElementsAre(socket_line("DBG", server_name, start_signature),
+                                         socket_line("BUG", server_name, "Unkown proto: 2")));
+}
+
 TEST(server, Hands_out_each_connection_as_a_socket_of_its_own) {
     served service;
     raw_socket first = service.client();
@@ -147,11 +155,9 @@ TEST(server, A_connection_is_traced_with_its_address_and_the_port_as_it_is_store
     debug_messages level;
     log_catcher log;
     raw_socket client = service.client();
-    EXPECT_THAT(log.lines(), ElementsAre(socket_line("DBG", server_name, watch_signature),
-                                         socket_line("DBG", server_name,
-                                                     std::string(accepted_signature) +
-                                                         ": IP: 127.0.0.1, port: " +
-                                                         std::to_string(htons(client.port())))));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(socket_line("DBG", server_name, watch_signature),
+                            socket_line("DBG", server_name, traced_connection(client))));
 }
 
 TEST(server, Goes_on_while_the_handler_leaves_the_flag) {
@@ -253,6 +259,19 @@ TEST(server, Without_a_handler_reports_a_connection_and_stops) {
     raw_socket second = raw_socket::connected_to(server.port());
     EXPECT_EQ(dispatches_within(100), 1);
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(server, Without_a_handler_a_connection_is_traced_before_it_is_reported) {
+    open_server server(VASK_SOCK_TCP, 0);
+    ASSERT_TRUE(server.start_service());
+    debug_messages level;
+    log_catcher log;
+    raw_socket client = raw_socket::connected_to(server.port());
+    EXPECT_TRUE(wait_until([&] { return server.peer_sock != 0; }));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(socket_line("DBG", server_name, watch_signature),
+                            socket_line("DBG", server_name, traced_connection(client)),
+                            socket_line("BUG", server_name, "accepted_cb is invalid")));
 }
 
 TEST(server, A_handler_without_object_or_function_is_none) {

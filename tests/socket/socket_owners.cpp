@@ -2,6 +2,7 @@
 
 #include <glib.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include "support/main_loop.h"
 
@@ -22,6 +23,13 @@ connected::connected(const char* encoding)
     : socket("127.0.0.1", VASK_SOCK_TCP, listener.port(), encoding) {
     EXPECT_TRUE(socket.start_connect());
     peer = listener.accept();
+}
+
+bool option_is_set(int fd, int option) {
+    int value = 0;
+    socklen_t length = sizeof value;
+    EXPECT_EQ(getsockopt(fd, SOL_SOCKET, option, &value, &length), 0);
+    return value != 0;
 }
 
 std::string every_byte(int times) {

@@ -82,6 +82,7 @@ private:
 template <typename Socket>
 class open_socket : public Socket {
 public:
+    using Socket::m_read_done_handler;
     using Socket::m_read_watch_id;
     using Socket::peer_ch;
     using Socket::peer_sock;
@@ -93,8 +94,8 @@ public:
     using open_socket::open_socket;
     using vask_server_socket::m_accept_watch_id;
     using vask_server_socket::m_accepted_handler;
-    using vask_server_socket::sock_ch;
     using vask_server_socket::m_sock;
+    using vask_server_socket::sock_ch;
 
     /** The port that the system has chosen. */
     int port() const;
@@ -169,6 +170,9 @@ public:
 private:
     int m_former = vask_object::print_msg_level;
 };
+
+/** A socket option that is on or off. */
+bool option_is_set(int fd, int option);
 
 /** All byte values, several times. */
 std::string every_byte(int times = 1);

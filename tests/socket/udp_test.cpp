@@ -175,22 +175,23 @@ TEST(udp_client, Of_the_broadcast_address_can_broadcast) {
     open_socket<vask_client_socket> client("255.255.255.255", VASK_SOCK_UDP, listener.port(),
                                            nullptr);
     ASSERT_TRUE(client.start_connect());
-    int allowed = 0;
-    socklen_t length = sizeof allowed;
-    getsockopt(client.peer_sock, SOL_SOCKET, SO_BROADCAST, &allowed, &length);
-    EXPECT_EQ(allowed, 1);
+    EXPECT_TRUE(option_is_set(client.peer_sock, SO_BROADCAST));
 
     EXPECT_TRUE(client.write("anybody?", 8));
 
     EXPECT_EQ(listener.receive_datagram(), "anybody?");
 }
 
+TEST(udp_client, Of_a_text_that_is_no_address_cannot_broadcast) {
+    open_socket<vask_client_socket> client("nowhere", VASK_SOCK_UDP, 1, nullptr);
+    log_catcher log;
+    EXPECT_FALSE(client.start_connect());
+    EXPECT_FALSE(option_is_set(client.peer_sock, SO_BROADCAST));
+}
+
 TEST(udp_client, Of_another_address_cannot_broadcast) {
     talking pair;
-    int allowed = 1;
-    socklen_t length = sizeof allowed;
-    getsockopt(pair.client.peer_sock, SOL_SOCKET, SO_BROADCAST, &allowed, &length);
-    EXPECT_EQ(allowed, 0);
+    EXPECT_FALSE(option_is_set(pair.client.peer_sock, SO_BROADCAST));
 }
 
 TEST(udp_server, Is_ready_for_requests_at_once) {

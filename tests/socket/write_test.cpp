@@ -264,6 +264,20 @@ TEST(socket_write, That_fails_closes_the_peer_and_ends_the_request_without_a_cal
     EXPECT_EQ(pair.owner.calls, 0);
 }
 
+TEST(socket_write, That_fails_is_reported_before_the_peer_is_closed) {
+    connected pair;
+    pair.peer.reset();
+    debug_messages level;
+    log_catcher log;
+    EXPECT_FALSE(pair.socket.write("hello", 5));
+    EXPECT_THAT(log.lines(), ElementsAre(socket_line("ERR", client_name,
+                                                     "Failed to call g_io_channel_write_chars: 5: "
+                                                     "0: Connection reset by peer"),
+                                         socket_line("DBG", client_name,
+                                                     "void vask_socket::close_peer_sock("
+                                                     "gboolean)")));
+}
+
 TEST(socket_write, After_one_that_failed_there_is_no_channel) {
     connected pair;
     log_catcher log;
