@@ -85,8 +85,8 @@ struct VASK_EXPORT vask_sock_read_context {
  * The handler may set the next request, and may delete the socket.
  *
  * A connection may be shared by several objects: a server and the socket that it hands out, a
- * socket and its copy. The descriptor is closed when one of them closes it, and all of them are
- * without a peer then; or else with the last of them.
+ * socket and its copy. The descriptor is closed when one of them closes it, or when one that has a
+ * channel is deleted, and all of them are without a peer then; or else with the last of them.
  *
  * Log lines begin with "<vask_socket:LINE>". Threads: everything happens on the thread of the
  * default main context; nothing is locked.
@@ -166,7 +166,8 @@ public:
      * read holds the main loop up.
      *
      * A socket can write when it has a channel: after its first read request, or after connecting.
-     * What an UDP server writes stays in its channel: it has no destination.
+     * An UDP server must not write: what it writes is never sent, and when its channel is full the
+     * write fails and closes the port.
      *
      * @param buf    the bytes; UTF-8 text when the socket has an encoding; null only for none
      * @param count  number of bytes; -1 for a text up to its terminating zero
@@ -372,7 +373,8 @@ protected:
     /** Channel on the listening socket; null for none. */
     GIOChannel* sock_ch;
 
-    /** The address that the server is bound to, in network byte order. */
+    /** The address that start_service() has asked for, in network byte order. Port 0 stays 0:
+     *  getsockname() on m_sock tells the one that the system has chosen. */
     struct sockaddr_in m_server_addr;
 
     /** Whom accepted() calls. Its data pointer is the vask_accepted_info during the call, and null
