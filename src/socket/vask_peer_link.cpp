@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "socket/sigpipe_guard.h"
 #include "vask_socket.h"
@@ -31,11 +32,17 @@ vask_peer_link::~vask_peer_link() {
 }
 
 void vask_peer_link::set_channel(GIOChannel* channel) {
-    if (m_channel != nullptr) {
-        release_channel(m_channel);
-    }
-    m_channel = channel;
+    GIOChannel* const former = std::exchange(m_channel, channel);
     use();
+    if (former == nullptr) {
+        return;
+    }
+    for (vask_socket* socket : m_sockets) {
+        if (socket->peer_ch == former) {
+            socket->peer_ch = channel;
+        }
+    }
+    release_channel(former);
 }
 
 void vask_peer_link::join(vask_socket* socket) {

@@ -19,7 +19,8 @@ public:
 
     int fd() const { return m_fd; }
 
-    // Null until there is one; stays the link's.
+    // Null until there is one; stays the link's. A further one takes the place of the former for
+    // all sockets.
     GIOChannel* channel() const { return m_channel; }
     void set_channel(GIOChannel* channel);
 

@@ -68,10 +68,16 @@ private:
     GIOChannel* m_channel;
 };
 
-/** From then on the connection knows a channel that was supplied. Its end leaves both alone. */
-class discreet_copy : public vask_socket {
+class open_copy : public vask_socket {
 public:
-    explicit discreet_copy(vask_socket& other) : vask_socket(other) { peer_ch = nullptr; }
+    using vask_socket::peer_ch;
+    explicit open_copy(vask_socket& other) : vask_socket(other) {}
+};
+
+/** From then on the connection knows a channel that was supplied. Its end leaves both alone. */
+class discreet_copy : public open_copy {
+public:
+    explicit discreet_copy(vask_socket& other) : open_copy(other) { peer_ch = nullptr; }
 };
 
 /** A socket with a buffered channel of its own, which holds a text for a peer that has gone. */
@@ -186,6 +192,20 @@ TEST(supplied_channel, In_place_of_that_of_the_library_releases_both) {
     EXPECT_TRUE(wait_until([&] { return pair.peer.peer_is_gone(); }));
     EXPECT_TRUE(former.is_the_last());
     EXPECT_TRUE(latter.is_the_last());
+}
+
+TEST(supplied_channel, In_place_of_a_shared_one_serves_those_who_share_it) {
+    connected pair;
+    open_copy copy(pair.socket);
+    const witness former(pair.socket.peer_ch);
+    ASSERT_EQ(copy.peer_ch, pair.socket.peer_ch);
+    GIOChannel* const latter = channel_on(pair.socket.peer_sock);
+    pair.socket.peer_ch = latter;
+    { discreet_copy another(pair.socket); }
+    EXPECT_EQ(copy.peer_ch, latter);
+    EXPECT_TRUE(former.is_the_last());
+    EXPECT_EQ(received(copy, pair.peer, "ping"), "ping");
+    EXPECT_EQ(pair.socket.peer_ch, latter);
 }
 
 TEST(supplied_channel, Whose_peer_has_gone_fails_to_write_without_a_signal) {
