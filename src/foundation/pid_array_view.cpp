@@ -79,10 +79,10 @@ pid_array_entry pid_array_view::entry(std::size_t index) const {
 }
 
 void pid_array_view::make_room() {
-    m_copy = m_first_page.data();
-    if (m_mapping.size() > m_first_page.size()) {
-        m_more_pages.resize(m_mapping.size());
-        m_copy = m_more_pages.data();
+    m_copy = m_small_copy.data();
+    if (m_mapping.size() > m_small_copy.size()) {
+        m_large_copy.resize(m_mapping.size());
+        m_copy = m_large_copy.data();
     }
 }
 

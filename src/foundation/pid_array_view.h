@@ -57,10 +57,11 @@ private:
     const int m_fd;
     shared_mapping m_mapping;
 
-    // A registry seldom has more than a page. Allocating that much for each lookup makes malloc()
-    // merge and split what it keeps for small blocks, such as the nodes of the caller's map.
-    std::array<unsigned char, 4096> m_first_page;
-    std::vector<unsigned char> m_more_pages;
+    // Room for a thousand entries; few registries have more. Allocating that much for each lookup
+    // makes malloc() merge and split what it keeps for small blocks, such as the nodes of the
+    // caller's map.
+    std::array<unsigned char, 16384> m_small_copy;
+    std::vector<unsigned char> m_large_copy;
     unsigned char* m_copy = nullptr;
 };
 

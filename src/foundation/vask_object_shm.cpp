@@ -47,7 +47,9 @@ void add_living(const pid_array_view& view, std::size_t count,
     for (std::size_t i = 0; i < count; ++i) {
         const pid_array_entry entry = view.entry(i);
         if (is_expressible(entry.key) && entry.pid > 0 && kill(entry.pid, 0) == 0) {
-            found.insert_or_assign(found.end(), static_cast<unsigned long>(entry.key), entry.pid);
+            // The last of several with one key counts. Most come in the order of their keys.
+            const auto key = static_cast<unsigned long>(entry.key);
+            found.emplace_hint(found.end(), key, entry.pid)->second = entry.pid;
         }
     }
 }

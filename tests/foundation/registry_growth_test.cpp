@@ -72,5 +72,5 @@ TEST_P(registry_growth, Finds_a_key_that_is_in_use_in_the_last_entry) {
     EXPECT_EQ(bytes.sequence(), 2U);
 }
 
-INSTANTIATE_TEST_SUITE_P(entries, registry_growth, testing::Values(254, 255, 256, 1000),
+INSTANTIATE_TEST_SUITE_P(entries, registry_growth, testing::Values(254, 255, 256, 1023, 1024, 3000),
                          testing::PrintToStringParamName());
