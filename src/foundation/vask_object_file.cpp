@@ -104,11 +104,14 @@ bool vask_object::make_dir_if_necessary(const char* path, bool must_be_absolute)
     }
     // Not by recursion: whoever wrote the path would decide how much stack it takes.
     std::vector<size_t> missing;  // their lengths, the deepest first
-    for (std::string dir = path; !is_directory(dir.c_str()); dir.resize(parent_length(dir))) {
+    std::string dir = path;
+    while (!is_directory(dir.c_str())) {
         missing.push_back(dir.size());
-        if (parent_length(dir) == 0) {
+        const size_t length = parent_length(dir);
+        if (length == 0) {
             break;
         }
+        dir.resize(length);
     }
     return std::all_of(missing.rbegin(), missing.rend(), [&](size_t length) {
         return make_one_dir(signature, std::string(path, length));
