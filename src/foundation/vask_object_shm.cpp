@@ -225,7 +225,7 @@ std::map<unsigned long, int> vask_object::find_stored_pid_from_shm(const std::st
 
 std::map<unsigned long, int> vask_object::find_stored_pid_from_shm(const char* name) const {
     std::map<unsigned long, int> found;
-    // A pipe of that name would keep an open() waiting; so it is one that cannot be mapped.
+    // O_NONBLOCK for a pipe of that name: it is not waited for, and then cannot be mapped.
     const unique_fd object(shm_open(make_stored_pid_name(name).c_str(), O_RDONLY | O_NONBLOCK, 0));
     if (!object) {
         vask_p(VASK_P_DBG, "Failed to call shm_open @ find_stored_pid_from_shm\n");
