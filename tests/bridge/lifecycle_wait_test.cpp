@@ -10,7 +10,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 using bridge_wait = lifecycle_fixture;
-using bridge_wait_timeout = lifecycle_fixture;
 
 namespace {
 
@@ -26,6 +25,18 @@ void end_forgotten_child(pid_t pid) {
     EXPECT_TRUE(wait_until([pid] { return is_gone(pid); }));
     let_child_watches_run();
 }
+
+class bridge_wait_timeout : public lifecycle_fixture {
+protected:
+    /** Starts a child that does not end when it is told to, and tells it; its process id. */
+    int terminate_stubborn_child(recording_bridge& bridge) {
+        spawn_probe(bridge, {"stubborn"});
+        EXPECT_TRUE(wait_until_ready());
+        const int pid = bridge.get_child_pid();
+        bridge.terminate_worker();
+        return pid;
+    }
+};
 
 }  // namespace
 
@@ -147,10 +158,7 @@ TEST_F(bridge_wait, Passes_over_a_proxy_with_process_id_0_and_goes_on_with_the_n
 
 TEST_F(bridge_wait_timeout, Is_told_by_the_result_and_logged) {
     recording_bridge bridge(true);
-    spawn_probe(bridge, {"stubborn"});
-    ASSERT_TRUE(wait_until_ready());
-    const int pid = bridge.get_child_pid();
-    bridge.terminate_worker();
+    const int pid = terminate_stubborn_child(bridge);
     log.clear();
     const double start = now_msec();
     EXPECT_FALSE(bridge.vask_wait_child_exit(50));
@@ -163,10 +171,7 @@ TEST_F(bridge_wait_timeout, Is_told_by_the_result_and_logged) {
 
 TEST_F(bridge_wait_timeout, Empties_the_slot_and_lets_the_process_live) {
     recording_bridge bridge(true);
-    spawn_probe(bridge, {"stubborn"});
-    ASSERT_TRUE(wait_until_ready());
-    const int pid = bridge.get_child_pid();
-    bridge.terminate_worker();
+    const int pid = terminate_stubborn_child(bridge);
     ASSERT_FALSE(bridge.vask_wait_child_exit(20));
     EXPECT_EQ(bridge.main_worker(), nullptr);
     EXPECT_FALSE(has_ended(pid));
@@ -176,10 +181,7 @@ TEST_F(bridge_wait_timeout, Empties_the_slot_and_lets_the_process_live) {
 
 TEST_F(bridge_wait_timeout, Has_the_child_reaped_later_without_a_callback) {
     recording_bridge bridge(true);
-    spawn_probe(bridge, {"stubborn"});
-    ASSERT_TRUE(wait_until_ready());
-    const int pid = bridge.get_child_pid();
-    bridge.terminate_worker();
+    const int pid = terminate_stubborn_child(bridge);
     ASSERT_FALSE(bridge.vask_wait_child_exit(20));
     end_forgotten_child(pid);
     EXPECT_THAT(bridge.ends, IsEmpty());
@@ -189,10 +191,7 @@ TEST_F(bridge_wait_timeout, Has_the_child_reaped_even_when_the_bridge_is_gone_by
     int pid = 0;
     {
         recording_bridge bridge(true);
-        spawn_probe(bridge, {"stubborn"});
-        ASSERT_TRUE(wait_until_ready());
-        pid = bridge.get_child_pid();
-        bridge.terminate_worker();
+        pid = terminate_stubborn_child(bridge);
         ASSERT_FALSE(bridge.vask_wait_child_exit(20));
     }
     end_forgotten_child(pid);
@@ -200,10 +199,7 @@ TEST_F(bridge_wait_timeout, Has_the_child_reaped_even_when_the_bridge_is_gone_by
 
 TEST_F(bridge_wait_timeout, Leaves_a_slot_whose_next_child_is_not_taken_for_the_old_one) {
     recording_bridge bridge(true);
-    spawn_probe(bridge, {"stubborn"});
-    ASSERT_TRUE(wait_until_ready());
-    const int old_pid = bridge.get_child_pid();
-    bridge.terminate_worker();
+    const int old_pid = terminate_stubborn_child(bridge);
     ASSERT_FALSE(bridge.vask_wait_child_exit(20));
     spawn_probe(bridge, {"sleep"});
     const int new_pid = bridge.get_child_pid();
