@@ -25,15 +25,15 @@ TEST(c_border, A_call_that_throws_has_failed_and_its_exception_is_one_line) {
               -1);
     EXPECT_FALSE(call_for_c("callback()", [] { throw std::runtime_error("no ink"); }));
     EXPECT_THAT(log.lines(),
-                ElementsAre(line("ERR", "vask", "callback(): An exception was thrown: no paper\n"),
-                            line("ERR", "vask", "callback(): An exception was thrown: no ink\n")));
+                ElementsAre(line("ERR", "vask", "callback(): An exception was thrown: no paper"),
+                            line("ERR", "vask", "callback(): An exception was thrown: no ink")));
 }
 
 TEST(c_border, What_is_thrown_may_be_no_exception_of_the_standard_library) {
     log_catcher log;
     EXPECT_FALSE(call_for_c("callback()", [] { throw 5; }));
     EXPECT_THAT(log.lines(),
-                ElementsAre(line("ERR", "vask", "callback(): An exception was thrown: unknown\n")));
+                ElementsAre(line("ERR", "vask", "callback(): An exception was thrown: unknown")));
 }
 
 TEST(c_border, A_thread_that_ends_inside_a_call_is_not_held_up) {
