@@ -386,7 +386,10 @@ public:
      * @param uri  begins with exactly "file://"; percent-escapes are decoded; a host part stays
      * @return what follows "file://"; the empty string for any other URI, and, after
      *         "<vask_object_file:LINE> Failed to call soup_uri_decode: URI" at ERR, when the
-     *         decoder gives nothing. A broken escape is left as it is
+     *         decoder gives nothing. A broken escape is left as it is, and "%00" ends the path
+     * @note The first call loads libsoup 2.4, a matter of milliseconds, and decodes with it. Beside
+     *       libsoup 3, and where there is no libsoup 2.4, the library decodes by itself, with the
+     *       same result. From any thread
      */
     static std::string file_uri_to_local_path(const std::string& uri);
 

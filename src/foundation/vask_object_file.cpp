@@ -11,11 +11,8 @@
 #include <vector>
 
 #include "foundation/glib_handles.h"
+#include "foundation/uri_decode.h"
 #include "vask_object.h"
-
-G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-#include <libsoup/soup.h>
-G_GNUC_END_IGNORE_DEPRECATIONS
 
 namespace {
 
@@ -85,7 +82,7 @@ std::string vask_object::file_uri_to_local_path(const std::string& uri) {
     if (uri.compare(0, file_scheme_length, file_scheme) != 0) {
         return std::string();
     }
-    const unique_g_text decoded(soup_uri_decode(uri.c_str()));
+    const unique_g_text decoded = decode_uri(uri.c_str());
     if (!decoded) {
         vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call soup_uri_decode: %s\n",
                "vask_object_file", __LINE__, uri.c_str());

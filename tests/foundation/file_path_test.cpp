@@ -1,22 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "foundation/source_line.h"
-#include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "vask_object.h"
 
 using namespace vask_test;
-using testing::ElementsAre;
-
-namespace {
-
-bool decoding_fails = false;
-
-}  // namespace
-
-extern "C" char* soup_uri_decode(const char* part) {
-    return decoding_fails ? nullptr : next_function<char*(const char*)>("soup_uri_decode")(part);
-}
 
 TEST(build_path, Puts_one_slash_between_elements) {
     EXPECT_EQ(vask_object::build_path("a", "b", "c", nullptr), "a/b/c");
@@ -94,16 +81,4 @@ TEST(file_uri_to_local_path, Is_empty_for_any_other_uri) {
                             " file:///x", "file%3A///x"})
         EXPECT_EQ(vask_object::file_uri_to_local_path(uri), "") << uri;
     EXPECT_EQ(log.text(), "");
-}
-
-TEST(file_uri_to_local_path, Is_empty_and_logged_when_decoding_fails) {
-    log_catcher log;
-    decoding_fails = true;
-    EXPECT_EQ(vask_object::file_uri_to_local_path("file:///tmp/%41"), "");
-    decoding_fails = false;
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(logged(
-            "ERR", "vask",
-            from_line_of("vask_object_file", "Failed to call soup_uri_decode: file:///tmp/%41"))));
 }
