@@ -12,7 +12,8 @@ here=$(dirname "$0")
 
 rm -rf "$directory"
 "$cmake" -S "$here/consumer" -B "$directory" -G "$generator" \
-    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix"
+    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_EXE_LINKER_FLAGS=-Wl,--no-as-needed
 case $(sed -n 's/^vask_DIR:PATH=//p' "$directory/CMakeCache.txt") in
 "$prefix"/*) ;;
 *)
@@ -21,4 +22,10 @@ case $(sed -n 's/^vask_DIR:PATH=//p' "$directory/CMakeCache.txt") in
     ;;
 esac
 "$cmake" --build "$directory"
+case $(LC_ALL=C readelf -d "$directory/consumer") in
+*libgthread*)
+    echo "Programs are linked to libgthread, of which they use nothing"
+    exit 1
+    ;;
+esac
 expect_consumer_output "$directory/consumer"
