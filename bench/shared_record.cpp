@@ -1,11 +1,10 @@
 // An access to the shared record, against the semaphore calls it is made of and against a robust
-// mutex; the first access; and what it costs a program that the library is loaded.
+// mutex; and the first access.
 
 #include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
 #include <semaphore.h>
-#include <spawn.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/mman.h>
@@ -22,7 +21,6 @@
 #include <string>
 #include <vector>
 
-#include "inherited_descriptors.h"
 #include "table_row.h"
 #include "vask_object.h"
 #include "vask_shared_info.h"
@@ -314,40 +312,6 @@ void first_access(benchmark::State& state, bool creates) {
     forget_record(true);
 }
 
-// A program that does nothing but load libraries.
-void run_loader(benchmark::State& state, std::vector<std::string> arguments) {
-    close_all_descriptors_on_exec();
-    const std::string path = std::string(VASK_BENCH_CHILD_DIR) + "/bench_loader";
-    arguments.insert(arguments.begin(), path);
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
-    for (auto _ : state) {
-        pid_t pid = -1;
-        int status = -1;
-        if (posix_spawn(&pid, path.c_str(), nullptr, nullptr, argv.data(), environ) != 0 ||
-            waitpid(pid, &status, 0) != pid || status != 0) {
-            state.SkipWithError("A library cannot be loaded");
-            break;
-        }
-    }
-}
-
-void load_needed_libraries(benchmark::State& state) {
-    run_loader(state, {"libdbus-glib-1.so.2", "libsoup-2.4.so.1", "libstdc++.so.6"});
-    is_baseline(state);
-}
-
-void load_library(benchmark::State& state) {
-    run_loader(state, {VASK_BENCH_LIBRARY});
-}
-
-void load_nothing(benchmark::State& state) {
-    run_loader(state, {});
-}
-
 // The record of the machine is not ours to change.
 void enter_private_dev_shm() {
     if ((unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ||
@@ -427,10 +391,6 @@ bool register_all() {
         [](benchmark::State& s) { bare_first_access(s, false); });
     add("First access, finding the record/get_monitor_rotation",
         [](benchmark::State& s) { first_access(s, false); });
-    const std::string loading = "An empty program that loads/";
-    add(loading + "what the library needs", load_needed_libraries);
-    add(loading + "the library", load_library);
-    add(loading + "nothing", load_nothing);
     return true;
 }
 

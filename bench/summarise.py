@@ -3,7 +3,8 @@
 
 Benchmarks are named "group/competitor". Within a group, ratios are taken to the competitor whose
 label is "baseline". A label "ratio <= N" or "added ns <= N" is a limit on the medians' ratio or
-difference. The exit status is
+difference. A row that counts something else than time has a counter with the name of a unit below,
+and its limit is "amount <= N". The exit status is
 1 when a benchmark failed; a missed limit is only marked.
 """
 
@@ -14,6 +15,7 @@ import statistics
 import sys
 
 NS_PER_UNIT = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+AMOUNT_UNITS = ["KB", "faults"]
 HEAD = ["", "median", "ratio", "ratio of the best runs", "limit"]
 
 
@@ -22,13 +24,14 @@ class Row:
         self.group = group
         self.competitor = competitor
         self.label = ""
-        self.times_ns = []
+        self.unit = "ns"
+        self.values = []
 
     def median(self):
-        return statistics.median(self.times_ns)
+        return statistics.median(self.values)
 
     def best(self):
-        return min(self.times_ns)
+        return min(self.values)
 
 
 def read_rows(paths):
@@ -54,8 +57,19 @@ def read_rows(paths):
             group, competitor = name.rsplit("/", 1)
             row = rows.setdefault(name, Row(group, competitor))
             row.label = result.get("label", "")
-            row.times_ns.append(result["real_time"] * NS_PER_UNIT[result["time_unit"]])
+            amounts = [unit for unit in AMOUNT_UNITS if unit in result]
+            if amounts:
+                row.unit = amounts[0]
+                row.values.append(result[row.unit])
+            else:
+                row.values.append(result["real_time"] * NS_PER_UNIT[result["time_unit"]])
     return list(rows.values()), errors
+
+
+def format_value(row):
+    if row.unit in AMOUNT_UNITS:
+        return f"{row.median():.4g} {row.unit}"
+    return format_time(row.median())
 
 
 def format_time(ns):
@@ -70,11 +84,13 @@ def format_ratio(ratio):
 
 
 def format_limit(row, baseline):
-    match = re.fullmatch(r"(ratio|added ns) <= (.+)", row.label)
-    if not match or not baseline:
+    match = re.fullmatch(r"(ratio|added ns|amount) <= (.+)", row.label)
+    if not match or not (baseline or match[1] == "amount"):
         return ""
     kind, limit = match.groups()
-    if kind == "ratio":
+    if kind == "amount":
+        measured, text = row.median(), f"{limit} {row.unit}"
+    elif kind == "ratio":
         measured, text = row.median() / baseline.median(), limit
     else:
         measured, text = row.median() - baseline.median(), f"+{limit} ns"
@@ -94,7 +110,7 @@ def table_cells(rows):
         best_ratio = row.best() / baseline.best() if baseline else None
         yield [
             row.competitor,
-            format_time(row.median()),
+            format_value(row),
             format_ratio(ratio) if baseline else "",
             format_ratio(best_ratio) if baseline else "",
             format_limit(row, baseline),

@@ -21,4 +21,14 @@ inline void has_added_time_limit_ns(benchmark::State& state, const char* nanosec
     state.SetLabel(std::string("added ns <= ") + nanoseconds);
 }
 
+// What the row shows instead of a time. The unit is one that summarise.py knows.
+inline void shows_amount(benchmark::State& state, double amount, const char* unit) {
+    state.counters[unit] = amount;
+}
+
+// The limit of that amount.
+inline void has_amount_limit(benchmark::State& state, const char* amount) {
+    state.SetLabel(std::string("amount <= ") + amount);
+}
+
 #endif

@@ -1,0 +1,3 @@
+// Does nothing; what it costs is what it is linked to.
+
+int main() {}
