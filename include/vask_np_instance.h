@@ -181,7 +181,8 @@ public:
     void save_window_data(NPWindow* window);
 
     /**
-     * Runs a script in the page's window.
+     * Runs a script in the page's window. The script may have this object deleted when this
+     * returns.
      *
      * @param script  terminated text; may be null
      * @return the object that the script yields, with a reference that the caller releases; null

@@ -28,12 +28,12 @@
  * and allow callback names with add_jscb_func(). A page then registers a function with
  * `element.attachEvent("name", function)` or `add_callback`, and removes it with
  * `element.detachEvent("name", function)` or `del_callback`; the plug-in calls it through
- * get_jscb_npobj().
+ * get_jscb_npobj(). A product for pages that it does not trust puts a method of its own in place of
+ * the latter two: see del_jscb_request().
  *
  * Members that are numbers have no name: looking one up (`element[0]`) throws std::logic_error out
- * of has_method(), invoke(), has_property(), get_property() and set_property(), and so into the
- * browser. A product whose pages may do that overrides these operations and catches it there, as it
- * does with what its own handlers throw.
+ * of has_method(), invoke(), has_property(), get_property() and set_property(). That, and what
+ * handlers throw, does not get into the browser: the functions of ::vask_script_class end it.
  *
  * Browser's plug-in thread only.
  */
@@ -58,7 +58,8 @@ public:
      */
     explicit vask_script(const char* name);
 
-    /** Releases every callback that is still registered. */
+    /** Releases every callback that is still registered, except for this object itself. Who calls
+     *  back meanwhile finds no methods, no properties and no names for callbacks. */
     ~vask_script() override;
 
     /** @name Called by the browser
@@ -170,7 +171,7 @@ public:
      *
      * @param name  not null
      * @return the function without a reference for the caller, valid until the script removes or
-     *         replaces it; null when there is none
+     *         replaces it, or delete_jscb_map() is called; null when there is none
      */
     NPObject* get_jscb_npobj(const char* name);
 
@@ -214,7 +215,13 @@ public:
 
     /**
      * The method "del_callback" and "detachEvent". Takes a reference away from the function that is
-     * given, even if it is another one than the registered one, which is then forgotten.
+     * given, even if it is another one than the registered one, which is then forgotten. So a page
+     * can have the browser free an object that is in use: products whose pages may be hostile
+     * register a method of their own under both names, which hands the registered function to this
+     * one whatever the page gives.
+     *
+     * The reference may be the last one to this object, which is deleted then. Where
+     * delete_jscb_map() has released the registered function, it is forgotten without a release.
      *
      * @param args    the name and the function
      * @param argc    number of entries in @p args
@@ -224,7 +231,9 @@ public:
      */
     bool del_jscb_request(const NPVariant* args, uint32_t argc, NPVariant* result);
 
-    /** Releases every registered callback, but keeps the entries: for the destructor. */
+    /** Releases every registered callback, but keeps the entries, whose functions must not be used
+     *  any more. None of them is released again, neither by another call of this nor by the
+     *  destructor. A release may call back, up to having this object deleted. */
     void delete_jscb_map();
 
     ///@}
@@ -246,6 +255,9 @@ protected:
     std::map<std::string, NPObject*> jscb_map;
 
 private:
+    // What delete_jscb_map() has released and is still in vask_script::jscb_map.
+    std::map<std::string, NPObject*> m_released_jscbs;
+
     std::string name_of(NPIdentifier name, const char* signature);
 };
 
@@ -254,6 +266,9 @@ private:
  * The object is part of a vask_np_instance, which the private data of its NPP points to. It is
  * neither allocated nor freed on its own. Except for its creation and end, each call is forwarded
  * to the operation of the same name of vask_script; the object must not be null.
+ *
+ * No exception gets out of them: one that an operation throws is logged at ERR, as
+ * "vask_script::OPERATION(): An exception was thrown: WHAT", and the call gives false.
  */
 ///@{
 

@@ -45,6 +45,23 @@ const char* name_at(const char* const (&names)[Count], unsigned int index) {
     return index < Count ? names[index] : unknown;
 }
 
+char* directory_of(const NPVariant& uri) {
+    // A page may have put a number or an object where the browser has a text.
+    if (!NPVARIANT_IS_STRING(uri)) {
+        return nullptr;
+    }
+    const NPString& text = NPVARIANT_TO_STRING(uri);
+    if (text.UTF8Characters == nullptr) {
+        return nullptr;
+    }
+    const void* last_slash = memrchr(text.UTF8Characters, '/', text.UTF8Length);
+    if (last_slash == nullptr) {
+        return nullptr;
+    }
+    const std::ptrdiff_t length = static_cast<const char*>(last_slash) - text.UTF8Characters + 1;
+    return g_strndup(text.UTF8Characters, static_cast<gsize>(length));
+}
+
 [[noreturn]] void fail_without_base_uri() {
     throw std::logic_error("there is no base URI");
 }
@@ -81,20 +98,7 @@ std::string vask_np_base::NPVariant_to_string(const NPVariant* variant) const {
 }
 
 char* vask_np_base::anal_base_uri(const NPVariant* uri) const {
-    // A page may have put a number or an object where the browser has a text.
-    if (uri == nullptr || !NPVARIANT_IS_STRING(*uri)) {
-        return nullptr;
-    }
-    const NPString& text = NPVARIANT_TO_STRING(*uri);
-    if (text.UTF8Characters == nullptr) {
-        return nullptr;
-    }
-    const void* last_slash = memrchr(text.UTF8Characters, '/', text.UTF8Length);
-    if (last_slash == nullptr) {
-        return nullptr;
-    }
-    const std::ptrdiff_t length = static_cast<const char*>(last_slash) - text.UTF8Characters + 1;
-    return g_strndup(text.UTF8Characters, static_cast<gsize>(length));
+    return uri != nullptr ? directory_of(*uri) : nullptr;
 }
 
 std::string vask_np_base::get_baseURI(NPP npp) {
@@ -106,14 +110,17 @@ std::string vask_np_base::get_baseURI(NPP npp) {
         fail_without_base_uri();
     }
 
+    // A page may have put a function of its own in the property's place, which may do anything, up
+    // to having this object deleted.
+    const char* const name = obj_name;
     NPVariant uri;
     VOID_TO_NPVARIANT(uri);
-    if (!NPN_GetProperty(npp, element, NPN_GetStringIdentifier("baseURI"), &uri)) {
-        vask_p(VASK_P_ERR, "Failed to get the base URI");
+    if (!NPNFuncs.getproperty(npp, element, NPNFuncs.getstringidentifier("baseURI"), &uri)) {
+        vask_p(name, VASK_P_ERR, "Failed to get the base URI");
         fail_without_base_uri();
     }
-    const std::unique_ptr<char, free_deleter> directory(anal_base_uri(&uri));
-    NPN_ReleaseVariantValue(&uri);
+    const std::unique_ptr<char, free_deleter> directory(directory_of(uri));
+    NPNFuncs.releasevariantvalue(&uri);
     if (directory == nullptr) {
         fail_without_base_uri();
     }

@@ -129,8 +129,10 @@ NPObject* vask_np_instance::create_npobj(const char* script) {
     if (npp == nullptr || script == nullptr) {
         return nullptr;
     }
+    // The script may do anything, up to having this object deleted.
+    const NPP its_npp = npp;
     NPObject* window = nullptr;
-    const NPError error = NPN_GetValue(npp, NPNVWindowNPObject, &window);
+    const NPError error = NPNFuncs.getvalue(its_npp, NPNVWindowNPObject, &window);
     if (window == nullptr) {
         return nullptr;
     }
@@ -140,10 +142,10 @@ NPObject* vask_np_instance::create_npobj(const char* script) {
         NPVariant result;
         VOID_TO_NPVARIANT(result);
         // Anything else than an object is left alone.
-        if (NPN_Evaluate(npp, window, &text, &result) && NPVARIANT_IS_OBJECT(result)) {
+        if (NPNFuncs.evaluate(its_npp, window, &text, &result) && NPVARIANT_IS_OBJECT(result)) {
             object = NPVARIANT_TO_OBJECT(result);
         }
     }
-    NPN_ReleaseObject(window);
+    NPNFuncs.releaseobject(window);
     return object;
 }

@@ -11,11 +11,6 @@ vask_script::vask_script(const char* name) : NPObject(), vask_np_base(name) {
     vask_p(VASK_P_DBG, "%s(const char*)\n", "vask_script::vask_script(const char*)");
 }
 
-vask_script::~vask_script() {
-    vask_p(VASK_P_DBG, "%s\n", "virtual vask_script::~vask_script()");
-    delete_jscb_map();
-}
-
 void vask_script::invalidate(NPObject*) {
     vask_p(VASK_P_DBG, "%s\n", "virtual void vask_script::invalidate(NPObject*)");
 }

@@ -1,6 +1,48 @@
 #include <stdarg.h>
 
+#include <iterator>
+
 #include "vask_script.h"
+
+namespace {
+
+typedef std::map<std::string, NPObject*> callback_map;
+
+bool has(const callback_map& callbacks, const callback_map::value_type& callback) {
+    const auto found = callbacks.find(callback.first);
+    return found != callbacks.end() && found->second == callback.second;
+}
+
+// A release may call back, up to deleting the object whose callbacks these are: the maps must not
+// be that object's.
+void release_all_but(const callback_map& released, const callback_map& callbacks) {
+    for (const auto& callback : callbacks) {
+        if (!has(released, callback)) {
+            vask_np_base::NPNFuncs.releaseobject(callback.second);
+        }
+    }
+}
+
+}  // namespace
+
+vask_script::~vask_script() {
+    vask_p(VASK_P_DBG, "%s\n", "virtual vask_script::~vask_script()");
+    // A release may call back, but the classes of the handlers are gone, and who registered a
+    // function from here on would wait in vain for its release.
+    method_map.clear();
+    getter_map.clear();
+    setter_map.clear();
+    jscb_func_set.clear();
+
+    callback_map callbacks, released;
+    callbacks.swap(jscb_map);
+    released.swap(m_released_jscbs);
+    // Without the references of this object to itself, which end with it.
+    for (auto callback = callbacks.begin(); callback != callbacks.end();) {
+        callback = callback->second == this ? callbacks.erase(callback) : std::next(callback);
+    }
+    release_all_but(released, callbacks);
+}
 
 void vask_script::add_jscb_func(const char* name) {
     jscb_func_set.insert(name);
@@ -64,9 +106,11 @@ bool vask_script::add_jscb_request(const NPVariant* args, uint32_t argc, NPVaria
     std::string name;
     NPObject* function = nullptr;
     if (chk_jscb_request_param(args, argc, name, function)) {
-        NPN_RetainObject(function);
         // A function that was here before keeps its reference: it lives as long as its page.
-        jscb_map[name] = function;
+        NPObject*& registered = jscb_map[name];
+        NPN_RetainObject(function);
+        registered = function;
+        m_released_jscbs.erase(name);
     }
     return true;
 }
@@ -77,19 +121,25 @@ bool vask_script::del_jscb_request(const NPVariant* args, uint32_t argc, NPVaria
     if (!chk_jscb_request_param(args, argc, name, function)) {
         return true;
     }
-    if (jscb_map.count(name) == 0) {
+    const auto registered = jscb_map.find(name);
+    if (registered == jscb_map.end()) {
         vask_p(VASK_P_ERR, "Requested callback function '%s' is not registered\n", name.c_str());
         return true;
     }
+    const bool is_released = has(m_released_jscbs, *registered);
+    jscb_map.erase(registered);
+    m_released_jscbs.erase(name);
     // What the script gives is released, whatever is registered: with the same function, that is
-    // the reference of add_jscb_request().
-    NPN_ReleaseObject(function);
-    jscb_map.erase(name);
+    // the reference of add_jscb_request(). It may be this object, and the reference its last.
+    if (!is_released) {
+        NPNFuncs.releaseobject(function);
+    }
     return true;
 }
 
 void vask_script::delete_jscb_map() {
-    for (const auto& callback : jscb_map) {
-        NPN_ReleaseObject(callback.second);
-    }
+    const callback_map callbacks = jscb_map;
+    callback_map released = callbacks;
+    released.swap(m_released_jscbs);
+    release_all_but(released, callbacks);
 }
