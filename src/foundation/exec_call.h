@@ -1,13 +1,15 @@
 #ifndef VASK_EXEC_CALL_H
 #define VASK_EXEC_CALL_H
 
-#include "vask_exec.h"
+#include <utility>
 
-// Makes the call of a record. A member of a class whose vask_exec is not where the object begins
-// moves the object's address; the sanitizer of gcc goes on taking it for that of a vask_exec.
-__attribute__((no_sanitize("vptr"))) inline void call_member(vask_exec* object, vask_exec_func func,
-                                                             void* data) {
-    (object->*func)(data);
+// Makes a call by a pointer to a member, which may be one of a derived class. Where the object's
+// own class is not where the derived one begins, the pointer moves the object's address; the
+// sanitizer of gcc goes on taking it for that of the own class.
+template <typename Object, typename Result, typename... Parameters, typename... Arguments>
+__attribute__((no_sanitize("vptr"))) inline Result call_member(
+    Object* object, Result (Object::*member)(Parameters...), Arguments&&... arguments) {
+    return (object->*member)(std::forward<Arguments>(arguments)...);
 }
 
 #endif

@@ -3,6 +3,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "foundation/exec_call.h"
+
 vask_script::vask_script(const char* name) : NPObject(), vask_np_base(name) {
     method_map["add_callback"] = &vask_script::add_jscb_request;
     method_map["del_callback"] = &vask_script::del_jscb_request;
@@ -27,7 +29,7 @@ bool vask_script::invoke(NPObject*, NPIdentifier name, const NPVariant* args, ui
                 "virtual bool vask_script::invoke(NPObject*, NPIdentifier, const NPVariant*, "
                 "uint32_t, NPVariant*)"));
     // The method may do anything, up to having this object deleted.
-    return method != method_map.end() && (this->*method->second)(args, arg_count, result);
+    return method != method_map.end() && call_member(this, method->second, args, arg_count, result);
 }
 
 bool vask_script::invoke_default(NPObject*, const NPVariant*, uint32_t, NPVariant*) {
@@ -46,13 +48,13 @@ bool vask_script::has_property(NPObject*, NPIdentifier name) {
 bool vask_script::get_property(NPObject*, NPIdentifier name, NPVariant* result) {
     const auto getter = getter_map.find(name_of(
         name, "virtual bool vask_script::get_property(NPObject*, NPIdentifier, NPVariant*)"));
-    return getter != getter_map.end() && (this->*getter->second)(result);
+    return getter != getter_map.end() && call_member(this, getter->second, result);
 }
 
 bool vask_script::set_property(NPObject*, NPIdentifier name, const NPVariant* value) {
     const auto setter = setter_map.find(name_of(
         name, "virtual bool vask_script::set_property(NPObject*, NPIdentifier, const NPVariant*)"));
-    return setter != setter_map.end() && (this->*setter->second)(value);
+    return setter != setter_map.end() && call_member(this, setter->second, value);
 }
 
 bool vask_script::remove_property(NPObject*, NPIdentifier) {
