@@ -7,7 +7,12 @@
  *        the browser hands over.
  *
  * Everything in the plug-in classes runs on the browser's plug-in thread. The classes throw and
- * catch nothing but where they say so: a plug-in ends exceptions in the functions that it exports.
+ * catch nothing but where they say so: a plug-in ends exceptions in the functions that it exports,
+ * and the library in those of ::vask_script_class and in the timer of vask_np_factory.
+ *
+ * A script may run inside NPN_Invoke(), NPN_InvokeDefault(), NPN_Construct(), NPN_Evaluate(), the
+ * calls about properties and methods, and whatever releases a reference. It may have the object
+ * that makes the call deleted, which the caller then must not touch any more.
  */
 
 #include <string>
@@ -468,7 +473,8 @@ public:
     /**
      * Asks the browser for the directory of the page that holds an instance.
      *
-     * The reference to the instance's element that the browser gives is kept for ever.
+     * The reference to the instance's element that the browser gives is kept for ever. A page may
+     * have a script run by this, and this object deleted when it returns or throws.
      *
      * @param npp  an instance
      * @return the directory's URI with its final "/"

@@ -129,16 +129,15 @@ public:
      */
     void set_preload(int count);
 
-    /** Makes one instance, prepares it with vask_np_instance::init_preload() and queues it.
-     *  create_instance() must not fail here. What either throws comes out of here, and when the
-     *  timer makes the instance it would pass through GLib's main loop: with preloading, let
-     *  neither throw. */
+    /** Makes one instance, prepares it with vask_np_instance::init_preload() and queues it. What
+     *  either throws comes out of here, with the instance deleted, and std::bad_alloc where
+     *  create_instance() gives none. */
     void make_preload_instance();
 
     /**
      * Takes the oldest instance out of the queue, which must not be empty. If there would be fewer
      * than set_preload() asked for, counting those under way, one more is made after
-     * calc_delayed_spawn_time().
+     * calc_delayed_spawn_time(). When that throws, the queue is as before.
      *
      * @return the instance, which is the caller's
      */
@@ -149,10 +148,12 @@ public:
     int delayed_spawn_preload_instance();
 
     /**
-     * The timer's function.
+     * The timer's function. What make_preload_instance() throws is logged at ERR, as
+     * "vask_np_factory::delayed_spawn_preload_instance(): An exception was thrown: WHAT", and the
+     * timer tries again after the same time.
      *
      * @param factory  a vask_np_factory
-     * @return as delayed_spawn_preload_instance()
+     * @return as delayed_spawn_preload_instance(), or TRUE after an exception
      */
     static int _delayed_spawn_preload_instance(void* factory);
 

@@ -3,7 +3,10 @@
 #include <glib.h>
 #include <stdlib.h>
 
+#include <memory>
 #include <new>
+
+#include "foundation/c_border.h"
 
 vask_np_factory::vask_np_factory(const char* its_mime_description, const char* name,
                                  const char* its_plugin_name, const char* its_plugin_description)
@@ -106,10 +109,14 @@ void vask_np_factory::set_preload(int count) {
 }
 
 void vask_np_factory::make_preload_instance() {
-    vask_np_instance* instance = create_instance();
+    std::unique_ptr<vask_np_instance> instance(create_instance());
+    if (instance == nullptr) {
+        throw std::bad_alloc();
+    }
     instance->init_preload();
     instance->preloaded = true;
-    preload_queue.push_back(instance);
+    preload_queue.push_back(instance.get());
+    instance.release();
 }
 
 vask_np_instance* vask_np_factory::get_preload_instance() {
@@ -117,7 +124,13 @@ vask_np_instance* vask_np_factory::get_preload_instance() {
     preload_queue.pop_front();
     if (static_cast<int>(preload_queue.size()) + pending_spawns < preload_count) {
         ++pending_spawns;
-        g_timeout_add(calc_delayed_spawn_time(), _delayed_spawn_preload_instance, this);
+        try {
+            g_timeout_add(calc_delayed_spawn_time(), _delayed_spawn_preload_instance, this);
+        } catch (...) {
+            --pending_spawns;
+            preload_queue.push_front(instance);
+            throw;
+        }
     }
     return instance;
 }
@@ -129,5 +142,8 @@ int vask_np_factory::delayed_spawn_preload_instance() {
 }
 
 int vask_np_factory::_delayed_spawn_preload_instance(void* factory) {
-    return static_cast<vask_np_factory*>(factory)->delayed_spawn_preload_instance();
+    // A timer that goes on tries again: nobody else would, where the queue is empty now.
+    return call_for_c("vask_np_factory::delayed_spawn_preload_instance()", TRUE, [factory] {
+        return static_cast<vask_np_factory*>(factory)->delayed_spawn_preload_instance();
+    });
 }

@@ -1,5 +1,19 @@
+#include "foundation/c_border.h"
 #include "vask_np_instance.h"
 #include "vask_script.h"
+
+namespace {
+
+// An operation may have the object deleted before it returns or throws.
+template <typename... Parameters>
+bool forward(const char* callback, bool (vask_script::*operation)(NPObject*, Parameters...),
+             NPObject* object, Parameters... arguments) {
+    return call_for_c(callback, false, [&] {
+        return (static_cast<vask_script*>(object)->*operation)(object, arguments...);
+    });
+}
+
+}  // namespace
 
 NPClass vask_script_class = {NP_CLASS_STRUCT_VERSION_ENUM,
                              _vask_allocate,
@@ -16,58 +30,65 @@ NPClass vask_script_class = {NP_CLASS_STRUCT_VERSION_ENUM,
                              nullptr};
 
 NPObject* _vask_allocate(NPP npp, NPClass*) {
-    vask_object::vask_p("vask", VASK_P_DBG, "%s: aNPP: %p\n",
-                        "NPObject* _vask_allocate(NPP, NPClass*)", static_cast<void*>(npp));
-    vask_np_instance* instance = static_cast<vask_np_instance*>(npp->pdata);
-    instance->npobj_allocated = true;
-    return instance;
+    return call_for_c("_vask_allocate()", static_cast<NPObject*>(nullptr), [&]() -> NPObject* {
+        vask_object::vask_p("vask", VASK_P_DBG, "%s: aNPP: %p\n",
+                            "NPObject* _vask_allocate(NPP, NPClass*)", static_cast<void*>(npp));
+        vask_np_instance* instance = static_cast<vask_np_instance*>(npp->pdata);
+        instance->npobj_allocated = true;
+        return instance;
+    });
 }
 
 void _vask_deallocate(NPObject* object) {
-    vask_object::vask_p("vask", VASK_P_DBG, "%s: aObject: %p\n", "void _vask_deallocate(NPObject*)",
-                        static_cast<void*>(object));
-    vask_np_instance* instance = static_cast<vask_np_instance*>(object);
-    if (!instance->destroy_pending) {
-        instance->npobj_deallocated = true;
-        return;
-    }
-    delete instance;
+    call_for_c("_vask_deallocate()", [&] {
+        vask_object::vask_p("vask", VASK_P_DBG, "%s: aObject: %p\n",
+                            "void _vask_deallocate(NPObject*)", static_cast<void*>(object));
+        vask_np_instance* instance = static_cast<vask_np_instance*>(object);
+        if (!instance->destroy_pending) {
+            instance->npobj_deallocated = true;
+            return;
+        }
+        delete instance;
+    });
 }
 
 void vask_invalidate(NPObject* object) {
-    static_cast<vask_script*>(object)->invalidate(object);
+    call_for_c("vask_script::invalidate()",
+               [&] { static_cast<vask_script*>(object)->invalidate(object); });
 }
 
 bool vask_has_method(NPObject* object, NPIdentifier name) {
-    return static_cast<vask_script*>(object)->has_method(object, name);
+    return forward("vask_script::has_method()", &vask_script::has_method, object, name);
 }
 
 bool vask_invoke(NPObject* object, NPIdentifier name, const NPVariant* args, uint32_t arg_count,
                  NPVariant* result) {
-    return static_cast<vask_script*>(object)->invoke(object, name, args, arg_count, result);
+    return forward("vask_script::invoke()", &vask_script::invoke, object, name, args, arg_count,
+                   result);
 }
 
 bool vask_invoke_default(NPObject* object, const NPVariant* args, uint32_t arg_count,
                          NPVariant* result) {
-    return static_cast<vask_script*>(object)->invoke_default(object, args, arg_count, result);
+    return forward("vask_script::invoke_default()", &vask_script::invoke_default, object, args,
+                   arg_count, result);
 }
 
 bool vask_has_property(NPObject* object, NPIdentifier name) {
-    return static_cast<vask_script*>(object)->has_property(object, name);
+    return forward("vask_script::has_property()", &vask_script::has_property, object, name);
 }
 
 bool vask_get_property(NPObject* object, NPIdentifier name, NPVariant* result) {
-    return static_cast<vask_script*>(object)->get_property(object, name, result);
+    return forward("vask_script::get_property()", &vask_script::get_property, object, name, result);
 }
 
 bool vask_set_property(NPObject* object, NPIdentifier name, const NPVariant* value) {
-    return static_cast<vask_script*>(object)->set_property(object, name, value);
+    return forward("vask_script::set_property()", &vask_script::set_property, object, name, value);
 }
 
 bool vask_remove_property(NPObject* object, NPIdentifier name) {
-    return static_cast<vask_script*>(object)->remove_property(object, name);
+    return forward("vask_script::remove_property()", &vask_script::remove_property, object, name);
 }
 
 bool vask_enumerate(NPObject* object, NPIdentifier** names, uint32_t* count) {
-    return static_cast<vask_script*>(object)->enumerate(object, names, count);
+    return forward("vask_script::enumerate()", &vask_script::enumerate, object, names, count);
 }

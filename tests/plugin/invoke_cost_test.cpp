@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <new>
 #include <string>
 
 #include "counted_memory.h"
@@ -79,8 +78,7 @@ TEST_F(invoke_cost, has_one_fetch_and_one_free_of_the_name) {
 TEST_F(invoke_cost, frees_the_name_when_there_is_no_memory_for_its_copy) {
     NPVariant result;
     allocation_that_fails = 1;
-    EXPECT_THROW(vask_script_class.invoke(&script, const_cast<char*>(quiet_script::long_name),
-                                          nullptr, 0, &result),
-                 std::bad_alloc);
+    EXPECT_FALSE(vask_script_class.invoke(&script, const_cast<char*>(quiet_script::long_name),
+                                          nullptr, 0, &result));
     EXPECT_EQ(names_freed, 1);
 }

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <vector>
 
 #include "recorded_plugin.h"
@@ -219,6 +220,117 @@ TEST_F(preloading, spawns_once_by_a_timer_that_ends) {
         FALSE);
     EXPECT_EQ(factory.preload_queue.size(), 1u);
     EXPECT_EQ(factory.pending_spawns, 0);
+}
+
+namespace {
+
+/** Throws where it makes, prepares or schedules an instance, as often as it is told. */
+class failing_factory : public recorded_factory {
+public:
+    class failing_instance : public recorded_instance {
+    public:
+        explicit failing_instance(failing_factory& factory)
+            : recorded_instance(plugin_object_name), m_factory(factory) {}
+
+        void init_preload() override { m_factory.fail(m_factory.failing_preparations); }
+
+    private:
+        failing_factory& m_factory;
+    };
+
+    vask_np_instance* create_instance() override {
+        ++attempts;
+        fail(failing_creations);
+        if (nulls-- > 0)
+            return nullptr;
+        return new failing_instance(*this);
+    }
+
+    unsigned int calc_delayed_spawn_time() override {
+        fail(failing_delays);
+        return recorded_factory::calc_delayed_spawn_time();
+    }
+
+    static void fail(int& times) {
+        if (times-- > 0)
+            throw std::runtime_error("no child");
+    }
+
+    int attempts = 0;
+    int failing_creations = 0;
+    int failing_preparations = 0;
+    int failing_delays = 0;
+    int nulls = 0;
+};
+
+class failing_preloading : public preloading {
+protected:
+    void SetUp() override {
+        preloading::SetUp();
+        browser.load(plugin_functions(&failing));
+        failing.set_preload(1);
+        failing.attempts = 0;
+    }
+
+    void TearDown() override {
+        for (NPP npp : opened)
+            browser.close(npp);
+        opened.clear();
+        failing.delete_queue();
+        preloading::TearDown();
+    }
+
+    bool wait_for_instance() {
+        return wait_until([this] { return failing.preload_queue.size() == 1; });
+    }
+
+    static log_line reported(const char* what) {
+        return line("ERR", "vask",
+                    std::string("vask_np_factory::delayed_spawn_preload_instance(): An exception "
+                                "was thrown: ") +
+                        what);
+    }
+
+    failing_factory failing;
+};
+
+}  // namespace
+
+TEST_F(failing_preloading, tries_again_when_an_instance_cannot_be_made) {
+    failing.failing_creations = 2;
+    open();
+    EXPECT_TRUE(wait_for_instance());
+    EXPECT_EQ(failing.attempts, 3);
+    EXPECT_EQ(failing.pending_spawns, 0);
+    EXPECT_EQ(scheduled.size(), 1u);
+    EXPECT_THAT(log.lines(), ElementsAre(reported("no child"), reported("no child")));
+}
+
+TEST_F(failing_preloading, deletes_an_instance_that_cannot_be_prepared_and_makes_another) {
+    failing.failing_preparations = 1;
+    open();
+    EXPECT_TRUE(wait_for_instance());
+    EXPECT_EQ(failing.attempts, 2);
+    EXPECT_EQ(recorded_instance::alive, 2);
+    EXPECT_EQ(failing.pending_spawns, 0);
+    EXPECT_THAT(log.lines(), ElementsAre(reported("no child")));
+}
+
+TEST_F(failing_preloading, tries_again_when_there_is_no_memory_for_an_instance) {
+    failing.nulls = 1;
+    open();
+    EXPECT_TRUE(wait_for_instance());
+    EXPECT_THAT(log.lines(), ElementsAre(reported("std::bad_alloc")));
+}
+
+TEST_F(failing_preloading, hands_out_the_same_instance_after_a_delay_that_could_not_be_found) {
+    recorded_instance* const ready = failing.queued(0);
+    failing.failing_delays = 1;
+    EXPECT_THROW(failing.get_preload_instance(), std::runtime_error);
+    EXPECT_EQ(failing.pending_spawns, 0);
+    EXPECT_EQ(open(), ready);
+    EXPECT_EQ(failing.pending_spawns, 1);
+    EXPECT_TRUE(wait_for_instance());
 }
 
 TEST_F(preloading, leaves_what_is_queued_when_the_factory_ends) {

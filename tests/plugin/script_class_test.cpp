@@ -1,6 +1,7 @@
 // The record and the functions through which a browser reaches an object.
 
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 
@@ -174,6 +175,134 @@ TEST_P(script_class, forwards_enumerate) {
     EXPECT_EQ(record.enumerate(object(), &names, &count), GetParam());
     EXPECT_TRUE(
         (script.last == listening_script::call{"enumerate", object(), &names, nullptr, 0, &count}));
+}
+
+namespace {
+
+/** Every operation throws. */
+class throwing_script : public vask_script {
+public:
+    throwing_script() : vask_script("throwing") {}
+
+    void invalidate(NPObject*) override { fail(); }
+    bool has_method(NPObject*, NPIdentifier) override { return fail(); }
+    bool invoke(NPObject*, NPIdentifier, const NPVariant*, uint32_t, NPVariant*) override {
+        return fail();
+    }
+    bool invoke_default(NPObject*, const NPVariant*, uint32_t, NPVariant*) override {
+        return fail();
+    }
+    bool has_property(NPObject*, NPIdentifier) override { return fail(); }
+    bool get_property(NPObject*, NPIdentifier, NPVariant*) override { return fail(); }
+    bool set_property(NPObject*, NPIdentifier, const NPVariant*) override { return fail(); }
+    bool remove_property(NPObject*, NPIdentifier) override { return fail(); }
+    bool enumerate(NPObject*, NPIdentifier**, uint32_t*) override { return fail(); }
+
+private:
+    static bool fail() { throw std::runtime_error("out of order"); }
+};
+
+class throwing_script_class : public in_browser {
+protected:
+    void expect_line(const char* operation) {
+        EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "vask",
+                                                  std::string(operation) +
+                                                      ": An exception was thrown: out of order")));
+    }
+
+    const NPClass& record = vask_script_class;
+    throwing_script script;
+    NPObject* object = &script;
+    NPIdentifier name = browser.name("name");
+    NPVariant result;
+};
+
+}  // namespace
+
+TEST_F(throwing_script_class, survives_invalidate) {
+    record.invalidate(object);
+    expect_line("vask_script::invalidate()");
+}
+
+TEST_F(throwing_script_class, fails_hasMethod) {
+    EXPECT_FALSE(record.hasMethod(object, name));
+    expect_line("vask_script::has_method()");
+}
+
+TEST_F(throwing_script_class, fails_invoke) {
+    EXPECT_FALSE(record.invoke(object, name, nullptr, 0, &result));
+    expect_line("vask_script::invoke()");
+}
+
+TEST_F(throwing_script_class, fails_invokeDefault) {
+    EXPECT_FALSE(record.invokeDefault(object, nullptr, 0, &result));
+    expect_line("vask_script::invoke_default()");
+}
+
+TEST_F(throwing_script_class, fails_hasProperty) {
+    EXPECT_FALSE(record.hasProperty(object, name));
+    expect_line("vask_script::has_property()");
+}
+
+TEST_F(throwing_script_class, fails_getProperty) {
+    EXPECT_FALSE(record.getProperty(object, name, &result));
+    expect_line("vask_script::get_property()");
+}
+
+TEST_F(throwing_script_class, fails_setProperty) {
+    EXPECT_FALSE(record.setProperty(object, name, nullptr));
+    expect_line("vask_script::set_property()");
+}
+
+TEST_F(throwing_script_class, fails_removeProperty) {
+    EXPECT_FALSE(record.removeProperty(object, name));
+    expect_line("vask_script::remove_property()");
+}
+
+TEST_F(throwing_script_class, fails_enumerate) {
+    NPIdentifier* names = nullptr;
+    uint32_t count = 0;
+    EXPECT_FALSE(record.enumerate(object, &names, &count));
+    expect_line("vask_script::enumerate()");
+}
+
+namespace {
+
+/** Has a method that ends its object and throws then, and one that answers. */
+class self_ending_instance : public vask_np_instance {
+public:
+    self_ending_instance() : vask_np_instance("self-ending") {
+        method_map["end"] = static_cast<script_method>(&self_ending_instance::end);
+        method_map["fail"] = static_cast<script_method>(&self_ending_instance::fail);
+        method_map["succeed"] = static_cast<script_method>(&self_ending_instance::succeed);
+    }
+
+    bool end(const NPVariant*, uint32_t, NPVariant*) {
+        delete this;
+        throw std::runtime_error("gone");
+    }
+
+    bool fail(const NPVariant*, uint32_t, NPVariant*) { throw 42; }
+    bool succeed(const NPVariant*, uint32_t, NPVariant*) { return true; }
+};
+
+}  // namespace
+
+TEST_F(throwing_script_class, fails_a_method_that_has_deleted_its_object_before_it_throws) {
+    object = new self_ending_instance;
+    EXPECT_FALSE(record.invoke(object, browser.name("end"), nullptr, 0, &result));
+    EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "vask",
+                                              "vask_script::invoke(): An exception was thrown: "
+                                              "gone")));
+}
+
+TEST_F(throwing_script_class, serves_the_next_call_after_one_that_has_thrown) {
+    self_ending_instance instance;
+    EXPECT_FALSE(record.invoke(&instance, browser.name("fail"), nullptr, 0, &result));
+    EXPECT_TRUE(record.invoke(&instance, browser.name("succeed"), nullptr, 0, &result));
+    EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "vask",
+                                              "vask_script::invoke(): An exception was thrown: "
+                                              "unknown")));
 }
 
 namespace {

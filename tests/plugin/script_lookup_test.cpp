@@ -282,19 +282,19 @@ namespace {
 /** A member that is a number, which has no name. */
 class numbered_member : public script_lookup {
 protected:
-    void TearDown() override {
-        EXPECT_EQ(log.lines().size(), 1u);
-        script_lookup::TearDown();
-    }
-
-    void expect_line(const char* signature) {
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(line("DBG", "counter", std::string(signature) + ": (null)")));
-    }
-
     void SetUp() override {
         script_lookup::SetUp();
         show_everything();
+    }
+
+    void expect_lines_of_both(const char* signature, const char* operation) {
+        const log_line lookup = line("DBG", "counter", std::string(signature) + ": (null)");
+        EXPECT_THAT(log.lines(),
+                    ElementsAre(lookup, lookup,
+                                line("ERR", "vask",
+                                     std::string(operation) +
+                                         ": An exception was thrown: a member that is a number has "
+                                         "no name")));
     }
 
     NPIdentifier zero = browser.number(0);
@@ -304,26 +304,76 @@ protected:
 }  // namespace
 
 TEST_F(numbered_member, is_no_question_for_has_method) {
-    EXPECT_THROW(vask_has_method(&object, zero), std::logic_error);
-    expect_line(has_method_text);
+    EXPECT_THROW(object.has_method(&object, zero), std::logic_error);
+    EXPECT_FALSE(vask_has_method(&object, zero));
+    expect_lines_of_both(has_method_text, "vask_script::has_method()");
 }
 
 TEST_F(numbered_member, cannot_be_invoked) {
-    EXPECT_THROW(vask_invoke(&object, zero, nullptr, 0, &result), std::logic_error);
-    expect_line(invoke_text);
+    EXPECT_THROW(object.invoke(&object, zero, nullptr, 0, &result), std::logic_error);
+    EXPECT_FALSE(vask_invoke(&object, zero, nullptr, 0, &result));
+    expect_lines_of_both(invoke_text, "vask_script::invoke()");
 }
 
 TEST_F(numbered_member, is_no_question_for_has_property) {
-    EXPECT_THROW(vask_has_property(&object, zero), std::logic_error);
-    expect_line(has_property_text);
+    EXPECT_THROW(object.has_property(&object, zero), std::logic_error);
+    EXPECT_FALSE(vask_has_property(&object, zero));
+    expect_lines_of_both(has_property_text, "vask_script::has_property()");
 }
 
 TEST_F(numbered_member, cannot_be_read) {
-    EXPECT_THROW(vask_get_property(&object, zero, &result), std::logic_error);
-    expect_line(get_property_text);
+    EXPECT_THROW(object.get_property(&object, zero, &result), std::logic_error);
+    EXPECT_FALSE(vask_get_property(&object, zero, &result));
+    expect_lines_of_both(get_property_text, "vask_script::get_property()");
 }
 
 TEST_F(numbered_member, cannot_be_written) {
-    EXPECT_THROW(vask_set_property(&object, zero, argument.data()), std::logic_error);
-    expect_line(set_property_text);
+    EXPECT_THROW(object.set_property(&object, zero, argument.data()), std::logic_error);
+    EXPECT_FALSE(vask_set_property(&object, zero, argument.data()));
+    expect_lines_of_both(set_property_text, "vask_script::set_property()");
+}
+
+namespace {
+
+/** The scriptable object is not where it begins. */
+class second_base {
+public:
+    virtual ~second_base() = default;
+    int before = 1;
+};
+
+class late_counter : public second_base, public vask_script {
+public:
+    late_counter() : vask_script("late") {
+        method_map["sum"] = static_cast<script_method>(&late_counter::call);
+        getter_map["sum"] = static_cast<property_getter>(&late_counter::get);
+        setter_map["sum"] = static_cast<property_setter>(&late_counter::set);
+    }
+
+    bool call(const NPVariant*, uint32_t, NPVariant* result) { return get(result); }
+
+    bool get(NPVariant* result) {
+        INT32_TO_NPVARIANT(before + sum, *result);
+        return true;
+    }
+
+    bool set(const NPVariant* value) {
+        sum = NPVARIANT_TO_INT32(*value);
+        return true;
+    }
+
+    int sum = 0;
+};
+
+}  // namespace
+
+TEST_F(script_lookup, finds_the_handlers_of_a_class_that_begins_with_another_base) {
+    late_counter late;
+    script_arguments value{41};
+
+    EXPECT_TRUE(vask_set_property(&late, browser.name("sum"), value.data()));
+    EXPECT_TRUE(vask_get_property(&late, browser.name("sum"), &result));
+    EXPECT_EQ(value_of(result), script_value(42));
+    EXPECT_TRUE(vask_invoke(&late, browser.name("sum"), nullptr, 0, &result));
+    EXPECT_EQ(value_of(result), script_value(42));
 }
