@@ -27,11 +27,14 @@
 #define NP_VERSION_MINOR 20 /**< minor number of what is declared here */
 /**@}*/
 
-/** @name The minor number from which on a browser knows something */
+/** @name The minor number from which on a browser knows something
+ *  What comes with a number above NP_VERSION_MINOR lies behind the end of the tables declared here.
+ */
 /**@{*/
 #define NPVERS_HAS_STREAMOUTPUT 8              /**< streams that plug-ins write */
 #define NPVERS_HAS_NOTIFICATION 9              /**< NPP_URLNotify */
 #define NPVERS_HAS_LIVECONNECT 9               /**< Java */
+#define NPVERS_68K_HAS_LIVECONNECT 11          /**< Java on another platform */
 #define NPVERS_HAS_WINDOWLESS 11               /**< windowless instances */
 #define NPVERS_HAS_XPCONNECT_SCRIPTING 13      /**< the first kind of scripting */
 #define NPVERS_HAS_NPRUNTIME_SCRIPTING 14      /**< NPObject */
@@ -41,6 +44,12 @@
 #define NPVERS_HAS_NPOBJECT_ENUM 18            /**< NPN_Enumerate */
 #define NPVERS_HAS_PLUGIN_THREAD_ASYNC_CALL 19 /**< calls from other threads */
 #define NPVERS_HAS_ALL_NETWORK_STREAMS 20      /**< all network streams */
+#define NPVERS_HAS_URL_AND_AUTH_INFO 21        /**< cookies, proxies and passwords of URLs */
+#define NPVERS_HAS_PRIVATE_MODE 22             /**< browsing without traces */
+#define NPVERS_MACOSX_HAS_COCOA_EVENTS 23      /**< events of another platform */
+#define NPVERS_HAS_ADVANCED_KEY_HANDLING 25    /**< focus within an instance */
+#define NPVERS_HAS_URL_REDIRECT_HANDLING 26    /**< asking before a redirection */
+#define NPVERS_HAS_CLEAR_SITE_DATA 27          /**< forgetting what a site has stored */
 /**@}*/
 
 /** @name Results of calls in both directions (NPError) */
@@ -60,6 +69,8 @@
 #define NPERR_FILE_NOT_FOUND (NPERR_BASE + 11)            /**< there is no such file */
 #define NPERR_NO_DATA (NPERR_BASE + 12)                   /**< the stream has no data */
 #define NPERR_STREAM_NOT_SEEKABLE (NPERR_BASE + 13)       /**< it does not come in parts */
+#define NPERR_TIME_RANGE_NOT_SUPPORTED (NPERR_BASE + 14)  /**< what to forget has no time range */
+#define NPERR_MALFORMED_SITE (NPERR_BASE + 15)            /**< the site is none */
 /**@}*/
 
 /** @name Why a stream or a request has ended (NPReason) */
@@ -82,6 +93,28 @@
 #define NP_SEEK 2       /**< in parts that the plug-in asks for */
 #define NP_ASFILE 3     /**< as data, and as a file in the end */
 #define NP_ASFILEONLY 4 /**< as a file */
+/**@}*/
+
+/** @name The answer of NPP_HandleEvent */
+/**@{*/
+#define kNPEventNotHandled 0 /**< the browser may do something with the event */
+#define kNPEventHandled 1    /**< the event is done with */
+#define kNPEventStartIME 2   /**< a key for the input method of another platform */
+/**@}*/
+
+/** @name How a number tells which objects it is about
+ *  The numbers of variables that hand over objects of C++ carry this mask, because those objects
+ *  are of no use to somebody with another compiler.
+ */
+/**@{*/
+#define NP_ABI_GCC3_MASK 0x10000000 /**< objects of GCC from version 3 on */
+#if defined(__GNUC__) && __GNUC__ >= 3
+#define _NP_ABI_MIXIN_FOR_GCC3 NP_ABI_GCC3_MASK /**< the part of the mask for GCC */
+#else
+#define _NP_ABI_MIXIN_FOR_GCC3 0
+#endif
+#define _NP_ABI_MIXIN_FOR_MACHO 0                                      /**< of another platform */
+#define NP_ABI_MASK (_NP_ABI_MIXIN_FOR_GCC3 | _NP_ABI_MIXIN_FOR_MACHO) /**< of this compiler */
 /**@}*/
 
 /** The answer of NPP_WriteReady by a plug-in that takes whatever comes. */
@@ -225,7 +258,7 @@ typedef enum NP_ENUM_BASE {
     NPPVjavaClass = 5,
     NPPVpluginWindowSize = 6,
     NPPVpluginTimerInterval = 7,
-    NPPVpluginScriptableInstance = 10,
+    NPPVpluginScriptableInstance = 10, /**< without the mask that a browser's question has */
     NPPVpluginScriptableIID = 11,
     NPPVjavascriptPushCallerBool = 12,
     NPPVpluginKeepLibraryInMemory = 13,
@@ -233,7 +266,11 @@ typedef enum NP_ENUM_BASE {
     NPPVpluginScriptableNPObject = 15,
     NPPVformValue = 16,
     NPPVpluginUrlRequestsDisplayedBool = 17,
-    NPPVpluginWantsAllNetworkStreams = 18
+    NPPVpluginWantsAllNetworkStreams = 18,
+    NPPVpluginNativeAccessibleAtkPlugId = 19,
+    NPPVpluginCancelSrcStream = 20,
+    NPPVsupportsAdvancedKeyHandling = 21,
+    NPPVpluginUsesDOMForCursorBool = 22
 } NPPVariable;
 
 /** What a plug-in asks a browser for, or is told by one. */
@@ -244,15 +281,24 @@ typedef enum NP_ENUM_BASE {
     NPNVjavascriptEnabledBool = 4,
     NPNVasdEnabledBool = 5,
     NPNVisOfflineBool = 6,
-    NPNVserviceManager = 10,
-    NPNVDOMElement = 11,
-    NPNVDOMWindow = 12,
-    NPNVToolkit = 13,
+    NPNVserviceManager = 10 | NP_ABI_MASK,
+    NPNVDOMElement = 11 | NP_ABI_MASK,
+    NPNVDOMWindow = 12 | NP_ABI_MASK,
+    NPNVToolkit = 13 | NP_ABI_MASK,
     NPNVSupportsXEmbedBool = 14,
     NPNVWindowNPObject = 15,
     NPNVPluginElementNPObject = 16,
-    NPNVSupportsWindowless = 17
+    NPNVSupportsWindowless = 17,
+    NPNVprivateModeBool = 18,
+    NPNVsupportsAdvancedKeyHandling = 21,
+    NPNVdocumentOrigin = 22
 } NPNVariable;
+
+/** What a plug-in asks a browser about a URL, or tells it, from NPVERS_HAS_URL_AND_AUTH_INFO on. */
+typedef enum NP_ENUM_BASE { NPNURLVCookie = 501, NPNURLVProxy } NPNURLVariable;
+
+/** Which way the focus moves on, from NPVERS_HAS_ADVANCED_KEY_HANDLING on. */
+typedef enum NP_ENUM_BASE { NPFocusNext = 0, NPFocusPrevious = 1 } NPFocusDirection;
 
 /** The answer to NPNVToolkit. */
 typedef enum NP_ENUM_BASE { NPNVGtk12 = 1, NPNVGtk2 } NPNToolkitType;
