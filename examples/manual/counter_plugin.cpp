@@ -2,6 +2,7 @@
 #include <vask_np_factory.h>
 
 #include <algorithm>
+#include <string>
 
 class counter : public vask_np_instance {
 public:
@@ -9,6 +10,8 @@ public:
         method_map["count"] = static_cast<script_method>(&counter::count);
         getter_map["value"] = static_cast<property_getter>(&counter::get_value_property);
         add_jscb_func("counted");
+        method_map["del_callback"] = static_cast<script_method>(&counter::remove_callback);
+        method_map["detachEvent"] = method_map["del_callback"];
     }
 
 private:
@@ -36,6 +39,21 @@ private:
             NPNFuncs.releasevariantvalue(&ignored);
         }
         NPNFuncs.releaseobject(callback);
+    }
+
+    // The library's own would release what the page gives, whatever is registered.
+    bool remove_callback(const NPVariant* args, uint32_t arg_count, NPVariant* result) {
+        std::string name;
+        NPObject* function = nullptr;
+        if (!chk_jscb_request_param(args, arg_count, name, function)) {
+            return true;
+        }
+        if (NPObject* registered = get_jscb_npobj(name.c_str())) {
+            function = registered;
+        }
+        NPVariant own_args[] = {args[0], args[1]};
+        OBJECT_TO_NPVARIANT(function, own_args[1]);
+        return del_jscb_request(own_args, 2, result);
     }
 
     bool get_value_property(NPVariant* result) {

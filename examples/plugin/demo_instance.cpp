@@ -22,6 +22,10 @@ demo_instance::demo_instance(const char* name)
     method_map["ring"] = static_cast<script_method>(&demo_instance::ring);
     method_map["start"] = static_cast<script_method>(&demo_instance::start);
 
+    // In place of the library's methods.
+    method_map["del_callback"] = static_cast<script_method>(&demo_instance::remove_callback);
+    method_map["detachEvent"] = method_map["del_callback"];
+
     getter_map["title"] = static_cast<property_getter>(&demo_instance::get_title);
     setter_map["title"] = static_cast<property_setter>(&demo_instance::set_title);
     getter_map["width"] = static_cast<property_getter>(&demo_instance::get_width);
@@ -44,7 +48,7 @@ void demo_instance::detach() {
     m_child_window.place(XCB_NONE, 0, 0);
 }
 
-// A timer of the main loop calls this without passing the entry points.
+// Without a child this instance is of use all the same: parse_props() tries again.
 void demo_instance::init_preload() {
     end_exceptions("init_preload", [this] { start_child(); });
 }
@@ -77,44 +81,18 @@ NPError demo_instance::set_window(NPP for_npp, NPWindow* window) {
 int16_t demo_instance::handle_event(NPP, void* event) {
     const XGraphicsExposeEvent* request = as_request_to_draw(event);
     if (request == nullptr) {
-        return 0;
+        return kNPEventNotHandled;
     }
     const std::string child =
         m_child != nullptr ? "child " + std::to_string(m_child->get_child_pid()) : "";
     const std::string ring = m_ring_count > 0 ? "rang: " + m_last_ring : "has not rung yet";
     m_painter.draw(*request, {m_title, child, ring});
     m_child_window.copy_to(static_cast<xcb_drawable_t>(request->drawable), 0, panel_height);
-    return 1;
+    return kNPEventHandled;
 }
 
-// The browser calls what follows on an object that it holds, even after detach().
-
-bool demo_instance::has_method(NPObject* object, NPIdentifier name) {
-    return end_exceptions("has_method", false,
-                          [=] { return vask_np_instance::has_method(object, name); });
-}
-
-bool demo_instance::invoke(NPObject* object, NPIdentifier name, const NPVariant* args,
-                           uint32_t arg_count, NPVariant* result) {
-    return end_exceptions("invoke", false, [=] {
-        return vask_np_instance::invoke(object, name, args, arg_count, result);
-    });
-}
-
-bool demo_instance::has_property(NPObject* object, NPIdentifier name) {
-    return end_exceptions("has_property", false,
-                          [=] { return vask_np_instance::has_property(object, name); });
-}
-
-bool demo_instance::get_property(NPObject* object, NPIdentifier name, NPVariant* result) {
-    return end_exceptions("get_property", false,
-                          [=] { return vask_np_instance::get_property(object, name, result); });
-}
-
-bool demo_instance::set_property(NPObject* object, NPIdentifier name, const NPVariant* value) {
-    return end_exceptions("set_property", false,
-                          [=] { return vask_np_instance::set_property(object, name, value); });
-}
+// The browser calls what follows on an object that it holds, even after detach(). An exception ends
+// in the library, and the script's call fails.
 
 bool demo_instance::describe(const NPVariant* args, uint32_t arg_count, NPVariant* result) {
     std::string text;
@@ -142,6 +120,22 @@ bool demo_instance::ring(const NPVariant* args, uint32_t arg_count, NPVariant*) 
 bool demo_instance::start(const NPVariant*, uint32_t, NPVariant*) {
     start_child();
     return m_child != nullptr;
+}
+
+bool demo_instance::remove_callback(const NPVariant* args, uint32_t arg_count, NPVariant* result) {
+    std::string name;
+    NPObject* function = nullptr;
+    if (!chk_jscb_request_param(args, arg_count, name, function)) {
+        return true;
+    }
+    // The library releases what it is given, whatever is registered: with other functions than its
+    // own, a page could have memory freed that is in use. So only the name is the page's to say.
+    if (NPObject* registered = get_jscb_npobj(name.c_str())) {
+        function = registered;
+    }
+    NPVariant own_args[] = {args[0], args[1]};
+    OBJECT_TO_NPVARIANT(function, own_args[1]);
+    return del_jscb_request(own_args, 2, result);
 }
 
 bool demo_instance::get_title(NPVariant* result) {

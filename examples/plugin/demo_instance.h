@@ -47,24 +47,13 @@ public:
     NPError set_window(NPP npp, NPWindow* window) override;
     int16_t handle_event(NPP npp, void* event) override;
 
-    /** @name The script's calls
-     *  These come from the browser without passing the entry points: here is where exceptions end.
-     */
-    ///@{
-    bool has_method(NPObject* object, NPIdentifier name) override;
-    bool invoke(NPObject* object, NPIdentifier name, const NPVariant* args, uint32_t arg_count,
-                NPVariant* result) override;
-    bool has_property(NPObject* object, NPIdentifier name) override;
-    bool get_property(NPObject* object, NPIdentifier name, NPVariant* result) override;
-    bool set_property(NPObject* object, NPIdentifier name, const NPVariant* value) override;
-    ///@}
-
 private:
     bool describe(const NPVariant* args, uint32_t arg_count, NPVariant* result);
     bool echo(const NPVariant* args, uint32_t arg_count, NPVariant* result);
     bool greet(const NPVariant* args, uint32_t arg_count, NPVariant* result);
     bool ring(const NPVariant* args, uint32_t arg_count, NPVariant* result);
     bool start(const NPVariant* args, uint32_t arg_count, NPVariant* result);
+    bool remove_callback(const NPVariant* args, uint32_t arg_count, NPVariant* result);
 
     bool get_title(NPVariant* result);
     bool set_title(const NPVariant* value);

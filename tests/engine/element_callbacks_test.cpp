@@ -1,11 +1,56 @@
 #include <signal.h>
 
+#include <map>
+
+#include "browser_table.h"
 #include "engine_page.h"
 #include "support/log_catcher.h"
 
 using namespace vask_test;
 
+namespace {
+
 class element_callbacks : public engine_element {};
+
+/** The references to the page's functions that the plug-in takes and gives back, from here on. */
+class reference_book {
+public:
+    reference_book() {
+        references.clear();
+        has_released_too_often = false;
+        functions = browser_table();
+        browser_table().retainobject = [](NPObject* object) {
+            ++references[object];
+            return functions.retainobject(object);
+        };
+        browser_table().releaseobject = [](NPObject* object) {
+            if (--references[object] < 0)
+                has_released_too_often = true;
+            functions.releaseobject(object);
+        };
+    }
+
+    ~reference_book() { browser_table() = functions; }
+
+    static int sum() {
+        int sum = 0;
+        for (const auto& object : references)
+            sum += object.second;
+        return sum;
+    }
+
+    static bool has_released_too_often;
+
+private:
+    static NPNetscapeFuncs functions;
+    static std::map<NPObject*, int> references;
+};
+
+bool reference_book::has_released_too_often;
+NPNetscapeFuncs reference_book::functions;
+std::map<NPObject*, int> reference_book::references;
+
+}  // namespace
 
 TEST_F(element_callbacks, The_plug_in_calls_a_function_that_the_page_has_registered) {
     run("plugin.attachEvent('changed', listener('changed'))");
@@ -30,6 +75,34 @@ TEST_F(element_callbacks, A_function_that_was_removed_is_not_called) {
 
     run("plugin.title = 'new'");
 
+    EXPECT_EQ(run("heard"), "[]");
+}
+
+TEST_F(element_callbacks, A_function_that_was_removed_has_got_its_reference_back) {
+    run("window.changed = listener('changed')");
+    const reference_book book;
+    run("plugin.attachEvent('changed', changed)");
+    EXPECT_EQ(book.sum(), 1);
+
+    run("plugin.detachEvent('changed', changed)");
+
+    EXPECT_EQ(book.sum(), 0);
+    EXPECT_FALSE(book.has_released_too_often);
+}
+
+TEST_F(element_callbacks, A_page_cannot_take_references_from_another_function) {
+    run("window.changed = listener('changed'); window.other = listener('other')");
+    const reference_book book;
+
+    for (const char* method : {"detachEvent", "del_callback"}) {
+        run("plugin.attachEvent('changed', changed)");
+        run(std::string("plugin.") + method + "('changed', other)");
+        run(std::string("plugin.") + method + "('changed', other)");
+    }
+
+    EXPECT_EQ(book.sum(), 0);
+    EXPECT_FALSE(book.has_released_too_often);
+    run("plugin.title = 'new'");
     EXPECT_EQ(run("heard"), "[]");
 }
 

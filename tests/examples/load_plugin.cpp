@@ -124,6 +124,14 @@ int main(int argc, char** argv) {
     printf("value %d, callback held %u times\n", NPVARIANT_TO_INT32(value),
            function.referenceCount);
 
+    NPObject other = {nullptr, 1};
+    NPVariant removal[2] = {registration[0]};
+    OBJECT_TO_NPVARIANT(&other, removal[1]);
+    call_method(object, "attachEvent", registration, 2);
+    call_method(object, "detachEvent", removal, 2);
+    printf("removed by another function, callback held %u times, the other one %u times\n",
+           function.referenceCount, other.referenceCount);
+
     // The page goes on with the object when the instance is gone.
     call_method(object, "attachEvent", registration, 2);
     functions.destroy(&instance, nullptr);
