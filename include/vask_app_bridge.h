@@ -231,7 +231,8 @@ public:
     /** @name Life of the child */
     ///@{
 
-    /** Watches the bus for the child; see connect_name_owner_changed(). */
+    /** Watches the bus for the child, from when it returns on; see connect_name_owner_changed(),
+     *  also for how long it may block. */
     void init_proxy();
 
     /**
@@ -302,7 +303,10 @@ public:
     void free_child_resource();
 
     /**
-     * Watches the session bus for the child, unless it does already. Blocks for the bus's answers.
+     * Watches the session bus for the child, unless it does already. Blocks until the bus has taken
+     * everything that this process has sent it, so that no child of a later spawn() can be missed;
+     * for 25 s at most. Then it logs "The session bus does not answer: REASON" at ERR and does not
+     * watch, so that it can be called again. Nothing is handled meanwhile.
      *
      * Without a bus it logs "Failed to open DBUS session: REASON" and "Failed to get DBUS proxy" at
      * ERR (no line ends), and no child is met.

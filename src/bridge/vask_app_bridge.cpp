@@ -119,6 +119,16 @@ void vask_app_bridge::connect_name_owner_changed() {
                             G_TYPE_STRING, G_TYPE_INVALID);
     dbus_g_proxy_connect_signal(m_bus_daemon_proxy, "NameOwnerChanged",
                                 G_CALLBACK(_name_owner_changed), this, nullptr);
+    // The rule waits behind everything else that is unsent. A child that is started before the bus
+    // has it would take its name unheard.
+    DBusError silence = DBUS_ERROR_INIT;
+    if (!wait_for_bus(m_bus_connection, &silence)) {
+        vask_p(VASK_P_ERR, "The session bus does not answer: %s\n", silence.message);
+        // The proxy has waited for the bus as long, and would stay deaf. The next attempt makes a
+        // new one.
+        disconnect_name_owner_changed();
+    }
+    dbus_error_free(&silence);
 }
 
 void vask_app_bridge::disconnect_name_owner_changed() {

@@ -11,6 +11,20 @@ namespace {
 constexpr size_t header_allowance = 65536;
 constexpr size_t longest_text = static_cast<size_t>(DBUS_MAXIMUM_MESSAGE_LENGTH) - header_allowance;
 
+// The bus library's own, for an answer.
+constexpr int answer_timeout_msec = 25000;
+constexpr gint64 usec_per_msec = 1000;
+
+// The bus library waits without limit for a bus that does not read.
+void write_out(DBusConnection* connection, gint64 deadline) {
+    for (gint64 left = deadline - g_get_monotonic_time();
+         left > 0 && dbus_connection_has_messages_to_send(connection) &&
+         dbus_connection_get_is_connected(connection);
+         left = deadline - g_get_monotonic_time()) {
+        dbus_connection_read_write(connection, static_cast<int>(left / usec_per_msec) + 1);
+    }
+}
+
 }  // namespace
 
 DBusGConnection* open_session_bus(GError** error) {
@@ -31,6 +45,35 @@ DBusGConnection* open_session_bus(GError** error) {
 bool is_bus_connected(DBusGConnection* connection) {
     return connection != nullptr &&
            dbus_connection_get_is_connected(dbus_g_connection_get_connection(connection));
+}
+
+bool wait_for_bus(DBusGConnection* connection, DBusError* error) {
+    DBusConnection* raw = dbus_g_connection_get_connection(connection);
+    const gint64 deadline = g_get_monotonic_time() + answer_timeout_msec * usec_per_msec;
+    DBusMessage* question = dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
+                                                         DBUS_INTERFACE_DBUS, "GetId");
+    DBusPendingCall* pending = nullptr;
+    dbus_connection_send_with_reply(raw, question, &pending, answer_timeout_msec);
+    dbus_message_unref(question);
+    if (pending == nullptr) {
+        dbus_set_error_const(error, DBUS_ERROR_DISCONNECTED, session_bus_is_lost);
+        return false;
+    }
+    write_out(raw, deadline);
+    DBusMessage* answer = nullptr;
+    if (!dbus_connection_has_messages_to_send(raw) || !is_bus_connected(connection)) {
+        dbus_pending_call_block(pending);
+        answer = dbus_pending_call_steal_reply(pending);
+    }
+    dbus_pending_call_cancel(pending);
+    dbus_pending_call_unref(pending);
+    if (answer == nullptr) {
+        dbus_set_error_const(error, DBUS_ERROR_NO_REPLY, "The bus does not read");
+        return false;
+    }
+    const bool has_failed = dbus_set_error_from_message(error, answer);
+    dbus_message_unref(answer);
+    return !has_failed;
 }
 
 DBusGProxy* new_bus_daemon_proxy(DBusGConnection* connection) {

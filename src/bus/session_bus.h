@@ -2,6 +2,7 @@
 #define VASK_SESSION_BUS_H
 
 #include <dbus/dbus-glib.h>
+#include <dbus/dbus.h>
 
 // Opens the process's connection to the session bus. The bus library would end the process when
 // the bus goes away; that is switched off here, so whoever opens it has to live with a lost bus.
@@ -12,6 +13,11 @@ DBusGConnection* open_session_bus(GError** error);
 // False once the bus has gone away. Every bus proxy of such a connection is dead then, and the bus
 // library takes no call on it, not even to disconnect a signal.
 bool is_bus_connected(DBusGConnection* connection);
+
+// Blocks until the bus has taken everything that was sent on this connection, and nothing is
+// handled meanwhile. False with an error when it has not within the bus library's usual time for an
+// answer, about 25 s, or the connection is lost.
+bool wait_for_bus(DBusGConnection* connection, DBusError* error);
 
 // A proxy of the bus daemon itself, or null.
 DBusGProxy* new_bus_daemon_proxy(DBusGConnection* connection);

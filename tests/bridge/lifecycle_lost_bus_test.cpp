@@ -4,11 +4,8 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <fstream>
-
 #include "bridge/lifecycle_support.h"
 #include "support/leak_listener.h"
-#include "support/process_list.h"
 
 using namespace vask_test;
 using testing::Contains;
@@ -16,21 +13,6 @@ using testing::ElementsAre;
 using testing::StartsWith;
 
 namespace {
-
-/** The private bus of this test, which is process 1's other child; 0 outside of a private world. */
-pid_t bus_daemon() {
-    std::string first_process;
-    std::getline(std::ifstream("/proc/1/comm"), first_process);
-    if (first_process != "sealed_run") {
-        return 0;
-    }
-    for (const process_entry& process : list_processes()) {
-        if (process.parent == 1 && process.command.find("dbus-daemon") != std::string::npos) {
-            return process.pid;
-        }
-    }
-    return 0;
-}
 
 class bridge_with_lost_bus : public lifecycle_fixture {
 protected:

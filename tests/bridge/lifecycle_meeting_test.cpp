@@ -2,8 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "bridge/lifecycle_support.h"
+#include "support/leak_listener.h"
 
 using namespace vask_test;
 using testing::Contains;
@@ -16,6 +19,23 @@ using bridge_meeting = lifecycle_fixture;
 using bridge_bus_watch = lifecycle_fixture;
 
 namespace {
+
+/** Lets a stopped process go on after a while, whatever the test's process does meanwhile. */
+void wake_later(pid_t pid, int msec) {
+    if (fork() == 0) {
+        usleep(static_cast<useconds_t>(msec) * 1000);
+        kill(pid, SIGCONT);
+        _exit(0);
+    }
+}
+
+/** Sends ten MiB of commands, without letting the main loop run. */
+void fill_connection(recording_bridge& bridge) {
+    const std::string argument(1024 * 1024, 'x');
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(bridge.send_cmd_no_reply(CHILD_ECHO, argument));
+    }
+}
 
 const log_line connected_line = line("DBG", "bridge", "The child has connected to the bus");
 const log_line disconnect_line = line("DBG", "bridge", "Disconnect NameOwnerChanged signal");
@@ -157,6 +177,60 @@ TEST_F(bridge_meeting, Of_two_bridges_brings_each_its_own_child) {
     second.send_cmd_no_reply(CHILD_ECHO, "to the second");
     EXPECT_THAT(first.journal(), ElementsAre("Command 1 to the first"));
     EXPECT_THAT(second.journal(), ElementsAre("Command 1 to the second"));
+}
+
+TEST_F(bridge_meeting, Happens_although_commands_for_another_child_fill_the_connection) {
+    recording_bridge busy(false, "busy");
+    ASSERT_TRUE(busy.spawn_and_settle());
+    vask_object::print_msg_level = VASK_P_WARN;
+    ASSERT_NO_FATAL_FAILURE(fill_connection(busy));
+    recording_bridge bridge;
+    bridge.spawn_child();
+    EXPECT_TRUE(bridge.wait_until_met());
+}
+
+TEST_F(bridge_meeting, Happens_although_the_bus_does_not_read_for_a_while) {
+    recording_bridge busy(false, "busy");
+    ASSERT_TRUE(busy.spawn_and_settle());
+    ASSERT_GT(bus_daemon(), 0);
+    vask_object::print_msg_level = VASK_P_WARN;
+    ASSERT_NO_FATAL_FAILURE(fill_connection(busy));
+    log.clear();
+    kill(bus_daemon(), SIGSTOP);
+    wake_later(bus_daemon(), 700);
+    recording_bridge bridge;
+    bridge.spawn_child();
+    EXPECT_TRUE(bridge.wait_until_met());
+    EXPECT_THAT(own_lines(log), IsEmpty());
+    wait(nullptr);
+}
+
+TEST_F(bridge_bus_watch, Handles_nothing_while_it_waits_for_the_bus) {
+    recording_bridge talking(false, "talking");
+    ASSERT_TRUE(talking.spawn_and_meet());
+    talking.ask(CHILD_RAISE_SIGNAL, "1 hello");
+    recording_bridge bridge;
+    EXPECT_THAT(talking.signals, IsEmpty());
+    ASSERT_TRUE(talking.wait_for_signals(1));
+}
+
+TEST_F(bridge_bus_watch, Says_that_the_bus_is_lost_while_it_waits_for_it) {
+    leak_listener::accept_leftovers();
+    recording_bridge bridge(true);
+    dbus_connection_set_exit_on_disconnect(dbus_bus_get(DBUS_BUS_SESSION, nullptr), FALSE);
+    const pid_t daemon = bus_daemon();
+    ASSERT_GT(daemon, 0);
+    kill(daemon, SIGSTOP);
+    if (fork() == 0) {
+        usleep(300 * 1000);
+        kill(daemon, SIGKILL);
+        _exit(0);
+    }
+    bridge.init_proxy();
+    EXPECT_THAT(own_lines(log),
+                Contains(logged("ERR", "bridge", StartsWith("The session bus does not answer: "))));
+    drain_main_loop();
+    wait(nullptr);
 }
 
 TEST_F(bridge_bus_watch, Begins_only_once) {
