@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <queue>
 #include <string>
 
@@ -281,7 +282,8 @@ public:
     /** Asks the main worker to end, once. Does not wait: child_exit_cb() tells when it has. */
     void terminate_worker();
 
-    /** Asks all workers to end. */
+    /** Asks all workers to end, slot 0 first. If the bridge is deleted meanwhile, those that are
+     *  left are ended by its destructor. */
     void terminate_all_workers();
 
     /**
@@ -554,6 +556,8 @@ private:
     bool wait_for_end(int pid, unsigned int timeout_ms) const;
     bool report_failure(vask_print_level level, vask_error_code_t code, const std::string& message,
                         vask_error* err) const;
+
+    std::shared_ptr<char> m_lifetime;
 };
 
 #endif

@@ -35,6 +35,27 @@ void reap_silently(int pid) {
         pid, [](GPid, gint, gpointer) {}, nullptr);
 }
 
+// Gives the main place back, if the bridge still lives then.
+class main_place_guard {
+public:
+    main_place_guard(int& index, const std::shared_ptr<char>& lifetime)
+        : m_index(index), m_value(index), m_lifetime(lifetime) {}
+    ~main_place_guard() {
+        if (is_needed()) {
+            m_index = m_value;
+        }
+    }
+    main_place_guard(const main_place_guard&) = delete;
+    main_place_guard& operator=(const main_place_guard&) = delete;
+
+    bool is_needed() const { return !m_lifetime.expired(); }
+
+private:
+    int& m_index;
+    const int m_value;
+    const std::weak_ptr<char> m_lifetime;
+};
+
 // How long a wait has taken. When the clock fails, the naps of the wait must do.
 double waited_msec(double start, long long napped_msec) {
     const double now = vask_object::vask_gettime(VASK_TIME_MSEC);
@@ -70,7 +91,8 @@ vask_app_bridge::vask_app_bridge(const char* name, bool no_bus_watch)
       m_bus_daemon_proxy(nullptr),
       m_twins_mode(false),
       m_child_proxy{nullptr, nullptr},
-      m_main_worker_index(0) {
+      m_main_worker_index(0),
+      m_lifetime(std::make_shared<char>()) {
     obj_name = name;
     vask_p(VASK_P_DBG, "%s\n", "vask_app_bridge::vask_app_bridge(const char*, bool)");
     if (!no_bus_watch) {
@@ -227,12 +249,14 @@ void vask_app_bridge::terminate_worker() {
 }
 
 void vask_app_bridge::terminate_all_workers() {
-    const int main_index = m_main_worker_index;
+    const main_place_guard main_place(m_main_worker_index, m_lifetime);
     for (int slot : {0, 1}) {
-        m_main_worker_index = slot;
-        terminate_worker();
+        // An override may run a main loop, in which a callback deletes this bridge.
+        if (main_place.is_needed()) {
+            m_main_worker_index = slot;
+            terminate_worker();
+        }
     }
-    m_main_worker_index = main_index;
 }
 
 void vask_app_bridge::terminate_worker_impl() {

@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <string.h>
 
 #include <memory>
+#include <new>
+#include <stdexcept>
 
 #include "bridge/lifecycle_support.h"
 
@@ -38,6 +41,59 @@ public:
 
 protected:
     story* const m_story;
+};
+
+/** Waits in a main loop of its own for the end of whoever it has asked to end. Whoever touches it
+ *  after its end finds nothing that makes sense. */
+class looping_bridge : public told_bridge {
+public:
+    using told_bridge::told_bridge;
+
+    void child_exit_cb(bool is_main) override {
+        told_bridge::child_exit_cb(is_main);
+        delete this;
+    }
+    void terminate_worker_impl() override {
+        story* const told = m_story;
+        told_bridge::terminate_worker_impl();
+        EXPECT_TRUE(wait_until([told] { return told->deleted; }));
+    }
+
+    static void* operator new(size_t size) { return last_size = size, ::operator new(size); }
+    static void operator delete(void* place) {
+        memset(place, 0xdd, last_size);
+        ::operator delete(place);
+    }
+
+private:
+    static size_t last_size;
+};
+
+size_t looping_bridge::last_size = 0;
+
+class throwing_bridge : public told_bridge {
+public:
+    using told_bridge::told_bridge;
+
+    void child_exit_cb(bool is_main) override {
+        told_bridge::child_exit_cb(is_main);
+        throw std::runtime_error("no exit");
+    }
+    void child_crash_cb(bool is_main) override {
+        told_bridge::child_crash_cb(is_main);
+        throw 42;
+    }
+};
+
+class throwing_suicidal_bridge : public told_bridge {
+public:
+    using told_bridge::told_bridge;
+
+    void child_crash_cb(bool is_main) override {
+        told_bridge::child_crash_cb(is_main);
+        delete this;
+        throw std::runtime_error("last words");
+    }
 };
 
 class suicidal_bridge : public told_bridge {
@@ -191,4 +247,60 @@ TEST_F(bridge_deleted_in_callback,
     EXPECT_EQ(told.ends.size(), 1u);
     EXPECT_TRUE(is_gone(pids[0]));
     EXPECT_TRUE(is_gone(pids[1]));
+}
+
+TEST_F(bridge_deleted_in_callback, Of_an_end_that_the_request_for_all_ends_has_waited_for) {
+    story told;
+    auto* bridge = new looping_bridge(&told);
+    bridge->enable_twins_mode();
+    spawn_probe(*bridge, {"sleep"});
+    bridge->terminate_all_workers();
+    EXPECT_TRUE(told.deleted);
+    EXPECT_EQ(told.requests, 1);
+    EXPECT_THAT(told.ends, ElementsAre(main_worker_exit));
+    let_child_watches_run();
+    EXPECT_EQ(count_children(), 0);
+}
+
+TEST_F(bridge_callback, Of_an_exit_that_throws_is_reported_and_leaves_the_bridge_usable) {
+    story told;
+    throwing_bridge bridge(&told);
+    for (std::size_t times = 1; times <= 2; ++times) {
+        spawn_probe(bridge, {"sleep"});
+        bridge.terminate_worker();
+        log.clear();
+        ASSERT_TRUE(wait_until([&] { return told.ends.size() == times; }));
+        EXPECT_THAT(own_lines(log),
+                    Contains(line("ERR", "vask",
+                                  "vask_app_bridge::child_exit_cb(): An exception was thrown: no "
+                                  "exit"))
+                        .Times(1));
+        EXPECT_EQ(bridge.get_child_pid(), -1);
+    }
+}
+
+TEST_F(bridge_callback, Of_a_crash_that_throws_is_reported_and_leaves_the_bridge_usable) {
+    story told;
+    throwing_bridge bridge(&told);
+    for (std::size_t times = 1; times <= 2; ++times) {
+        spawn_probe(bridge, {"sleep"});
+        kill(bridge.get_child_pid(), SIGKILL);
+        log.clear();
+        ASSERT_TRUE(wait_until([&] { return told.ends.size() == times; }));
+        EXPECT_THAT(own_lines(log),
+                    Contains(line("ERR", "vask",
+                                  "vask_app_bridge::child_crash_cb(): An exception was thrown: "
+                                  "unknown"))
+                        .Times(1));
+    }
+}
+
+TEST_F(bridge_callback, May_delete_the_bridge_and_throw_then) {
+    story told;
+    auto* bridge = new throwing_suicidal_bridge(&told);
+    spawn_probe(*bridge, {"sleep"});
+    kill(bridge->get_child_pid(), SIGKILL);
+    ASSERT_TRUE(wait_until([&told] { return told.deleted; }));
+    let_child_watches_run();
+    EXPECT_THAT(told.ends, ElementsAre(main_worker_crash));
 }

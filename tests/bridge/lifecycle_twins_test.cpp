@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <cstdio>
+#include <stdexcept>
 
 #include "bridge/lifecycle_support.h"
 
@@ -286,6 +287,21 @@ TEST_F(bridge_twins, Are_asked_in_the_order_of_their_slots) {
     ASSERT_TRUE(asking.vask_wait_child_exit(0));
     EXPECT_THAT(asking.ends, IsEmpty());
     EXPECT_EQ(count_children(), 0);
+}
+
+TEST_F(bridge_twins, Keep_their_places_when_the_request_to_end_throws) {
+    struct throwing_bridge : recording_bridge {
+        void terminate_worker_impl() override { throw std::runtime_error("not now"); }
+    } throwing;
+    throwing.enable_twins_mode();
+    spawn_probe(throwing, {"sleep"});
+    throwing.switch_main_worker();
+    EXPECT_THROW(throwing.terminate_all_workers(), std::runtime_error);
+    EXPECT_EQ(throwing.m_main_worker_index, 1);
+    for (vask_child_proxy* worker : throwing.m_child_proxy) {
+        kill(worker->get_pid(), SIGKILL);
+    }
+    ASSERT_TRUE(throwing.wait_for_ends(2));
 }
 
 TEST_F(bridge_twins, Tell_an_exit_from_the_crash_of_the_other) {
