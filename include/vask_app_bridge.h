@@ -416,6 +416,10 @@ public:
      */
     bool send_window_data(bool force, vask_error* err = nullptr);
 
+    /** A proxy without the word whether to force it would be taken for that word. */
+    template <typename Pointee>
+    bool send_window_data(Pointee* proxy, vask_error* err = nullptr) = delete;
+
     /**
      * Stores the geometry without sending it; see vask_window_props::save_window_data().
      *
@@ -431,11 +435,11 @@ public:
     void set_auto_send_set_window_type(auto_send_set_window_type type);
 
     /**
-     * Sets or replaces what handles a signal of the child.
+     * Sets, replaces or removes what handles a signal of the child.
      *
      * @param signal_id  the signal
      * @param cb         a member of the subclass, cast to #child_sig_cb; virtual members are
-     *                   honoured; not null
+     *                   honoured; null removes the one that was set, if any
      */
     void set_child_sig_cb(int signal_id, child_sig_cb cb);
 

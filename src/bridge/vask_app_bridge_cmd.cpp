@@ -182,7 +182,11 @@ void vask_app_bridge::set_auto_send_set_window_type(auto_send_set_window_type ty
 }
 
 void vask_app_bridge::set_child_sig_cb(int signal_id, child_sig_cb cb) {
-    m_child_sig_cbs[signal_id] = cb;
+    if (cb != nullptr) {
+        m_child_sig_cbs[signal_id] = cb;
+    } else {
+        m_child_sig_cbs.erase(signal_id);
+    }
 }
 
 void vask_app_bridge::child_signal(int signal_id, const char* data) {

@@ -27,6 +27,11 @@ public:
         heard.push_back(std::string("replace_itself ") + data);
         listen(1, &listening_bridge::on_other);
     }
+    void remove_itself(const char* data) {
+        heard.push_back(std::string("remove_itself ") + data);
+        set_child_sig_cb(1, nullptr);
+    }
+    void fail(const char*) { throw std::runtime_error("cannot hear"); }
     void ask_back(const char* data) { heard.push_back("reply " + ask(CHILD_ECHO, data)); }
 
     template <typename Bridge>
@@ -158,6 +163,37 @@ TEST_F(child_signal, Reaches_the_callback_that_was_set_last) {
     bridge.listen(1, &listening_bridge::on_other);
     bridge.provoke("1 x");
     EXPECT_THAT(bridge.heard, ElementsAre("on_other x"));
+}
+
+TEST_F(child_signal, Has_no_callback_any_more_when_null_was_set) {
+    bridge.listen(1, &listening_bridge::on_signal);
+    bridge.set_child_sig_cb(1, nullptr);
+    bridge.set_child_sig_cb(2, nullptr);
+    EXPECT_TRUE(bridge.m_child_sig_cbs.empty());
+    log.clear();
+    bridge.provoke("1 x");
+    EXPECT_THAT(log.lines(), ElementsAre(line("WARN", "bridge", "Signal: '1' is not supported")));
+    EXPECT_THAT(bridge.heard, IsEmpty());
+}
+
+TEST_F(child_signal, May_take_its_own_callback_away) {
+    bridge.listen(1, &listening_bridge::remove_itself);
+    bridge.provoke("1 x");
+    bridge.provoke("1 y");
+    EXPECT_THAT(bridge.heard, ElementsAre("remove_itself x"));
+}
+
+TEST_F(child_signal, Whose_callback_throws_is_reported_and_does_not_harm_the_next) {
+    bridge.listen(1, &listening_bridge::fail);
+    bridge.listen(2, &listening_bridge::on_signal);
+    log.clear();
+    bridge.provoke("1 x");
+    bridge.provoke("2 y");
+    bridge.provoke("1 z");
+    const log_line thrown_line = line(
+        "ERR", "vask", "vask_app_bridge::child_signal(): An exception was thrown: cannot hear");
+    EXPECT_THAT(log.lines(), ElementsAre(thrown_line, thrown_line));
+    EXPECT_THAT(bridge.heard, ElementsAre("on_signal y"));
 }
 
 TEST_F(child_signal, Reaches_the_overriding_member) {

@@ -3,6 +3,8 @@
 #include <signal.h>
 
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "bridge/bus_monitor.h"
 #include "bridge/recording_bridge.h"
@@ -15,6 +17,26 @@ using testing::IsEmpty;
 namespace {
 
 constexpr auto unknown_type = static_cast<auto_send_set_window_type>(3);
+
+/** Whether send_window_data() can be called with such arguments. */
+template <typename Enabler, typename... Arguments>
+struct can_send : std::false_type {};
+
+template <typename... Arguments>
+struct can_send<decltype(void(std::declval<vask_app_bridge&>().send_window_data(
+                    std::declval<Arguments>()...))),
+                Arguments...> : std::true_type {};
+
+static_assert(can_send<void, bool>::value, "");
+static_assert(can_send<void, bool, vask_error*>::value, "");
+static_assert(can_send<void, vask_child_proxy*, bool>::value, "");
+static_assert(can_send<void, vask_child_proxy*, int>::value, "");
+static_assert(can_send<void, vask_child_proxy*, bool, vask_error*>::value, "");
+// A pointer is no answer to the question whether to force it.
+static_assert(!can_send<void, vask_child_proxy*>::value, "");
+static_assert(!can_send<void, const vask_child_proxy*>::value, "");
+static_assert(!can_send<void, vask_error*>::value, "");
+static_assert(!can_send<void, vask_child_proxy*, vask_error*>::value, "");
 
 std::string entry_text(const vask_child_proxy* proxy, int count, bool force) {
     char text[200];
