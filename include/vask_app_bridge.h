@@ -28,6 +28,7 @@ typedef struct _DBusGConnection DBusGConnection;
 typedef struct _DBusGProxy DBusGProxy;
 
 class vask_app_bridge;
+class vask_child_farewell;
 
 /** A command that waits for its child to appear on the bus. */
 struct VASK_EXPORT child_cmd_buffer {
@@ -117,6 +118,8 @@ public:
     void queue_purge();
 
 private:
+    friend class vask_app_bridge;
+
     static void _child_signal(DBusGProxy* proxy, int signal_id, const char* data, void* user_data);
 
     vask_app_bridge& m_bridge;
@@ -128,6 +131,7 @@ private:
     DBusGProxy* m_bus_proxy;
     char* m_bus_addr;
     std::queue<child_cmd_buffer*> m_cmd_queue;
+    std::shared_ptr<vask_child_farewell> m_farewell;
 };
 
 /** When set_window() of a bridge sends the geometry to the child. */
@@ -154,7 +158,15 @@ enum auto_send_set_window_type : int {
  * only if init_proxy() is called before that spawn().
  *
  * A worker that ends is an exit if terminate_worker() was called for it, and a crash otherwise,
- * whatever its exit status. The bridge may be deleted inside any of its callbacks.
+ * whatever its exit status. What a worker on the bus has sent before it ended comes first: the slot
+ * stays occupied, and get_child_pid() as it is, until all its signals were delivered, or the bus
+ * has said nothing for about a second. In a main loop that a callback for a signal runs nothing
+ * comes from the bus, so there the end is reported after that second.
+ *
+ * The bridge may be deleted inside child_signal() and the callbacks for signals, child_exit_cb(),
+ * child_crash_cb(), and terminate_worker_impl() or a main loop that it runs. An exception that
+ * leaves one of them is logged at ERR and goes no further when the main loop has called it; out of
+ * terminate_worker_impl() it comes to whoever has called terminate_worker().
  *
  * With twins mode two children of the same program run, and one of them, the main worker, gets the
  * commands; switch_main_worker() changes places.
@@ -279,7 +291,8 @@ public:
     /** @return the number set last, 0 at first */
     int get_child_priority() const;
 
-    /** Asks the main worker to end, once. Does not wait: child_exit_cb() tells when it has. */
+    /** Asks the main worker to end, once. Does not wait: child_exit_cb() tells when it has. A
+     *  worker whose process has ended, while its last signals are still to come, is only marked. */
     void terminate_worker();
 
     /** Asks all workers to end, slot 0 first. If the bridge is deleted meanwhile, those that are
@@ -288,7 +301,8 @@ public:
 
     /**
      * Blocks until every worker that was asked to end has ended, polling every 10 ms; the main loop
-     * does not run meanwhile, and child_exit_cb() is not called for these workers.
+     * does not run meanwhile, and child_exit_cb() is not called for these workers. Signals of
+     * theirs that were not delivered yet are dropped.
      *
      * A worker that is still there after the time-out is no longer the bridge's: its slot is empty,
      * it is not killed, and it is reaped silently when it ends.
@@ -557,7 +571,7 @@ private:
     bool spawn_worker(int slot, const strlist& argv, const strlist& environment);
     bool meet_child(vask_child_proxy* child, const char* name, const char* old_owner,
                     const char* new_owner);
-    bool wait_for_end(int pid, unsigned int timeout_ms) const;
+    bool wait_for_end(const vask_child_proxy& child, unsigned int timeout_ms) const;
     bool report_failure(vask_print_level level, vask_error_code_t code, const std::string& message,
                         vask_error* err) const;
 

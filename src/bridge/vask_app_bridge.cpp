@@ -11,8 +11,10 @@
 #include <unistd.h>
 
 #include "bridge/child_end_watch.h"
+#include "bridge/vask_child_farewell.h"
 #include "bus/bus_names.h"
 #include "bus/session_bus.h"
+#include "foundation/c_border.h"
 #include "foundation/glib_handles.h"
 
 // How a bridge and its children stay in step:
@@ -21,6 +23,9 @@
 // the end of. Exactly one of two things empties it: the child watch (child_watch(), followed by a
 // callback) or vask_wait_child_exit() (no callback). Both delete the proxy, and with it the watch,
 // so that none of them can follow the other.
+//
+// The child watch of a child on the bus leaves the slot as it is until what the child has sent has
+// been delivered (vask_child_farewell). To the application the child has not ended before.
 //
 // Nothing is sent to a process id that has been reaped, because it may be a stranger's by then.
 
@@ -244,6 +249,10 @@ void vask_app_bridge::terminate_worker() {
         return;
     }
     worker->set_terminating();
+    // Whoever has ended cannot be asked, and its process id may be a stranger's.
+    if (worker->m_farewell->has_begun()) {
+        return;
+    }
     // From the destructor this is the base's own, as the header warns.
     terminate_worker_impl();  // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall)
 }
@@ -279,7 +288,7 @@ bool vask_app_bridge::vask_wait_child_exit(unsigned int timeout_ms) {
                    "bool vask_app_bridge::vask_wait_child_exit(unsigned int)", pid);
             continue;
         }
-        const bool ended = wait_for_end(pid, timeout_ms);
+        const bool ended = wait_for_end(*worker, timeout_ms);
         delete worker;
         worker = nullptr;
         if (!ended) {
@@ -291,13 +300,14 @@ bool vask_app_bridge::vask_wait_child_exit(unsigned int timeout_ms) {
 }
 
 // False when the child has outlived the time-out.
-bool vask_app_bridge::wait_for_end(int pid, unsigned int timeout_ms) const {
+bool vask_app_bridge::wait_for_end(const vask_child_proxy& child, unsigned int timeout_ms) const {
     const char* const signature = "bool vask_app_bridge::vask_wait_child_exit(unsigned int)";
+    const pid_t pid = child.get_pid();
     const double start = vask_gettime(VASK_TIME_MSEC);
     long long napped_msec = 0;
     for (;;) {
         int status = 0;
-        const pid_t waited = waitpid(pid, &status, WNOHANG);
+        const pid_t waited = child.m_farewell->has_begun() ? pid : waitpid(pid, &status, WNOHANG);
         if (waited > 0) {
             vask_p(VASK_P_DBG, "%s: waited time: %.1f (ms)\n", signature,
                    waited_msec(start, napped_msec));
@@ -332,8 +342,10 @@ void vask_app_bridge::free_child_resource() {
 void vask_app_bridge::_name_owner_changed(DBusGProxy* proxy, const char* name,
                                           const char* old_owner, const char* new_owner,
                                           void* bridge) {
-    static_cast<vask_app_bridge*>(bridge)->name_owner_changed(proxy, name, old_owner, new_owner,
-                                                              bridge);
+    call_for_c("vask_app_bridge::name_owner_changed()", [&] {
+        static_cast<vask_app_bridge*>(bridge)->name_owner_changed(proxy, name, old_owner, new_owner,
+                                                                  bridge);
+    });
 }
 
 void vask_app_bridge::name_owner_changed(DBusGProxy*, const char* name, const char* old_owner,
@@ -401,7 +413,17 @@ bool vask_app_bridge::meet_child(vask_child_proxy* child, const char* name, cons
 
 void vask_app_bridge::_child_watch(int pid, int status, void* data) {
     vask_p("vask_app_bridge", VASK_P_DBG, "_child_watch: %d\n", pid);
-    static_cast<vask_app_bridge*>(data)->child_watch(pid, status);
+    auto* bridge = static_cast<vask_app_bridge*>(data);
+    vask_child_proxy* child = bridge->m_child_proxy[0];
+    if (child == nullptr || child->get_pid() != pid) {
+        child = bridge->m_child_proxy[1];
+    }
+    if (child != nullptr && child->get_pid() == pid && child->m_farewell->is_needed()) {
+        g_source_remove(child->m_watch_id);
+        child->m_watch_id = child->m_farewell->begin(status);
+        return;
+    }
+    report_child_end(*bridge, child, pid, status);
 }
 
 void vask_app_bridge::child_watch(int pid, int) {

@@ -2,9 +2,11 @@
 #include <glib-object.h>
 #include <glib.h>
 
+#include "bridge/vask_child_farewell.h"
 #include "bus/bus_names.h"
 #include "bus/session_bus.h"
 #include "bus/vask_marshal.h"
+#include "foundation/c_border.h"
 #include "vask_app_bridge.h"
 
 child_cmd_buffer::child_cmd_buffer(int cmd_id, const char* cmd_argument)
@@ -22,7 +24,8 @@ vask_child_proxy::vask_child_proxy(vask_app_bridge& bridge, const char* name, in
       m_bus_name(nullptr),
       m_connection(nullptr),
       m_bus_proxy(nullptr),
-      m_bus_addr(nullptr) {
+      m_bus_addr(nullptr),
+      m_farewell(std::make_shared<vask_child_farewell>(bridge, *this)) {
     obj_name = name;
     vask_p(VASK_P_DBG, "Created child_proxy for %d\n", m_pid);
     if (m_pid != 0) {
@@ -86,6 +89,7 @@ void vask_child_proxy::bus_setup(DBusGConnection* connection) {
     m_connection = dbus_g_connection_ref(connection);
     m_bus_proxy =
         dbus_g_proxy_new_for_name(connection, m_bus_name, VASK_CHILD_PATH, VASK_CHILD_INTERFACE);
+    m_farewell->watch_name(connection, m_bus_name);
     dbus_g_object_register_marshaller(g_cclosure_user_marshal_VOID__INT_STRING, G_TYPE_NONE,
                                       G_TYPE_INT, G_TYPE_STRING, G_TYPE_INVALID);
     dbus_g_proxy_add_signal(m_bus_proxy, VASK_CHILD_SIGNAL, G_TYPE_INT, G_TYPE_STRING,
@@ -104,6 +108,7 @@ void vask_child_proxy::bus_destroy() {
         dbus_g_proxy_disconnect_signal(m_bus_proxy, VASK_CHILD_SIGNAL, G_CALLBACK(_child_signal),
                                        this);
     }
+    m_farewell->leave_name();
     g_object_unref(m_bus_proxy);
     m_bus_proxy = nullptr;
     dbus_g_connection_unref(m_connection);
@@ -131,5 +136,16 @@ void vask_child_proxy::queue_purge() {
 
 void vask_child_proxy::_child_signal(DBusGProxy*, int signal_id, const char* data,
                                      void* user_data) {
-    static_cast<vask_child_proxy*>(user_data)->m_bridge.child_signal(signal_id, data);
+    auto* child = static_cast<vask_child_proxy*>(user_data);
+    vask_app_bridge& bridge = child->m_bridge;
+    // The callback may delete the bridge, and this proxy with it, or let the end be reported.
+    std::weak_ptr<vask_child_farewell> farewell;
+    if (child->m_farewell->has_begun()) {
+        farewell = child->m_farewell;
+    }
+    const gint64 start = g_get_monotonic_time();
+    call_for_c("vask_app_bridge::child_signal()", [&] { bridge.child_signal(signal_id, data); });
+    if (const auto living = farewell.lock()) {
+        living->lengthen(g_get_monotonic_time() - start);
+    }
 }

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -58,17 +59,22 @@ public:
 
 class vanishing_bridge : public recording_bridge {
 public:
-    explicit vanishing_bridge(int& calls) : m_calls(calls) {
+    explicit vanishing_bridge(int& calls, bool throws = false) : m_calls(calls), m_throws(throws) {
         set_child_sig_cb(1, static_cast<child_sig_cb>(&vanishing_bridge::vanish));
     }
 
 private:
     void vanish(const char*) {
+        const bool throws = m_throws;
         ++m_calls;
         delete this;
+        if (throws) {
+            throw std::runtime_error("last words");
+        }
     }
 
     int& m_calls;
+    const bool m_throws;
 };
 
 /** A child as somebody sees it who is not its parent. */
@@ -291,4 +297,21 @@ TEST(child_signal_callback, May_delete_the_bridge) {
     drain_main_loop();
 
     EXPECT_EQ(calls, 1);
+}
+
+TEST(child_signal_callback, May_delete_the_bridge_and_throw_then) {
+    log_catcher log;
+    int calls = 0;
+    auto* bridge = new vanishing_bridge(calls, true);
+    ASSERT_TRUE(bridge->spawn_and_meet());
+    bridge->ask(CHILD_RAISE_SIGNAL, "1 first");
+    log.clear();
+
+    EXPECT_TRUE(wait_until([&calls] { return calls > 0; }));
+    drain_main_loop();
+
+    EXPECT_THAT(log.lines(),
+                ElementsAre(line("ERR", "vask",
+                                 "vask_app_bridge::child_signal(): An exception was thrown: last "
+                                 "words")));
 }

@@ -46,6 +46,17 @@ vask_add_test(NAME lifecycle_end_by_signal_test
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 
+vask_add_test(NAME last_signals_by_pidfd_test BUS
+    SOURCES last_signals_test.cpp
+    LIBRARIES lifecycle_support
+    LABELS bridge
+    DEPENDS_ON_PROGRAMS ${lifecycle_programs})
+vask_add_test(NAME last_signals_by_signal_test BUS
+    SOURCES last_signals_test.cpp lifecycle_no_pidfd.cpp
+    LIBRARIES lifecycle_support
+    LABELS bridge
+    DEPENDS_ON_PROGRAMS ${lifecycle_programs})
+
 vask_add_test(NAME lifecycle_cycles_test BUS TIMEOUT 300
     SOURCES lifecycle_cycles_test.cpp
     LIBRARIES lifecycle_support

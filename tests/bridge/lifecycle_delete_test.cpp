@@ -10,11 +10,13 @@
 #include "bridge/lifecycle_support.h"
 
 using namespace vask_test;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 using bridge_destructor = lifecycle_fixture;
 using bridge_deleted_in_callback = lifecycle_fixture;
+using bridge_callback = lifecycle_fixture;
 
 namespace {
 

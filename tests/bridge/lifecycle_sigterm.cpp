@@ -11,7 +11,9 @@ namespace vask_test {
 int sigterm_record::sent = 0;
 int sigterm_record::to_reaped = 0;
 int sigterm_record::to_groups = 0;
+int sigterm_record::continued = 0;
 std::function<void(pid_t)> sigterm_record::before_sending;
+std::function<void(pid_t)> sigterm_record::after_sending;
 
 }  // namespace vask_test
 
@@ -19,6 +21,7 @@ using vask_test::sigterm_record;
 
 extern "C" int kill(pid_t pid, int signal_number) noexcept {
     static const auto real = vask_test::next_function<int(pid_t, int)>("kill");
+    sigterm_record::continued += signal_number == SIGCONT ? 1 : 0;
     if (signal_number != SIGTERM) {
         return real(pid, signal_number);
     }
@@ -38,5 +41,9 @@ extern "C" int kill(pid_t pid, int signal_number) noexcept {
         errno = ESRCH;
         return -1;
     }
-    return real(pid, signal_number);
+    const int result = real(pid, signal_number);
+    if (sigterm_record::after_sending) {
+        sigterm_record::after_sending(pid);
+    }
+    return result;
 }

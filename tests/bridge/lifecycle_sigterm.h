@@ -18,6 +18,12 @@ struct sigterm_record {
 
     /** Called right before the test whether the process id still has an owner. */
     static std::function<void(pid_t)> before_sending;
+
+    /** Called right after a SIGTERM has gone out. */
+    static std::function<void(pid_t)> after_sending;
+
+    /** How many SIGCONTs have followed. */
+    static int continued;
 };
 
 }  // namespace vask_test

@@ -16,6 +16,12 @@ namespace {
 
 constexpr useconds_t poll_interval_usec = 2000;
 
+[[noreturn]] void sleep_for_ever() {
+    for (;;) {
+        pause();
+    }
+}
+
 class bridge_child : public vask_child {
 public:
     bridge_child(int argc, char** argv) : vask_child("bridge_child", argc, argv) {
@@ -37,6 +43,9 @@ public:
         handle(CHILD_RELEASE_NAME, &bridge_child::release_name);
         handle(CHILD_REQUEST_NAME, &bridge_child::request_name);
         handle(CHILD_IGNORE_SIGTERM, &bridge_child::ignore_sigterm);
+        handle(CHILD_RAISE_SIGNALS_AND_EXIT, &bridge_child::raise_signals_and_exit);
+        handle(CHILD_RAISE_SIGNALS_AND_EXIT_LATER, &bridge_child::raise_signals_and_exit_later);
+        handle(CHILD_LEAVE_CONNECTION_OPEN, &bridge_child::leave_connection_open);
     }
 
     bool command(int id, const char* argument, const char** reply) override {
@@ -151,6 +160,33 @@ private:
         return true;
     }
 
+    bool raise_signals_and_exit(const char* argument, const char**) {
+        const int count = atoi(argument);
+        for (int i = 1; i <= count; ++i) {
+            emit_signal(1, std::to_string(i).c_str());
+        }
+        DBusConnection* connection = dbus_bus_get(DBUS_BUS_SESSION, nullptr);
+        dbus_connection_flush(connection);
+        _exit(0);
+    }
+
+    bool raise_signals_and_exit_later(const char* argument, const char** reply) {
+        const char* path = strchr(argument, ' ') + 1;
+        fclose(fopen(path, "w"));
+        while (access(path, F_OK) == 0) {
+            usleep(poll_interval_usec);
+        }
+        return raise_signals_and_exit(argument, reply);
+    }
+
+    bool leave_connection_open(const char*, const char** reply) {
+        const pid_t keeper = fork();
+        if (keeper == 0) {
+            sleep_for_ever();
+        }
+        return reply_text(std::to_string(keeper), reply);
+    }
+
     std::string m_reply;
     std::vector<std::string> m_journal;
 };
@@ -159,12 +195,6 @@ void end_with_parent() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() == 1) {
         _exit(1);
-    }
-}
-
-[[noreturn]] void sleep_for_ever() {
-    for (;;) {
-        pause();
     }
 }
 

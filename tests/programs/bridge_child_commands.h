@@ -50,7 +50,14 @@ enum bridge_child_command : int {
     /** Takes the well-known name again, in the place of any other owner. */
     CHILD_REQUEST_NAME,
     /** From now on SIGTERM is ignored. */
-    CHILD_IGNORE_SIGTERM
+    CHILD_IGNORE_SIGTERM,
+    /** "COUNT": raises that many signals with id 1 and the data "1", "2" and so on, and ends. */
+    CHILD_RAISE_SIGNALS_AND_EXIT,
+    /** "COUNT PATH": creates the file PATH, and does the same once it has gone again. */
+    CHILD_RAISE_SIGNALS_AND_EXIT_LATER,
+    /** Forks a process that keeps this one's connection to the bus open, silently, until it is
+     *  killed, and replies its id. */
+    CHILD_LEAVE_CONNECTION_OPEN
 };
 
 /** An id that bridge_child has no handler for. */

@@ -1,0 +1,71 @@
+#ifndef VASK_CHILD_FAREWELL_H
+#define VASK_CHILD_FAREWELL_H
+
+#include <dbus/dbus-glib.h>
+#include <dbus/dbus.h>
+#include <glib.h>
+
+#include <string>
+
+class vask_app_bridge;
+class vask_child_proxy;
+
+// Reports a child's end to its bridge, for C. The child may be null; the bridge may be gone
+// afterwards.
+void report_child_end(vask_app_bridge& bridge, const vask_child_proxy* child, int pid, int status);
+
+// The time between the end of a child's process and the report of it.
+//
+// What a child has sent last may still be on its way when its process has ended: unread in this
+// process, in the bus, or in the kernel, where the bus has not read it yet. The bus has routed all
+// of it once it says that the child's name has no owner any more, and that message comes behind all
+// the others. So the end is reported when the main loop has come to it. Nothing is dispatched from
+// here: the messages are handled in their order, whoever else they are for.
+//
+// A bus that does not answer, or a connection that somebody else has inherited, must not hold up
+// the end for more than about a second. The second is counted in passes of the main loop, so that a
+// main loop that is busy with other things still comes to what waits on the bus.
+class vask_child_farewell {
+public:
+    vask_child_farewell(vask_app_bridge& bridge, const vask_child_proxy& child);
+    ~vask_child_farewell();
+    vask_child_farewell(const vask_child_farewell&) = delete;
+    vask_child_farewell& operator=(const vask_child_farewell&) = delete;
+
+    // From the moment when the name has an owner.
+    void watch_name(DBusGConnection* connection, const char* name);
+
+    // Afterwards nothing is expected of the bus any more.
+    void leave_name();
+
+    // Whether something may still come from a child that ends now.
+    bool is_needed() const;
+
+    // The process has ended and was reaped: its id may be somebody else's. The returned source
+    // reports the end, and whoever calls this removes it.
+    guint begin(int status);
+
+    bool has_begun() const;
+
+    // Gives back the time that the child's own signals have taken: not the bus was slow.
+    void lengthen(gint64 usec);
+
+private:
+    static DBusHandlerResult _filter(DBusConnection* connection, DBusMessage* message,
+                                     void* farewell);
+    static gboolean _tick(gpointer farewell);
+
+    void hear(DBusMessage* message);
+    GSource* find_timer() const;
+
+    vask_app_bridge& m_bridge;
+    const vask_child_proxy& m_child;
+    DBusGConnection* m_connection;
+    std::string m_name;
+    bool m_has_owner;
+    guint m_timer_id;
+    int m_ticks;
+    int m_status;
+};
+
+#endif
