@@ -5,6 +5,7 @@
 #include <glib-object.h>
 #include <glib.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/wait.h>
@@ -270,9 +271,14 @@ void vask_app_bridge::terminate_all_workers() {
 
 void vask_app_bridge::terminate_worker_impl() {
     vask_p(VASK_P_DBG, "%s\n", "virtual void vask_app_bridge::terminate_worker_impl()");
-    const int pid = get_child_pid();
-    if (pid > 0 && !has_been_reaped(pid)) {
-        kill_process(pid);
+    const vask_child_proxy* worker = main_worker();
+    if (worker == nullptr || worker->m_farewell->has_begun()) {
+        return;
+    }
+    const int pid = worker->get_pid();
+    if (pid > 0 && !has_been_reaped(pid) && kill_process(pid) && !has_been_reaped(pid)) {
+        // A stopped process does not get to its SIGTERM.
+        kill(pid, SIGCONT);
     }
 }
 

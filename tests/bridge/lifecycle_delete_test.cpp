@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <string.h>
 
+#include <functional>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -166,6 +167,17 @@ TEST_F(bridge_destructor, Passes_over_a_child_that_has_died_already) {
     bridge.reset();
     EXPECT_TRUE(is_gone(pid));
     let_child_watches_run();
+}
+
+// One that leaves SIGTERM to the kernel is ended by it even so.
+TEST_F(bridge_destructor, Ends_a_stopped_child_that_handles_its_SIGTERM) {
+    auto bridge = std::make_unique<recording_bridge>(true);
+    spawn_probe(*bridge, {"slow", "50"});
+    ASSERT_TRUE(wait_until_ready());
+    const int pid = bridge->get_child_pid();
+    kill(pid, SIGSTOP);
+    bridge.reset();
+    EXPECT_TRUE(is_gone(pid));
 }
 
 TEST_F(bridge_destructor, Without_a_child_only_says_so) {

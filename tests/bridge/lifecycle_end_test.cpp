@@ -136,6 +136,28 @@ TEST_F(bridge_terminate, Ends_the_child_and_reports_an_exit) {
     EXPECT_TRUE(is_gone(pid));
 }
 
+TEST_F(bridge_terminate, Ends_a_stopped_child_and_reports_an_exit) {
+    recording_bridge bridge(true);
+    spawn_probe(bridge, {"slow", "50"});
+    ASSERT_TRUE(wait_until_ready());
+    kill(bridge.get_child_pid(), SIGSTOP);
+    bridge.terminate_worker();
+    EXPECT_EQ(sigterm_record::continued, 1);
+    ASSERT_TRUE(bridge.wait_for_ends(1));
+    EXPECT_THAT(bridge.ends, ElementsAre(main_worker_exit));
+}
+
+TEST_F(bridge_terminate, Wakes_nobody_when_the_child_was_reaped_right_after_its_SIGTERM) {
+    recording_bridge bridge(true);
+    spawn_probe(bridge, {"sleep"});
+    sigterm_record::after_sending = reap_secretly;
+    bridge.terminate_worker();
+    sigterm_record::after_sending = nullptr;
+    EXPECT_EQ(sigterm_record::sent, 1);
+    EXPECT_EQ(sigterm_record::continued, 0);
+    EXPECT_TRUE(bridge.vask_wait_child_exit(0));
+}
+
 TEST_F(bridge_terminate, Does_not_wait_and_keeps_the_proxy_until_the_child_has_ended) {
     recording_bridge bridge(true);
     spawn_probe(bridge, {"slow", "200"});
