@@ -209,6 +209,13 @@ TEST_F(last_signals, Come_before_the_exit_of_a_child_that_was_asked_to_end) {
     EXPECT_EQ(told, whole_story(signals_sent, "exit"));
 }
 
+TEST_F(last_signals, Come_before_the_end_of_a_child_that_ends_as_soon_as_it_is_met) {
+    bridge->spawn_child();
+    bridge->send_cmd_no_reply(CHILD_RAISE_SIGNALS_AND_EXIT, std::to_string(signals_sent));
+    ASSERT_TRUE(wait_for_end());
+    EXPECT_EQ(told, whole_story());
+}
+
 TEST_F(last_signals, Come_before_the_end_of_each_twin) {
     bridge->enable_twins_mode();
     ASSERT_TRUE(bridge->spawn_and_settle());
