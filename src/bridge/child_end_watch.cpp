@@ -1,9 +1,16 @@
 #include "bridge/child_end_watch.h"
 
 #include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <string>
+
+#include "foundation/glib_handles.h"
 
 namespace {
 
@@ -37,12 +44,32 @@ bool has_pidfd(int pid) {
     return false;
 }
 
+bool is_traced(int pid) {
+    const char key[] = "\nTracerPid:";
+    gchar* text = nullptr;
+    if (!g_file_get_contents(("/proc/" + std::to_string(pid) + "/status").c_str(), &text, nullptr,
+                             nullptr)) {
+        return false;
+    }
+    const unique_g_text owned(text);
+    const char* entry = strstr(text, key);
+    return entry != nullptr && atoi(entry + strlen(key)) != 0;
+}
+
 }  // namespace
 
 bool has_been_reaped(int pid) {
     siginfo_t info;
     return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == -1 &&
            errno == ECHILD;
+}
+
+void wake_child(int pid) {
+    // Whoever attaches to a process (a debugger, a sanitizer at its end) waits for it to stop, and
+    // would wait for ever: SIGCONT takes a stop back that has not happened yet.
+    if (!is_traced(pid) && !has_been_reaped(pid)) {
+        kill(pid, SIGCONT);
+    }
 }
 
 guint watch_child_end(int pid, GChildWatchFunc callback, void* data) {

@@ -5,7 +5,6 @@
 #include <glib-object.h>
 #include <glib.h>
 #include <limits.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/wait.h>
@@ -276,9 +275,8 @@ void vask_app_bridge::terminate_worker_impl() {
         return;
     }
     const int pid = worker->get_pid();
-    if (pid > 0 && !has_been_reaped(pid) && kill_process(pid) && !has_been_reaped(pid)) {
-        // A stopped process does not get to its SIGTERM.
-        kill(pid, SIGCONT);
+    if (pid > 0 && !has_been_reaped(pid) && kill_process(pid)) {
+        wake_child(pid);
     }
 }
 

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <unistd.h>
 
 #include "bridge/lifecycle_support.h"
@@ -145,6 +146,19 @@ TEST_F(bridge_terminate, Ends_a_stopped_child_and_reports_an_exit) {
     EXPECT_EQ(sigterm_record::continued, 1);
     ASSERT_TRUE(bridge.wait_for_ends(1));
     EXPECT_THAT(bridge.ends, ElementsAre(main_worker_exit));
+}
+
+TEST_F(bridge_terminate, Does_not_disturb_whoever_traces_the_child) {
+    recording_bridge bridge(true);
+    spawn_probe(bridge, {"slow", "0"});
+    ASSERT_TRUE(wait_until_ready());
+    const int pid = bridge.get_child_pid();
+    ASSERT_EQ(ptrace(PTRACE_SEIZE, pid, nullptr, nullptr), 0);
+    bridge.terminate_worker();
+    EXPECT_EQ(sigterm_record::sent, 1);
+    EXPECT_EQ(sigterm_record::continued, 0);
+    kill(pid, SIGKILL);
+    EXPECT_TRUE(bridge.vask_wait_child_exit(0));
 }
 
 TEST_F(bridge_terminate, Wakes_nobody_when_the_child_was_reaped_right_after_its_SIGTERM) {
