@@ -236,9 +236,9 @@ public:
     virtual void child_crash_cb(bool is_main);
 
     /**
-     * How the main worker is ended: by SIGTERM, and SIGCONT so that a stopped one hears of it.
-     * Called by terminate_worker(); a subclass may send a command instead. Nothing is sent to a
-     * process that has been reaped already.
+     * How the main worker is ended: by SIGTERM, and SIGCONT so that a stopped one hears of it,
+     * unless it is traced. Called by terminate_worker(); a subclass may send a command instead.
+     * Nothing is sent to a process that has been reaped already.
      */
     virtual void terminate_worker_impl();
 
