@@ -270,6 +270,7 @@ private:
     GIOStatus configure_channel(GError** error);
     GIOCondition read_condition() const;
     bool open_channel(const char* signature);
+    read_outcome receive(GIOChannel* channel, GIOCondition condition, int& status);
     read_outcome receive_stream(GIOChannel* channel, gsize room, gsize& count, int& status);
     read_outcome receive_datagram(GIOCondition condition, gsize room, gsize& count, int& status);
     void log_pending_error(int error) const;

@@ -14,6 +14,7 @@
 #include "socket/sigpipe_guard.h"
 #include "socket/socket_channel.h"
 #include "socket/socket_descriptor.h"
+#include "socket/text_channel.h"
 #include "socket/vask_peer_link.h"
 
 // How a read request ends: its watch and its time-out are gone and their ids cleared before
@@ -170,6 +171,9 @@ bool vask_socket::set_read_request(vask_obj_exec_info handler, gsize size, gsize
     // That of a request which was ended by closing the peer.
     remove_timeout_cb();
 
+    if (m_proto == VASK_SOCK_TCP && g_io_channel_get_buffered(peer_ch)) {
+        keep_characters_whole(peer_ch);
+    }
     m_read_context.reading = true;
     m_read_done_handler = handler;
     m_saved_data = handler.data;
@@ -199,16 +203,10 @@ bool vask_socket::open_channel(const char* signature) {
 }
 
 GIOCondition vask_socket::read_condition() const {
-    int condition = G_IO_IN | G_IO_HUP;
-    if (m_proto == VASK_SOCK_UDP) {
-        // A pending error is reported whether one waits for it or not, until it is taken.
-        condition |= G_IO_ERR;
-    } else if (g_io_channel_get_buffered(peer_ch)) {
-        // What the channel has read ahead wakes a watch only if it meets all of its conditions. The
-        // end of a stream is input as well.
-        condition = G_IO_IN;
-    }
-    return static_cast<GIOCondition>(condition);
+    // A descriptor that somebody has closed is reported whether one waits for it or not, and so is
+    // a pending error of a datagram, until it is taken.
+    const int condition = G_IO_IN | G_IO_HUP | G_IO_NVAL;
+    return static_cast<GIOCondition>(m_proto == VASK_SOCK_UDP ? condition | G_IO_ERR : condition);
 }
 
 gboolean vask_socket::_watch_read(GIOChannel* channel, GIOCondition condition, void* data) {
@@ -219,27 +217,35 @@ gboolean vask_socket::watch_read(GIOChannel* channel, GIOCondition condition) {
     if (!m_read_context.reading) {
         return FALSE;
     }
+    do {
+        int status = G_IO_STATUS_NORMAL;
+        const read_outcome outcome = receive(channel, condition, status);
+        if (outcome == NOTHING_YET) {
+            return TRUE;
+        }
+        if (outcome == FAILED) {
+            end_request(status);
+            return FALSE;
+        }
+        if (m_read_context.received >= m_read_context.least_size) {
+            m_read_context.complete = true;
+            end_request(G_IO_STATUS_NORMAL);
+            return FALSE;
+        }
+    } while (has_read_ahead(channel));
+    set_timeout_cb();
+    return TRUE;
+}
+
+vask_socket::read_outcome vask_socket::receive(GIOChannel* channel, GIOCondition condition,
+                                               int& status) {
     const gsize room = m_read_context.read_req_size - m_read_context.received;
     gsize count = 0;
-    int status = G_IO_STATUS_NORMAL;
     const read_outcome outcome = m_proto == VASK_SOCK_UDP
                                      ? receive_datagram(condition, room, count, status)
                                      : receive_stream(channel, room, count, status);
-    if (outcome == NOTHING_YET) {
-        return TRUE;
-    }
-    if (outcome == FAILED) {
-        end_request(status);
-        return FALSE;
-    }
     m_read_context.received += count;
-    if (m_read_context.received < m_read_context.least_size) {
-        set_timeout_cb();
-        return TRUE;
-    }
-    m_read_context.complete = true;
-    end_request(G_IO_STATUS_NORMAL);
-    return FALSE;
+    return outcome;
 }
 
 vask_socket::read_outcome vask_socket::receive_stream(GIOChannel* channel, gsize room, gsize& count,
