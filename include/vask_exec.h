@@ -11,6 +11,7 @@
 #include "vask_export.h"
 
 class vask_exec;
+class life_mark;
 
 /**
  * A member function that can be called later. A member of a derived class is cast to it; virtual
@@ -44,6 +45,9 @@ struct vask_obj_exec_info {
  * An object must not be deleted while an idle call or a timer of it is pending: neither is taken
  * back. It may not be deleted in its own idle call either.
  *
+ * A call that throws ends there: when the main loop has made it, one line at ERR tells what was
+ * thrown, and the calls behind it run as after any other.
+ *
  * Threads: everything happens on the thread of the default main context; nothing is locked.
  */
 class VASK_EXPORT vask_exec {
@@ -56,7 +60,8 @@ public:
      * Runs the oldest pending idle call and then forgets it. One dispatch of the idle source.
      *
      * @return true while calls remain; false, which ends the idle source, when there are none
-     *         (left), and when a main loop inside an idle call dispatches it, which runs nothing
+     *         (left), and when a main loop inside an idle call dispatches it, which runs nothing.
+     *         What the call throws leaves this function, and the call is forgotten all the same
      */
     virtual bool idle_callback();
 
@@ -91,12 +96,14 @@ public:
      * Forwards an idle dispatch of GLib to idle_callback().
      *
      * @param exec  a vask_exec
-     * @return what idle_callback() returns
+     * @return what idle_callback() returns; whether calls remain when it throws, which is logged
+     *         at ERR as "vask_exec::idle_callback(): An exception was thrown: WHAT"
      */
     static int _idle_callback(void* exec);
 
     /**
-     * Makes the call of a timer.
+     * Makes the call of a timer. What it throws is logged at ERR as "vask_exec::_timer_callback():
+     * An exception was thrown: WHAT".
      *
      * @param info  the timer's vask_obj_exec_info
      * @return always 0: a timer runs once
@@ -108,7 +115,10 @@ protected:
     std::list<vask_exec_info> exec_list;
 
 private:
+    friend class life_mark;
+
     bool m_idle_call_runs;
+    life_mark* m_life_marks;
 };
 
 /**

@@ -263,7 +263,11 @@ private:
     void join_link();
     void leave_link();
     void set_peer(int fd);
-    void forget_peer();
+    void take_next_peer(int fd);
+    bool serves_former_peer() const;
+    void return_to_former_peer();
+    void leave_former_peer();
+    void forget_peer(const vask_peer_link& link);
     void forget_request();
     bool has_peer() const;
     bool create_channel();
@@ -278,6 +282,7 @@ private:
     GIOStatus write_all(const gchar* buf, gssize count, GError** error);
 
     std::shared_ptr<vask_peer_link> m_peer_link;
+    std::shared_ptr<vask_peer_link> m_former_link;
 };
 
 /** What the handler of a server receives for each connection, as its `void*` argument. It is gone
@@ -389,11 +394,11 @@ private:
     void stop_service();
     void stop_accepting();
     void resume_accepting(void* unused);
+    gboolean go_on(bool wanted, bool error_may_last);
 
     unsigned int m_living_watch_id;
     unsigned int m_pause_timer_id;
     bool m_owns_sock;
-    std::shared_ptr<char> m_lifetime;
 };
 
 /** @brief Connects to an IPv4 address and port, or to the broadcast address for UDP. */

@@ -2,11 +2,18 @@
 
 #include <glib.h>
 
+#include "foundation/c_border.h"
 #include "foundation/exec_call.h"
+#include "foundation/life_mark.h"
+#include "foundation/scope_exit.h"
 
-vask_exec::vask_exec() : m_idle_call_runs(false) {}
+vask_exec::vask_exec() : m_idle_call_runs(false), m_life_marks(nullptr) {}
 
-vask_exec::~vask_exec() {}
+vask_exec::~vask_exec() {
+    for (life_mark* mark = m_life_marks; mark != nullptr; mark = mark->m_outer) {
+        mark->m_object = nullptr;
+    }
+}
 
 void vask_exec::add_idle_exec_func(vask_exec_func func, void* data, vask_exec* target) {
     vask_exec* const receiver = target != nullptr ? target : this;
@@ -23,13 +30,20 @@ bool vask_exec::idle_callback() {
     if (exec_list.empty() || m_idle_call_runs) {
         return false;
     }
+    const life_mark life(*this);
     m_idle_call_runs = true;
     // It stays in front while it runs, so that calls which it adds start no further source.
     const vask_exec_info info = exec_list.front();
-    call_member(this, info.func, info.data);
-    exec_list.pop_front();
-    m_idle_call_runs = false;
-    return !exec_list.empty();
+    {
+        const scope_exit forget_it([&] {
+            if (!life.is_over()) {
+                exec_list.pop_front();
+                m_idle_call_runs = false;
+            }
+        });
+        call_member(this, info.func, info.data);
+    }
+    return !life.is_over() && !exec_list.empty();
 }
 
 unsigned int vask_exec::add_timer_exec_func(int interval_msec, vask_exec_func func, void* data,
@@ -40,12 +54,19 @@ unsigned int vask_exec::add_timer_exec_func(int interval_msec, vask_exec_func fu
 }
 
 int vask_exec::_idle_callback(void* exec) {
-    return static_cast<vask_exec*>(exec)->idle_callback();
+    auto* const object = static_cast<vask_exec*>(exec);
+    const life_mark life(*object);
+    bool remain = false;
+    if (!call_for_c("vask_exec::idle_callback()", [&] { remain = object->idle_callback(); })) {
+        remain = !life.is_over() && !object->exec_list.empty();
+    }
+    return remain;
 }
 
 int vask_exec::_timer_callback(void* info) {
     const auto* call = static_cast<vask_obj_exec_info*>(info);
-    call_member(call->obj, call->func, call->data);
+    call_for_c("vask_exec::_timer_callback()",
+               [call] { call_member(call->obj, call->func, call->data); });
     return G_SOURCE_REMOVE;
 }
 

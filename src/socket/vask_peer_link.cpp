@@ -68,6 +68,6 @@ void vask_peer_link::close(bool flush) {
     const std::vector<vask_socket*> sockets = std::move(m_sockets);
     m_sockets.clear();
     for (vask_socket* socket : sockets) {
-        socket->forget_peer();
+        socket->forget_peer(*this);
     }
 }

@@ -4,15 +4,23 @@
 
 #include <utility>
 
+#include "foundation/c_border.h"
 #include "foundation/exec_call.h"
+#include "foundation/life_mark.h"
+#include "foundation/scope_exit.h"
 #include "socket/socket_descriptor.h"
 #include "socket/vask_peer_link.h"
 #include "vask_socket.h"
 
 // How accepting goes on: m_living_watch_id is the one watch on the listening socket, as long as
 // GLib has it. m_accept_watch_id is its id as the object is said to know it, and is cleared when
-// the watch is dispatched, also when it is kept. A handler may delete the server: what has called
-// one looks at m_lifetime before it touches anything.
+// the watch is dispatched, also when it is kept. A handler may delete the server or throw: what
+// comes after the call happens in a guard, which asks a life_mark before it touches anything.
+//
+// How two connections stand side by side: one that comes while a request of the server is pending
+// becomes the peer (peer_sock, the address), but the channel stays that of the former one, with the
+// request, its answer and those that follow, until one of them ends without completing. Only while
+// accepted() runs is the channel that of the new connection, so none.
 
 namespace {
 
@@ -21,6 +29,9 @@ const char source_unit[] = "vask_socket";
 
 constexpr int backlog = 1;
 constexpr int pause_msec = 100;
+
+// A listening socket that somebody has closed is reported whether one waits for it or not.
+constexpr auto accept_condition = static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_NVAL);
 
 // These go by with one connection. While any other lasts, the listening socket stays ready.
 bool belongs_to_one_connection(int error) {
@@ -52,8 +63,7 @@ vask_server_socket::vask_server_socket(vask_sock_proto proto, int port)
       m_accept_watch_id(0),
       m_living_watch_id(0),
       m_pause_timer_id(0),
-      m_owns_sock(false),
-      m_lifetime(std::make_shared<char>()) {
+      m_owns_sock(false) {
     obj_name = "vask_server_socket::vask_server_socket(vask_sock_proto, int)";
 }
 
@@ -147,8 +157,7 @@ void vask_server_socket::set_watch_accepted() {
     }
     if (m_living_watch_id == 0) {
         stop_accepting();
-        m_living_watch_id = g_io_add_watch(sock_ch, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP),
-                                           _watch_accepted, this);
+        m_living_watch_id = g_io_add_watch(sock_ch, accept_condition, _watch_accepted, this);
     }
     m_accept_watch_id = m_living_watch_id;
 }
@@ -160,52 +169,58 @@ void vask_server_socket::resume_accepting(void*) {
 
 gboolean vask_server_socket::_watch_accepted(GIOChannel* channel, GIOCondition condition,
                                              void* data) {
-    return static_cast<vask_server_socket*>(data)->watch_accepted(channel, condition);
+    const auto accept = [&] {
+        return static_cast<vask_server_socket*>(data)->watch_accepted(channel, condition);
+    };
+    // Where accepting does not go on, the watch has been removed.
+    return call_for_c("vask_server_socket::accepted()", gboolean(TRUE), accept);
 }
 
 gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition condition) {
     const char* const signature =
         "gboolean vask_server_socket::watch_accepted(GIOChannel*, GIOCondition)";
     vask_p(VASK_P_DBG, "<%s:%d> %s\n", source_unit, __LINE__, signature);
-    const std::weak_ptr<char> lifetime = m_lifetime;
     m_accept_watch_id = 0;
 
     sockaddr_in peer = {};
     const int fd = accept_connection(m_sock, peer);
     const bool ok = fd != -1;
-    bool may_last = false;
+    const bool error_may_last = !ok && !belongs_to_one_connection(errno);
     if (ok) {
-        const bool serves_former_peer = m_read_context.reading;
         m_peer_addr = peer;
-        set_peer(fd);
-        // What the former peer sends must not be taken for data of the new one.
-        if (serves_former_peer) {
-            end_request(G_IO_STATUS_ERROR);
-            if (lifetime.expired()) {
-                return FALSE;
-            }
-            m_accept_watch_id = 0;
-        }
+        take_next_peer(fd);
         // An override of accepted() may keep it for itself.
         if (m_peer_link && !m_peer_link->is_used()) {
             m_peer_link->release();
         }
     } else {
-        may_last = !belongs_to_one_connection(errno);
         vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call accept(): %d\n", source_unit, __LINE__,
                signature, errno);
     }
 
-    const bool wanted = accepted(channel, condition, ok);
-    if (lifetime.expired()) {
-        return FALSE;
+    const life_mark life(*this);
+    // A handler that throws has not asked for an end.
+    bool wanted = true;
+    gboolean goes_on = FALSE;
+    {
+        const scope_exit settle([&] {
+            if (!life.is_over()) {
+                goes_on = go_on(wanted, error_may_last);
+            }
+        });
+        wanted = accepted(channel, condition, ok);
     }
+    return goes_on;
+}
+
+gboolean vask_server_socket::go_on(bool wanted, bool error_may_last) {
+    return_to_former_peer();
     // A request of the server may have ended meanwhile, and asked for the watch again.
     if (!wanted && m_accept_watch_id == 0) {
         stop_accepting();
         return FALSE;
     }
-    if (may_last) {
+    if (error_may_last) {
         stop_accepting();
         m_pause_timer_id = add_timer_exec_func(
             pause_msec, static_cast<vask_exec_func>(&vask_server_socket::resume_accepting),
@@ -232,20 +247,28 @@ gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool ok) {
     vask_accepted_info info = {ok ? new vask_socket(*this) : nullptr, true};
     m_accepted_handler.data = &info;
     const vask_obj_exec_info handler = m_accepted_handler;
-    const std::weak_ptr<char> lifetime = m_lifetime;
+    const life_mark life(*this);
+    const scope_exit forget_info([&] {
+        // It may have set another handler.
+        if (!life.is_over() && m_accepted_handler.data == &info) {
+            m_accepted_handler.data = nullptr;
+        }
+    });
     call_member(handler.obj, handler.func, handler.data);
-    // It may have set another handler.
-    if (!lifetime.expired() && m_accepted_handler.data == &info) {
-        m_accepted_handler.data = nullptr;
-    }
     return info.keep_accepting;
 }
 
 void vask_server_socket::read_done() {
     const bool complete = m_read_context.complete;
-    const std::weak_ptr<char> lifetime = m_lifetime;
-    vask_socket::read_done();
-    if (!complete && !lifetime.expired()) {
+    const life_mark life(*this);
+    const scope_exit accept_again([&] {
+        if (complete || life.is_over()) {
+            return;
+        }
         set_watch_accepted();
-    }
+        if (!m_read_context.reading) {
+            leave_former_peer();
+        }
+    });
+    vask_socket::read_done();
 }

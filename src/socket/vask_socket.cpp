@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "foundation/c_border.h"
 #include "foundation/exec_call.h"
 #include "foundation/glib_handles.h"
 #include "socket/sigpipe_guard.h"
@@ -59,7 +60,7 @@ vask_socket::vask_socket(vask_socket& other)
       peer_sock(other.peer_sock),
       m_peer_addr(other.m_peer_addr),
       m_read_watch_id(0),
-      peer_ch(other.peer_ch),
+      peer_ch(other.serves_former_peer() ? nullptr : other.peer_ch),
       m_read_done_handler(),
       m_saved_data(nullptr) {
     other.join_link();
@@ -72,6 +73,7 @@ vask_socket::vask_socket(vask_socket& other)
 vask_socket::~vask_socket() {
     remove_timeout_cb();
     forget_request();
+    return_to_former_peer();
     if (peer_ch != nullptr) {
         close_peer_sock(TRUE);
     }
@@ -86,7 +88,8 @@ void vask_socket::join_link() {
         m_peer_link = std::make_shared<vask_peer_link>(peer_sock);
         m_peer_link->join(this);
     }
-    if (m_peer_link && peer_ch != nullptr && m_peer_link->channel() != peer_ch) {
+    if (m_peer_link && peer_ch != nullptr && m_peer_link->channel() != peer_ch &&
+        !serves_former_peer()) {
         m_peer_link->set_channel(peer_ch);
     }
 }
@@ -105,10 +108,44 @@ void vask_socket::leave_link() {
 // Gives up the present connection, which stays open for those who share it.
 void vask_socket::set_peer(int fd) {
     forget_request();
+    take_next_peer(fd);
+}
+
+// A pending request goes on with the present connection, and comes back to it with
+// return_to_former_peer(); else that is given up.
+void vask_socket::take_next_peer(int fd) {
+    if (!m_read_context.reading) {
+        leave_former_peer();
+    } else if (!m_former_link) {
+        join_link();
+        m_former_link = std::move(m_peer_link);
+    }
     leave_link();
     peer_ch = nullptr;
     peer_sock = fd;
     join_link();
+}
+
+bool vask_socket::serves_former_peer() const {
+    return m_former_link && peer_ch != nullptr && peer_ch == m_former_link->channel();
+}
+
+void vask_socket::return_to_former_peer() {
+    if (m_former_link) {
+        // The latest one keeps a channel that it has been given meanwhile.
+        join_link();
+        peer_ch = m_former_link->channel();
+    }
+}
+
+void vask_socket::leave_former_peer() {
+    if (m_former_link) {
+        if (serves_former_peer()) {
+            peer_ch = nullptr;
+        }
+        m_former_link->leave(this);
+        m_former_link.reset();
+    }
 }
 
 // False when another owner of the connection has given it its channel already.
@@ -122,11 +159,18 @@ bool vask_socket::create_channel() {
     return is_new;
 }
 
-void vask_socket::forget_peer() {
-    peer_sock = 0;
-    peer_ch = nullptr;
-    m_peer_link.reset();
-    forget_request();
+void vask_socket::forget_peer(const vask_peer_link& link) {
+    const bool is_former = &link == m_former_link.get();
+    if (is_former || !m_former_link) {
+        peer_ch = nullptr;
+        forget_request();
+    }
+    if (is_former) {
+        m_former_link.reset();
+    } else {
+        peer_sock = 0;
+        m_peer_link.reset();
+    }
 }
 
 void vask_socket::forget_request() {
@@ -210,7 +254,10 @@ GIOCondition vask_socket::read_condition() const {
 }
 
 gboolean vask_socket::_watch_read(GIOChannel* channel, GIOCondition condition, void* data) {
-    return static_cast<vask_socket*>(data)->watch_read(channel, condition);
+    const auto read = [&] {
+        return static_cast<vask_socket*>(data)->watch_read(channel, condition);
+    };
+    return call_for_c("vask_socket::read_done()", gboolean(FALSE), read);
 }
 
 gboolean vask_socket::watch_read(GIOChannel* channel, GIOCondition condition) {
@@ -310,6 +357,7 @@ void vask_socket::end_request(int status) {
     m_read_context.status = status;
     forget_request();
     remove_timeout_cb();
+    return_to_former_peer();
     read_done();
 }
 
@@ -380,7 +428,7 @@ void vask_socket::close_peer_sock(gboolean flush) {
     vask_p(VASK_P_DBG, "<%s:%d> %s\n", source_unit, __LINE__,
            "void vask_socket::close_peer_sock(gboolean)");
     join_link();
-    const std::shared_ptr<vask_peer_link> link = m_peer_link;
+    const std::shared_ptr<vask_peer_link> link = serves_former_peer() ? m_former_link : m_peer_link;
     if (link) {
         link->close(flush);
     }

@@ -145,26 +145,6 @@ TEST(server_guard, The_handler_of_a_request_may_delete_the_server) {
     EXPECT_TRUE(wait_until([&] { return reader.calls == 1; }));
 }
 
-TEST(server_guard, The_handler_of_a_request_that_a_connection_ends_may_delete_the_server) {
-    auto* server = new open_server(VASK_SOCK_TCP, 0);
-    accept_owner owner;
-    server->set_accepted_handler(owner.handler());
-    ASSERT_TRUE(server->start_service());
-    const int port = server->port();
-    raw_socket first = raw_socket::connected_to(port);
-    EXPECT_TRUE(wait_until([&] { return owner.calls == 1; }));
-    owner.sockets.clear();
-    request_owner reader;
-    reader.then = [server](vask_socket*) { delete server; };
-    ASSERT_TRUE(server->set_read_request(reader.handler(), 4, 4, 0));
-
-    raw_socket second = raw_socket::connected_to(port);
-
-    EXPECT_TRUE(wait_until([&] { return reader.calls == 1; }));
-    EXPECT_EQ(owner.calls, 1);
-    EXPECT_TRUE(wait_until([&] { return second.peer_is_gone(); }));
-}
-
 TEST(server_guard, The_handler_may_start_the_service_anew) {
     served service;
     bool restarted = false;
@@ -206,44 +186,6 @@ TEST(server_guard, A_new_peer_is_not_read_through_the_channel_of_the_former_one)
 
     EXPECT_TRUE(wait_until([&] { return reader.calls == 2; }));
     EXPECT_EQ(reader.received, "2222");
-}
-
-TEST(server_guard, A_pending_request_for_the_former_peer_ends_with_status_0) {
-    served service;
-    raw_socket first = service.client();
-    service.owner.sockets.clear();
-    request_owner reader;
-    ASSERT_TRUE(service.server.set_read_request(reader.handler(), 4, 4, 5));
-    first.send("11");
-    EXPECT_TRUE(wait_until([&] { return service.server.m_read_context.received == 2; }));
-
-    raw_socket second = service.client();
-
-    EXPECT_EQ(reader.calls, 1);
-    EXPECT_EQ(reader.status, 0);
-    EXPECT_FALSE(reader.complete);
-    EXPECT_EQ(reader.received, "11");
-    EXPECT_EQ(service.server.m_read_context.timer_id, 0u);
-}
-
-TEST(server_guard, A_request_set_meanwhile_is_for_the_new_peer) {
-    served service;
-    raw_socket first = service.client();
-    service.owner.sockets.clear();
-    request_owner reader;
-    reader.then = [&reader](vask_socket* socket) {
-        if (reader.calls == 1) {
-            EXPECT_TRUE(socket->set_read_request(reader.handler(), 4, 4, 0));
-        }
-    };
-    ASSERT_TRUE(service.server.set_read_request(reader.handler(), 4, 4, 0));
-
-    raw_socket second = service.client();
-    second.send("2222");
-
-    EXPECT_TRUE(wait_until([&] { return reader.calls == 2; }));
-    EXPECT_EQ(reader.received, "2222");
-    EXPECT_EQ(reader.status, 1);
 }
 
 TEST(server_guard, Server_and_connection_release_their_channel_once) {

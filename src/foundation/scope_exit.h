@@ -1,0 +1,20 @@
+#ifndef VASK_SCOPE_EXIT_H
+#define VASK_SCOPE_EXIT_H
+
+#include <utility>
+
+// Does something when it goes out of scope, also when that is because of an exception. What it does
+// must not throw.
+template <typename Action>
+class scope_exit {
+public:
+    explicit scope_exit(Action action) : m_action(std::move(action)) {}
+    ~scope_exit() { m_action(); }
+    scope_exit(const scope_exit&) = delete;
+    scope_exit& operator=(const scope_exit&) = delete;
+
+private:
+    Action m_action;
+};
+
+#endif
