@@ -82,7 +82,9 @@ struct VASK_EXPORT vask_sock_read_context {
  * it of the owner's handler: when enough bytes have come, at the end of the stream, after a failed
  * read, or when no data has come for the time-out. close_peer_sock() ends it without a call.
  *
- * The handler may set the next request, and may delete the socket.
+ * The handler may set the next request, may delete the socket, and may run a main loop. What it
+ * throws is logged at ERR when the main loop has called it: "vask_socket::read_done(): An exception
+ * was thrown: WHAT", for a time-out with "vask_exec::_timer_callback()". The request has ended then.
  *
  * A connection may be shared by several objects: a server and the socket that it hands out, a
  * socket and its copy. The descriptor is closed when one of them closes it, or when one that has a
@@ -95,7 +97,7 @@ class VASK_EXPORT vask_socket : public vask_exec, public virtual vask_object {
 public:
     /**
      * @param proto     TCP or UDP
-     * @param port      in host byte order; a client's is the peer's port
+     * @param port      in host byte order; a client's is the peer's port. The lowest 16 bits count
      * @param encoding  of the data on the wire, as g_io_channel_set_encoding() takes it; the
      *                  program's side is UTF-8 then. Null for raw bytes. Not copied, must outlive
      *                  the object and its copies. Datagrams are never decoded
@@ -133,8 +135,10 @@ public:
      *         call g_io_channel_set_encoding(): STATUS: REASON" at ERR; "SIGNATURE: Failed to
      *         allocate memory: N" at ERR
      *
-     * With an encoding the counts are of UTF-8 bytes, and a character is never cut: a request that
-     * has no room for the next one ends as a failed read.
+     * With an encoding the counts are of UTF-8 bytes, and a character is never cut: one that comes
+     * in pieces is waited for, and a request that has no room for the next one ends as a failed
+     * read. So does one that comes to bytes which are no text in the encoding, U+0000 in UTF-8 among
+     * them, or to the end of the stream inside a character.
      */
     bool set_read_request(vask_obj_exec_info handler, gsize size, gsize least, int timeout);
 
@@ -157,7 +161,7 @@ public:
      * @param channel    the connection's channel
      * @param condition  what it is ready for
      * @param data       a vask_socket
-     * @return as watch_read()
+     * @return as watch_read(); FALSE when what it calls throws, which is logged at ERR
      */
     static gboolean _watch_read(GIOChannel* channel, GIOCondition condition, void* data);
 
@@ -179,8 +183,9 @@ public:
 
     /**
      * Closes the connection, also for all others that share it, and ends a pending request without
-     * a call. An armed time-out stays and calls read_done() when it is over, unless a new request
-     * has been set by then.
+     * a call. Of the two connections of a server it closes the one that is read from. An armed
+     * time-out stays and calls read_done() when it is over, unless a new request has been set by
+     * then.
      *
      * @param flush  whether what the channel has buffered is written first, which may block
      */
@@ -298,8 +303,13 @@ struct vask_accepted_info {
  * Every connection is handed to the owner as a socket of its own. The server also keeps the latest
  * one as its own peer, and can serve it through its own read requests, for instance when the
  * handler has deleted the socket without using it. A request that is pending when the next
- * connection comes ends with status 0, before that connection is handed out; what is asked for
- * from then on comes from the next connection.
+ * connection comes goes on with its own connection. The address is that of the latest one from then
+ * on, but requests and what is written stay with the earlier one until a request ends without
+ * completing and its handler sets no other, or until close_peer_sock().
+ *
+ * The accepted handler may delete the server and may run a main loop, in which nobody is accepted.
+ * What it throws is logged at ERR, "vask_server_socket::accepted(): An exception was thrown: WHAT",
+ * and accepting goes on. The connection stays its own to delete.
  *
  * Deleting a TCP server that has been started makes GLib report one critical, "g_object_unref:
  * assertion 'G_IS_OBJECT (object)' failed".
@@ -308,7 +318,8 @@ class VASK_EXPORT vask_server_socket : public vask_socket {
 public:
     /**
      * @param proto  TCP or UDP
-     * @param port   in host byte order; 0 lets the system choose one
+     * @param port   in host byte order, of which the lowest 16 bits count; 0 lets the system choose
+     *               one
      */
     vask_server_socket(vask_sock_proto proto, int port);
 
@@ -368,7 +379,7 @@ public:
      * @param channel    the listening socket's channel
      * @param condition  what it is ready for
      * @param data       a vask_server_socket
-     * @return as watch_accepted()
+     * @return as watch_accepted(); TRUE when what it calls throws, which is logged at ERR
      */
     static gboolean _watch_accepted(GIOChannel* channel, GIOCondition condition, void* data);
 

@@ -100,6 +100,13 @@ TEST(server, Listens_on_the_port_that_it_was_given) {
     EXPECT_EQ(server.port(), port);
 }
 
+TEST(server, A_port_of_more_than_16_bits_is_cut) {
+    const int port = unused_port(SOCK_STREAM);
+    open_server server(VASK_SOCK_TCP, port + 65536);
+    ASSERT_TRUE(server.start_service());
+    EXPECT_EQ(server.port(), port);
+}
+
 TEST(server, Has_a_backlog_of_1) {
     served service;
     tcp_info info = {};
