@@ -84,7 +84,8 @@ struct VASK_EXPORT vask_sock_read_context {
  *
  * The handler may set the next request, may delete the socket, and may run a main loop. What it
  * throws is logged at ERR when the main loop has called it: "vask_socket::read_done(): An exception
- * was thrown: WHAT", for a time-out with "vask_exec::_timer_callback()". The request has ended then.
+ * was thrown: WHAT", for a time-out with "vask_exec::_timer_callback()". The request has ended
+ * then.
  *
  * A connection may be shared by several objects: a server and the socket that it hands out, a
  * socket and its copy. The descriptor is closed when one of them closes it, or when one that has a
@@ -137,8 +138,8 @@ public:
      *
      * With an encoding the counts are of UTF-8 bytes, and a character is never cut: one that comes
      * in pieces is waited for, and a request that has no room for the next one ends as a failed
-     * read. So does one that comes to bytes which are no text in the encoding, U+0000 in UTF-8 among
-     * them, or to the end of the stream inside a character.
+     * read. So does one that comes to bytes which are no text in the encoding, U+0000 in UTF-8
+     * among them, or to the end of the stream inside a character.
      */
     bool set_read_request(vask_obj_exec_info handler, gsize size, gsize least, int timeout);
 

@@ -12,23 +12,12 @@ using namespace vask_test;
 using testing::Contains;
 using testing::ElementsAre;
 
-namespace {
-
-/** Closes a descriptor and keeps its number free for a while: what is opened meanwhile by others
- *  would be taken for it. Before the owner ends, the number is one of nobody's. */
-class closed_descriptor {
-public:
-    explicit closed_descriptor(int fd) { close(fd); }
-};
-
-}  // namespace
-
 TEST(closed_descriptor, Ends_the_request_of_a_stream) {
     for (const char* encoding : {static_cast<const char*>(nullptr), "UTF-8", "UTF-16LE"}) {
         connected pair(encoding);
         log_catcher log;
         pair.read(10, 10);
-        const closed_descriptor closed(pair.socket.peer_sock);
+        close(pair.socket.peer_sock);
         EXPECT_LE(dispatches_within(100), 2);
         EXPECT_EQ(pair.owner.calls, 1);
         EXPECT_EQ(pair.owner.status, 0);
@@ -45,7 +34,7 @@ TEST(closed_descriptor, Ends_the_request_for_datagrams) {
     log_catcher log;
     request_owner owner;
     ASSERT_TRUE(server.set_read_request(owner.handler(), 10, 10, 0));
-    const closed_descriptor closed(server.peer_sock);
+    close(server.peer_sock);
     EXPECT_LE(dispatches_within(100), 2);
     EXPECT_EQ(owner.calls, 1);
     EXPECT_EQ(owner.status, 0);
@@ -58,7 +47,7 @@ TEST(closed_descriptor, Fails_to_be_written_to) {
     for (const char* encoding : {static_cast<const char*>(nullptr), "UTF-16LE"}) {
         connected pair(encoding);
         log_catcher log;
-        const closed_descriptor closed(pair.socket.peer_sock);
+        close(pair.socket.peer_sock);
         EXPECT_FALSE(pair.socket.write("a", 1));
         EXPECT_THAT(log.lines(),
                     ElementsAre(socket_line("ERR", client_name,
@@ -71,7 +60,7 @@ TEST(closed_descriptor,
      Of_a_server_is_reported_ten_times_a_second_and_does_not_keep_the_loop_busy) {
     served service;
     log_catcher log;
-    const closed_descriptor closed(service.server.m_sock);
+    close(service.server.m_sock);
     EXPECT_LE(dispatches_within(450), 11);
     EXPECT_THAT(log.lines(),
                 Contains(socket_line("ERR", server_name,
