@@ -2,6 +2,7 @@
 #include <string.h>
 #include <time.h>
 
+#include "foundation/library_lock.h"
 #include "foundation/named_sem.h"
 #include "vask_object.h"
 
@@ -9,7 +10,6 @@ namespace {
 
 const char source_unit[] = "vask_object_sem";
 
-const char library_lock_name[] = "vask_shm_lock";
 constexpr mode_t library_lock_mode = 0644;
 constexpr time_t library_lock_timeout_sec = 5;
 

@@ -1,0 +1,28 @@
+#ifndef VASK_LIBRARY_LOCK_H
+#define VASK_LIBRARY_LOCK_H
+
+#include <semaphore.h>
+#include <sys/types.h>
+
+constexpr char library_lock_name[] = "vask_shm_lock";
+
+// Tells the holder of the library lock whether it still excludes the others. Who has waited for 5
+// seconds takes the holder for dead and replaces the semaphore; a holder that was only stopped or
+// slow has to leave alone then what the lock protects.
+class library_lock_watch {
+public:
+    // The handle stays the caller's and must stay open.
+    explicit library_lock_watch(const sem_t* held);
+
+    // Whether the lock's name still leads to the semaphore that is held.
+    bool is_still_held() const;
+
+private:
+    bool name_leads_to_handle() const;
+
+    const sem_t* const m_held;
+    dev_t m_device = 0;
+    ino_t m_number = 0;
+};
+
+#endif
