@@ -4,7 +4,20 @@
 #include <semaphore.h>
 #include <sys/types.h>
 
+#include <optional>
+
+#include "foundation/signal_block.h"
+
+class vask_object;
+
 constexpr char library_lock_name[] = "vask_shm_lock";
+
+// Waits for the library lock as vask_object::shm_lock() does. The semaphore, which the caller posts
+// and closes, or null.
+//
+// With a block, signals are kept away from the wait on, and still are when the lock is held; while
+// a line is printed they are not.
+sem_t* take_library_lock(const vask_object& waiter, std::optional<signal_block>* block);
 
 // Tells the holder of the library lock whether it still excludes the others. Who has waited for 5
 // seconds takes the holder for dead and replaces the semaphore; a holder that was only stopped or

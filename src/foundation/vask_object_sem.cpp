@@ -98,18 +98,30 @@ bool vask_object::shm_lock() {
         vask_p(VASK_P_ERR, "Recursive lock request\n");
         return false;
     }
+    shm_lock_sem = take_library_lock(*this, nullptr);
+    return shm_lock_sem != nullptr;
+}
+
+sem_t* take_library_lock(const vask_object& waiter, std::optional<signal_block>* block) {
     for (;;) {
         tracked_named_sem sem(library_lock_name, library_lock_mode, 1);
         if (sem.handle() == nullptr) {
-            return false;
+            return nullptr;
         }
         struct timespec deadline;
         if (clock_gettime(CLOCK_REALTIME, &deadline) != 0) {
-            return false;
+            return nullptr;
         }
         deadline.tv_sec += library_lock_timeout_sec;
 
-        switch (wait_until(sem.handle(), deadline)) {
+        if (block != nullptr) {
+            block->emplace();
+        }
+        const lock_result result = wait_until(sem.handle(), deadline);
+        if (block != nullptr && result != lock_result::taken) {
+            block->reset();
+        }
+        switch (result) {
             case lock_result::taken:
                 // A lock that was broken meanwhile excludes nobody any more. It goes on to the next
                 // of those who wait for it, so that they all turn to the new one.
@@ -117,16 +129,15 @@ bool vask_object::shm_lock() {
                     sem_post(sem.handle());
                     continue;
                 }
-                shm_lock_sem = sem.release();
-                return true;
+                return sem.release();
             case lock_result::timed_out:
-                vask_p(VASK_P_WARN,
-                       "Possibly, the lock-owner was unexpectedly dead. Force unlock the "
-                       "semaphore.\n");
+                waiter.vask_p(VASK_P_WARN,
+                              "Possibly, the lock-owner was unexpectedly dead. Force unlock the "
+                              "semaphore.\n");
                 sem.close_and_remove();
                 continue;
             case lock_result::failed:
-                return false;
+                return nullptr;
         }
     }
 }

@@ -4,8 +4,10 @@
 
 #include <climits>
 #include <new>
+#include <optional>
 
 #include "foundation/fail_point.h"
+#include "foundation/library_lock.h"
 #include "foundation/pid_array_view.h"
 #include "foundation/pid_array_writer.h"
 #include "foundation/signal_block.h"
@@ -93,10 +95,17 @@ void look_up(const vask_object& looker, const char* shm_name, std::map<unsigned 
     }
 }
 
-// Holds the library lock, and keeps signals away meanwhile.
+// Holds the library lock in an object's slot for it, and keeps signals away meanwhile.
 class lock_holder {
 public:
-    explicit lock_holder(vask_object& object) : m_object(object), m_holds(object.shm_lock()) {}
+    lock_holder(vask_object& object, sem_t*& slot) : m_object(object) {
+        if (slot != nullptr) {
+            m_holds = object.shm_lock();  // which refuses
+        } else {
+            slot = take_library_lock(object, &m_block);
+            m_holds = slot != nullptr;
+        }
+    }
     ~lock_holder() {
         if (m_holds) {
             m_object.shm_unlock();
@@ -109,8 +118,9 @@ public:
     explicit operator bool() const { return m_holds; }
 
 private:
+    std::optional<signal_block> m_block;  // ends after the lock
     vask_object& m_object;
-    const bool m_holds;
+    bool m_holds = false;
 };
 
 // What has become of a registration, to be told when the lock is given back.
@@ -223,7 +233,7 @@ bool vask_object::store_pid_to_shm(unsigned long key) try {
     for (;;) {
         registration made;
         {
-            const lock_holder lock(*this);
+            const lock_holder lock(*this, shm_lock_sem);
             if (lock) {
                 VASK_FAIL_POINT("locked");
                 made = change_registry(*this, shm_lock_sem, shm_name.c_str(), key);
