@@ -116,7 +116,7 @@ int sem_wait(sem_t* sem) {
 }
 
 int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
-    return wait_once([=] {
+    return now.is_patient ? sem_wait(sem) : wait_once([=] {
         return next_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(sem, clock,
                                                                                        deadline);
     });

@@ -14,6 +14,9 @@ struct plan : vask_test::call_fault {
     int interrupted_fallocations = 0;
     int interrupted_waits = 0;
 
+    // Waits that would time out do not.
+    bool is_patient = false;
+
     // Runs before the semaphore is given back.
     std::function<void()> before_post;
 };
