@@ -39,6 +39,9 @@ const sem_t* locked_sem = nullptr;
 // The calls that can fail: fstat, on the lock, and sem_open when it may create.
 call_fault fault;
 
+// Nobody finds the lock's file, but the C library does.
+bool file_is_elsewhere = false;
+
 int refused_file_locks = 0;
 
 // Runs before a semaphore's name is removed.
@@ -70,6 +73,7 @@ protected:
         wait_for_lock = nullptr;
         real_time_clock_fails = false;
         fault = call_fault();
+        file_is_elsewhere = false;
     }
 
     // The results of the next waits; later ones are real.
@@ -150,6 +154,18 @@ extern "C" int fstat(int fd, struct stat* info) noexcept {
         return -1;
     }
     return next_file_function<int(int, struct stat*)>("fstat")(fd, info);
+}
+
+extern "C" int open(const char* path, int flags, ...) {
+    if (file_is_elsewhere && strcmp(path, library_lock::path) == 0) {
+        errno = ENOENT;
+        return -1;
+    }
+    va_list args;
+    va_start(args, flags);
+    const auto mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
+    va_end(args);
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 
 extern "C" int flock(int fd, int operation) noexcept {
@@ -530,6 +546,53 @@ TEST_F(library_lock_test, That_disappears_while_it_is_opened_is_made_anew) {
     EXPECT_EQ(library_lock::value(), 0);
     object.shm_unlock();
     EXPECT_EQ(library_lock::value(), 1);
+}
+
+TEST_F(library_lock_test, Is_taken_and_given_back_where_its_file_is_elsewhere) {
+    file_is_elsewhere = true;
+    ASSERT_TRUE(object.shm_lock());
+    EXPECT_EQ(library_lock::value(), 0);
+    object.shm_unlock();
+    EXPECT_EQ(library_lock::value(), 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_test, Is_broken_where_its_file_is_elsewhere) {
+    library_lock::create(0);
+    const ino_t identity = library_lock::identity();
+    file_is_elsewhere = true;
+    script_waits({ETIMEDOUT});
+    ASSERT_TRUE(object.shm_lock());
+    EXPECT_NE(library_lock::identity(), identity);
+    EXPECT_EQ(library_lock::value(), 0);
+    EXPECT_THAT(log.lines(), ElementsAre(library_lock::forced("object")));
+}
+
+TEST_F(library_lock_test,
+       That_is_removed_during_the_wait_is_made_anew_where_its_file_is_elsewhere) {
+    library_lock::create(1);
+    file_is_elsewhere = true;
+    int waits = 0;
+    wait_for_lock = [&waits](sem_t*, const timespec&) {
+        if (++waits == 1)
+            sem_unlink(library_lock::name);
+        return wait_really;
+    };
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_EQ(waits, 2);
+    EXPECT_EQ(library_lock::value(), 0);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+// Whoever reads the line may be slow, and the lock in other hands by then.
+TEST_F(library_lock_test, Is_broken_before_that_is_told) {
+    library_lock::create(0);
+    script_waits({ETIMEDOUT});
+    std::string logged_when_broken = "never";
+    before_unlinking = [&] { logged_when_broken = log.text(); };
+    ASSERT_TRUE(object.shm_lock());
+    before_unlinking = nullptr;
+    EXPECT_EQ(logged_when_broken, "");
 }
 
 TEST_F(library_lock_test, Of_another_user_is_not_taken) {

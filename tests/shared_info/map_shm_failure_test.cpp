@@ -181,6 +181,18 @@ TEST_F(map_shm_failure, Is_none_when_a_signal_interrupts_the_reservation) {
     vask_shared_info::unmap_shm(context);
 }
 
+TEST_F(map_shm_failure, Is_none_when_signals_undo_every_long_reservation) {
+    constexpr unsigned long large = 16UL * 1024 * 1024;
+    now.longest_fallocation = 200000;
+    vask_shm_context* context = vask_shared_info::map_shm(name, large, true);
+    ASSERT_NE(context, nullptr);
+    struct stat object;
+    ASSERT_EQ(stat(thing.path().c_str(), &object), 0);
+    EXPECT_GE(static_cast<unsigned long>(object.st_blocks) * 512, large);
+    vask_object::post_named_sem(context->get_sem());
+    vask_shared_info::unmap_shm(context);
+}
+
 TEST_F(map_shm_failure, Does_not_leave_an_object_to_programs_that_are_started_meanwhile) {
     vask_shm_context* context = vask_shared_info::map_shm(name, size, true);
     vask_object::post_named_sem(context->get_sem());

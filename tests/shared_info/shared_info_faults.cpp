@@ -75,6 +75,10 @@ int fallocate(int fd, int mode, off_t offset, off_t length) {
         errno = EINTR;
         return -1;
     }
+    if (now.longest_fallocation > 0 && length > now.longest_fallocation) {
+        errno = EINTR;
+        return -1;
+    }
     return next_file_function<int(int, int, off_t, off_t)>("fallocate")(fd, mode, offset, length);
 }
 

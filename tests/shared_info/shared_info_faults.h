@@ -1,6 +1,8 @@
 #ifndef VASK_TEST_SHARED_INFO_FAULTS_H
 #define VASK_TEST_SHARED_INFO_FAULTS_H
 
+#include <sys/types.h>
+
 #include <functional>
 
 #include "support/call_fault.h"
@@ -12,6 +14,10 @@ namespace shared_info_faults {
 // sem_wait, sem_post, allocation.
 struct plan : vask_test::call_fault {
     int interrupted_fallocations = 0;
+
+    // What is reserved in longer calls is undone by a signal; 0 for no limit.
+    off_t longest_fallocation = 0;
+
     int interrupted_waits = 0;
 
     // Waits that would time out do not.
