@@ -21,7 +21,7 @@ const char source_unit[] = "vask_shared_info";
 
 // After this time a holder of the semaphore is not waited for any more.
 constexpr int removal_patience_slices = 10;
-static_assert(removal_patience_slices * sem_wait_slice_msec == 1000, "as documented");
+static_assert(removal_patience_slices * sem_wait_slice_msec == 1000);
 
 // What failed after the semaphore was opened. The line about it is written after the semaphore was
 // given back and the signals were let through, because writing may block.
