@@ -437,14 +437,15 @@ public:
      * @param max_count   not below @p init_count; used for nothing else
      * @return a handle for close_named_sem(); null on failure, logged at ERR:
      *         "init_count(N) > max_count(N)" or "Failed to call sem_open(): ERRNO". EINVAL also
-     *         stands for a semaphore of a process with another word size
+     *         stands for a semaphore of a process with another word size, EFBIG for a limit of the
+     *         size of files
      */
     static sem_t* create_named_sem(const char* name, int init_count, int max_count);
 
     /**
      * Closes a handle; the semaphore stays.
      *
-     * @param sem  a handle of create_named_sem()
+     * @param sem  a handle of create_named_sem(); null is none
      * @return false after "Failed to call sem_close(): REASON" at ERR
      */
     static bool close_named_sem(sem_t* sem);
@@ -493,13 +494,15 @@ public:
      *
      * One lock for the whole system, "vask_shm_lock", held by an object while it changes the
      * process registry. Hold it for well under 5 seconds: whoever waits longer takes the holder for
-     * dead and breaks the lock.
+     * dead and breaks the lock. The 5 seconds neither know of the clock being set nor of the time
+     * that the waiter itself was stopped, or the machine asleep.
      */
     ///@{
 
     /**
      * Takes the library lock; blocks until it is free. After 5 seconds of waiting it breaks the
-     * lock, whoever has held it meanwhile, logs that at WARN, and waits for the new one.
+     * lock, whoever has held it meanwhile, logs that at WARN, and waits for the new one. Signals
+     * run their handlers and can end the process, before it holds the lock and while it does.
      *
      * @return true if this object holds the lock now; false without a line when the semaphore
      *         cannot be used, and after "Recursive lock request" at ERR when this object holds it

@@ -1,7 +1,8 @@
 #include "foundation/library_lock.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
+
+#include "foundation/named_sem.h"
 
 namespace {
 
@@ -10,11 +11,11 @@ constexpr char library_lock_path[] = "/dev/shm/sem.vask_shm_lock";
 
 }  // namespace
 
-library_lock_watch::library_lock_watch(const sem_t* held) : m_held(held) {
+library_lock_watch::library_lock_watch(sem_t* held) : m_held(held) {
     struct stat file;
     // The file that was looked at first is the handle's if the name still leads to the handle
     // afterwards: a name that was removed never leads back.
-    if (stat(library_lock_path, &file) == 0 && name_leads_to_handle()) {
+    if (stat(library_lock_path, &file) == 0 && is_named_sem(library_lock_name, m_held)) {
         m_device = file.st_dev;
         m_number = file.st_ino;
     }
@@ -25,15 +26,5 @@ bool library_lock_watch::is_still_held() const {
     if (stat(library_lock_path, &file) == 0 && file.st_ino == m_number && file.st_dev == m_device) {
         return true;
     }
-    return name_leads_to_handle();
-}
-
-// A semaphore that a process opens again has the same address.
-bool library_lock_watch::name_leads_to_handle() const {
-    sem_t* named = sem_open(library_lock_name, 0);
-    if (named == SEM_FAILED) {
-        return false;
-    }
-    sem_close(named);
-    return named == m_held;
+    return is_named_sem(library_lock_name, m_held);
 }

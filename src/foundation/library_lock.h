@@ -4,10 +4,7 @@
 #include <semaphore.h>
 #include <sys/types.h>
 
-#include <optional>
-
-#include "foundation/signal_block.h"
-
+class signal_block;
 class vask_object;
 
 constexpr char library_lock_name[] = "vask_shm_lock";
@@ -15,9 +12,9 @@ constexpr char library_lock_name[] = "vask_shm_lock";
 // Waits for the library lock as vask_object::shm_lock() does. The semaphore, which the caller posts
 // and closes, or null.
 //
-// With a block, signals are kept away from the wait on, and still are when the lock is held; while
-// a line is printed they are not.
-sem_t* take_library_lock(const vask_object& waiter, std::optional<signal_block>* block);
+// With a block, signals are kept away in the same step, and still are when the lock is held. They
+// come through between short waits, and while a line is printed.
+sem_t* take_library_lock(const vask_object& waiter, signal_block* signals);
 
 // Tells the holder of the library lock whether it still excludes the others. Who has waited for 5
 // seconds takes the holder for dead and replaces the semaphore; a holder that was only stopped or
@@ -25,15 +22,13 @@ sem_t* take_library_lock(const vask_object& waiter, std::optional<signal_block>*
 class library_lock_watch {
 public:
     // The handle stays the caller's and must stay open.
-    explicit library_lock_watch(const sem_t* held);
+    explicit library_lock_watch(sem_t* held);
 
     // Whether the lock's name still leads to the semaphore that is held.
     bool is_still_held() const;
 
 private:
-    bool name_leads_to_handle() const;
-
-    const sem_t* const m_held;
+    sem_t* const m_held;
     dev_t m_device = 0;
     ino_t m_number = 0;
 };

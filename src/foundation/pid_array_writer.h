@@ -25,7 +25,7 @@ public:
     enum class result { done, failed, robbed };
     enum class call { shm_open, mmap, fstat, ftruncate, mremap };
 
-    explicit pid_array_writer(const sem_t* held_lock) : m_lock(held_lock) {}
+    explicit pid_array_writer(sem_t* held_lock) : m_lock(held_lock) {}
 
     // Opens the object of that name, creating it if there is none, gives it room for one entry more
     // than it has, and copies it. Changes nothing of the record.

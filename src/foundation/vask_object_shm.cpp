@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <new>
-#include <optional>
 
 #include "foundation/fail_point.h"
 #include "foundation/library_lock.h"
@@ -12,6 +11,7 @@
 #include "foundation/pid_array_writer.h"
 #include "foundation/signal_block.h"
 #include "foundation/unique_fd.h"
+#include "foundation/withheld_signal.h"
 #include "vask_object.h"
 
 namespace {
@@ -102,7 +102,7 @@ public:
         if (slot != nullptr) {
             m_holds = object.shm_lock();  // which refuses
         } else {
-            slot = take_library_lock(object, &m_block);
+            slot = take_library_lock(object, &m_signals);
             m_holds = slot != nullptr;
         }
     }
@@ -118,7 +118,8 @@ public:
     explicit operator bool() const { return m_holds; }
 
 private:
-    std::optional<signal_block> m_block;  // ends after the lock
+    const withheld_signal m_file_size{SIGXFSZ};  // these end after the lock
+    signal_block m_signals;
     vask_object& m_object;
     bool m_holds = false;
 };
@@ -147,7 +148,7 @@ pid_array_writer::result write_record(pid_array_writer& writer) {
     return written == pid_array_writer::result::done ? ended : written;
 }
 
-registration change_registry(const vask_object& object, const sem_t* held_lock, const char* name,
+registration change_registry(const vask_object& object, sem_t* held_lock, const char* name,
                              unsigned long key) {
     registration made;
     made.has_lock = true;

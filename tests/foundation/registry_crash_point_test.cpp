@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
+#include "foundation/lock_patience.h"
 #include "foundation/registry_fail_point.h"
 #include "foundation/registry_member.h"
 #include "support/interpose.h"
@@ -83,15 +84,26 @@ void vask_fail_point(const char* place) {
     }
 }
 
-// Nobody holds the lock for long here, so that a second of patience is enough.
-extern "C" int sem_timedwait(sem_t* sem, const timespec* deadline) {
-    timespec early = *deadline;
-    early.tv_sec -= 4;
-    const int result = next_function<int(sem_t*, const timespec*)>("sem_timedwait")(sem, &early);
+namespace {
+
+int tell_if_taken(int result) {
     if (result == 0) {
         vask_fail_point("taken");
     }
     return result;
+}
+
+}  // namespace
+
+// Nobody holds the lock for long here, so that a second of patience is enough.
+extern "C" int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
+    const timespec early = scaled_deadline(clock, *deadline, 0.2);
+    return tell_if_taken(next_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(
+        sem, clock, &early));
+}
+
+extern "C" int sem_trywait(sem_t* sem) noexcept {
+    return tell_if_taken(next_function<int(sem_t*)>("sem_trywait")(sem));
 }
 
 extern "C" int sem_post(sem_t* sem) noexcept {
