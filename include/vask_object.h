@@ -534,14 +534,19 @@ public:
 
     /**
      * Registers this process under this object's name, replacing its earlier registration. Blocks
-     * for the library lock.
+     * for the library lock. Signals come through while it waits, not while it holds the lock.
+     * Stopped meanwhile for so long that another process has broken the lock, it leaves the record
+     * alone and begins again. Not for two threads at once with one object. The semaphore of the
+     * lock and the registry belong to the user who registered first: other users cannot register.
      *
      * @param key  0 for none; any number of processes may have none. A key that another live
      *             process holds is refused, and leaves this process unregistered
      * @return true when it is registered; false after a line at ERR: "Key(0xKEY) is already in
      *         use.", "Failed lock shm (shm_name:OBJECT)", or "Failed to call CALL @
-     *         store_pid_to_shm" with shm_open, mmap, fstat, ftruncate or mremap. A full /dev/shm is
-     *         reported as ftruncate's failure
+     *         store_pid_to_shm" with shm_open, mmap, fstat, ftruncate or mremap. A full /dev/shm
+     * and a limit of file size are reported as ftruncate's failure, a registry that cannot be read
+     * as fstat's, and a lack of memory as mremap's. All lines about the record are printed when the
+     * lock is given back
      */
     bool store_pid_to_shm(unsigned long key);
 
@@ -553,8 +558,9 @@ public:
      *         registered. A process that changes its key meanwhile may be listed under both. Empty
      *         when there is no registry or none that may be read (logged at DBG), and when the
      *         clock cannot be read; after a line at ERR empty, or what was found until then:
-     *         "Failed to call mmap @ find_stored_pid_from_shm", or mremap for a registry of more
-     *         than a page. A writer that died at work is logged at WARN, and what it left is listed
+     *         "Failed to call mmap @ find_stored_pid_from_shm" for what is no file, or mremap when
+     *         memory runs out, which is never thrown. A writer that died at work is logged at WARN,
+     *         and what it left is listed
      *
      * Processes that the caller may not signal are not listed.
      */
@@ -570,9 +576,10 @@ public:
 
     /**
      * Drops the entries of this process, of ended processes and unused slots from a registry, in
-     * place. For a writer that holds the library lock and has made the sequence odd.
+     * place. For a writer that holds the library lock, on a copy, or on the record itself with its
+     * sequence odd.
      *
-     * @param array  mapped with at least its count of entries; not null
+     * @param array  memory with at least its count of entries; not null
      * @return the kept entries by key
      */
     std::map<unsigned long, int> resize_pid_array(pid_array* array) const;

@@ -20,6 +20,7 @@
 #include "support/timeout_factor.h"
 
 using namespace vask_test;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -147,12 +148,15 @@ TEST_F(registry_limits, Of_memory_end_no_process_that_looks_up) {
     bytes.append(getppid(), 1);
     bytes.resize(size_t{65} << 20);
     bytes.set_count(1 << 22);
-    forked_process limited([this] {
-        if (!set_soft_limit(RLIMIT_AS, address_space_in_use() + (size_t{16} << 20)))
-            return 1;
-        return find().empty() ? 0 : 2;
-    });
-    EXPECT_EQ(limited.wait_for_end(), 0);
+    // Less than a copy of the record needs, and less than two.
+    for (const size_t mebibytes : {16, 96}) {
+        forked_process limited([this, mebibytes] {
+            return set_soft_limit(RLIMIT_AS, address_space_in_use() + (mebibytes << 20))
+                       ? static_cast<int>(find().size())
+                       : -1;
+        });
+        EXPECT_EQ(limited.wait_for_end(), mebibytes > 64 ? 1 : 0) << mebibytes;
+    }
     EXPECT_THAT(log.lines(),
                 ElementsAre(error("looker", "Failed to call mremap @ find_stored_pid_from_shm")));
 }
@@ -165,14 +169,16 @@ TEST_F(registry_limits, Of_memory_fail_a_registration_and_keep_nobody_else_from_
     bytes.append(getppid(), 1);
     bytes.resize(size_t{65} << 20);
     bytes.set_count(1 << 22);
-    forked_process limited([this] {
-        if (!set_soft_limit(RLIMIT_AS, address_space_in_use() + (size_t{16} << 20)))
-            return 1;
-        return object.store_pid_to_shm(2) ? 2 : 0;
-    });
-    EXPECT_EQ(limited.wait_for_end(), 0);
+    for (const size_t mebibytes : {16, 96}) {
+        forked_process limited([this, mebibytes] {
+            if (!set_soft_limit(RLIMIT_AS, address_space_in_use() + (mebibytes << 20)))
+                return 1;
+            return object.store_pid_to_shm(2) ? 2 : 0;
+        });
+        EXPECT_EQ(limited.wait_for_end(), 0) << mebibytes;
+    }
     EXPECT_THAT(log.lines(),
-                ElementsAre(error("program", "Failed to call mremap @ store_pid_to_shm")));
+                Each(error("program", "Failed to call mremap @ store_pid_to_shm")));
     EXPECT_EQ(bytes.sequence(), 0U);
     EXPECT_EQ(library_lock::value(), 1);
 }
