@@ -440,14 +440,15 @@ public:
      * @param max_count   not below @p init_count; used for nothing else
      * @return a handle for close_named_sem(); null on failure, logged at ERR:
      *         "init_count(N) > max_count(N)" or "Failed to call sem_open(): ERRNO". EINVAL also
-     *         stands for a semaphore of a process with another word size
+     *         stands for a semaphore of a process with another word size, EFBIG for a limit of the
+     *         size of files
      */
     static sem_t* create_named_sem(const char* name, int init_count, int max_count);
 
     /**
      * Closes a handle; the semaphore stays.
      *
-     * @param sem  a handle of create_named_sem()
+     * @param sem  a handle of create_named_sem(); null is none
      * @return false after "Failed to call sem_close(): REASON" at ERR
      */
     static bool close_named_sem(sem_t* sem);
@@ -496,13 +497,15 @@ public:
      *
      * One lock for the whole system, "vask_shm_lock", held by an object while it changes the
      * process registry. Hold it for well under 5 seconds: whoever waits longer takes the holder for
-     * dead and breaks the lock.
+     * dead and breaks the lock. The 5 seconds neither know of the clock being set nor of the time
+     * that the waiter itself was stopped, or the machine asleep.
      */
     ///@{
 
     /**
      * Takes the library lock; blocks until it is free. After 5 seconds of waiting it breaks the
-     * lock, whoever has held it meanwhile, logs that at WARN, and waits for the new one.
+     * lock, whoever has held it meanwhile, logs that at WARN, and waits for the new one. Signals
+     * run their handlers and can end the process, before it holds the lock and while it does.
      *
      * @return true if this object holds the lock now; false without a line when the semaphore
      *         cannot be used, and after "Recursive lock request" at ERR when this object holds it
@@ -534,14 +537,19 @@ public:
 
     /**
      * Registers this process under this object's name, replacing its earlier registration. Blocks
-     * for the library lock.
+     * for the library lock. Signals come through while it waits, not while it holds the lock.
+     * Stopped meanwhile for so long that another process has broken the lock, it leaves the record
+     * alone and begins again. Not for two threads at once with one object. The semaphore of the
+     * lock and the registry belong to the user who registered first: other users cannot register.
      *
      * @param key  0 for none; any number of processes may have none. A key that another live
      *             process holds is refused, and leaves this process unregistered
      * @return true when it is registered; false after a line at ERR: "Key(0xKEY) is already in
      *         use.", "Failed lock shm (shm_name:OBJECT)", or "Failed to call CALL @
-     *         store_pid_to_shm" with shm_open, mmap, fstat, ftruncate or mremap. A full /dev/shm is
-     *         reported as ftruncate's failure
+     *         store_pid_to_shm" with shm_open, mmap, fstat, ftruncate or mremap. A full /dev/shm
+     * and a limit of file size are reported as ftruncate's failure, a registry that cannot be read
+     * as fstat's, and a lack of memory as mremap's. All lines about the record are printed when the
+     * lock is given back
      */
     bool store_pid_to_shm(unsigned long key);
 
@@ -553,8 +561,9 @@ public:
      *         registered. A process that changes its key meanwhile may be listed under both. Empty
      *         when there is no registry or none that may be read (logged at DBG), and when the
      *         clock cannot be read; after a line at ERR empty, or what was found until then:
-     *         "Failed to call mmap @ find_stored_pid_from_shm", or mremap for a registry of more
-     *         than a page. A writer that died at work is logged at WARN, and what it left is listed
+     *         "Failed to call mmap @ find_stored_pid_from_shm" for what is no file, or mremap when
+     *         memory runs out, which is never thrown. A writer that died at work is logged at WARN,
+     *         and what it left is listed
      *
      * Processes that the caller may not signal are not listed.
      */
@@ -570,9 +579,10 @@ public:
 
     /**
      * Drops the entries of this process, of ended processes and unused slots from a registry, in
-     * place. For a writer that holds the library lock and has made the sequence odd.
+     * place. For a writer that holds the library lock, on a copy, or on the record itself with its
+     * sequence odd.
      *
-     * @param array  mapped with at least its count of entries; not null
+     * @param array  memory with at least its count of entries; not null
      * @return the kept entries by key
      */
     std::map<unsigned long, int> resize_pid_array(pid_array* array) const;

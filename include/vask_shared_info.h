@@ -125,9 +125,12 @@ private:
  * that forward to it. The record is created by the first access of any process and outlives them
  * all.
  *
- * Every access holds the record's semaphore for a few instructions. A process that is killed in
- * between leaves it taken, and every later access waits for ever: nobody can tell such a holder
- * from a slow one. Only removing the semaphore helps.
+ * Every access holds the record's semaphore for a few instructions. Who makes the record, sets
+ * something, keeps what was detected or destroys the record lets no signal through meanwhile, but
+ * for SIGKILL, SIGSTOP and those of a fault; who only reads makes no system call, and does. A
+ * process that is ended in between leaves the semaphore taken, and every later access waits for
+ * ever: nobody can tell such a holder from a slow one. Only removing the semaphore and the memory
+ * object helps. Who waits for the semaphore sees a signal within 0.1 seconds.
  *
  * Failures are logged at ERR under the name "vask", as "<vask_shared_info:LINE> ...", those of a
  * semaphore as "<vask_object_sem:LINE> ...". Within a process the first access has to come from one
@@ -146,7 +149,10 @@ public:
     /**
      * Maps a shared-memory object and takes its semaphore. The caller fills the memory in, if
      * vask_shm_context::get_created() says that it is new, and then gives the semaphore back with
-     * vask_object::post_named_sem(). Blocks while another process holds the semaphore.
+     * vask_object::post_named_sem(). Blocks while another process holds the semaphore. Signals are
+     * let through while it waits, and again when it returns: who must not leave the semaphore taken
+     * blocks them before the call. Who waited for a semaphore that was removed meanwhile begins
+     * again with the one that has the name then.
      *
      * @param name    the object's name, without prefix
      * @param size    its size, in bytes; more than 0 for a new one
@@ -183,6 +189,7 @@ public:
 
     /**
      * Removes a memory object from the system; its semaphore stays. Whoever has it mapped keeps it.
+     * Remove the semaphore as well, under the semaphore: vask_object::destroy_sem().
      *
      * @param name  the object's name, without prefix
      * @return false after "Failed to call shm_unlink(OBJECT): REASON"
@@ -204,7 +211,9 @@ public:
     /**
      * Unmaps the record; the next access maps it again.
      *
-     * @param destroy  whether record and semaphore are removed from the system as well
+     * @param destroy  whether record and semaphore are removed from the system as well. That waits
+     *                 for who holds the semaphore, for a second: after that it goes on without.
+     *                 What cannot be removed is logged as "Failed to call shm_unlink(NAME): REASON"
      * @return true, also after "Failed to call unmap_shm()"
      */
     bool unmap_shared_info(bool destroy);
@@ -212,7 +221,8 @@ public:
     /** Fills a new record in. @param rec  not null */
     void init_shared_info(vk_shared_info* rec);
 
-    /** Takes the record's semaphore; blocks.
+    /** Takes the record's semaphore; blocks. Not recursive: who holds it, and calls this, a getter
+     *  or a setter, waits for himself. Signals are let through: block those that end the process.
      *  @return false after "m_shared_info_ctx == NULL" or "sem == NULL" when it is not mapped, and
      *          after a line of vask_object::vask_sem_wait() or vask_object::vask_sem_post() */
     bool lock_shared_info();

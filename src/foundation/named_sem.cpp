@@ -2,16 +2,23 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <utility>
+
+#include "foundation/withheld_signal.h"
 
 namespace {
 
 constexpr int file_lock_attempts = 100;
 constexpr useconds_t file_lock_pause_usec = 10000;
+
+// Most holders are through before that, if they get the processor.
+constexpr int turns_before_waiting = 5;
 
 bool has_right_size(const struct stat& file) {
     return file.st_size == static_cast<off_t>(sizeof(sem_t));
@@ -21,17 +28,20 @@ bool is_same_file(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-}  // namespace
-
-std::string named_sem_path(const char* name) {
-    while (*name == '/') {
-        ++name;
+timespec monotonic_time_in(int msec) {
+    timespec time = {};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    time.tv_sec += msec / 1000;
+    time.tv_nsec += msec % 1000 * 1000000L;
+    if (time.tv_nsec >= 1000000000L) {
+        ++time.tv_sec;
+        time.tv_nsec -= 1000000000L;
     }
-    return std::string("/dev/shm/sem.") + name;
+    return time;
 }
 
-sem_t* open_named_sem(const char* name, mode_t mode, unsigned int value) {
-    sem_t* sem = sem_open(name, O_CREAT, mode, value);
+// Null with errno, and closed, when it could not be opened or its file has another size.
+sem_t* refuse_wrong_size(const char* name, sem_t* sem) {
     if (sem == SEM_FAILED) {
         return nullptr;
     }
@@ -44,19 +54,95 @@ sem_t* open_named_sem(const char* name, mode_t mode, unsigned int value) {
     return sem;
 }
 
+}  // namespace
+
+std::string named_sem_path(const char* name) {
+    while (*name == '/') {
+        ++name;
+    }
+    return std::string("/dev/shm/sem.") + name;
+}
+
+sem_t* open_named_sem(const char* name, mode_t mode, unsigned int value) {
+    // A new one is a file that is written.
+    const withheld_signal limit(SIGXFSZ);
+    return refuse_wrong_size(name, sem_open(name, O_CREAT, mode, value));
+}
+
+sem_t* open_existing_named_sem(const char* name) {
+    return refuse_wrong_size(name, sem_open(name, 0));
+}
+
+bool is_named_sem(const char* name, sem_t* sem) {
+    // Of one semaphore a process has one address, as long as it is open.
+    sem_t* named = sem_open(name, 0);
+    if (named == SEM_FAILED) {
+        return false;
+    }
+    sem_close(named);
+    return named == sem;
+}
+
+bool take_sem_soon(sem_t* sem) {
+    for (int turn = 0; sem_trywait(sem) != 0; ++turn) {
+        if (errno != EAGAIN || turn == turns_before_waiting) {
+            return false;
+        }
+        sched_yield();
+    }
+    return true;
+}
+
+int take_sem_within(sem_t* sem, int msec) {
+    const timespec deadline = monotonic_time_in(msec);
+    while (sem_clockwait(sem, CLOCK_MONOTONIC, &deadline) != 0) {
+        if (errno == ETIMEDOUT) {
+            // Who was stopped meanwhile finds its time over before it has looked again.
+            return sem_trywait(sem) == 0 ? 0 : ETIMEDOUT;
+        }
+        if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+// Signals let through during the wait could strike between its success and the block; signals kept
+// out for all of it would leave nobody but SIGKILL to end a process whose wait never ends. So every
+// attempt runs with the signals blocked, and they are let through between two attempts.
+int take_sem_undisturbed(sem_t* sem, signal_block& signals, int slices) {
+    for (int i = 0;; ++i) {
+        signals.block();
+        if (take_sem_soon(sem)) {
+            return 0;
+        }
+        const int error = take_sem_within(sem, sem_wait_slice_msec);
+        if (error == 0) {
+            return 0;
+        }
+        signals.unblock();
+        if (error != ETIMEDOUT || i + 1 == slices) {
+            return error;
+        }
+    }
+}
+
 tracked_named_sem::tracked_named_sem(const char* name, mode_t mode, unsigned int value)
     : m_name(name), m_path(named_sem_path(name)), m_handle(nullptr) {
-    // Round again while others remove the name between our steps.
-    while (!open_existing()) {
-        if (errno != ENOENT) {
-            return;
-        }
-        sem_t* created = open_named_sem(name, mode, value);
-        if (created == nullptr) {
-            return;
-        }
-        sem_close(created);
+    if (open_existing() || errno != ENOENT) {
+        return;
     }
+    sem_t* created = open_named_sem(name, mode, value);
+    if (created == nullptr) {
+        return;
+    }
+    sem_close(created);
+    if (open_existing() || errno != ENOENT) {
+        return;
+    }
+    // It has no file here, or somebody has removed it again: is_current() tells.
+    m_file = unique_fd();
+    m_handle = open_named_sem(name, mode, value);
 }
 
 tracked_named_sem::~tracked_named_sem() {
@@ -88,7 +174,7 @@ bool tracked_named_sem::open_existing() {
     if (sem == SEM_FAILED) {
         return false;
     }
-    if (!is_current()) {
+    if (!is_file_current()) {
         sem_close(sem);
         errno = ENOENT;
         return false;
@@ -97,21 +183,37 @@ bool tracked_named_sem::open_existing() {
     return true;
 }
 
-bool tracked_named_sem::is_current() const {
+bool tracked_named_sem::is_file_current() const {
     struct stat opened;
     struct stat named;
     return fstat(m_file.get(), &opened) == 0 && stat(m_path.c_str(), &named) == 0 &&
            is_same_file(opened, named);
 }
 
-void tracked_named_sem::close_and_remove() {
-    sem_close(std::exchange(m_handle, nullptr));
-    // The file lock makes test and removal one step among all who break this very semaphore. But
-    // whoever may read the file can lock it and keep it locked, so nobody waits for it long.
+bool tracked_named_sem::is_current() const {
+    return m_file ? is_file_current() : is_named_sem(m_name, m_handle);
+}
+
+void tracked_named_sem::lock_file() const {
     for (int i = 0; i < file_lock_attempts && flock(m_file.get(), LOCK_EX | LOCK_NB) != 0; ++i) {
         usleep(file_lock_pause_usec);
     }
-    if (is_current()) {
+}
+
+void tracked_named_sem::close_and_remove() {
+    if (!m_file) {
+        const bool is_named = is_current();
+        sem_close(std::exchange(m_handle, nullptr));
+        if (is_named) {
+            sem_unlink(m_name);
+        }
+        return;
+    }
+    sem_close(std::exchange(m_handle, nullptr));
+    // The file lock makes test and removal one step among all who break this very semaphore. But
+    // whoever may read the file can lock it and keep it locked, so nobody waits for it long.
+    lock_file();
+    if (is_file_current()) {
         sem_unlink(m_name);
     }
     flock(m_file.get(), LOCK_UN);

@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "foundation/signal_block.h"
 #include "foundation/unique_fd.h"
 
 // The file that stands for a named semaphore.
@@ -17,11 +18,40 @@ std::string named_sem_path(const char* name);
 // using it would be fatal, or corrupt it.
 sem_t* open_named_sem(const char* name, mode_t mode, unsigned int value);
 
+// The same for one that must exist.
+sem_t* open_existing_named_sem(const char* name);
+
+// Whether the name leads to this open semaphore, which must have been opened under that name. Not
+// so where that cannot be told.
+bool is_named_sem(const char* name, sem_t* sem);
+
+// Takes a semaphore that is free, or becomes free within a few turns of the scheduler. Otherwise
+// false, after whatever error.
+bool take_sem_soon(sem_t* sem);
+
+// Takes a semaphore within the given time: 0, ETIMEDOUT or what sem_wait() fails with. Signals do
+// not end the wait. Setting the clock makes it neither longer nor shorter.
+int take_sem_within(sem_t* sem, int msec);
+
+constexpr int sem_wait_slice_msec = 100;
+constexpr int unlimited_sem_wait_slices = -1;
+
+// Takes a semaphore and blocks all signals in one step: nobody is ended by one, or runs its
+// handler, who has the semaphore. Who merely waits sees a signal within a slice. 0 with the signals
+// blocked; otherwise ETIMEDOUT after so many slices, or what sem_wait() fails with, and the signals
+// are not blocked.
+int take_sem_undisturbed(sem_t* sem, signal_block& signals, int slices = unlimited_sem_wait_slices);
+
+// What vask_object says when a wait, or the removal of a name, fails with an error number.
+void report_failed_sem_wait(int error);
+void report_failed_sem_removal(const char* name, int error);
+
 // A named semaphore together with the file it was opened from, so that it can be told from a later
 // one of the same name.
 class tracked_named_sem {
 public:
-    // Opens or creates it like open_named_sem(). Tells success by handle().
+    // Opens or creates it like open_named_sem(). Tells success by handle(). Where named semaphores
+    // have their files elsewhere it does without.
     tracked_named_sem(const char* name, mode_t mode, unsigned int value);
     ~tracked_named_sem();
 
@@ -38,14 +68,18 @@ public:
 
     // Closes the handle, and removes the name unless it leads to another semaphore by now. Of
     // several processes that do this for the same semaphore exactly one removes it, unless a
-    // stranger keeps the file locked: then they go on without that certainty after a second.
+    // stranger keeps the file locked, or there is none: then they go on without that certainty,
+    // after a second.
     void close_and_remove();
 
 private:
     bool open_existing();
+    bool is_file_current() const;
+    void lock_file() const;
 
     const char* const m_name;
     const std::string m_path;
+    // None where semaphores have their files elsewhere.
     unique_fd m_file;
     sem_t* m_handle;
 };

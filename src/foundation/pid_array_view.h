@@ -1,18 +1,12 @@
 #ifndef VASK_PID_ARRAY_VIEW_H
 #define VASK_PID_ARRAY_VIEW_H
 
-#include <sys/types.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
-#include "foundation/shared_mapping.h"
-#include "vask_object.h"
-
-// More processes than the kernel can number cannot be registered, whatever an object claims.
-constexpr std::size_t most_entries = std::size_t{1} << 22;
+#include "foundation/memory_mapping.h"
+#include "foundation/pid_array_bytes.h"
 
 // What a reader of the process registry sees at one instant.
 struct pid_array_snapshot {
@@ -20,49 +14,45 @@ struct pid_array_snapshot {
     std::uint32_t sequence_after = 0;  // read after everything else
     std::size_t entry_count = 0;       // of those that the view shows
     std::size_t wanted_size = 0;       // of a view that holds all entries the object claims to have
+    bool is_readable = true;           // false for what is no file
 
     bool is_stable() const { return sequence % 2 == 0 && sequence_after == sequence; }
 };
 
-// A read-only view of a registry object that others write, shorten and lengthen meanwhile. Nothing
-// is loaded from the mapping directly: the kernel copies out of it, because a load from a page that
-// was cut off would end the process.
+// A reader's copy of a registry object that others write, shorten and lengthen meanwhile. It holds
+// a page at first.
 class pid_array_view {
 public:
     // The descriptor stays the caller's and must stay open.
-    explicit pid_array_view(int fd);
+    explicit pid_array_view(int fd) : m_fd(fd) {}
 
-    // Maps one page. False on failure.
-    bool map();
+    // Copies as much as the view holds.
+    pid_array_snapshot read();
 
-    // Whether the object holds more of what a snapshot wants than the view shows.
-    bool can_grow(const pid_array_snapshot& snapshot);
+    // Whether the object has more of what a snapshot wants than the view holds.
+    bool can_grow(const pid_array_snapshot& snapshot) const;
 
-    // Shows as much of it as there is. False on failure.
+    // Makes room for as much of it as there is. False when there is no memory.
     bool grow(const pid_array_snapshot& snapshot);
 
-    pid_array_snapshot read();
+    // Copies again what a snapshot that is not stable shows, and empties the slots that hold
+    // something else now: the first copy may have mixed two pairs there. No writer stores a pair so
+    // that it shows another one meanwhile, so the same pair twice was stored as a pair.
+    void drop_changed(const pid_array_snapshot& snapshot);
 
     // What was read last, by an index below its entry_count.
     pid_array_entry entry(std::size_t index) const;
 
 private:
-    void make_room();
-    template <typename Value>
-    Value load(std::size_t offset) const;
+    unsigned char* bytes();
+    const unsigned char* bytes() const;
+    std::size_t size() const;
     std::size_t reachable_size(const pid_array_snapshot& snapshot) const;
-    std::size_t read_through_mapping(pid_array_snapshot& snapshot);
-    std::size_t read_through_file(pid_array_snapshot& snapshot);
+    void drop_changed(std::size_t begin, std::size_t end);
 
     const int m_fd;
-    shared_mapping m_mapping;
-
-    // Room for a thousand entries; few registries have more. Allocating that much for each lookup
-    // makes malloc() merge and split what it keeps for small blocks, such as the nodes of the
-    // caller's map.
-    std::array<unsigned char, 16384> m_small_copy;
-    std::vector<unsigned char> m_large_copy;
-    unsigned char* m_copy = nullptr;
+    alignas(pid_array) std::array<unsigned char, 4096> m_first_page;
+    memory_mapping m_pages;  // instead, once that is too small
 };
 
 #endif

@@ -2,6 +2,7 @@
 #include <string.h>
 #include <time.h>
 
+#include "foundation/library_lock.h"
 #include "foundation/named_sem.h"
 #include "vask_object.h"
 
@@ -9,22 +10,43 @@ namespace {
 
 const char source_unit[] = "vask_object_sem";
 
-const char library_lock_name[] = "vask_shm_lock";
 constexpr mode_t library_lock_mode = 0644;
-constexpr time_t library_lock_timeout_sec = 5;
+constexpr int library_lock_timeout_msec = 5000;
+constexpr int library_lock_slice_msec = 500;
 
-enum class lock_result { taken, timed_out, failed };
-
-lock_result wait_until(sem_t* sem, const struct timespec& deadline) {
-    while (sem_timedwait(sem, &deadline) != 0) {
-        if (errno != EINTR) {
-            return errno == ETIMEDOUT ? lock_result::timed_out : lock_result::failed;
-        }
+// The 5 seconds after which a holder counts as dead are as many short waits. A waiter that is
+// stopped meanwhile has not seen the holder all that time, so the stop counts for no more than one
+// of them.
+int wait_for_library_lock(sem_t* sem, signal_block* signals) {
+    if (signals != nullptr) {
+        return take_sem_undisturbed(sem, *signals, library_lock_timeout_msec / sem_wait_slice_msec);
     }
-    return lock_result::taken;
+    int error = ETIMEDOUT;
+    for (int time = 0; time < library_lock_timeout_msec && error == ETIMEDOUT;
+         time += library_lock_slice_msec) {
+        error = take_sem_within(sem, library_lock_slice_msec);
+    }
+    return error;
+}
+
+// A lock is not taken where the time cannot be told.
+bool has_clock() {
+    struct timespec now;
+    return clock_gettime(CLOCK_REALTIME, &now) == 0;
 }
 
 }  // namespace
+
+void report_failed_sem_wait(int error) {
+    vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to sem_wait(): %d\n", source_unit,
+                        __LINE__, error);
+}
+
+void report_failed_sem_removal(const char* name, int error) {
+    // It names the shared-memory call, and is kept.
+    vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call shm_unlink(%s): %s\n",
+                        source_unit, __LINE__, name, strerror(error));
+}
 
 sem_t* vask_object::create_named_sem(const char* name, int init_count, int max_count) {
     if (init_count > max_count) {
@@ -41,7 +63,11 @@ sem_t* vask_object::create_named_sem(const char* name, int init_count, int max_c
 }
 
 bool vask_object::close_named_sem(sem_t* sem) {
-    if (sem_close(sem) != 0) {
+    // The C library is not asked about no semaphore: it may take that for impossible.
+    if (sem == nullptr) {
+        errno = EINVAL;
+    }
+    if (sem == nullptr || sem_close(sem) != 0) {
         vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call sem_close(): %s\n", source_unit,
                __LINE__, strerror(errno));
         return false;
@@ -51,9 +77,7 @@ bool vask_object::close_named_sem(sem_t* sem) {
 
 bool vask_object::destroy_sem(const char* name) {
     if (sem_unlink(name) != 0) {
-        // It names the shared-memory call, and is kept.
-        vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call shm_unlink(%s): %s\n", source_unit,
-               __LINE__, name, strerror(errno));
+        report_failed_sem_removal(name, errno);
         return false;
     }
     return true;
@@ -65,8 +89,7 @@ bool vask_object::vask_sem_wait(sem_t* sem) {
     }
     while (sem_wait(sem) != 0) {
         if (errno != EINTR) {
-            vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to sem_wait(): %d\n", source_unit, __LINE__,
-                   errno);
+            report_failed_sem_wait(errno);
             return false;
         }
     }
@@ -98,35 +121,35 @@ bool vask_object::shm_lock() {
         vask_p(VASK_P_ERR, "Recursive lock request\n");
         return false;
     }
+    shm_lock_sem = take_library_lock(*this, nullptr);
+    return shm_lock_sem != nullptr;
+}
+
+sem_t* take_library_lock(const vask_object& waiter, signal_block* signals) {
     for (;;) {
         tracked_named_sem sem(library_lock_name, library_lock_mode, 1);
-        if (sem.handle() == nullptr) {
-            return false;
+        if (sem.handle() == nullptr || !has_clock()) {
+            return nullptr;
         }
-        struct timespec deadline;
-        if (clock_gettime(CLOCK_REALTIME, &deadline) != 0) {
-            return false;
-        }
-        deadline.tv_sec += library_lock_timeout_sec;
-
-        switch (wait_until(sem.handle(), deadline)) {
-            case lock_result::taken:
+        switch (wait_for_library_lock(sem.handle(), signals)) {
+            case 0:
                 // A lock that was broken meanwhile excludes nobody any more. It goes on to the next
                 // of those who wait for it, so that they all turn to the new one.
                 if (!sem.is_current()) {
                     sem_post(sem.handle());
                     continue;
                 }
-                shm_lock_sem = sem.release();
-                return true;
-            case lock_result::timed_out:
-                vask_p(VASK_P_WARN,
-                       "Possibly, the lock-owner was unexpectedly dead. Force unlock the "
-                       "semaphore.\n");
+                return sem.release();
+            case ETIMEDOUT:
+                // Removed first: whoever reads the line may be slow, and the lock in other hands
+                // then.
                 sem.close_and_remove();
+                waiter.vask_p(VASK_P_WARN,
+                              "Possibly, the lock-owner was unexpectedly dead. Force unlock the "
+                              "semaphore.\n");
                 continue;
-            case lock_result::failed:
-                return false;
+            default:
+                return nullptr;
         }
     }
 }

@@ -1,3 +1,5 @@
+#include "shared_info/shm_mapping.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
@@ -5,55 +7,57 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <memory>
 #include <new>
 #include <optional>
 
 #include "foundation/named_sem.h"
+#include "foundation/shm_reserve.h"
 #include "foundation/unique_fd.h"
 #include "vask_object.h"
-#include "vask_shared_info.h"
 
 namespace {
 
 const char source_unit[] = "vask_shared_info";
 
-// What failed while the semaphore was held. The line about it is written after the semaphore was
-// given back, because writing may block.
-enum class map_step { open, size, map };
+// After this time a holder of the semaphore is not waited for any more.
+constexpr int removal_patience_slices = 10;
+static_assert(removal_patience_slices * sem_wait_slice_msec == 1000);
+
+// What failed after the semaphore was opened. The line about it is written after the semaphore was
+// given back and the signals were let through, because writing may block.
+enum class map_step { wait, open, size, map };
 
 struct map_failure {
     map_step step;
     int error;
 };
 
-// Without memory behind it a page of a full file system would make the first write fatal. Does not
-// change the object's size. 0 or an error number.
-int reserve_memory(int fd, std::uint64_t size) {
-    while (fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size)) != 0) {
-        if (errno != EINTR) {
-            return errno == EOPNOTSUPP ? 0 : errno;
-        }
+// 0 or an error number.
+int size_new_object(int fd, off_t size) {
+    if (const int error = set_shm_size(fd, size)) {
+        return error;
     }
-    return 0;
+    return reserve_shm(fd, 0, size);
 }
 
-// 0 or an error number.
-int size_new_object(int fd, std::uint64_t size) {
-    if (ftruncate(fd, static_cast<off_t>(size)) != 0) {
-        return errno;
-    }
-    return reserve_memory(fd, size);
+// Not so where somebody has reserved memory behind the end of an object with holes. That one could
+// as well make holes later, which nobody can prevent.
+bool has_all_memory(const struct stat& object) {
+    return object.st_blocks >= object.st_size / 512 + (object.st_size % 512 != 0);
 }
 
 // 0 or an error number. An existing object that is shorter is refused: an access behind its end
-// would be fatal, or lost.
+// would be fatal, or lost. One with holes still needs memory: without it an access to a hole would
+// be fatal as soon as the file system is full.
 int check_existing_object(int fd, std::uint64_t size) {
     struct stat info;
     if (fstat(fd, &info) != 0) {
         return errno;
     }
-    return static_cast<std::uint64_t>(info.st_size) < size ? EINVAL : reserve_memory(fd, size);
+    if (static_cast<std::uint64_t>(info.st_size) < size) {
+        return EINVAL;
+    }
+    return has_all_memory(info) ? 0 : reserve_shm(fd, 0, static_cast<off_t>(size));
 }
 
 // 0 or an error number.
@@ -79,7 +83,7 @@ int open_object(const char* name, bool create, bool& created) {
 
 std::optional<map_failure> size_and_map(int fd, bool created, vask_shm_context& ctx) {
     if (created) {
-        if (const int error = size_new_object(fd, ctx.get_size())) {
+        if (const int error = size_new_object(fd, static_cast<off_t>(ctx.get_size()))) {
             return map_failure{map_step::size, error};
         }
     } else if (const int error = check_existing_object(fd, ctx.get_size())) {
@@ -109,6 +113,9 @@ std::optional<map_failure> open_and_map(const char* name, bool create, vask_shm_
 
 void report(const map_failure& failure) {
     switch (failure.step) {
+        case map_step::wait:
+            report_failed_sem_wait(failure.error);
+            break;
         case map_step::open:
             vask_object::vask_p("vask", VASK_P_ERR,
                                 "<%s:%d> Failed to call shm_open: %d @ map_shared_info\n",
@@ -132,23 +139,146 @@ bool semaphore_exists(const char* name) {
     return stat(named_sem_path(name).c_str(), &info) == 0;
 }
 
-}  // namespace
-
-vask_shm_context* vask_shared_info::map_shm(const char* name, unsigned long size, bool create) {
+// Null, after a line, when there is no memory for it or it would have no size.
+std::unique_ptr<vask_shm_context> make_context(const char* name, unsigned long size, bool create) {
     std::unique_ptr<vask_shm_context> ctx(new (std::nothrow) vask_shm_context(name, size));
     if (!ctx) {
         vask_object::vask_p("vask", VASK_P_ERR,
                             "<%s:%d> Failed to create vask_shm_context instance\n", source_unit,
                             __LINE__);
-        return nullptr;
-    }
-    if (create && size == 0) {
+    } else if (create && size == 0) {
         vask_object::vask_p("vask", VASK_P_ERR,
                             "<%s:%d> Size must be larger than zero when create flag is true.\n",
                             source_unit, __LINE__);
-        return nullptr;
+        ctx.reset();
     }
-    return map_shm_platform(ctx.get(), create) ? ctx.release() : nullptr;
+    return ctx;
+}
+
+// Opens the semaphore and takes it, with the signals blocked. Null without a line where there is
+// none and none is to be created, and otherwise after a line.
+sem_t* take_context_sem(const std::string& name, bool create, signal_block& signals) {
+    for (;;) {
+        if (!create && !semaphore_exists(name.c_str())) {
+            return nullptr;
+        }
+        // Stays open when the rest fails.
+        sem_t* sem = vask_object::create_named_sem(name.c_str(), 1, 1);
+        if (sem == nullptr) {
+            return nullptr;
+        }
+        if (const int error = take_sem_undisturbed(sem, signals)) {
+            report({map_step::wait, error});
+            return nullptr;
+        }
+        // A semaphore that was removed meanwhile excludes nobody who comes later. It goes on to the
+        // next of those who wait for it, so that they all turn to the new one.
+        if (is_named_sem(name.c_str(), sem)) {
+            return sem;
+        }
+        sem_post(sem);
+        signals.unblock();
+        sem_close(sem);
+    }
+}
+
+bool map_context(vask_shm_context& ctx, bool create, signal_block& signals) {
+    sem_t* sem = take_context_sem(ctx.get_sem_name(), create, signals);
+    if (sem == nullptr) {
+        return false;
+    }
+    const std::string shm_name = ctx.get_shm_name();
+    const std::optional<map_failure> failure = open_and_map(shm_name.c_str(), create, ctx);
+    if (failure) {
+        const bool posted = sem_post(sem) == 0;
+        signals.unblock();
+        if (!posted) {
+            vask_object::post_named_sem(sem);
+        }
+        report(*failure);
+        return false;
+    }
+    ctx.set_sem(sem);
+    return true;
+}
+
+int error_of(int result) {
+    return result == 0 ? 0 : errno;
+}
+
+void report_failed_removal(const std::string& name, int error) {
+    vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call shm_unlink(%s): %s\n",
+                        source_unit, __LINE__, name.c_str(), strerror(error));
+}
+
+// The semaphore of what is to be removed.
+struct sem_for_removal {
+    sem_t* held;  // null where there is none, it cannot be had, or nobody gives it back
+    bool exists;
+};
+
+sem_for_removal take_sem_for_removal(const char* name, signal_block& signals) {
+    for (;;) {
+        sem_t* sem = open_existing_named_sem(name);
+        if (sem == nullptr) {
+            return {nullptr, errno != ENOENT};
+        }
+        const bool is_taken = take_sem_undisturbed(sem, signals, removal_patience_slices) == 0;
+        if (is_taken && is_named_sem(name, sem)) {
+            return {sem, true};
+        }
+        if (is_taken) {
+            sem_post(sem);
+            signals.unblock();
+        }
+        sem_close(sem);
+        if (!is_taken) {
+            return {nullptr, true};
+        }
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<vask_shm_context> map_shm_undisturbed(const char* name, unsigned long size,
+                                                      bool create, signal_block& signals) {
+    std::unique_ptr<vask_shm_context> ctx = make_context(name, size, create);
+    if (ctx && !map_context(*ctx, create, signals)) {
+        ctx.reset();
+    }
+    return ctx;
+}
+
+// Who waits for the semaphore meanwhile gets it when both are gone, sees that the name leads to
+// another one or to none, and begins again. Who has both mapped goes on with what others cannot
+// reach.
+void remove_shm_and_sem(const std::string& name) {
+    const vask_shm_context names(name.c_str(), 0);
+    const std::string shm_name = names.get_shm_name();
+    const std::string sem_name = names.get_sem_name();
+
+    signal_block signals;
+    const sem_for_removal sem = take_sem_for_removal(sem_name.c_str(), signals);
+    const int shm_error = error_of(shm_unlink(shm_name.c_str()));
+    // One that has come meanwhile belongs to a new object.
+    const int sem_error = sem.exists ? error_of(sem_unlink(sem_name.c_str())) : ENOENT;
+    if (sem.held != nullptr) {
+        sem_post(sem.held);
+        sem_close(sem.held);
+    }
+    signals.unblock();
+
+    if (shm_error != 0) {
+        report_failed_removal(shm_name, shm_error);
+    }
+    if (sem_error != 0) {
+        report_failed_sem_removal(sem_name.c_str(), sem_error);
+    }
+}
+
+vask_shm_context* vask_shared_info::map_shm(const char* name, unsigned long size, bool create) {
+    signal_block signals;
+    return map_shm_undisturbed(name, size, create, signals).release();
 }
 
 bool vask_shared_info::map_shm_platform(vask_shm_context* ctx, bool create) {
@@ -156,24 +286,8 @@ bool vask_shared_info::map_shm_platform(vask_shm_context* ctx, bool create) {
         vask_object::vask_p("vask", VASK_P_BUG, "<%s:%d> context is NULL\n", source_unit, __LINE__);
         return false;
     }
-    const std::string sem_name = ctx->get_sem_name();
-    const std::string shm_name = ctx->get_shm_name();
-    if (!create && !semaphore_exists(sem_name.c_str())) {
-        return false;
-    }
-    // Stays open when the rest fails.
-    sem_t* sem = vask_object::create_named_sem(sem_name.c_str(), 1, 1);
-    if (!vask_object::wait_named_sem(sem)) {
-        return false;
-    }
-    const std::optional<map_failure> failure = open_and_map(shm_name.c_str(), create, *ctx);
-    if (failure) {
-        vask_object::post_named_sem(sem);
-        report(*failure);
-        return false;
-    }
-    ctx->set_sem(sem);
-    return true;
+    signal_block signals;
+    return map_context(*ctx, create, signals);
 }
 
 bool vask_shared_info::unmap_shm(vask_shm_context* ctx) {
@@ -200,8 +314,7 @@ bool vask_shared_info::unmap_shm(vask_shm_context* ctx) {
 bool vask_shared_info::destroy_shm(const char* name) {
     const std::string shm_name = vask_shm_context(name, 0).get_shm_name();
     if (shm_unlink(shm_name.c_str()) != 0) {
-        vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call shm_unlink(%s): %s\n",
-                            source_unit, __LINE__, shm_name.c_str(), strerror(errno));
+        report_failed_removal(shm_name, errno);
         return false;
     }
     return true;

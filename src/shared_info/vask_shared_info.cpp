@@ -2,7 +2,10 @@
 
 #include <cstddef>
 
+#include "foundation/named_sem.h"
+#include "foundation/signal_block.h"
 #include "shared_info/hardware_detection.h"
+#include "shared_info/shm_mapping.h"
 #include "vask_object.h"
 
 static_assert(sizeof(vk_shared_info) == 2064, "shared by all processes");
@@ -42,39 +45,81 @@ sem_t* sem_of(const vask_shm_context* ctx) {
 
 // The record, filled in and free to be locked; null when it cannot be mapped. Out of the way, too.
 __attribute__((noinline)) vask_shm_context* map_record(vask_shared_info& info, bool create) {
+    signal_block signals;
     vask_shm_context* ctx =
-        vask_shared_info::map_shm(shared_info_name, sizeof(vk_shared_info), create);
+        map_shm_undisturbed(shared_info_name, sizeof(vk_shared_info), create, signals).release();
     if (ctx == nullptr) {
         return nullptr;
     }
     if (ctx->get_created()) {
         info.init_shared_info(static_cast<vk_shared_info*>(ctx->get_addr()));
     }
-    vask_object::post_named_sem(ctx->get_sem());
+    const bool posted = sem_post(ctx->get_sem()) == 0;
+    signals.unblock();
+    if (!posted) {
+        vask_object::post_named_sem(ctx->get_sem());
+    }
     return ctx;
 }
 
 enum class access_result { done, not_mapped, not_locked };
 
-// Runs an access to the record under its semaphore. Nothing in it may block.
-template <typename Access>
-access_result access_record(vask_shared_info& info, vask_shm_context* const& ctx, Access access) {
-    vk_shared_info* record = info.map_shared_info(true);
-    if (record == nullptr) {
+// What taking the record needs.
+struct mapped_record {
+    vk_shared_info* record;
+    sem_t* sem;
+};
+
+// Without a record or a semaphore the result says which.
+access_result find(vask_shared_info& info, vask_shm_context* const& ctx, mapped_record& found) {
+    found.record = info.map_shared_info(true);
+    if (found.record == nullptr) {
         return access_result::not_mapped;
     }
-    sem_t* sem = sem_of(ctx);
-    if (sem == nullptr) {
-        return access_result::not_locked;
+    found.sem = sem_of(ctx);
+    return found.sem != nullptr ? access_result::done : access_result::not_locked;
+}
+
+// Runs an access to the record under its semaphore. Nothing in it may block. It makes no system
+// call while the semaphore is free, so a signal that ends the process may strike while it is held.
+template <typename Access>
+access_result read_record(vask_shared_info& info, vask_shm_context* const& ctx, Access access) {
+    mapped_record found;
+    const access_result result = find(info, ctx, found);
+    if (result != access_result::done) {
+        return result;
     }
     // Called here, where they can be had for the price of two calls. What fails is repeated, and
     // reported, by the base object.
-    if (sem_wait(sem) != 0 && !vask_object::vask_sem_wait(sem)) {
+    if (!take_sem_soon(found.sem) && sem_wait(found.sem) != 0 &&
+        !vask_object::vask_sem_wait(found.sem)) {
         return access_result::not_locked;
     }
-    access(*record);
-    if (sem_post(sem) != 0) {
-        vask_object::vask_sem_post(sem);
+    access(*found.record);
+    if (sem_post(found.sem) != 0) {
+        vask_object::vask_sem_post(found.sem);
+    }
+    return access_result::done;
+}
+
+// The same, undisturbed by signals, for two system calls.
+template <typename Access>
+access_result change_record(vask_shared_info& info, vask_shm_context* const& ctx, Access access) {
+    mapped_record found;
+    const access_result result = find(info, ctx, found);
+    if (result != access_result::done) {
+        return result;
+    }
+    signal_block signals;
+    if (const int error = take_sem_undisturbed(found.sem, signals)) {
+        report_failed_sem_wait(error);
+        return access_result::not_locked;
+    }
+    access(*found.record);
+    const bool posted = sem_post(found.sem) == 0;
+    signals.unblock();
+    if (!posted) {
+        vask_object::vask_sem_post(found.sem);
     }
     return access_result::done;
 }
@@ -92,17 +137,26 @@ template <typename Type>
 Type get_or_detect(vask_shared_info& info, vask_shm_context* const& ctx,
                    std::int32_t vk_shared_info::*field, Type error, bool force,
                    Type (vask_shared_info::*detect)()) {
+    const vk_shared_info* record = info.map_shared_info(true);
+    if (record == nullptr) {
+        return error;
+    }
+    // A look without the semaphore only decides whether to keep signals away: what is known already
+    // costs no system call.
+    const bool is_known = !force && load(record->*field) != 0;
     std::int32_t cached = 0;
-    const auto read = [&](const vk_shared_info& record) { cached = load(record.*field); };
-    if (access_record(info, ctx, read) != access_result::done) {
+    const auto read = [&](const vk_shared_info& shared) { cached = load(shared.*field); };
+    const access_result result =
+        is_known ? read_record(info, ctx, read) : change_record(info, ctx, read);
+    if (result != access_result::done) {
         return error;
     }
     if (!force && cached != 0) {
         return static_cast<Type>(cached);
     }
     const Type detected = (info.*detect)();
-    const auto keep = [&](vk_shared_info& record) { store<std::int32_t>(record.*field, detected); };
-    return access_record(info, ctx, keep) == access_result::done ? detected : error;
+    const auto keep = [&](vk_shared_info& shared) { store<std::int32_t>(shared.*field, detected); };
+    return change_record(info, ctx, keep) == access_result::done ? detected : error;
 }
 
 template <std::size_t Count>
@@ -131,15 +185,13 @@ bool vask_shared_info::unmap_shared_info(bool destroy) {
         return true;
     }
     const std::string name = m_shared_info_ctx->get_name();
-    const std::string sem_name = m_shared_info_ctx->get_sem_name();
     if (!unmap_shm(m_shared_info_ctx)) {
         vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call unmap_shm()\n", source_unit,
                             __LINE__);
     }
     m_shared_info_ctx = nullptr;
     if (destroy) {
-        destroy_shm(name.c_str());
-        vask_object::destroy_sem(sem_name.c_str());
+        remove_shm_and_sem(name);
     }
     return true;
 }
@@ -159,21 +211,21 @@ bool vask_shared_info::unlock_shared_info() {
 }
 
 bool vask_shared_info::set_monitor_rotation(vask_monitor_rotation_type rotation) {
-    return access_record(*this, m_shared_info_ctx, [&](vk_shared_info& record) {
+    return change_record(*this, m_shared_info_ctx, [&](vk_shared_info& record) {
                store<std::int32_t>(record.monitor_rotation, rotation);
            }) == access_result::done;
 }
 
 vask_monitor_rotation_type vask_shared_info::get_monitor_rotation() {
     std::int32_t rotation = VASK_MONITOR_ROTATION_ERROR;
-    access_record(*this, m_shared_info_ctx,
-                  [&](const vk_shared_info& record) { rotation = load(record.monitor_rotation); });
+    read_record(*this, m_shared_info_ctx,
+                [&](const vk_shared_info& record) { rotation = load(record.monitor_rotation); });
     return static_cast<vask_monitor_rotation_type>(rotation);
 }
 
 void vask_shared_info::set_pseudo_portrait_flag(bool is_pseudo_portrait) {
     const access_result result =
-        access_record(*this, m_shared_info_ctx, [&](vk_shared_info& record) {
+        change_record(*this, m_shared_info_ctx, [&](vk_shared_info& record) {
             store<std::uint8_t>(record.pseudo_portrait, is_pseudo_portrait);
         });
     report_when_not_locked(result, __LINE__);
@@ -182,7 +234,7 @@ void vask_shared_info::set_pseudo_portrait_flag(bool is_pseudo_portrait) {
 bool vask_shared_info::get_pseudo_portrait_flag() {
     bool is_pseudo_portrait = false;
     const access_result result =
-        access_record(*this, m_shared_info_ctx, [&](const vk_shared_info& record) {
+        read_record(*this, m_shared_info_ctx, [&](const vk_shared_info& record) {
             is_pseudo_portrait = load(record.pseudo_portrait) != 0;
         });
     report_when_not_locked(result, __LINE__);

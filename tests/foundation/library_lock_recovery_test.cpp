@@ -2,13 +2,16 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
+#include <time.h>
 
 #include <chrono>
 #include <memory>
 #include <thread>
 
 #include "foundation/library_lock_state.h"
+#include "support/process_list.h"
 #include "support/timeout_factor.h"
 
 using namespace vask_test;
@@ -29,8 +32,13 @@ double slack() {
     return 3 * timeout_factor();
 }
 
+// By how much the clock has been set, in seconds, since it was read for a deadline.
+std::atomic<time_t> clock_set_by{0};
+
 class library_lock_recovery : public testing::Test {
 protected:
+    ~library_lock_recovery() override { clock_set_by = 0; }
+
     shared_objects_removed cleanup;
     log_catcher log;
 };
@@ -74,6 +82,61 @@ struct holders {
 };
 
 }  // namespace
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    if (clock == CLOCK_REALTIME) {
+        time->tv_sec -= clock_set_by;
+    }
+    return result;
+}
+
+TEST_F(library_lock_recovery, Spares_a_living_holder_when_the_clock_is_set_forward) {
+    named_object holder("holder");
+    ASSERT_TRUE(holder.shm_lock());
+    const ino_t identity = library_lock::identity();
+    forked_process waiter([] {
+        clock_set_by = 3600;
+        named_object object("waiter");
+        return object.shm_lock() ? 0 : 1;
+    });
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_TRUE(waiter.is_running());
+    holder.shm_unlock();
+    EXPECT_EQ(waiter.wait_for_end(), 0);
+    EXPECT_EQ(library_lock::identity(), identity);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(library_lock_recovery, Takes_no_longer_when_the_clock_is_set_back) {
+    library_lock::leave_to_a_dead_holder();
+    named_object object("object");
+    clock_set_by = -3600;
+    const clock_type::time_point start = clock_type::now();
+    EXPECT_TRUE(object.shm_lock());
+    EXPECT_GE(seconds_since(start), 4.9);
+    EXPECT_LE(seconds_since(start), 5 + slack());
+    EXPECT_THAT(log.lines(), ElementsAre(library_lock::forced("object")));
+}
+
+TEST_F(library_lock_recovery, Spares_a_living_holder_when_the_waiter_was_stopped_meanwhile) {
+    named_object holder("holder");
+    ASSERT_TRUE(holder.shm_lock());
+    forked_process waiter([] {
+        named_object object("waiter");
+        return object.shm_lock() ? 0 : 1;
+    });
+    ASSERT_TRUE(wait_until_without_loop(
+        [&waiter] { return kernel_position(waiter.pid()).find("futex") != std::string::npos; }));
+    kill(waiter.pid(), SIGSTOP);
+    std::this_thread::sleep_for(std::chrono::seconds(6));
+    kill(waiter.pid(), SIGCONT);
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_TRUE(waiter.is_running());
+    holder.shm_unlock();
+    EXPECT_EQ(waiter.wait_for_end(), 0);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
 
 TEST_F(library_lock_recovery, Takes_5_seconds_after_the_holder_was_killed) {
     library_lock::leave_to_a_dead_holder();

@@ -27,6 +27,7 @@ constexpr char path[] = "/dev/shm/sem.test_sem";
 
 int sem_wait_error = 0;
 std::atomic<int> interruptions_of_wait{0};
+int closed_nulls = 0;
 
 int value_of(sem_t* sem) {
     int value = -1;
@@ -57,6 +58,13 @@ private:
 };
 
 }  // namespace
+
+// Which the C library may take for impossible.
+extern "C" int sem_close(sem_t* sem) noexcept {
+    volatile sem_t* const given = sem;
+    closed_nulls += given == nullptr;
+    return next_function<int(sem_t*)>("sem_close")(sem);
+}
 
 extern "C" int sem_wait(sem_t* sem) {
     if (sem_wait_error != 0) {
@@ -167,6 +175,12 @@ TEST_F(named_sem, Cannot_be_closed_when_it_is_not_open) {
     unnamed_sem sem(0);
     EXPECT_FALSE(vask_object::close_named_sem(sem.get()));
     EXPECT_THAT(log.lines(), ElementsAre(failure("Failed to call sem_close(): Invalid argument")));
+}
+
+TEST_F(named_sem, Cannot_be_closed_when_there_is_none) {
+    EXPECT_FALSE(vask_object::close_named_sem(nullptr));
+    EXPECT_THAT(log.lines(), ElementsAre(failure("Failed to call sem_close(): Invalid argument")));
+    EXPECT_EQ(closed_nulls, 0);
 }
 
 TEST_F(named_sem, Is_destroyed_by_name) {

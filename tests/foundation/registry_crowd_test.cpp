@@ -11,6 +11,7 @@
 #include <random>
 #include <thread>
 
+#include "foundation/lock_patience.h"
 #include "foundation/registry_member.h"
 #include "support/interpose.h"
 #include "support/timeout_factor.h"
@@ -144,16 +145,27 @@ protected:
 
 }  // namespace
 
-// Who dies between the two lines of either function is not told from a dead holder, so that one
-// more than there were may be counted.
-extern "C" int sem_timedwait(sem_t* sem, const timespec* deadline) {
-    timespec late = *deadline;
-    late.tv_sec += extra_patience_sec();
-    const int result = next_function<int(sem_t*, const timespec*)>("sem_timedwait")(sem, &late);
+namespace {
+
+int note_hold(int result) {
     if (own_report && result == 0) {
         own_report->holds_lock = true;
     }
     return result;
+}
+
+}  // namespace
+
+// Who dies between the call and the note of either function is not told from a dead holder, so that
+// one more than there were may be counted.
+extern "C" int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
+    const timespec late = scaled_deadline(clock, *deadline, slowness * timeout_factor());
+    return note_hold(
+        next_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(sem, clock, &late));
+}
+
+extern "C" int sem_trywait(sem_t* sem) noexcept {
+    return note_hold(next_function<int(sem_t*)>("sem_trywait")(sem));
 }
 
 extern "C" int sem_post(sem_t* sem) noexcept {

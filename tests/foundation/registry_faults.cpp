@@ -5,7 +5,6 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -26,6 +25,32 @@ counts seen;
 namespace {
 
 constexpr char registry_objects[] = "vask_proc_pid_";
+
+// Only shm_open() adds this flag.
+bool is_opened_by_library(int fd) {
+    return (fcntl(fd, F_GETFL) & O_NOFOLLOW) != 0 && vask_test::leads_to(fd, registry_objects);
+}
+
+bool may_write(int fd) {
+    return (fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDWR;
+}
+
+// A lookup reads the sequence, the record and the sequence again, and then perhaps entries alone.
+void observe_lookup(void* bytes, size_t size, off_t offset) {
+    static bool record_was_read = false;
+    const bool is_sequence = offset == 0 && size == sizeof(uint32_t);
+    if (is_sequence && record_was_read && now.sequence_is_restless) {
+        *static_cast<uint32_t*>(bytes) += 2;
+    }
+    record_was_read = !is_sequence && offset == 0;
+    seen.lookup_steps.push_back(is_sequence ? 's' : offset == 0 ? 'r' : 'e');
+    if (record_was_read && now.after_copy) {
+        now.after_copy(bytes);
+    }
+    if (!is_sequence && offset != 0 && now.after_second_copy) {
+        now.after_second_copy();
+    }
+}
 
 }  // namespace
 
@@ -88,33 +113,33 @@ int ftruncate(int fd, off_t size) noexcept {
     return next_file_function<int(int, off_t)>("ftruncate")(fd, size);
 }
 
-int posix_fallocate(int fd, off_t offset, off_t length) {
-    if (now.fails_on("posix_fallocate", fd, registry_objects)) {
-        return now.failing_error;
+ssize_t pread(int fd, void* bytes, size_t size, off_t offset) {
+    if (!is_opened_by_library(fd)) {
+        return next_file_function<ssize_t(int, void*, size_t, off_t)>("pread")(fd, bytes, size,
+                                                                               offset);
     }
-    if (now.interrupted_fallocations > 0) {
-        --now.interrupted_fallocations;
-        return EINTR;
-    }
-    return next_file_function<int(int, off_t, off_t)>("posix_fallocate")(fd, offset, length);
-}
-
-ssize_t process_vm_readv(pid_t pid, const iovec* local, unsigned long local_count,
-                         const iovec* remote, unsigned long remote_count,
-                         unsigned long flags) noexcept {
-    ++seen.process_vm_readv;
-    if (now.fails("process_vm_readv")) {
+    if (now.fails("pread")) {
         return -1;
     }
     const ssize_t result =
-        syscall(SYS_process_vm_readv, pid, local, local_count, remote, remote_count, flags);
-    if (now.sequence_is_restless) {
-        *static_cast<uint32_t*>(local[local_count - 1].iov_base) += 2;
-    }
-    if (now.after_copy) {
-        now.after_copy();
+        next_file_function<ssize_t(int, void*, size_t, off_t)>("pread")(fd, bytes, size, offset);
+    if (!may_write(fd)) {
+        observe_lookup(bytes, size, offset);
     }
     return result;
+}
+
+ssize_t pwrite(int fd, const void* bytes, size_t size, off_t offset) {
+    if (is_opened_by_library(fd)) {
+        if (now.writes_before_failure > 0) {
+            --now.writes_before_failure;
+        } else if (now.fails("pwrite")) {
+            return -1;
+        }
+        ++seen.pwrite;
+    }
+    return next_file_function<ssize_t(int, const void*, size_t, off_t)>("pwrite")(fd, bytes, size,
+                                                                                  offset);
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {

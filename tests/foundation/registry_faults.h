@@ -4,16 +4,16 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <string>
 
 #include "support/call_fault.h"
 
 /** Faults of system calls; those on descriptors hit registries alone. */
 namespace registry_faults {
 
-// The calls that can fail: shm_open, mmap, fstat, posix_fallocate, ftruncate, mremap,
-// process_vm_readv.
+// The calls that can fail: shm_open, mmap, fstat, pread, pwrite, ftruncate, mremap.
 struct plan : vask_test::call_fault {
-    int interrupted_fallocations = 0;
+    int writes_before_failure = 0;
     bool creating_is_forbidden = false;
 
     // The monotonic clock: how much later every reading is, and how many readings succeed.
@@ -23,8 +23,12 @@ struct plan : vask_test::call_fault {
     // The sequence is another one whenever it is read the second time.
     bool sequence_is_restless = false;
 
-    // Runs after the record was copied, before the library looks at the copy.
-    std::function<void()> after_copy;
+    // Runs after a lookup has copied the record, before it reads the sequence again or looks at the
+    // copy; gets the copy.
+    std::function<void(void*)> after_copy;
+
+    // Runs after a lookup has copied entries a second time, because the record was not at rest.
+    std::function<void()> after_second_copy;
 };
 
 extern plan now;
@@ -32,9 +36,12 @@ extern plan now;
 /** What the library has asked for since the start. */
 struct counts {
     int shm_open_creating = 0;
-    int process_vm_readv = 0;
+    int pwrite = 0;
     int mremap = 0;
     size_t largest_mapping = 0;
+
+    // What lookups have read: (s)equence, (r)ecord, (e)ntries alone.
+    std::string lookup_steps;
 };
 
 extern counts seen;

@@ -159,7 +159,7 @@ TEST_F(registry_strange_object, That_shrinks_after_it_was_mapped_is_read_as_it_i
     bytes.fill(255, my_pid);
     bytes.set_sequence(1);
     int copies = 0;
-    registry_faults::now.after_copy = [&] {
+    registry_faults::now.after_copy = [&](void*) {
         if (++copies == 1) {
             bytes.resize(0);
         }
@@ -172,7 +172,7 @@ TEST_F(registry_strange_object, That_shrinks_after_the_view_has_grown_is_read_as
     bytes.fill(600, my_pid);
     bytes.set_sequence(1);
     int copies = 0;
-    registry_faults::now.after_copy = [&] {
+    registry_faults::now.after_copy = [&](void*) {
         if (++copies == 2) {
             bytes.set_sequence(2);
             bytes.set_count(10);

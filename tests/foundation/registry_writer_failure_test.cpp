@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "foundation/paused_child.h"
 #include "foundation/registry_faults.h"
 #include "foundation/registry_member.h"
 
@@ -92,14 +93,14 @@ TEST_P(registry_writer_fault, Does_not_keep_a_later_registration_from_success) {
 
 INSTANTIATE_TEST_SUITE_P(calls, registry_writer_fault,
                          testing::Values(fault{"shm_open", "shm_open"}, fault{"mmap", "mmap"},
-                                         fault{"fstat", "fstat"},
-                                         fault{"posix_fallocate", "ftruncate"},
+                                         fault{"fstat", "fstat"}, fault{"pread", "fstat"},
+                                         fault{"pwrite", "ftruncate"},
                                          fault{"ftruncate", "ftruncate"},
                                          fault{"mremap", "mremap"}),
                          [](const auto& info) { return std::string(info.param.call); });
 
 TEST_F(registry_writer_failure, Leaves_an_empty_object_that_the_next_writer_takes) {
-    for (const char* call : {"mmap", "fstat", "posix_fallocate"}) {
+    for (const char* call : {"mmap", "fstat", "pread", "pwrite"}) {
         EXPECT_FALSE(store_while_failing(call, 1)) << call;
     }
     EXPECT_EQ(registry_object("program").size(), 0U);
@@ -107,11 +108,41 @@ TEST_F(registry_writer_failure, Leaves_an_empty_object_that_the_next_writer_take
     EXPECT_THAT(find(), ElementsAre(Pair(1, my_pid)));
 }
 
-TEST_F(registry_writer_failure, Is_none_when_a_signal_interrupts_the_reservation) {
-    registry_faults::now.interrupted_fallocations = 3;
-    EXPECT_TRUE(object.store_pid_to_shm(1));
-    EXPECT_EQ(registry_faults::now.interrupted_fallocations, 0);
-    EXPECT_THAT(log.lines(), IsEmpty());
+// A stranger may cut the object off while there is no memory to make it longer again.
+TEST_F(registry_writer_failure, Of_any_write_loses_no_other_process) {
+    const registry_member first("program", 1);
+    const registry_member second("program", 2);
+    const registry_member third("program", 3);
+    for (int writes = 0;; ++writes) {
+        SCOPED_TRACE(writes);
+        registry_object bytes("program");
+        bytes.resize(0);
+        bytes.append(pid_of_nobody, 9);
+        bytes.append(first.pid(), 1);
+        bytes.append(second.pid(), 2);
+        bytes.append(third.pid(), 3);
+        registry_faults::now.writes_before_failure = writes;
+        registry_faults::now.failing_error = ENOSPC;
+        log.clear();
+        if (store_while_failing("pwrite", 4)) {
+            break;
+        }
+        ASSERT_LT(writes, 100);
+        registry_faults::now.writes_before_failure = 0;
+        EXPECT_EQ(library_lock::value(), 1);
+        EXPECT_THAT(log.lines(),
+                    ElementsAre(error("program", "Failed to call ftruncate @ store_pid_to_shm")));
+        registry_faults::now.clock_step_sec = 1;
+        const registry_map found = find();
+        registry_faults::now.clock_step_sec = 0;
+        EXPECT_EQ(found.at(1), first.pid());
+        EXPECT_EQ(found.at(2), second.pid());
+        EXPECT_EQ(found.at(3), third.pid());
+        EXPECT_TRUE(object.store_pid_to_shm(5));
+        EXPECT_THAT(find(), ElementsAre(Pair(1, first.pid()), Pair(2, second.pid()),
+                                        Pair(3, third.pid()), Pair(5, my_pid)));
+    }
+    EXPECT_GT(registry_faults::seen.pwrite, 10);
 }
 
 // Hardened kernels refuse to create an object that another user owns, although it exists.

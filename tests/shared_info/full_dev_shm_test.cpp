@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 
 #include <filesystem>
 #include <fstream>
@@ -11,6 +12,7 @@
 
 #include "foundation/registry_process.h"
 #include "shared_info/shared_objects.h"
+#include "support/refused_call.h"
 #include "vask_object.h"
 
 using namespace vask_test;
@@ -60,6 +62,29 @@ TEST_F(full_dev_shm, Fails_the_record_and_leaves_the_semaphore_free) {
         GTEST_SKIP() << "no private mounts";
     EXPECT_EQ(result, 0);
     EXPECT_THAT(log.lines(), ElementsAre(error("Failed to call ftruncate: 28 @ map_shared_info")));
+}
+
+TEST_F(full_dev_shm, Fails_the_record_where_a_sandbox_refuses_the_reservation) {
+    for (const int refusal : {ENOSYS, EPERM, EOPNOTSUPP}) {
+        log.clear();
+        const int result = run_with_pages(4, [this, refusal] {
+            record.create_sem(1);
+            fill_up();
+            if (!refuse_system_call(SYS_fallocate, refusal))
+                return not_permitted;
+            if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR)
+                return 1;
+            if (record.exists() || record.sem_value() != 1)
+                return 2;
+            make_room();
+            return vask_object::set_monitor_rotation(VASK_MONITOR_ROTATION_1) ? 0 : 3;
+        });
+        if (result == not_permitted)
+            GTEST_SKIP() << "no private mounts, or no filters of system calls";
+        EXPECT_EQ(result, 0);
+        EXPECT_THAT(log.lines(),
+                    ElementsAre(error("Failed to call ftruncate: 28 @ map_shared_info")));
+    }
 }
 
 TEST_F(full_dev_shm, Fails_every_access_until_there_is_room) {

@@ -24,6 +24,21 @@ namespace {
 
 constexpr char context_objects[] = "vask_shm_context_shm_";
 
+template <typename Wait>
+int wait_once(const Wait& wait) {
+    if (now.fails("sem_wait")) {
+        return -1;
+    }
+    if (now.interrupted_waits > 0) {
+        --now.interrupted_waits;
+        errno = EINTR;
+        return -1;
+    }
+    const int result = wait();
+    seen.sem_wait += result == 0;
+    return result;
+}
+
 }  // namespace
 
 }  // namespace shared_info_faults
@@ -57,6 +72,10 @@ int fallocate(int fd, int mode, off_t offset, off_t length) {
     }
     if (now.interrupted_fallocations > 0) {
         --now.interrupted_fallocations;
+        errno = EINTR;
+        return -1;
+    }
+    if (now.longest_fallocation > 0 && length > now.longest_fallocation) {
         errno = EINTR;
         return -1;
     }
@@ -97,16 +116,25 @@ int shm_unlink(const char* name) {
 }
 
 int sem_wait(sem_t* sem) {
-    if (now.fails("sem_wait")) {
+    return wait_once([sem] { return next_function<int(sem_t*)>("sem_wait")(sem); });
+}
+
+int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
+    return now.is_patient ? sem_wait(sem) : wait_once([=] {
+        return next_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(sem, clock,
+                                                                                       deadline);
+    });
+}
+
+// A semaphore whose wait shall fail or be interrupted has to be waited for.
+int sem_trywait(sem_t* sem) noexcept {
+    if (now.failing_call == "sem_wait" || now.interrupted_waits > 0) {
+        errno = EAGAIN;
         return -1;
     }
-    if (now.interrupted_waits > 0) {
-        --now.interrupted_waits;
-        errno = EINTR;
-        return -1;
-    }
-    ++seen.sem_wait;
-    return next_function<int(sem_t*)>("sem_wait")(sem);
+    const int result = next_function<int(sem_t*)>("sem_trywait")(sem);
+    seen.sem_wait += result == 0;
+    return result;
 }
 
 int sem_post(sem_t* sem) noexcept {

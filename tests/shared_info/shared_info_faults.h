@@ -1,6 +1,8 @@
 #ifndef VASK_TEST_SHARED_INFO_FAULTS_H
 #define VASK_TEST_SHARED_INFO_FAULTS_H
 
+#include <sys/types.h>
+
 #include <functional>
 
 #include "support/call_fault.h"
@@ -12,7 +14,14 @@ namespace shared_info_faults {
 // sem_wait, sem_post, allocation.
 struct plan : vask_test::call_fault {
     int interrupted_fallocations = 0;
+
+    // What is reserved in longer calls is undone by a signal; 0 for no limit.
+    off_t longest_fallocation = 0;
+
     int interrupted_waits = 0;
+
+    // Waits that would time out do not.
+    bool is_patient = false;
 
     // Runs before the semaphore is given back.
     std::function<void()> before_post;
