@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 // The benchmark library and whoever started this program have left descriptors open that a child
-// would inherit, and then spawn_async has to take its slow road.
+// would inherit from those who do not close them, such as posix_spawn without file actions.
 inline void close_all_descriptors_on_exec() {
     if (close_range(3, ~0U, CLOSE_RANGE_CLOEXEC) != 0) {
         abort();

@@ -193,17 +193,28 @@ public:
      * Starts a program and does not wait for it.
      *
      * The caller has to reap the child (g_child_watch_add() or waitpid()). The child gets /dev/null
-     * as standard input and the caller's standard output and error, and no other descriptor,
-     * provided that no other thread opens an inheritable one during this call. It
-     * starts with SIGTERM and SIGCHLD unblocked and at their defaults, so that it can be ended
-     * whatever the caller does with its own signals.
+     * as standard input and the caller's standard output and error, and no other descriptor, also
+     * if another thread opens an inheritable one during this call. The rest it inherits: umask,
+     * nice value, limits, process group, terminal.
+     *
+     * What becomes of each signal does not depend on what else is open or on the threads that run:
+     * - SIGTERM and SIGCHLD are unblocked and at their defaults, so that the child can be ended and
+     *   hears of its own children whatever the caller does with its own signals.
+     * - SIGHUP, SIGINT and SIGPIPE are at their defaults, also where the caller ignores them.
+     * - Another signal that the caller ignores stays ignored; one that it handles is at its
+     * default.
+     * - All but SIGTERM and SIGCHLD are blocked as in the calling thread. None is pending.
+     * - 32 and 33 are the C library's own: it may have them ignored at the start, and sets them up
+     *   itself where it needs them.
      *
      * Every element of both lists is logged at DBG, then the lengths of the two arrays, counting
      * the terminating entry.
      *
-     * The program is started without copying the caller's page tables when every open descriptor
-     * above 2 is close-on-exec, SIGTERM and SIGCHLD are not blocked and @p working_directory is
-     * null; otherwise the caller is forked, which takes the longer the more memory it has touched.
+     * The program is started without copying the caller's page tables, so the time does not grow
+     * with the caller's memory. A failure is tried again by GLib, which forks and whose text the
+     * message holds; GLib also runs a script that names no interpreter. (With a C library older
+     * than glibc 2.34, GLib starts every program.) The call blocks until the program has replaced
+     * the new process. It runs no main loop and may be made from any thread.
      *
      * @param argv  the program's path (PATH is not searched) and its arguments; the first element
      *              is also argv[0]. An empty or null list fails

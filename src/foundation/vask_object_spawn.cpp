@@ -1,19 +1,23 @@
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <glib.h>
 #include <sched.h>
 #include <signal.h>
-#include <stdlib.h>
+#include <spawn.h>
 #include <string.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <memory>
-
 #include "foundation/glib_handles.h"
 #include "vask_object.h"
+
+// posix_spawn_file_actions_addclosefrom_np() is the youngest of what a child's start needs.
+#if defined(__GLIBC__)
+#if __GLIBC_PREREQ(2, 34)
+#define CHILD_STARTS_BY_POSIX_SPAWN
+#endif
+#endif
 
 namespace {
 
@@ -25,10 +29,6 @@ constexpr int unknown_priority = 2000;
 
 // Neither an exit, nor a signal, nor a stop.
 constexpr int unknown_status = -1;
-
-struct dir_closer {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 // The null-terminated array that GLib takes. It borrows the texts of the list.
 std::vector<char*> to_text_array(const strlist* list) {
@@ -60,25 +60,6 @@ bool report_spawn_failure(int line, GError* error) {
     return false;
 }
 
-// Whether an exec closes every descriptor above 2 by itself. False when that cannot be told.
-bool all_descriptors_close_on_exec() {
-    std::unique_ptr<DIR, dir_closer> directory(opendir("/proc/self/fd"));
-    if (!directory) {
-        return false;
-    }
-    while (const dirent* entry = readdir(directory.get())) {
-        const int fd = atoi(entry->d_name);
-        if (fd <= STDERR_FILENO) {
-            continue;
-        }
-        const int flags = fcntl(fd, F_GETFD);
-        if (flags == -1 || !(flags & FD_CLOEXEC)) {
-            return false;
-        }
-    }
-    return true;
-}
-
 // The signals that a child must receive to be ended, and to hear of its own children.
 sigset_t child_signals() {
     sigset_t set;
@@ -88,16 +69,109 @@ sigset_t child_signals() {
     return set;
 }
 
-bool child_signals_blocked() {
-    sigset_t blocked;
-    return pthread_sigmask(SIG_SETMASK, nullptr, &blocked) == 0 &&
-           (sigismember(&blocked, SIGTERM) == 1 || sigismember(&blocked, SIGCHLD) == 1);
-}
-
 // Runs between fork and exec: async-signal-safe calls only.
 void unblock_child_signals(gpointer) {
     const sigset_t set = child_signals();
     sigprocmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+// What a child is started with; all of it is borrowed.
+struct child_plan {
+    const char* directory;
+    char** argv;
+    char** envp;
+};
+
+bool start_by_glib(const child_plan& plan, pid_t* pid, GError** error) {
+    return g_spawn_async(plan.directory, plan.argv, plan.envp, G_SPAWN_DO_NOT_REAP_CHILD,
+                         unblock_child_signals, nullptr, pid, error);
+}
+
+#ifdef CHILD_STARTS_BY_POSIX_SPAWN
+
+class spawn_actions {
+public:
+    spawn_actions() : m_made(posix_spawn_file_actions_init(&m_actions) == 0) {}
+    ~spawn_actions() {
+        if (m_made) {
+            posix_spawn_file_actions_destroy(&m_actions);
+        }
+    }
+    spawn_actions(const spawn_actions&) = delete;
+    spawn_actions& operator=(const spawn_actions&) = delete;
+
+    // The directory first: its path may lead through a descriptor that is about to be closed.
+    bool prepare(const char* directory) {
+        return m_made &&
+               (directory == nullptr ||
+                posix_spawn_file_actions_addchdir_np(&m_actions, directory) == 0) &&
+               posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY,
+                                                0) == 0 &&
+               posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1) == 0;
+    }
+    const posix_spawn_file_actions_t* get() const { return &m_actions; }
+
+private:
+    posix_spawn_file_actions_t m_actions;
+    const bool m_made;
+};
+
+class spawn_attributes {
+public:
+    spawn_attributes() : m_made(posix_spawnattr_init(&m_attributes) == 0) {}
+    ~spawn_attributes() {
+        if (m_made) {
+            posix_spawnattr_destroy(&m_attributes);
+        }
+    }
+    spawn_attributes(const spawn_attributes&) = delete;
+    spawn_attributes& operator=(const spawn_attributes&) = delete;
+
+    bool prepare() {
+        sigset_t blocked;
+        if (!m_made || pthread_sigmask(SIG_SETMASK, nullptr, &blocked) != 0) {
+            return false;
+        }
+        sigdelset(&blocked, SIGTERM);
+        sigdelset(&blocked, SIGCHLD);
+        // Those that GLib resets in a child that it forks. Others stay ignored.
+        sigset_t reset = child_signals();
+        sigaddset(&reset, SIGHUP);
+        sigaddset(&reset, SIGINT);
+        sigaddset(&reset, SIGPIPE);
+        return posix_spawnattr_setsigmask(&m_attributes, &blocked) == 0 &&
+               posix_spawnattr_setsigdefault(&m_attributes, &reset) == 0 &&
+               posix_spawnattr_setflags(&m_attributes,
+                                        POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
+    }
+    const posix_spawnattr_t* get() const { return &m_attributes; }
+
+private:
+    posix_spawnattr_t m_attributes;
+    const bool m_made;
+};
+
+bool start_by_posix_spawn(const child_plan& plan, pid_t* pid) {
+    spawn_actions actions;
+    spawn_attributes attributes;
+    return actions.prepare(plan.directory) && attributes.prepare() &&
+           posix_spawn(pid, plan.argv[0], actions.get(), attributes.get(), plan.argv, plan.envp) ==
+               0;
+}
+
+#endif
+
+// A fork, as GLib makes one, copies the page tables of all memory that this process has touched;
+// posix_spawn does not. It closes the descriptors in the child, where no other thread can open one
+// meanwhile. After a failure there is no child, so GLib may try: it runs a script without an
+// interpreter's name, and error and text are its own. It is the only way where glibc is too old.
+bool start_child(const child_plan& plan, pid_t* pid, GError** error) {
+#ifdef CHILD_STARTS_BY_POSIX_SPAWN
+    if (start_by_posix_spawn(plan, pid)) {
+        return true;
+    }
+#endif
+    return start_by_glib(plan, pid, error);
 }
 
 bool start_shutdown(const char* option, const char* signature) {
@@ -134,19 +208,9 @@ bool vask_object::spawn_async(const strlist* argv, const strlist* envs, int* pid
         return report_spawn_failure(__LINE__, nullptr);
     }
 
-    // GLib avoids copying this process's page tables only if it has nothing to do between fork and
-    // exec: no descriptor to close, no signal to unblock.
-    int flags = G_SPAWN_DO_NOT_REAP_CHILD;
-    if (all_descriptors_close_on_exec()) {
-        flags |= G_SPAWN_LEAVE_DESCRIPTORS_OPEN;
-    }
-    const GSpawnChildSetupFunc child_setup =
-        child_signals_blocked() ? unblock_child_signals : nullptr;
-
-    GPid child = 0;
+    pid_t child = 0;
     GError* error = nullptr;
-    if (!g_spawn_async(working_directory, arg_array.data(), env_array.data(),
-                       static_cast<GSpawnFlags>(flags), child_setup, nullptr, &child, &error)) {
+    if (!start_child({working_directory, arg_array.data(), env_array.data()}, &child, &error)) {
         return report_spawn_failure(__LINE__, error);
     }
     if (pid != nullptr) {

@@ -14,8 +14,8 @@ vask_add_test(NAME lifecycle_test BUS
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 
-vask_add_test(NAME lifecycle_spawn_road_test BUS
-    SOURCES lifecycle_spawn_road_test.cpp
+vask_add_test(NAME lifecycle_start_test BUS
+    SOURCES lifecycle_start_test.cpp
     LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})

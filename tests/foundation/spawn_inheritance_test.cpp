@@ -1,14 +1,26 @@
-#include <dirent.h>
 #include <fcntl.h>
+#include <glib.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
-#include <cstring>
+#include <cstddef>
+#include <fstream>
+#include <functional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "foundation/child_report.h"
 #include "foundation/process_tracer.h"
@@ -21,7 +33,12 @@ using testing::ElementsAre;
 
 namespace {
 
-bool proc_is_missing = false;
+/** What happens while a child is being started. */
+struct start_of_child {
+    std::function<void()> before;
+    int error = 0;
+    int count = 0;
+} posix_spawn_call;
 
 class descriptor {
 public:
@@ -61,32 +78,57 @@ private:
     const int m_flags = fcntl(number, F_GETFD);
 };
 
-class blocked_signal {
+/** All but those that nobody can change, and those that the C library keeps for itself. */
+std::vector<int> all_signals() {
+    std::vector<int> result;
+    for (int signal = 1; signal <= 64; ++signal)
+        if (signal != SIGKILL && signal != SIGSTOP && signal != 32 && signal != 33)
+            result.push_back(signal);
+    return result;
+}
+
+class blocked_signals {
 public:
-    explicit blocked_signal(int signal) {
+    explicit blocked_signals(const std::vector<int>& signals) {
         sigset_t set;
         sigemptyset(&set);
-        sigaddset(&set, signal);
+        for (int signal : signals)
+            sigaddset(&set, signal);
         pthread_sigmask(SIG_BLOCK, &set, &m_before);
     }
-    ~blocked_signal() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+    ~blocked_signals() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
 
 private:
     sigset_t m_before;
 };
 
-class ignored_signal {
+class blocked_signal : public blocked_signals {
 public:
-    explicit ignored_signal(int signal) : m_signal(signal) {
-        struct sigaction ignore = {};
-        ignore.sa_handler = SIG_IGN;
-        sigaction(signal, &ignore, &m_before);
+    explicit blocked_signal(int signal) : blocked_signals({signal}) {}
+};
+
+class handled_signals {
+public:
+    handled_signals(const std::vector<int>& signals, void (*handler)(int))
+        : m_signals(signals), m_before(signals.size()) {
+        struct sigaction action = {};
+        action.sa_handler = handler;
+        for (std::size_t i = 0; i < m_signals.size(); ++i)
+            sigaction(m_signals[i], &action, &m_before[i]);
     }
-    ~ignored_signal() { sigaction(m_signal, &m_before, nullptr); }
+    ~handled_signals() {
+        for (std::size_t i = 0; i < m_signals.size(); ++i)
+            sigaction(m_signals[i], &m_before[i], nullptr);
+    }
 
 private:
-    const int m_signal;
-    struct sigaction m_before;
+    const std::vector<int> m_signals;
+    std::vector<struct sigaction> m_before;
+};
+
+class ignored_signal : public handled_signals {
+public:
+    explicit ignored_signal(int signal) : handled_signals({signal}, SIG_IGN) {}
 };
 
 void spawn_and_wait(const char* program, const char* directory) {
@@ -103,6 +145,75 @@ std::string report(const char* directory = nullptr) {
     return log.text();
 }
 
+/** The same of a child that GLib starts by itself. */
+std::string report_of_glib(const char* directory = nullptr) {
+    log_catcher log;
+    char* argv[] = {const_cast<char*>(child_report_program), nullptr};
+    char* envp[] = {nullptr};
+    GPid pid = -1;
+    if (g_spawn_async(directory, argv, envp, G_SPAWN_DO_NOT_REAP_CHILD, nullptr, nullptr, &pid,
+                      nullptr))
+        waitpid(pid, nullptr, 0);
+    return log.text();
+}
+
+/** A line of a report without the signals that differ on purpose: SIGTERM and SIGCHLD are never
+ *  blocked, and those of the C library are its own affair. */
+std::string without_special_signals(const std::string& line) {
+    const std::string blocked = "status: SigBlk:\t";
+    const std::string ignored = "status: SigIgn:\t";
+    const auto bit = [](int signal) { return 1ULL << (signal - 1); };
+    const auto without = [&](const std::string& heading, unsigned long long set) {
+        const unsigned long long all = std::stoull(line.substr(heading.size()), nullptr, 16);
+        return heading + std::to_string(all & ~(set | bit(32) | bit(33)));
+    };
+    if (line.compare(0, blocked.size(), blocked) == 0)
+        return without(blocked, bit(SIGTERM) | bit(SIGCHLD));
+    if (line.compare(0, ignored.size(), ignored) == 0)
+        return without(ignored, 0);
+    return line;
+}
+
+std::vector<std::string> comparable(const std::string& report) {
+    std::vector<std::string> lines;
+    std::istringstream stream(report);
+    for (std::string line; std::getline(stream, line);)
+        if (line.compare(0, 7, "signal ") != 0)
+            lines.push_back(without_special_signals(line));
+    return lines;
+}
+
+void expect_what_glib_gives(const char* directory = nullptr) {
+    const std::vector<std::string> expected = comparable(report_of_glib(directory));
+    ASSERT_GT(expected.size(), 15U);
+    EXPECT_EQ(comparable(report(directory)), expected);
+}
+
+/** The exit status of a forked process that does this; changes of its own stay with it. */
+int status_of_process(const std::function<void()>& action) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        action();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(pid, &status, 0);
+    return status;
+}
+
+bool refuse_close_range() {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_close_range, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter = {sizeof program / sizeof program[0], program};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 &&
+           syscall(SYS_close_range, ~0U, ~0U, 0) == -1 && errno == ENOSYS;
+}
+
 /** How the kernel saw one program being started. */
 new_processes road(const char* directory = nullptr) {
     new_processes made;
@@ -111,10 +222,9 @@ new_processes road(const char* directory = nullptr) {
     return made;
 }
 
-constexpr new_processes fast_road = {0, 1, 0};
-constexpr new_processes slow_road = {1, 0, 0};
+constexpr new_processes without_copied_memory = {0, 1, 0};
 
-class spawn_road : public testing::Test {
+class start_of_program : public testing::Test {
 protected:
     void SetUp() override {
         new_processes made;
@@ -127,12 +237,18 @@ const auto only_standard_streams = ElementsAre("0 1 2");
 
 }  // namespace
 
-extern "C" DIR* opendir(const char* path) {
-    if (proc_is_missing && strncmp(path, "/proc/", 6) == 0) {
-        errno = ENOENT;
-        return nullptr;
-    }
-    return next_function<DIR*(const char*)>("opendir")(path);
+typedef int spawn_function(pid_t*, const char*, const posix_spawn_file_actions_t*,
+                           const posix_spawnattr_t*, char* const*, char* const*);
+
+extern "C" int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
+                           const posix_spawnattr_t* attributes, char* const* argv,
+                           char* const* envp) {
+    ++posix_spawn_call.count;
+    if (posix_spawn_call.before)
+        posix_spawn_call.before();
+    if (posix_spawn_call.error != 0)
+        return posix_spawn_call.error;
+    return next_function<spawn_function>("posix_spawn")(pid, path, actions, attributes, argv, envp);
 }
 
 TEST(spawned_child, Has_no_descriptors_but_the_standard_streams) {
@@ -163,12 +279,43 @@ TEST(spawned_child, Inherits_no_inheritable_descriptor_among_close_on_exec_ones)
     EXPECT_THAT(reported(report(), "descriptors"), only_standard_streams);
 }
 
-TEST(spawned_child, Inherits_no_descriptor_when_they_cannot_be_listed) {
-    const descriptor open_descriptor(inheritable());
-    proc_is_missing = true;
+TEST(spawned_child, Inherits_no_descriptor_that_another_thread_opens_meanwhile) {
+    int opened = -1;
+    posix_spawn_call = {};
+    posix_spawn_call.before = [&opened] { std::thread([&] { opened = inheritable(); }).join(); };
     const std::string output = report();
-    proc_is_missing = false;
+    EXPECT_EQ(posix_spawn_call.count, 1);
+    posix_spawn_call = {};
+    const descriptor closed_at_the_end(opened);
     EXPECT_THAT(reported(output, "descriptors"), only_standard_streams);
+}
+
+TEST(spawned_child, Inherits_no_descriptor_of_threads_that_open_and_close_without_a_pause) {
+    std::atomic<bool> ends{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i)
+        threads.emplace_back([&] {
+            while (!ends)
+                close(inheritable());
+        });
+    for (int i = 0; i < 100; ++i)
+        EXPECT_THAT(reported(report(), "descriptors"), only_standard_streams) << i;
+    ends = true;
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(spawned_child, Inherits_no_descriptor_where_the_kernel_refuses_to_close_a_range) {
+    const descriptor low(inheritable());
+    const descriptor high(fcntl(STDERR_FILENO, F_DUPFD, 500));
+    log_catcher log;
+    EXPECT_EQ(status_of_process([] {
+                  ASSERT_TRUE(refuse_close_range());
+                  spawn_and_wait(child_report_program, nullptr);
+                  EXPECT_EQ(posix_spawn_call.count, 1);
+              }),
+              0);
+    EXPECT_THAT(reported(log.text(), "descriptors"), only_standard_streams);
 }
 
 TEST(spawned_child, Inherits_no_descriptor_in_another_directory_either) {
@@ -177,10 +324,120 @@ TEST(spawned_child, Inherits_no_descriptor_in_another_directory_either) {
     EXPECT_THAT(reported(report("/"), "descriptors"), only_standard_streams);
 }
 
-TEST(spawned_child, Reads_from_nothing_on_either_road) {
+TEST(spawned_child, Reads_from_nothing) {
     EXPECT_THAT(reported(report(), "standard input"), ElementsAre("/dev/null"));
+}
+
+TEST(spawned_child, Reads_from_nothing_also_when_its_parent_has_closed_its_standard_input) {
+    log_catcher log;
+    EXPECT_EQ(status_of_process([] {
+                  close(STDIN_FILENO);
+                  spawn_and_wait(child_report_program, nullptr);
+              }),
+              0);
+    EXPECT_THAT(reported(log.text(), "standard input"), ElementsAre("/dev/null"));
+    EXPECT_THAT(reported(log.text(), "descriptors"), only_standard_streams);
+}
+
+TEST(spawned_child, Has_the_standard_error_closed_that_its_parent_has_closed) {
+    log_catcher log;
+    EXPECT_EQ(status_of_process([] {
+                  close(STDERR_FILENO);
+                  spawn_and_wait(child_report_program, nullptr);
+              }),
+              0);
+    EXPECT_THAT(reported(log.text(), "descriptors"), ElementsAre("0 1"));
+}
+
+TEST(spawned_child, Starts_in_a_directory_that_its_parent_names_by_a_descriptor) {
+    const int number = open("/proc", O_RDONLY | O_DIRECTORY);
+    const descriptor directory(number);
+    const std::string path = "/proc/self/fd/" + std::to_string(number);
+    EXPECT_THAT(reported(report(path.c_str()), "directory"), ElementsAre("/proc"));
+}
+
+TEST(spawned_child, Is_as_one_of_glib) {
+    expect_what_glib_gives();
+}
+
+TEST(spawned_child, Is_as_one_of_glib_in_another_directory) {
+    expect_what_glib_gives("/proc");
+}
+
+TEST(spawned_child, Is_as_one_of_glib_whichever_signal_its_parent_ignores) {
+    for (const int signal : all_signals()) {
+        SCOPED_TRACE(signal);
+        const ignored_signal ignored(signal);
+        expect_what_glib_gives();
+    }
+}
+
+TEST(spawned_child, Is_as_one_of_glib_when_its_parent_ignores_all_signals) {
+    const handled_signals ignored(all_signals(), SIG_IGN);
+    expect_what_glib_gives();
+}
+
+TEST(spawned_child, Is_as_one_of_glib_when_its_parent_blocks_all_signals) {
+    const blocked_signals blocked(all_signals());
+    expect_what_glib_gives();
+}
+
+TEST(spawned_child, Is_as_one_of_glib_when_its_parent_blocks_and_ignores_all_signals) {
+    const blocked_signals blocked(all_signals());
+    const handled_signals ignored(all_signals(), SIG_IGN);
+    expect_what_glib_gives();
+}
+
+TEST(spawned_child, Is_as_one_of_glib_when_its_parent_handles_all_signals) {
+    const handled_signals handled(all_signals(), [](int) {});
+    expect_what_glib_gives();
+}
+
+TEST(spawned_child, Is_as_one_of_glib_when_its_parent_has_changed_what_is_inherited) {
+    EXPECT_EQ(status_of_process([] {
+                  umask(027);
+                  ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 7), 0);
+                  std::ofstream("/proc/self/oom_score_adj") << 321;
+                  expect_what_glib_gives();
+                  EXPECT_THAT(reported(report(), "nice value"), ElementsAre("7"));
+                  EXPECT_THAT(reported(report(), "out-of-memory score"), ElementsAre("321"));
+              }),
+              0);
+}
+
+TEST(spawned_child, Keeps_the_terminal_and_the_process_group_of_its_parent) {
+    EXPECT_EQ(status_of_process([] {
+                  ASSERT_GT(setsid(), 0);
+                  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+                  ASSERT_EQ(grantpt(master), 0);
+                  ASSERT_EQ(unlockpt(master), 0);
+                  // The first one that the leader of a session opens becomes its terminal.
+                  ASSERT_GE(open(ptsname(master), O_RDWR), 0);
+                  expect_what_glib_gives();
+              }),
+              0);
+}
+
+TEST(spawned_child, Is_the_same_when_glib_has_to_start_it) {
+    const blocked_signal term(SIGTERM);
+    const ignored_signal pipe(SIGPIPE);
     const descriptor open_descriptor(inheritable());
-    EXPECT_THAT(reported(report(), "standard input"), ElementsAre("/dev/null"));
+    const std::string usual = report();
+    posix_spawn_call = {};
+    posix_spawn_call.error = EPERM;
+    const std::string by_glib = report();
+    EXPECT_EQ(posix_spawn_call.count, 1);
+    posix_spawn_call = {};
+    EXPECT_EQ(comparable(by_glib), comparable(usual));
+    EXPECT_EQ(reported_signal(by_glib, SIGTERM), "not blocked, default");
+    EXPECT_THAT(reported(by_glib, "descriptors"), only_standard_streams);
+}
+
+TEST(spawned_child, Has_SIGPIPE_at_its_default_whatever_else_is_open) {
+    const ignored_signal pipe(SIGPIPE);
+    EXPECT_EQ(reported_signal(report(), SIGPIPE), "not blocked, default");
+    const descriptor open_descriptor(inheritable());
+    EXPECT_EQ(reported_signal(report(), SIGPIPE), "not blocked, default");
 }
 
 TEST(spawned_child, Receives_the_signals_that_its_parent_blocks) {
@@ -200,16 +457,12 @@ TEST(spawned_child, Receives_the_one_signal_that_its_parent_blocks) {
     }
 }
 
-TEST(spawned_child, Receives_the_signals_that_its_parent_ignores_on_either_road) {
+TEST(spawned_child, Receives_the_signals_that_its_parent_ignores) {
     const ignored_signal term(SIGTERM);
     const ignored_signal child(SIGCHLD);
-    const std::string on_fast_road = report();
-    const descriptor open_descriptor(inheritable());
-    const std::string on_slow_road = report();
-    for (const std::string& output : {on_fast_road, on_slow_road}) {
-        EXPECT_EQ(reported_signal(output, SIGTERM), "not blocked, default");
-        EXPECT_EQ(reported_signal(output, SIGCHLD), "not blocked, default");
-    }
+    const std::string output = report();
+    EXPECT_EQ(reported_signal(output, SIGTERM), "not blocked, default");
+    EXPECT_EQ(reported_signal(output, SIGCHLD), "not blocked, default");
 }
 
 TEST(spawned_child, Keeps_other_signals_blocked_as_its_parent_has_them) {
@@ -244,42 +497,21 @@ TEST(spawn_async, Changes_no_signal_of_its_caller) {
     EXPECT_EQ(action.sa_handler, SIG_IGN);
 }
 
-TEST_F(spawn_road, Makes_one_process_without_a_copy_of_the_memory) {
-    EXPECT_EQ(road(), fast_road);
+TEST_F(start_of_program, Makes_one_process_without_a_copy_of_the_memory) {
+    EXPECT_EQ(road(), without_copied_memory);
 }
 
-TEST_F(spawn_road, Is_fast_while_every_descriptor_is_close_on_exec) {
-    const descriptor first(close_on_exec());
-    const descriptor second(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 500));
-    EXPECT_EQ(road(), fast_road);
+TEST_F(start_of_program, Copies_no_memory_beside_an_inheritable_descriptor) {
+    const descriptor open_descriptor(inheritable());
+    EXPECT_EQ(road(), without_copied_memory);
 }
 
-TEST_F(spawn_road, Is_fast_while_the_caller_ignores_signals_or_blocks_others) {
+TEST_F(start_of_program, Copies_no_memory_while_the_caller_ignores_or_blocks_signals) {
     const ignored_signal ignored(SIGTERM);
-    const blocked_signal blocked(SIGUSR1);
-    EXPECT_EQ(road(), fast_road);
+    const blocked_signals blocked({SIGTERM, SIGCHLD, SIGUSR1});
+    EXPECT_EQ(road(), without_copied_memory);
 }
 
-TEST_F(spawn_road, Is_slow_with_an_inheritable_descriptor) {
-    const descriptor first(close_on_exec());
-    const descriptor second(inheritable());
-    EXPECT_EQ(road(), slow_road);
-}
-
-TEST_F(spawn_road, Is_slow_when_the_descriptors_cannot_be_listed) {
-    proc_is_missing = true;
-    const new_processes made = road();
-    proc_is_missing = false;
-    EXPECT_EQ(made, slow_road);
-}
-
-TEST_F(spawn_road, Is_slow_when_a_signal_must_be_unblocked) {
-    for (const int signal : {SIGTERM, SIGCHLD}) {
-        const blocked_signal blocked(signal);
-        EXPECT_EQ(road(), slow_road) << signal;
-    }
-}
-
-TEST_F(spawn_road, Is_slow_when_the_directory_must_be_changed) {
-    EXPECT_EQ(road("/"), slow_road);
+TEST_F(start_of_program, Copies_no_memory_for_another_directory) {
+    EXPECT_EQ(road("/"), without_copied_memory);
 }
