@@ -417,21 +417,32 @@ public:
     static bool make_dir_if_necessary(const char* path, bool must_be_absolute);
 
     /**
-     * Empties a directory and keeps it. Links are removed, not followed.
+     * Empties a directory and keeps it. Links in it are removed, not followed, at any depth.
      *
-     * @param path  the directory
-     * @return false, with everything that was not reached still there, when it cannot be opened
-     *         ("Failed to call g_dir_open(): SIGNATURE" at ERR) or an entry cannot be removed
-     *         (delete_path() logs it)
+     * The path is looked up once. From there on every entry is taken out of the directory in which
+     * it was found: if somebody exchanges a directory with a link or moves it meanwhile, nothing is
+     * removed but what was in this tree. The depth is not limited by descriptors (ten are enough)
+     * or the length of a path. What is mounted in the tree is emptied as well; the mount point then
+     * cannot be removed. The call blocks until it is done, and may be made from any thread.
+     *
+     * @param path  the directory. A link to a directory is followed: that directory is emptied, and
+     *              the link stays
+     * @return false at the first failure, with everything that was not reached still there: a
+     *         directory, this or one in it, cannot be opened ("Failed to call g_dir_open():
+     *         SIGNATURE" at ERR), or an entry cannot be removed, also if somebody else has removed
+     *         it meanwhile (the line of delete_path(), with the entry's whole path)
      */
     static bool delete_dir(const char* path);
 
     /**
-     * Removes a file, a link or a whole directory.
+     * Removes a file, a link or a whole directory, which it empties first as delete_dir() does.
      *
-     * @param path  what is removed
+     * @param path  what is removed. A link goes as a link, and what it leads to stays; but a slash
+     *              behind its name leads to the directory behind it, which is emptied before the
+     *              call fails. The directories above are those that the path leads through when it
+     *              is used
      * @return false when it cannot be removed, after "SIGNATURE: Failed to call remove(): PATH :
-     *         ERRNO" at ERR under the name "vask_object"
+     *         ERRNO" at ERR under the name "vask_object", or emptied, see delete_dir()
      */
     static bool delete_path(const char* path);
 

@@ -1,4 +1,5 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <glib.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -6,19 +7,17 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "foundation/glib_handles.h"
+#include "foundation/tree_removal.h"
+#include "foundation/unique_fd.h"
 #include "foundation/uri_decode.h"
 #include "vask_object.h"
 
 namespace {
-
-struct dir_closer {
-    void operator()(GDir* directory) const { g_dir_close(directory); }
-};
 
 const char file_scheme[] = "file://";
 constexpr size_t file_scheme_length = sizeof(file_scheme) - 1;
@@ -48,6 +47,40 @@ bool make_one_dir(const char* signature, const std::string& path) {
     vask_object::vask_p("vask_object", VASK_P_ERR, "%s: Failed to call mkdir(): %s: %d\n",
                         signature, path.c_str(), error);
     return false;
+}
+
+unique_fd open_directory(const char* path, int more_flags) {
+    return unique_fd(open(path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | more_flags));
+}
+
+bool report_not_opened() {
+    // The "%s" stands where the name belongs, and the signature where the path belongs: kept.
+    vask_object::vask_p("%s", VASK_P_ERR, "Failed to call g_dir_open(): %s\n",
+                        "static bool vask_object::delete_dir(const char*)");
+    return false;
+}
+
+bool report_not_removed(const char* path, int error) {
+    vask_object::vask_p("vask_object", VASK_P_ERR, "%s: Failed to call remove(): %s : %d\n",
+                        "static bool vask_object::delete_path(const char*)", path, error);
+    return false;
+}
+
+// The path is for messages only.
+bool empty_directory(unique_fd directory, const char* path) {
+    if (!directory) {
+        return report_not_opened();
+    }
+    tree_removal removal(std::move(directory));
+    if (removal.run()) {
+        return true;
+    }
+    if (removal.failed_to_open()) {
+        return report_not_opened();
+    }
+    const std::string entry_path =
+        vask_object::build_path(path, removal.failed_path().c_str(), nullptr);
+    return report_not_removed(entry_path.c_str(), removal.error());
 }
 
 }  // namespace
@@ -116,31 +149,18 @@ bool vask_object::make_dir_if_necessary(const char* path, bool must_be_absolute)
 }
 
 bool vask_object::delete_dir(const char* path) {
-    const std::unique_ptr<GDir, dir_closer> directory(g_dir_open(path, 0, nullptr));
-    if (!directory) {
-        // The "%s" stands where the name belongs, and the signature where the path belongs: kept.
-        vask_p("%s", VASK_P_ERR, "Failed to call g_dir_open(): %s\n",
-               "static bool vask_object::delete_dir(const char*)");
-        return false;
-    }
-    while (const gchar* entry = g_dir_read_name(directory.get())) {
-        const std::string entry_path = build_path(path, entry, nullptr);
-        if (!delete_path(entry_path.c_str())) {
-            return false;
-        }
-    }
-    return true;
+    return empty_directory(open_directory(path, 0), path);
 }
 
 bool vask_object::delete_path(const char* path) {
     struct stat info;
-    if (lstat(path, &info) == 0 && S_ISDIR(info.st_mode) && !delete_dir(path)) {
-        return false;
+    if (lstat(path, &info) == 0 && S_ISDIR(info.st_mode)) {
+        unique_fd directory = open_directory(path, O_NOFOLLOW);
+        // A link may have taken its place since; it goes as one.
+        const bool is_other = !directory && (errno == ENOTDIR || errno == ELOOP);
+        if (!is_other && !empty_directory(std::move(directory), path)) {
+            return false;
+        }
     }
-    if (remove(path) != 0) {
-        vask_p("vask_object", VASK_P_ERR, "%s: Failed to call remove(): %s : %d\n",
-               "static bool vask_object::delete_path(const char*)", path, errno);
-        return false;
-    }
-    return true;
+    return remove(path) == 0 || report_not_removed(path, errno);
 }

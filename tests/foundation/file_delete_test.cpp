@@ -17,18 +17,6 @@ namespace {
 
 class file_delete : public testing::Test {
 protected:
-    static log_line not_removed(const std::string& path, int error) {
-        return line("ERR", "vask_object",
-                    "static bool vask_object::delete_path(const char*): Failed to call remove(): " +
-                        path + " : " + std::to_string(error));
-    }
-
-    static log_line not_opened() {
-        return line("ERR", "%s",
-                    "Failed to call g_dir_open(): static bool vask_object::delete_dir(const "
-                    "char*)");
-    }
-
     void make_tree(const std::string& name) {
         std::filesystem::create_directories(scratch / name + "/sub/deeper");
         make_file(scratch / name + "/file");
@@ -93,6 +81,14 @@ TEST_F(delete_dir, Removes_what_is_neither_file_nor_directory) {
     std::filesystem::create_directory(scratch / "tree");
     ASSERT_EQ(mkfifo((scratch / "tree/pipe").c_str(), 0600), 0);
     EXPECT_TRUE(emptied(scratch / "tree"));
+    EXPECT_TRUE(std::filesystem::is_empty(scratch / "tree"));
+}
+
+TEST_F(delete_dir, Empties_the_directory_that_a_link_as_its_argument_leads_to) {
+    make_tree("tree");
+    make_link("tree", scratch / "link");
+    EXPECT_TRUE(emptied(scratch / "link"));
+    EXPECT_TRUE(std::filesystem::is_symlink(scratch / "link"));
     EXPECT_TRUE(std::filesystem::is_empty(scratch / "tree"));
 }
 
@@ -169,6 +165,18 @@ TEST_F(delete_path, Removes_a_link_and_not_what_it_leads_to) {
     EXPECT_FALSE(exists(scratch / "link"));
     EXPECT_FALSE(exists(scratch / "broken"));
     EXPECT_TRUE(exists(scratch / "tree/sub/deeper/file"));
+}
+
+TEST_F(delete_path, Joins_a_path_and_its_entries_with_one_slash_in_what_it_reports) {
+    std::filesystem::create_directory(scratch / "tree");
+    make_file(scratch / "tree/file");
+    ASSERT_EQ(chmod((scratch / "tree").c_str(), 0555), 0);
+    {
+        const without_privileges nobody;
+        EXPECT_FALSE(deleted(scratch / "tree//"));
+    }
+    EXPECT_THAT(log.lines(), ElementsAre(not_removed(scratch / "tree/file", EACCES)));
+    ASSERT_EQ(chmod((scratch / "tree").c_str(), 0755), 0);
 }
 
 TEST_F(delete_path, Fails_for_what_is_missing) {

@@ -11,6 +11,8 @@
 #include <fstream>
 #include <string>
 
+#include "support/log_catcher.h"
+
 /** An empty directory that every user may enter and change; gone after the test. */
 class scratch_directory {
 public:
@@ -54,6 +56,20 @@ inline void make_file(const std::string& path) {
 
 inline void make_link(const std::string& target, const std::string& path) {
     ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
+}
+
+/** What the delete operations report. */
+inline vask_test::log_line not_removed(const std::string& path, int error) {
+    return vask_test::line(
+        "ERR", "vask_object",
+        "static bool vask_object::delete_path(const char*): Failed to call remove(): " + path +
+            " : " + std::to_string(error));
+}
+
+inline vask_test::log_line not_opened() {
+    return vask_test::line(
+        "ERR", "%s",
+        "Failed to call g_dir_open(): static bool vask_object::delete_dir(const char*)");
 }
 
 /** Also for a link that leads nowhere. */

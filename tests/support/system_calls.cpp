@@ -46,6 +46,24 @@ call_counts count_between_marks(pid_t pid) {
     return counts;
 }
 
+/** A process that is about to do this and stands still, or has ended; its status tells. */
+pid_t start_under_trace(const std::function<void()>& action, int* status) {
+    std::fflush(stdout);
+    const pid_t pid = fork();
+    if (pid < 0) {
+        std::abort();
+    }
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        raise(SIGSTOP);
+        action();
+        _exit(0);
+    }
+    waitpid(pid, status, 0);
+    return pid;
+}
+
 }  // namespace
 
 int call_counts::of(long number) const {
@@ -60,21 +78,38 @@ void PrintTo(const call_counts& counts, std::ostream* out) {
 }
 
 call_counts count_system_calls(const std::function<void()>& action) {
-    std::fflush(stdout);
-    const pid_t pid = fork();
-    if (pid < 0) {
-        std::abort();
-    }
-    if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-        raise(SIGSTOP);
-        action();
-        _exit(0);
-    }
     int status = 0;
-    waitpid(pid, &status, 0);
+    const pid_t pid = start_under_trace(action, &status);
     return WIFSTOPPED(status) ? count_between_marks(pid) : call_counts();
+}
+
+interrupted_run interrupt_before_call(int number, const std::function<void()>& action,
+                                      const std::function<void()>& meanwhile) {
+    interrupted_run run;
+    const pid_t pid = start_under_trace(action, &run.status);
+    ptrace(PTRACE_SETOPTIONS, pid, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    bool counting = false;
+    while (WIFSTOPPED(run.status) && !run.reached &&
+           ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr) == 0 &&
+           waitpid(pid, &run.status, 0) == pid) {
+        __ptrace_syscall_info info = {};
+        ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof(info), &info);
+        if (info.op != PTRACE_SYSCALL_INFO_ENTRY) {
+            continue;
+        }
+        if (counting && number-- == 0) {
+            run.reached = true;
+        }
+        counting =
+            counting || (info.entry.nr == SYS_close &&
+                         static_cast<int>(info.entry.args[0]) == system_call_mark::begin_argument);
+    }
+    if (run.reached) {
+        meanwhile();
+        ptrace(PTRACE_DETACH, pid, nullptr, nullptr);
+        waitpid(pid, &run.status, 0);
+    }
+    return run;
 }
 
 }  // namespace vask_test

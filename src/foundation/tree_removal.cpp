@@ -1,0 +1,168 @@
+#include "foundation/tree_removal.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+
+namespace {
+
+// More would save the way back through ".." in deeper trees, and take descriptors from others.
+constexpr size_t open_levels = 8;
+
+constexpr size_t buffer_size = 32768;
+
+constexpr int how_to_open = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+
+bool is_dot_or_dot_dot(const char* name) {
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+// Takes the last of the texts, each of which has its zero.
+std::string take_last(std::string* texts) {
+    texts->pop_back();
+    const size_t zero = texts->rfind('\0');
+    const size_t start = zero == std::string::npos ? 0 : zero + 1;
+    std::string last = texts->substr(start);
+    texts->resize(start);
+    return last;
+}
+
+}  // namespace
+
+tree_removal::tree_removal(unique_fd directory) : m_buffer(buffer_size) {
+    m_levels.emplace_back(std::move(directory), std::string());
+}
+
+bool tree_removal::run() {
+    for (;;) {
+        if (!m_levels.back().directories.empty()) {
+            if (!enter_directory()) {
+                return false;
+            }
+            continue;
+        }
+        // Like GLib's reader, it takes a directory that cannot be read on for one at its end: if
+        // entries are left, the directory cannot be removed.
+        const ssize_t length = getdents64(directory().get(), m_buffer.data(), m_buffer.size());
+        if (length > 0) {
+            if (!take_entries(static_cast<size_t>(length))) {
+                return false;
+            }
+        } else if (m_levels.size() == 1) {
+            return true;
+        } else if (!leave_directory()) {
+            return false;
+        }
+    }
+}
+
+std::string tree_removal::failed_path() const {
+    std::string path;
+    for (size_t i = 1; i < m_levels.size(); ++i) {
+        path += m_levels[i].name + '/';
+    }
+    return path + m_failed_entry;
+}
+
+bool tree_removal::take_entries(size_t length) {
+    for (size_t offset = 0; offset < length;) {
+        const auto* entry = reinterpret_cast<const dirent64*>(&m_buffer[offset]);
+        if (!is_dot_or_dot_dot(entry->d_name) && !take_entry(*entry)) {
+            return false;
+        }
+        offset += entry->d_reclen;
+    }
+    return true;
+}
+
+// Directories have to wait: the buffer is the same for all levels.
+bool tree_removal::take_entry(const dirent64& entry) {
+    const char* const name = entry.d_name;
+    if (!is_directory(entry)) {
+        if (unlinkat(directory().get(), name, 0) == 0) {
+            return true;
+        }
+        // It may have become one since it was read.
+        if (errno != EISDIR) {
+            return fail(name);
+        }
+    }
+    m_levels.back().directories.append(name, strlen(name) + 1);
+    return true;
+}
+
+bool tree_removal::is_directory(const dirent64& entry) const {
+    struct stat info;
+    return entry.d_type == DT_DIR ||
+           (entry.d_type == DT_UNKNOWN &&
+            fstatat(directory().get(), entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISDIR(info.st_mode));
+}
+
+bool tree_removal::enter_directory() {
+    const std::string name = take_last(&m_levels.back().directories);
+    unique_fd opened(openat(directory().get(), name.c_str(), how_to_open));
+    if (!opened) {
+        // Something else has taken its place meanwhile, or nothing.
+        if (errno == ENOTDIR || errno == ELOOP || errno == ENOENT) {
+            return remove_directory(name);
+        }
+        m_failed_to_open = true;
+        return fail(name);
+    }
+    m_levels.emplace_back(std::move(opened), name);
+    if (m_levels.size() > open_levels) {
+        close_directory(m_levels[m_levels.size() - 1 - open_levels]);
+    }
+    return true;
+}
+
+bool tree_removal::leave_directory() {
+    const level left = std::move(m_levels.back());
+    m_levels.pop_back();
+    if (!directory() && !open_parent_of(left)) {
+        return fail(left.name);
+    }
+    return remove_directory(left.name);
+}
+
+// Or what has taken its place, as remove() does.
+bool tree_removal::remove_directory(const std::string& name) {
+    return unlinkat(directory().get(), name.c_str(), AT_REMOVEDIR) == 0 ||
+           (errno == ENOTDIR && unlinkat(directory().get(), name.c_str(), 0) == 0) || fail(name);
+}
+
+// Its inode's number cannot change meanwhile: the directories below it that are open hold it. It is
+// closed already where an earlier branch went as deep.
+void tree_removal::close_directory(level& upper) {
+    struct stat info;
+    if (upper.fd && fstat(upper.fd.get(), &info) == 0) {
+        upper.device = info.st_dev;
+        upper.inode = info.st_ino;
+        upper.fd = unique_fd();
+    }
+}
+
+// It is read from its start then; all that was read before has gone. Where ".." leads elsewhere,
+// somebody has moved the directory below out of this tree, and nothing there is ours.
+bool tree_removal::open_parent_of(const level& left) {
+    level& upper = m_levels.back();
+    unique_fd opened(openat(left.fd.get(), "..", how_to_open));
+    struct stat info;
+    if (!opened || fstat(opened.get(), &info) != 0) {
+        return false;
+    }
+    if (info.st_dev != upper.device || info.st_ino != upper.inode) {
+        errno = ENOENT;
+        return false;
+    }
+    upper.fd = std::move(opened);
+    return true;
+}
+
+bool tree_removal::fail(const std::string& entry) {
+    m_error = errno;
+    m_failed_entry = entry;
+    return false;
+}

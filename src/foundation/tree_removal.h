@@ -1,0 +1,64 @@
+#ifndef VASK_TREE_REMOVAL_H
+#define VASK_TREE_REMOVAL_H
+
+#include <dirent.h>
+#include <sys/types.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "foundation/unique_fd.h"
+
+// Empties one directory, whatever somebody else does with the names in it meanwhile.
+//
+// A path is looked up once, by whoever opened the directory. From there every name is resolved in a
+// directory that is open, and none is followed that is a link: all that goes was an entry of this
+// tree. How deep the tree is costs neither stack nor descriptors: upper levels are closed on the
+// way down, and the way back leads through "..", which must be the directory that was left.
+class tree_removal {
+public:
+    // The directory is open for reading.
+    explicit tree_removal(unique_fd directory);
+
+    // False at the first failure; what was not reached stays.
+    bool run();
+
+    // After a failure: whether a directory could not be opened; otherwise an entry could not be
+    // removed, and these are its path below the directory and errno.
+    bool failed_to_open() const { return m_failed_to_open; }
+    std::string failed_path() const;
+    int error() const { return m_error; }
+
+private:
+    struct level {
+        level(unique_fd directory, std::string its_name)
+            : fd(std::move(directory)), name(std::move(its_name)) {}
+
+        unique_fd fd;  // none while the removal is many levels below
+        dev_t device = 0;
+        ino_t inode = 0;  // both only where there is no descriptor
+        std::string name;
+        std::string directories;  // entries that were read and still have to go, with their zeros
+    };
+
+    const unique_fd& directory() const { return m_levels.back().fd; }
+
+    bool take_entries(size_t length);
+    bool take_entry(const dirent64& entry);
+    bool is_directory(const dirent64& entry) const;
+    bool enter_directory();
+    bool leave_directory();
+    bool remove_directory(const std::string& name);
+    static void close_directory(level& upper);
+    bool open_parent_of(const level& left);
+    bool fail(const std::string& entry);
+
+    std::vector<level> m_levels;  // the directory itself first
+    std::vector<char> m_buffer;
+    std::string m_failed_entry;
+    bool m_failed_to_open = false;
+    int m_error = 0;
+};
+
+#endif
