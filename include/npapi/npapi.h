@@ -111,7 +111,7 @@
 #if defined(__GNUC__) && __GNUC__ >= 3
 #define _NP_ABI_MIXIN_FOR_GCC3 NP_ABI_GCC3_MASK /**< the part of the mask for GCC */
 #else
-#define _NP_ABI_MIXIN_FOR_GCC3 0
+#define _NP_ABI_MIXIN_FOR_GCC3 0 /**< the part of the mask for GCC */
 #endif
 #define _NP_ABI_MIXIN_FOR_MACHO 0                                      /**< of another platform */
 #define NP_ABI_MASK (_NP_ABI_MIXIN_FOR_GCC3 | _NP_ABI_MIXIN_FOR_MACHO) /**< of this compiler */

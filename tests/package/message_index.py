@@ -35,6 +35,7 @@ NOT_MESSAGES = {
     "shared by all processes": "an assertion of the compiler",
     "] ": "a part of a message's header",
     ": ": "a part of a message's header",
+    "\\nTracerPid:": "looked for in /proc/PID/status",
     "model name": "looked for in /proc/cpuinfo",
     "Intel(R) Atom(TM) CPU Z": "looked for in /proc/cpuinfo",
     "Intel(R) Core(TM)2 Duo CPU": "looked for in /proc/cpuinfo",
