@@ -177,8 +177,7 @@ TEST_F(registry_limits, Of_memory_fail_a_registration_and_keep_nobody_else_from_
         });
         EXPECT_EQ(limited.wait_for_end(), 0) << mebibytes;
     }
-    EXPECT_THAT(log.lines(),
-                Each(error("program", "Failed to call mremap @ store_pid_to_shm")));
+    EXPECT_THAT(log.lines(), Each(error("program", "Failed to call mremap @ store_pid_to_shm")));
     EXPECT_EQ(bytes.sequence(), 0U);
     EXPECT_EQ(library_lock::value(), 1);
 }
