@@ -77,6 +77,12 @@ struct pid_array {
  * standard output as `[name:pid] LEVEL: text`, flushed message by message, or to syslog when the
  * environment variable VASK_SYSLOG is exactly "1". The text brings its own line end.
  *
+ * On standard output a message is one write, behind what stdio still holds there, under stdout's
+ * lock: signals do not cut it, and what other threads print does not come in between. It blocks
+ * while a standard output that blocks takes nothing. One that does not block (O_NONBLOCK) is waited
+ * for until it has taken nothing for a second: then the rest of the message is dropped, and so is
+ * each further message at once until something is taken again. Never print in a signal handler.
+ *
  * Threads: the library runs on the thread of the main loop and locks nothing. The first object (or
  * the first static message) has to come before other threads start.
  */
@@ -115,8 +121,7 @@ public:
      * Prints one message of this object. errno is the same afterwards.
      *
      * @param level   a message above #print_msg_level costs one comparison and prints nothing
-     * @param format  printf format, not null, with its own line end; the compiler does not check
-     *                the arguments against it
+     * @param format  printf format, not null, with its own line end
      */
     void vask_p(vask_print_level level, const char* format, ...) const;
 

@@ -10,9 +10,9 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <charconv>
 #include <iterator>
-#include <limits>
+
+#include "foundation/message_line.h"
 
 namespace {
 
@@ -34,23 +34,10 @@ private:
     const int m_errno;
 };
 
-void put_text(const char* text) {
-    fputs_unlocked(text != nullptr ? text : "(null)", stdout);
-}
-
-// Without printf, in which a short message would spend a third of its time for the header alone.
-void print_plain_header(const char* name, int pid, const char* level_name) {
-    char number[std::numeric_limits<int>::digits10 + 3];
-    *std::to_chars(number, number + sizeof(number), pid).ptr = '\0';
-    flockfile(stdout);
-    putc_unlocked('[', stdout);
-    put_text(name);
-    putc_unlocked(':', stdout);
-    put_text(number);
-    put_text("] ");
-    put_text(level_name);
-    put_text(": ");
-    funlockfile(stdout);
+message_header header_of(const char* name, vask_print_level level, const void* address) {
+    const bool shows_time = (vask_object::print_flags & VASK_P_FLAG_TIME) != 0;
+    return {name, vask_object::my_pid, level_name_or_null(level), address,
+            shows_time ? vask_object::vask_gettime(VASK_TIME_SEC) : 0};
 }
 
 bool goes_to_syslog() {
@@ -69,9 +56,7 @@ __attribute__((noinline, cold)) void print_message(const char* name, vask_print_
         closelog();
         return;
     }
-    vask_object::vask_p_header(name, level, address);
-    vprintf(format, args);
-    fflush(stdout);
+    print_message_line(header_of(name, level, address), format, args);
 }
 
 std::string format_in_buffer(char* buffer, const char* format, va_list args) {
@@ -186,15 +171,7 @@ void vask_object::vask_p(const char* name, vask_print_level level, const char* f
 }
 
 void vask_object::vask_p_header(const char* name, vask_print_level level, const void* address) {
-    if (print_flags & VASK_P_FLAG_TIME) {
-        printf("%.6f ", vask_gettime(VASK_TIME_SEC));
-    }
-    const char* level_name = level_name_or_null(level);
-    if (print_flags & VASK_P_FLAG_ADDR) {
-        printf("[%s:%d:%p] %s: ", name, my_pid, address, level_name);
-    } else {
-        print_plain_header(name, my_pid, level_name);
-    }
+    print_message_header(header_of(name, level, address));
 }
 
 const char* vask_object::get_vask_p_level_string(vask_print_level level) {

@@ -96,6 +96,17 @@ TEST(printed_message, Costs_one_write_with_time_and_address_too) {
                 ElementsAre(testing::EndsWith("] ERR: one\n")));
 }
 
+TEST(printed_message, Costs_one_write_without_a_buffer_and_with_a_buffer_for_lines) {
+    vask_object::my_pid = 812;
+    for (const int mode : {_IONBF, _IOLBF}) {
+        setvbuf(stdout, nullptr, mode, 0);
+        EXPECT_THAT(
+            writes_of([] { vask_object::vask_p("a", VASK_P_ERR, "%s %d\n%s", "one", 1, "two"); }),
+            ElementsAre("[a:812] ERR: one 1\ntwo"));
+    }
+    setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+}
+
 TEST(suppressed_message, Costs_no_system_call) {
     const named_object object("a");
     vask_object::vask_p("a", VASK_P_DBG, "reads the settings\n");

@@ -18,13 +18,14 @@ PRINTERS = {
     "log_text_array": "DBG",
     "report_nothing_to_lock": "ERR",
     "printf": "stdout",
+    "append_printf": "stdout",
     "g_print": "stdout",
     "g_log": "GLib",
     "g_return_if_fail_warning": "GLib",
 }
 
 # These put the line end behind the text themselves, or print parts of lines.
-OWN_LINE_ENDS = {"report_failure", "printf", "g_print", "g_log", "g_return_if_fail_warning"}
+OWN_LINE_ENDS = {"report_failure", "printf", "append_printf", "g_print", "g_log", "g_return_if_fail_warning"}
 NO_LINE_END = "(no line end)"
 
 # These show another text and nothing of their own.

@@ -1,0 +1,23 @@
+#ifndef VASK_MESSAGE_LINE_H
+#define VASK_MESSAGE_LINE_H
+
+#include <stdarg.h>
+
+// What the header of a message tells.
+struct message_header {
+    const char* name;
+    int pid;
+    const char* level_name;  // null shows as "(null)"
+    const void* address;
+    double time;
+};
+
+// Prints a message to standard output, behind what stdio still holds: one write, which is repeated
+// until everything is out. Nothing that other threads print comes in between. What a standard
+// output that does not block has not taken for a second is dropped.
+void print_message_line(const message_header& header, const char* format, va_list args);
+
+// Leaves a header in the buffer of stdio.
+void print_message_header(const message_header& header);
+
+#endif
