@@ -5,9 +5,12 @@
 vask_abstract_error::vask_abstract_error() : next(nullptr), code(VASK_ERR_NONE) {}
 
 vask_abstract_error::vask_abstract_error(const vask_abstract_error& source)
-    : next(source.next != nullptr ? source.next->clone() : nullptr),
-      code(source.code),
-      message(source.message) {}
+    : next(nullptr), code(source.code), message(source.message) {
+    // Cloned last: nothing may throw once the copy of the chain is this object's.
+    if (source.next != nullptr) {
+        next = source.next->clone();
+    }
+}
 
 vask_abstract_error& vask_abstract_error::operator=(const vask_abstract_error& source) {
     if (this == &source) {

@@ -3,10 +3,12 @@
 
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "plugin/counted_memory.h"
 #include "vask_error.h"
 #include "vask_object.h"
 
@@ -22,6 +24,7 @@ public:
         ++alive;
     }
     counted_error(const counted_error& source) : vask_abstract_error(source) { ++alive; }
+    counted_error& operator=(const counted_error&) = default;
     ~counted_error() override { --alive; }
     counted_error* clone() const override { return new counted_error(*this); }
 
@@ -51,6 +54,36 @@ std::vector<std::string> messages_of(const vask_abstract_error& head) {
     for (const vask_abstract_error* error = &head; error != nullptr; error = error->get_next())
         result.push_back(error->get_message());
     return result;
+}
+
+const std::string message_from_the_heap(100, 'm');
+
+counted_error long_chain() {
+    counted_error head(message_from_the_heap);
+    for (int i = 0; i < 2; ++i) {
+        const counted_error rest = head;
+        head.set_next(&rest);
+    }
+    return head;
+}
+
+/** Takes the memory away at each place in turn, until the action gets what it needs. */
+template <typename Action, typename Check>
+void without_memory_at_any_place(Action action, Check check_failure) {
+    for (int place = 1;; ++place) {
+        const int alive = counted_error::alive;
+        vask_test::allocation_that_fails = place;
+        try {
+            action();
+        } catch (const std::bad_alloc&) {
+            EXPECT_EQ(counted_error::alive, alive) << "at allocation " << place;
+            check_failure();
+            continue;
+        }
+        vask_test::allocation_that_fails = 0;
+        ASSERT_GT(place, 3);
+        return;
+    }
 }
 
 }  // namespace
@@ -166,6 +199,11 @@ TEST(error_copy, Is_also_made_by_clone) {
     EXPECT_NE(copy->get_next(), original.get_next());
 }
 
+TEST(error_copy, Leaks_nothing_without_memory) {
+    const counted_error head = long_chain();
+    without_memory_at_any_place([&] { counted_error copy(head); }, [] {});
+}
+
 TEST(error_assignment, Replaces_code_message_and_chain) {
     vask_error target = chain_of({"x", "y", "z"});
     vask_error source = chain_of({"a", "b"});
@@ -212,6 +250,22 @@ TEST(error_assignment, Deletes_the_chain_that_it_replaces) {
         EXPECT_EQ(counted_error::alive, 1);
     }
     EXPECT_EQ(counted_error::alive, 0);
+}
+
+TEST(error_assignment, Leaks_nothing_and_changes_nothing_without_memory) {
+    const counted_error source = long_chain();
+    counted_error target("target");
+    without_memory_at_any_place([&] { target = source; },
+                                [&] { EXPECT_THAT(messages_of(target), ElementsAre("target")); });
+    EXPECT_EQ(messages_of(target), messages_of(source));
+}
+
+TEST(error_chain, Leaks_nothing_and_changes_nothing_without_memory) {
+    const counted_error rest = long_chain();
+    counted_error head("head");
+    without_memory_at_any_place([&] { head.set_next(&rest); },
+                                [&] { EXPECT_EQ(head.get_next(), nullptr); });
+    EXPECT_EQ(messages_of(head).size(), 1 + messages_of(rest).size());
 }
 
 TEST(error_chain, Holds_a_copy_of_what_is_chained) {
