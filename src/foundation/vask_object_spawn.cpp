@@ -184,7 +184,10 @@ bool start_shutdown(const char* option, const char* signature) {
     }
     unique_g_error owned(error);
     // The "%s" stands where the name belongs, and the signature where the number belongs: kept.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
     vask_object::vask_p("%s", VASK_P_ERR, "Failed to call g_spawn_async(): %d\n", signature);
+#pragma GCC diagnostic pop
     return false;
 }
 
