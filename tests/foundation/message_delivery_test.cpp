@@ -24,6 +24,7 @@
 #include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
+#include "support/sanitizers.h"
 
 using namespace vask_test;
 using testing::AllOf;
@@ -337,7 +338,7 @@ TEST_F(message_delivery, Fails_as_that_of_printf_on_a_closed_standard_output) {
 }
 
 TEST_F(message_delivery, Needs_no_memory) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VASK_TEST_HAS_ADDRESS_SANITIZER
     GTEST_SKIP() << "the sanitizer ends a process that has no memory";
 #endif
     const std::string text(64 << 20, 'x');

@@ -14,6 +14,7 @@
 #include "foundation/lock_patience.h"
 #include "foundation/registry_member.h"
 #include "support/interpose.h"
+#include "support/sanitizers.h"
 #include "support/timeout_factor.h"
 
 using namespace vask_test;
@@ -26,7 +27,7 @@ constexpr int crowd_size = 200;
 
 using clock_type = std::chrono::steady_clock;
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VASK_TEST_HAS_ADDRESS_SANITIZER
 constexpr double slowness = 3;
 #else
 constexpr double slowness = 1;

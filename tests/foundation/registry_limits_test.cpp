@@ -17,6 +17,7 @@
 #include <new>
 
 #include "foundation/registry_member.h"
+#include "support/sanitizers.h"
 #include "support/timeout_factor.h"
 
 using namespace vask_test;
@@ -141,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(answers, registry_sandbox,
                                          SECCOMP_RET_ERRNO | EOPNOTSUPP));
 
 TEST_F(registry_limits, Of_memory_end_no_process_that_looks_up) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VASK_TEST_HAS_ADDRESS_SANITIZER
     GTEST_SKIP() << "the sanitizer takes all address space";
 #endif
     registry_object bytes("program");
@@ -162,7 +163,7 @@ TEST_F(registry_limits, Of_memory_end_no_process_that_looks_up) {
 }
 
 TEST_F(registry_limits, Of_memory_fail_a_registration_and_keep_nobody_else_from_it) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VASK_TEST_HAS_ADDRESS_SANITIZER
     GTEST_SKIP() << "the sanitizer takes all address space";
 #endif
     registry_object bytes("program");

@@ -56,9 +56,10 @@ protected:
 };
 
 void expect_count_after_second_creation(object_counts counts, uint32_t expected) {
-    fake_browser browser(counts);
+    // The browser looks at it once more when it ends.
     plugin_object object;
     the_object = &object;
+    fake_browser browser(counts);
     NPClass its_class{};
     its_class.allocate = give_the_object;
     NPP_t npp{};
