@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -16,9 +15,6 @@ namespace {
 
 constexpr int file_lock_attempts = 100;
 constexpr useconds_t file_lock_pause_usec = 10000;
-
-// Most holders are through before that, if they get the processor.
-constexpr int turns_before_waiting = 5;
 
 bool has_right_size(const struct stat& file) {
     return file.st_size == static_cast<off_t>(sizeof(sem_t));
@@ -83,16 +79,6 @@ bool is_named_sem(const char* name, sem_t* sem) {
     return named == sem;
 }
 
-bool take_sem_soon(sem_t* sem) {
-    for (int turn = 0; sem_trywait(sem) != 0; ++turn) {
-        if (errno != EAGAIN || turn == turns_before_waiting) {
-            return false;
-        }
-        sched_yield();
-    }
-    return true;
-}
-
 int take_sem_within(sem_t* sem, int msec) {
     const timespec deadline = monotonic_time_in(msec);
     while (sem_clockwait(sem, CLOCK_MONOTONIC, &deadline) != 0) {
@@ -113,7 +99,7 @@ int take_sem_within(sem_t* sem, int msec) {
 int take_sem_undisturbed(sem_t* sem, signal_block& signals, int slices) {
     for (int i = 0;; ++i) {
         signals.block();
-        if (take_sem_soon(sem)) {
+        if (sem_trywait(sem) == 0) {
             return 0;
         }
         const int error = take_sem_within(sem, sem_wait_slice_msec);

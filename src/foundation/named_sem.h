@@ -25,10 +25,6 @@ sem_t* open_existing_named_sem(const char* name);
 // so where that cannot be told.
 bool is_named_sem(const char* name, sem_t* sem);
 
-// Takes a semaphore that is free, or becomes free within a few turns of the scheduler. Otherwise
-// false, after whatever error.
-bool take_sem_soon(sem_t* sem);
-
 // Takes a semaphore within the given time: 0, ETIMEDOUT or what sem_wait() fails with. Signals do
 // not end the wait. Setting the clock makes it neither longer nor shorter.
 int take_sem_within(sem_t* sem, int msec);

@@ -91,8 +91,7 @@ access_result read_record(vask_shared_info& info, vask_shm_context* const& ctx, 
     }
     // Called here, where they can be had for the price of two calls. What fails is repeated, and
     // reported, by the base object.
-    if (!take_sem_soon(found.sem) && sem_wait(found.sem) != 0 &&
-        !vask_object::vask_sem_wait(found.sem)) {
+    if (sem_wait(found.sem) != 0 && !vask_object::vask_sem_wait(found.sem)) {
         return access_result::not_locked;
     }
     access(*found.record);

@@ -240,7 +240,7 @@ TEST_F(record_signal, Of_the_limit_of_a_file_is_an_ordinary_failure_of_the_semap
     forked_process limited([] {
         // What catches the log is a file, too.
         dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
-        const rlimit limit = {8, 8};
+        const rlimit limit = {0, 0};
         setrlimit(RLIMIT_FSIZE, &limit);
         return vask_object::create_named_sem("test_limited", 1, 1) == nullptr ? 0 : 1;
     });
