@@ -7,6 +7,7 @@
  */
 
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "vask_app.h"
@@ -47,6 +48,14 @@ struct vask_child_signal_closure {
  * answered with an error. A child whose bus goes away logs
  * "The connection to the session bus is lost" at ERR and leaves run() with status 1; from then on
  * init_failed() is true.
+ *
+ * What a child has given to the bus is handed over before run() returns, and before the object's
+ * end. A bus that reads nothing is given up after 5 s, with
+ * "The bus does not read; messages of this child are lost" at ERR. A process that ends in another
+ * way, by exit() or a signal, loses what has not gone out yet.
+ *
+ * Outside of run(), which the object has to outlive, command handlers, set_window() and observers
+ * may delete it.
  */
 class VASK_EXPORT vask_child : public vask_app {
 public:
@@ -59,7 +68,9 @@ public:
      *                  empty string. A reply that is not valid UTF-8, or too long for a message
      *                  of the bus (128 MiB), fails the call, with
      *                  "Failed to reply to command ID: REASON" at ERR under the name "vask_child"
-     * @return whether the call succeeds; a failed one carries no reply
+     * @return whether the call succeeds; a failed one carries no reply. An exception fails a call
+     *         of the bus at once, with "vask_child::command(): An exception was thrown: WHAT" at
+     *         ERR under the name "vask"
      */
     typedef bool (vask_child::*cmd_handler)(const char* argument, const char** reply);
 
@@ -80,9 +91,18 @@ public:
     ~vask_child() override;
 
     /**
+     * Serves the bus as vask_app::run() does, then blocks until the bus has been handed everything
+     * that is to go out, as long as the bus reads.
+     *
+     * @return as vask_app::run()
+     */
+    int run() override;
+
+    /**
      * Raises a signal: calls the local observers, then sends ChildSignal to the bus.
      *
-     * Nobody keeps a signal: one that is raised before the parent has met the child is lost.
+     * Nobody keeps a signal: one that is raised before the parent has met the child is lost. One
+     * whose observer deletes the child, or throws, is not sent; the exception comes out of here.
      *
      * @param signal_id  any number that parent and child agree on
      * @param data       text of the signal; null is sent as the empty string. Text that is not
@@ -92,7 +112,9 @@ public:
     virtual void emit_signal(int signal_id, const char* data);
 
     /**
-     * The parent names the window to draw into. The base only logs it at DBG.
+     * The parent names the window to draw into. The base only logs it at DBG. An exception fails
+     * the call of the bus, with "vask_child::set_window(): An exception was thrown: WHAT" at ERR
+     * under the name "vask".
      *
      * @param x,y  left and top edge, in pixels
      * @param w,h  width and height, in pixels
@@ -135,7 +157,8 @@ public:
                                          void* user_data);
 
     /**
-     * Calls the local observers of a signal, in the order of registration. Sends nothing.
+     * Calls the local observers of a signal, in the order of registration. Sends nothing. Ends with
+     * the first that deletes the child, or throws: the exception comes out of here.
      *
      * @param signal_id  the signal
      * @param data       text of the signal; may be null
@@ -167,6 +190,7 @@ private:
     void join_bus();
 
     bus_link* m_bus_link;
+    std::shared_ptr<char> m_lifetime;
 };
 
 #endif

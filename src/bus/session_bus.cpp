@@ -2,6 +2,7 @@
 
 #include <dbus/dbus-glib-lowlevel.h>
 #include <dbus/dbus.h>
+#include <poll.h>
 #include <string.h>
 
 namespace {
@@ -15,14 +16,21 @@ constexpr size_t longest_text = static_cast<size_t>(DBUS_MAXIMUM_MESSAGE_LENGTH)
 constexpr int answer_timeout_msec = 25000;
 constexpr gint64 usec_per_msec = 1000;
 
-// The bus library waits without limit for a bus that does not read.
-void write_out(DBusConnection* connection, gint64 deadline) {
-    for (gint64 left = deadline - g_get_monotonic_time();
-         left > 0 && dbus_connection_has_messages_to_send(connection) &&
-         dbus_connection_get_is_connected(connection);
-         left = deadline - g_get_monotonic_time()) {
-        dbus_connection_read_write(connection, static_cast<int>(left / usec_per_msec) + 1);
+// False when the bus takes nothing for so long. Signals do not make that longer, as they would in
+// the bus library's own waiting.
+bool wait_until_bus_reads(DBusConnection* connection, int patience_msec) {
+    pollfd socket = {-1, POLLOUT, 0};
+    if (!dbus_connection_get_unix_fd(connection, &socket.fd)) {
+        return false;
     }
+    const gint64 deadline = g_get_monotonic_time() + patience_msec * usec_per_msec;
+    for (gint64 left = deadline - g_get_monotonic_time(); left > 0;
+         left = deadline - g_get_monotonic_time()) {
+        if (poll(&socket, 1, static_cast<int>(left / usec_per_msec) + 1) > 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace
@@ -47,9 +55,19 @@ bool is_bus_connected(DBusGConnection* connection) {
            dbus_connection_get_is_connected(dbus_g_connection_get_connection(connection));
 }
 
+bool hand_over(DBusGConnection* connection, int patience_msec) {
+    DBusConnection* raw = dbus_g_connection_get_connection(connection);
+    while (dbus_connection_get_is_connected(raw) && dbus_connection_has_messages_to_send(raw)) {
+        if (!wait_until_bus_reads(raw, patience_msec)) {
+            return false;
+        }
+        dbus_connection_read_write(raw, 0);
+    }
+    return true;
+}
+
 bool wait_for_bus(DBusGConnection* connection, DBusError* error) {
     DBusConnection* raw = dbus_g_connection_get_connection(connection);
-    const gint64 deadline = g_get_monotonic_time() + answer_timeout_msec * usec_per_msec;
     DBusMessage* question = dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
                                                          DBUS_INTERFACE_DBUS, "GetId");
     DBusPendingCall* pending = nullptr;
@@ -59,9 +77,8 @@ bool wait_for_bus(DBusGConnection* connection, DBusError* error) {
         dbus_set_error_const(error, DBUS_ERROR_DISCONNECTED, session_bus_is_lost);
         return false;
     }
-    write_out(raw, deadline);
     DBusMessage* answer = nullptr;
-    if (!dbus_connection_has_messages_to_send(raw) || !is_bus_connected(connection)) {
+    if (hand_over(connection, answer_timeout_msec)) {
         dbus_pending_call_block(pending);
         answer = dbus_pending_call_steal_reply(pending);
     }

@@ -14,9 +14,14 @@ DBusGConnection* open_session_bus(GError** error);
 // library takes no call on it, not even to disconnect a signal.
 bool is_bus_connected(DBusGConnection* connection);
 
+// Blocks until the kernel has everything that was sent on this connection, or the connection is
+// lost. False when the bus has read nothing for so long that it counts as stopped. Nothing is
+// handled meanwhile.
+bool hand_over(DBusGConnection* connection, int patience_msec);
+
 // Blocks until the bus has taken everything that was sent on this connection, and nothing is
-// handled meanwhile. False with an error when it has not within the bus library's usual time for an
-// answer, about 25 s, or the connection is lost.
+// handled meanwhile. False with an error when it has not read, or not answered, within the bus
+// library's usual time for an answer, about 25 s, or the connection is lost.
 bool wait_for_bus(DBusGConnection* connection, DBusError* error);
 
 // A proxy of the bus daemon itself, or null.

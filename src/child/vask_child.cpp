@@ -13,6 +13,7 @@
 #include "bus/bus_names.h"
 #include "bus/session_bus.h"
 #include "child/vask_child_object.h"
+#include "foundation/exec_call.h"
 #include "foundation/glib_handles.h"
 
 namespace {
@@ -20,6 +21,9 @@ namespace {
 // dbus-glib ends the process when a second object is registered at the same path, and a registered
 // object stays until the process ends.
 bool process_has_child_on_bus = false;
+
+// How long a bus that reads nothing may hold up the end of a child.
+constexpr int bus_patience_msec = 5000;
 
 struct g_object_deleter {
     void operator()(void* object) const { g_object_unref(object); }
@@ -46,7 +50,7 @@ bool matches(const vask_child_signal_closure& closure, vask_child_signal_cb call
 class vask_child::bus_link {
 public:
     bus_link(vask_child& child, DBusGConnection* connection)
-        : m_child(child), m_connection(connection) {
+        : m_child(child), m_connection(connection), m_bus_is_stuck(false) {
         dbus_connection_add_filter(dbus_g_connection_get_connection(m_connection), on_message, this,
                                    nullptr);
     }
@@ -59,6 +63,17 @@ public:
 
     bus_link(const bus_link&) = delete;
     bus_link& operator=(const bus_link&) = delete;
+
+    // The bus is waited for again, although it was given up before.
+    void trust_bus() { m_bus_is_stuck = false; }
+
+    // What the bus library still queues would be lost with the process.
+    void hand_over_all() {
+        if (!m_bus_is_stuck && !hand_over(m_connection, bus_patience_msec)) {
+            m_bus_is_stuck = true;
+            m_child.vask_p(VASK_P_ERR, "The bus does not read; messages of this child are lost\n");
+        }
+    }
 
 private:
     static DBusHandlerResult on_message(DBusConnection*, DBusMessage* message, void* data) {
@@ -77,10 +92,14 @@ private:
 
     vask_child& m_child;
     DBusGConnection* m_connection;
+    bool m_bus_is_stuck;  // and was waited for; the end of run() and that of the child are one end
 };
 
 vask_child::vask_child(const char* name, int argc, char** argv)
-    : vask_app(name, argc, argv), m_bus_object(nullptr), m_bus_link(nullptr) {
+    : vask_app(name, argc, argv),
+      m_bus_object(nullptr),
+      m_bus_link(nullptr),
+      m_lifetime(std::make_shared<char>()) {
     if (m_no_sys_init) {
         return;
     }
@@ -97,6 +116,7 @@ vask_child::~vask_child() {
     if (m_bus_link != nullptr) {
         // The registered object stays on the bus until the process ends, without an owner.
         vask_child_object_set_owner(m_bus_object, nullptr);
+        m_bus_link->hand_over_all();
         delete m_bus_link;
     } else if (m_bus_object != nullptr) {
         g_object_unref(m_bus_object);
@@ -126,8 +146,24 @@ void vask_child::join_bus() {
     m_bus_link = new bus_link(*this, connection);
 }
 
+int vask_child::run() {
+    if (m_bus_link != nullptr) {
+        m_bus_link->trust_bus();
+    }
+    const int code = vask_app::run();
+    // Not before: the reply of the handler that asks for the end is queued behind that handler.
+    if (m_bus_link != nullptr) {
+        m_bus_link->hand_over_all();
+    }
+    return code;
+}
+
 void vask_child::emit_signal(int signal_id, const char* data) {
+    const std::weak_ptr<char> lifetime = m_lifetime;
     observe_signal(signal_id, data);
+    if (lifetime.expired()) {
+        return;
+    }
     if (const char* problem = find_text_problem(data)) {
         vask_p(VASK_P_ERR, "Failed to emit signal %d: %s\n", signal_id, problem);
         return;
@@ -151,7 +187,7 @@ bool vask_child::command(int id, const char* argument, const char** reply) {
         return false;
     }
     *reply = nullptr;
-    return (this->*handler->second)(argument, reply);
+    return call_member(this, handler->second, argument, reply);
 }
 
 void vask_child::connect_child_signal(vask_child_signal_cb callback, int signal_id,
@@ -173,6 +209,7 @@ void vask_child::observe_signal(int signal_id, const char* data) {
     // An observer may connect and disconnect observers: the walk is over those that were there at
     // the start, less those that are gone when their turn comes.
     const std::vector<vask_child_signal_closure> observers = m_signal_closures;
+    const std::weak_ptr<char> lifetime = m_lifetime;
     for (const vask_child_signal_closure& observer : observers) {
         if (observer.signal_id != signal_id) {
             continue;
@@ -182,6 +219,9 @@ void vask_child::observe_signal(int signal_id, const char* data) {
         };
         if (std::any_of(m_signal_closures.begin(), m_signal_closures.end(), same)) {
             observer.callback(this, signal_id, data, observer.user_data);
+            if (lifetime.expired()) {
+                return;
+            }
         }
     }
 }

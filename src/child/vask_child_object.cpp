@@ -4,6 +4,7 @@
 
 #include "bus/session_bus.h"
 #include "bus/vask_marshal.h"
+#include "foundation/c_border.h"
 
 // The generated marshallers name themselves in failed checks, by their plain names as in C.
 #undef G_STRFUNC
@@ -77,7 +78,11 @@ void vask_child_object_emit(VaskChild* object, int signal_id, const char* data) 
 // A failure leaves the error empty; dbus-glib then answers with an error of its own.
 gboolean vask_child_command(VaskChild* object, int id, const char* argument, const char** reply,
                             GError**) {
-    if (object->owner == nullptr || !object->owner->command(id, argument, reply)) {
+    if (object->owner == nullptr) {
+        return FALSE;
+    }
+    const auto call = [&] { return object->owner->command(id, argument, reply); };
+    if (!call_for_c("vask_child::command()", false, call)) {
         return FALSE;
     }
     if (const char* problem = find_text_problem(*reply)) {
@@ -93,6 +98,6 @@ gboolean vask_child_set_window(VaskChild* object, int x, int y, int w, int h, un
     if (object->owner == nullptr) {
         return FALSE;
     }
-    object->owner->set_window(x, y, w, h, id);
-    return TRUE;
+    return call_for_c("vask_child::set_window()",
+                      [&] { object->owner->set_window(x, y, w, h, id); });
 }

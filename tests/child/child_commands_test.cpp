@@ -57,6 +57,27 @@ protected:
     const char* reply = untouched;
 };
 
+/** A class that has other virtual operations before those of a child. */
+struct listener {
+    virtual ~listener() = default;
+    virtual void listen() {}
+};
+
+class listening_child : public listener, public vask_child {
+public:
+    explicit listening_child(command_line&& line) : vask_child("child", line.argc(), line.argv()) {
+        add_cmd_handler(1, static_cast<cmd_handler>(&listening_child::reply_name));
+    }
+
+private:
+    bool reply_name(const char*, const char** reply) {
+        *reply = m_name;
+        return true;
+    }
+
+    const char* m_name = "listening";
+};
+
 log_line received(int id) {
     return line("DBG", "child",
                 "virtual bool vask_child::command(int, const char*, const char**): received a "
@@ -100,6 +121,13 @@ TEST_F(commands, honour_virtual_handlers) {
     child.add(1, &commanded_child::overridable);
     EXPECT_TRUE(child.command(1, "", &reply));
     EXPECT_STREQ(reply, "subclass");
+}
+
+TEST(command, reaches_a_handler_of_a_class_that_does_not_begin_with_the_child) {
+    listening_child child(command_line{no_sys_init_marker});
+    const char* reply = untouched;
+    EXPECT_TRUE(child.command(1, "", &reply));
+    EXPECT_STREQ(reply, "listening");
 }
 
 TEST_F(commands, are_told_apart_by_their_ids) {

@@ -1,6 +1,8 @@
 #ifndef VASK_TEST_SECOND_BUS_H
 #define VASK_TEST_SECOND_BUS_H
 
+#include <signal.h>
+
 #include <memory>
 #include <string>
 
@@ -19,6 +21,10 @@ public:
 
     /** "DBUS_SESSION_BUS_ADDRESS=...", for the environment of a child. */
     std::string variable() const;
+
+    /** The bus stands still and reads nothing. */
+    void stop() { m_daemon->send(SIGSTOP); }
+    void go_on() { m_daemon->send(SIGCONT); }
 
     /** The bus ends as in a crash. */
     void kill() { m_daemon->kill_now(); }

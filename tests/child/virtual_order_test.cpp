@@ -66,7 +66,7 @@ TEST(virtual_order, of_a_child) {
     EXPECT_THAT(
         virtual_functions(child),
         ElementsAre(
-            "vask_app::run()", "vask_child::~vask_child()", "vask_child::~vask_child()",
+            "vask_child::run()", "vask_child::~vask_child()", "vask_child::~vask_child()",
             "vask_child::emit_signal(int, char const*)",
             "vask_child::set_window(int, int, int, int, unsigned int)",
             "vask_child::command(int, char const*, char const**)",

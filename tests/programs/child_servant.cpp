@@ -2,9 +2,12 @@
 
 #include <glib-unix.h>
 #include <signal.h>
+#include <sys/time.h>
 #include <vask_child.h>
 
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "child_servant_commands.h"
 
@@ -24,9 +27,25 @@ public:
         add(SERVANT_LAST_WINDOW, &servant::last_window);
         add(SERVANT_QUIT, &servant::quit);
         add(SERVANT_LONG_REPLY, &servant::long_reply);
+        add(SERVANT_LONG_FAREWELL, &servant::long_farewell);
+        add(SERVANT_MANY_SIGNALS, &servant::many_signals);
+        add(SERVANT_THROW, &servant::throw_argument);
+        add(SERVANT_THROW_NUMBER, &servant::throw_number);
+        add(SERVANT_THROW_IN_WINDOW, &servant::throw_in_window);
+    }
+
+    void emit_farewell() {
+        const std::string text(farewell_signal_length, 'x');
+        for (int i = 0; i < farewell_signals; ++i) {
+            emit_signal(i, text.c_str());
+        }
     }
 
     void set_window(int x, int y, int w, int h, unsigned int id) override {
+        if (!m_window_exception.empty()) {
+            const std::string what = std::exchange(m_window_exception, "");
+            throw std::runtime_error(what);
+        }
         m_window = vask_sprintf("%d %d %d %d %u", x, y, w, h, id);
     }
 
@@ -89,9 +108,46 @@ private:
         return true;
     }
 
+    bool long_farewell(const char* argument, const char** reply) {
+        app_quit_request(8);
+        return long_reply(argument, reply);
+    }
+
+    bool many_signals(const char*, const char**) {
+        emit_farewell();
+        app_quit_request(9);
+        return true;
+    }
+
+    bool throw_argument(const char* argument, const char**) { throw std::runtime_error(argument); }
+
+    bool throw_number(const char*, const char**) { throw 1; }
+
+    bool throw_in_window(const char* argument, const char**) {
+        m_window_exception = argument;
+        return true;
+    }
+
     std::string m_reply;
     std::string m_window;
+    std::string m_window_exception;
 };
+
+gboolean emit_farewell_and_quit(gpointer child) {
+    static_cast<servant*>(child)->emit_farewell();
+    static_cast<servant*>(child)->vask_p(VASK_P_INFO, "has said farewell\n");
+    static_cast<servant*>(child)->app_quit_request(9);
+    return G_SOURCE_REMOVE;
+}
+
+// Every 20 ms, and no system call goes on after it.
+void raise_signals_all_the_time() {
+    struct sigaction nothing = {};
+    nothing.sa_handler = [](int) {};
+    sigaction(SIGALRM, &nothing, nullptr);
+    const itimerval period = {{0, 20000}, {0, 20000}};
+    setitimer(ITIMER_REAL, &period, nullptr);
+}
 
 gboolean emit_and_quit(gpointer child) {
     static_cast<servant*>(child)->emit_signal(1, "data");
@@ -119,9 +175,20 @@ int outlive_child(int argc, char** argv) {
     return rest.run();
 }
 
+// A child that ends without a main loop.
+int say_farewell_only(int argc, char** argv) {
+    servant child(argc, argv);
+    raise(SIGSTOP);
+    child.emit_farewell();
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::string(argv[1]) == "--say-farewell-only") {
+        return say_farewell_only(argc, argv);
+    }
     if (argc > 1 && std::string(argv[1]) == "--outlive-child") {
         return outlive_child(argc, argv);
     }
@@ -130,6 +197,13 @@ int main(int argc, char** argv) {
     const std::string wish = child.get_arg_num() > 0 ? child.arg_iter_elem() : "";
     if (wish == "--emit-and-quit") {
         g_idle_add(emit_and_quit, &child);
+    }
+    if (wish == "--farewell-at-usr1" || wish == "--farewell-at-usr1-with-signals") {
+        g_unix_signal_add(SIGUSR1, emit_farewell_and_quit, &child);
+        if (wish == "--farewell-at-usr1-with-signals") {
+            raise_signals_all_the_time();
+        }
+        raise(SIGSTOP);
     }
     if (wish == "--stop-before-run") {
         raise(SIGSTOP);
