@@ -13,7 +13,12 @@ public:
             return false;
         }
         const std::string text(output.begin(), output.end());
-        vask_p(VASK_P_INFO, "%s: %s\n", path, split(text.c_str(), '\n', " ").back().c_str());
+        const std::vector<std::string> lines = split(text.c_str(), '\n', " ");
+        if (lines.empty()) {
+            vask_p(VASK_P_ERR, "nothing is known about '%s'\n", path);
+            return false;
+        }
+        vask_p(VASK_P_INFO, "%s: %s\n", path, lines.back().c_str());
         return true;
     }
 };

@@ -8,6 +8,7 @@
 #include "open_app.h"
 #include "served_child.h"
 #include "support/log_catcher.h"
+#include "support/main_loop.h"
 #include "vask_child.h"
 
 using namespace vask_test;
@@ -43,6 +44,33 @@ struct dispatching_child : vask_child {
         if (id == 2) {
             *reply = "own dispatch";
         }
+        return true;
+    }
+};
+
+/** A child whose command 1 runs a main loop after a stranger has sent it command 2. */
+class looping_child : public vask_child {
+public:
+    looping_child() : vask_child("looping", 0, nullptr) {
+        add_cmd_handler(1, static_cast<cmd_handler>(&looping_child::run_loop));
+        add_cmd_handler(2, static_cast<cmd_handler>(&looping_child::count));
+    }
+
+    int counted = 0;
+    int counted_in_loop = -1;
+
+private:
+    bool run_loop(const char*, const char**) {
+        bus_client stranger;
+        served_child(stranger, child_name(getpid())).command_without_reply(2, "");
+        stranger.call_bus("GetId");  // the bus has passed the command on
+        drain_main_loop();
+        counted_in_loop = counted;
+        return true;
+    }
+
+    bool count(const char*, const char**) {
+        ++counted;
         return true;
     }
 };
@@ -83,6 +111,13 @@ TEST_F(own_process, serves_its_child) {
 TEST_F(own_process, serves_a_child_by_its_virtual_command) {
     dispatching_child child;
     EXPECT_EQ(served.command(2).text, "own dispatch");
+}
+
+TEST_F(own_process, hears_nothing_from_the_bus_in_a_main_loop_inside_a_handler) {
+    looping_child child;
+    EXPECT_TRUE(served.command(1).ok);
+    EXPECT_EQ(child.counted_in_loop, 0);
+    EXPECT_TRUE(wait_until([&] { return child.counted == 1; }));
 }
 
 TEST_F(own_process, sends_the_empty_string_for_a_reply_that_was_never_touched) {
