@@ -183,11 +183,12 @@ sem_t* take_context_sem(const std::string& name, bool create, signal_block& sign
 }
 
 bool map_context(vask_shm_context& ctx, bool create, signal_block& signals) {
+    // Who runs out of memory for it must not have the semaphore yet.
+    const std::string shm_name = ctx.get_shm_name();
     sem_t* sem = take_context_sem(ctx.get_sem_name(), create, signals);
     if (sem == nullptr) {
         return false;
     }
-    const std::string shm_name = ctx.get_shm_name();
     const std::optional<map_failure> failure = open_and_map(shm_name.c_str(), create, ctx);
     if (failure) {
         const bool posted = sem_post(sem) == 0;

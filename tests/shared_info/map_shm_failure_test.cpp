@@ -67,6 +67,17 @@ TEST_F(map_shm_failure, Of_the_context) {
     EXPECT_THAT(log.lines(), ElementsAre(error("Failed to create vask_shm_context instance")));
 }
 
+TEST_F(map_shm_failure, Cannot_come_from_a_lack_of_memory_while_the_semaphore_is_held) {
+    fail("allocation under the semaphore", 12);
+
+    vask_shm_context* context = vask_shared_info::map_shm(name, size, true);
+
+    ASSERT_NE(context, nullptr);
+    EXPECT_TRUE(vask_object::post_named_sem(context->get_sem()));
+    EXPECT_EQ(thing.sem_value(), 1);
+    EXPECT_TRUE(vask_shared_info::unmap_shm(context));
+}
+
 TEST_F(map_shm_failure, Of_the_wait_for_the_semaphore) {
     fail("sem_wait", 22);
     EXPECT_EQ(vask_shared_info::map_shm(name, size, true), nullptr);

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <new>
 
 #include "support/interpose.h"
@@ -158,6 +159,24 @@ int sem_close(sem_t* sem) noexcept {
 }
 
 }  // extern "C"
+
+void* operator new(std::size_t size) {
+    const bool is_refused =
+        now.failing_call == "allocation under the semaphore" && seen.sem_wait > seen.sem_post;
+    void* memory = is_refused ? nullptr : malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    free(memory);
+}
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     if (now.failing_call == "allocation") {

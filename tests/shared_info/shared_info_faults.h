@@ -11,7 +11,7 @@
 namespace shared_info_faults {
 
 // The calls that can fail: shm_open, creating shm_open, ftruncate, fallocate, fstat, mmap,
-// sem_wait, sem_post, allocation.
+// sem_wait, sem_post, allocation (of the context), allocation under the semaphore (of anything).
 struct plan : vask_test::call_fault {
     int interrupted_fallocations = 0;
 
