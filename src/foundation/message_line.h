@@ -3,6 +3,8 @@
 
 #include <stdarg.h>
 
+#include "vask_object.h"
+
 // What the header of a message tells.
 struct message_header {
     const char* name;
@@ -16,6 +18,11 @@ struct message_header {
 // until everything is out. Nothing that other threads print comes in between. What a standard
 // output that does not block has not taken for a second is dropped.
 void print_message_line(const message_header& header, const char* format, va_list args);
+
+// vask_object::vask_p() of an object that may be gone by now: with the name and address it had.
+__attribute__((format(printf, 4, 5))) void print_message_of(const char* name, const void* address,
+                                                            vask_print_level level,
+                                                            const char* format, ...);
 
 // Leaves a header in the buffer of stdio.
 void print_message_header(const message_header& header);

@@ -170,6 +170,17 @@ void vask_object::vask_p(const char* name, vask_print_level level, const char* f
     va_end(args);
 }
 
+void print_message_of(const char* name, const void* address, vask_print_level level,
+                      const char* format, ...) {
+    if (level > vask_object::print_msg_level) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    print_message(name, level, address, format, args);
+    va_end(args);
+}
+
 void vask_object::vask_p_header(const char* name, vask_print_level level, const void* address) {
     print_message_header(header_of(name, level, address));
 }

@@ -8,6 +8,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "foundation/message_line.h"
+
 namespace {
 
 struct free_deleter {
@@ -113,10 +115,11 @@ std::string vask_np_base::get_baseURI(NPP npp) {
     // A page may have put a function of its own in the property's place, which may do anything, up
     // to having this object deleted.
     const char* const name = obj_name;
+    const vask_object* const address = this;
     NPVariant uri;
     VOID_TO_NPVARIANT(uri);
     if (!NPNFuncs.getproperty(npp, element, NPNFuncs.getstringidentifier("baseURI"), &uri)) {
-        vask_p(name, VASK_P_ERR, "Failed to get the base URI");
+        print_message_of(name, address, VASK_P_ERR, "Failed to get the base URI");
         fail_without_base_uri();
     }
     const std::unique_ptr<char, free_deleter> directory(directory_of(uri));

@@ -14,6 +14,7 @@ import tempfile
 # What prints, and the helpers that hand a format on to it, with the level they print at.
 PRINTERS = {
     "vask_p": None,
+    "print_message_of": None,
     "report_failure": None,
     "log_text_array": "DBG",
     "report_nothing_to_lock": "ERR",

@@ -81,6 +81,18 @@ TEST_F(page_uri, fails_when_the_element_has_none) {
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "base", "Failed to get the base URI")));
 }
 
+TEST_F(page_uri, fails_with_the_address_of_the_object_that_asked) {
+    const vask_object* const address = &base;
+    vask_object::print_flags |= VASK_P_FLAG_ADDR;
+
+    EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
+
+    EXPECT_THAT(log.text(),
+                HasSubstr(vask_object::vask_sprintf(":%p] ERR: Failed to get the base URI",
+                                                    static_cast<const void*>(address))));
+    vask_object::print_flags &= ~static_cast<unsigned int>(VASK_P_FLAG_ADDR);
+}
+
 TEST_F(page_uri, fails_without_a_line_when_it_has_no_slash) {
     set_base_uri("about:blank");
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
