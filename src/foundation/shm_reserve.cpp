@@ -2,6 +2,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -57,6 +59,19 @@ int write_to_holes(int fd, off_t from, off_t to) {
     }
 }
 
+// Whether there cannot be room for so many bytes, the object's own memory counted in. Found out
+// piece by piece it would fill the file system up first, which takes seconds and starves everybody
+// else.
+bool is_beyond_room(int fd, off_t size) {
+    struct stat object;
+    struct statvfs room;
+    if (fstat(fd, &object) != 0 || fstatvfs(fd, &room) != 0 || room.f_blocks == 0) {
+        return false;  // the last: without a limit of its own
+    }
+    const off_t missing = size - static_cast<off_t>(object.st_blocks) * 512;
+    return missing > 0 && static_cast<fsblkcnt_t>(missing) / room.f_frsize > room.f_bfree;
+}
+
 }  // namespace
 
 int set_shm_size(int fd, off_t size) {
@@ -65,6 +80,9 @@ int set_shm_size(int fd, off_t size) {
 }
 
 int reserve_shm(int fd, off_t from, off_t to) {
+    if (is_beyond_room(fd, to - from)) {
+        return ENOSPC;
+    }
     const withheld_signal limit(SIGXFSZ);
     while (from < to) {
         const off_t end = to - from > piece_size ? from + piece_size : to;

@@ -14,8 +14,8 @@ int set_shm_size(int fd, off_t size);
 // refuses fallocate() the object may be longer than it was, also after a failure.
 //
 // Works piece by piece and keeps what it has, so a signal that comes again and again does not keep
-// it from its end. What was found before a failure stays with the object until it is made shorter
-// or removed.
+// it from its end. What is larger than the room that is left is refused at once. What was found
+// before a failure stays with the object until it is made shorter or removed.
 int reserve_shm(int fd, off_t from, off_t to);
 
 #endif

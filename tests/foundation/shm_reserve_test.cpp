@@ -28,6 +28,8 @@ constexpr off_t mebibyte = 1024 * 1024;
 // A kernel that a signal interrupts in every call that is longer than this, and that undoes it.
 off_t longest_uninterrupted = 0;
 
+int reserved_calls = 0;
+
 /** A shared-memory object without a name. */
 class object {
 public:
@@ -92,6 +94,7 @@ protected:
 }  // namespace
 
 extern "C" int fallocate(int fd, int mode, off_t offset, off_t length) {
+    ++reserved_calls;
     if (longest_uninterrupted != 0 && length > longest_uninterrupted) {
         errno = EINTR;
         return -1;
@@ -184,6 +187,31 @@ TEST_F(shm_reserve, Fails_where_there_is_no_memory) {
     if (result == not_permitted)
         GTEST_SKIP() << "no private mounts";
     EXPECT_EQ(result, ENOSPC);
+}
+
+TEST_F(shm_reserve, Takes_nothing_where_there_is_not_enough_for_all) {
+    const int result = run([] {
+        if (!enter_tiny_dev_shm(400))
+            return not_permitted;
+        const object one(8 * mebibyte);
+        reserved_calls = 0;
+        return reserve_shm(one.fd(), 0, one.size()) == ENOSPC ? reserved_calls : -1;
+    });
+    if (result == not_permitted)
+        GTEST_SKIP() << "no private mounts";
+    EXPECT_EQ(result, 0);
+}
+
+TEST_F(shm_reserve, Counts_the_memory_that_an_object_has_already) {
+    const int result = run([] {
+        if (!enter_tiny_dev_shm(400))
+            return not_permitted;
+        const object one(300 * sysconf(_SC_PAGESIZE));
+        return reserve_shm(one.fd(), 0, one.size()) == 0 ? reserve_shm(one.fd(), 0, one.size()) : 1;
+    });
+    if (result == not_permitted)
+        GTEST_SKIP() << "no private mounts";
+    EXPECT_EQ(result, 0);
 }
 
 TEST_F(shm_reserve, Fails_where_there_is_no_memory_and_the_reservation_is_refused) {
