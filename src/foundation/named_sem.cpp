@@ -50,6 +50,18 @@ sem_t* refuse_wrong_size(const char* name, sem_t* sem) {
     return sem;
 }
 
+enum class named_as { itself, nothing_or_another, unknown };
+
+named_as look_up_sem(const char* name, sem_t* sem) {
+    sem_t* named = sem_open(name, 0);
+    if (named == SEM_FAILED) {
+        return errno == ENOENT ? named_as::nothing_or_another : named_as::unknown;
+    }
+    sem_close(named);
+    // Of one semaphore a process has one address, as long as it is open.
+    return named == sem ? named_as::itself : named_as::nothing_or_another;
+}
+
 }  // namespace
 
 std::string named_sem_path(const char* name) {
@@ -70,13 +82,11 @@ sem_t* open_existing_named_sem(const char* name) {
 }
 
 bool is_named_sem(const char* name, sem_t* sem) {
-    // Of one semaphore a process has one address, as long as it is open.
-    sem_t* named = sem_open(name, 0);
-    if (named == SEM_FAILED) {
-        return false;
-    }
-    sem_close(named);
-    return named == sem;
+    return look_up_sem(name, sem) == named_as::itself;
+}
+
+bool is_removed_named_sem(const char* name, sem_t* sem) {
+    return look_up_sem(name, sem) == named_as::nothing_or_another;
 }
 
 int take_sem_within(sem_t* sem, int msec) {

@@ -25,6 +25,9 @@ sem_t* open_existing_named_sem(const char* name);
 // so where that cannot be told.
 bool is_named_sem(const char* name, sem_t* sem);
 
+// Whether it certainly does not: the name is gone, or leads to another one.
+bool is_removed_named_sem(const char* name, sem_t* sem);
+
 // Takes a semaphore within the given time: 0, ETIMEDOUT or what sem_wait() fails with. Signals do
 // not end the wait. Setting the clock makes it neither longer nor shorter.
 int take_sem_within(sem_t* sem, int msec);

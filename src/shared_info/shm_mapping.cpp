@@ -23,6 +23,9 @@ const char source_unit[] = "vask_shared_info";
 constexpr int removal_patience_slices = 10;
 static_assert(removal_patience_slices * sem_wait_slice_msec == 1000);
 
+// How often who waits looks whether the semaphore still has its name.
+constexpr int slices_between_looks = 5;
+
 // What failed after the semaphore was opened. The line about it is written after the semaphore was
 // given back and the signals were let through, because writing may block.
 enum class map_step { wait, open, size, map };
@@ -155,6 +158,17 @@ std::unique_ptr<vask_shm_context> make_context(const char* name, unsigned long s
     return ctx;
 }
 
+// Waits for a semaphore as long as its name may lead to it. 0 with the signals blocked; otherwise
+// ETIMEDOUT for one that was removed, or what the wait fails with. Who has removed it need not have
+// had it: its holder may be dead, and then nobody ever gives it to those who wait.
+int take_sem_unless_removed(const char* name, sem_t* sem, signal_block& signals) {
+    int error;
+    do {
+        error = take_sem_undisturbed(sem, signals, slices_between_looks);
+    } while (error == ETIMEDOUT && !is_removed_named_sem(name, sem));
+    return error;
+}
+
 // Opens the semaphore and takes it, with the signals blocked. Null without a line where there is
 // none and none is to be created, and otherwise after a line.
 sem_t* take_context_sem(const std::string& name, bool create, signal_block& signals) {
@@ -167,7 +181,12 @@ sem_t* take_context_sem(const std::string& name, bool create, signal_block& sign
         if (sem == nullptr) {
             return nullptr;
         }
-        if (const int error = take_sem_undisturbed(sem, signals)) {
+        const int error = take_sem_unless_removed(name.c_str(), sem, signals);
+        if (error == ETIMEDOUT) {
+            sem_close(sem);
+            continue;
+        }
+        if (error != 0) {
             report({map_step::wait, error});
             return nullptr;
         }
@@ -232,8 +251,10 @@ sem_for_removal take_sem_for_removal(const char* name, signal_block& signals) {
             sem_post(sem);
             signals.unblock();
         }
+        // One that has come meanwhile has holders of its own, who may live.
+        const bool is_given_up = !is_taken && !is_removed_named_sem(name, sem);
         sem_close(sem);
-        if (!is_taken) {
+        if (is_given_up) {
             return {nullptr, true};
         }
     }

@@ -19,6 +19,7 @@
 
 using namespace vask_test;
 using shared_info_faults::now;
+using shared_info_faults::seen;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -132,6 +133,42 @@ TEST_F(record_removal, Does_not_wait_for_ever_for_a_dead_holder) {
     EXPECT_FALSE(record.sem_exists());
     EXPECT_EQ(info.get_monitor_rotation(), VASK_MONITOR_ROTATION_NOT_SET);
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(record_removal, Frees_those_who_wait_for_a_dead_holder) {
+    own_shared_info info;
+    info.map_shared_info(true);
+    ASSERT_TRUE(info.lock_shared_info());
+    forked_process late([] { return own_shared_info().get_monitor_rotation(); });
+    ASSERT_TRUE(waits(late));
+    EXPECT_TRUE(info.unmap_shared_info(true));
+    EXPECT_EQ(late.wait_for_end(), VASK_MONITOR_ROTATION_NOT_SET);
+    EXPECT_EQ(record.sem_value(), 1);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(record_removal, That_gives_a_dead_holder_up_takes_the_semaphore_that_has_come_meanwhile) {
+    own_shared_info dead;
+    dead.map_shared_info(true);
+    ASSERT_TRUE(dead.lock_shared_info());
+    forked_process remover([] {
+        seen.sem_wait = 0;
+        own_shared_info own;
+        own.m_shared_info_ctx = new vask_shm_context("vask_shared_info", 2064);
+        own.unmap_shared_info(true);
+        return seen.sem_wait;
+    });
+    ASSERT_TRUE(waits(remover));
+    ASSERT_EQ(kill(remover.pid(), SIGSTOP), 0);
+    ASSERT_TRUE(record.sem_exists());
+    record.remove();
+    record.remove_sem();
+    own_shared_info present;
+    ASSERT_NE(present.map_shared_info(true), nullptr);
+    kill(remover.pid(), SIGCONT);
+    EXPECT_EQ(remover.wait_for_end(), 1);
+    EXPECT_FALSE(record.exists());
+    EXPECT_FALSE(record.sem_exists());
 }
 
 TEST_F(record_removal, That_has_waited_for_another_removal_turns_to_the_new_record) {
