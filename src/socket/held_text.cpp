@@ -48,11 +48,17 @@ void held_text::append(const char* data, gsize count) {
     examine();
 }
 
-void held_text::take_whole(char* data) {
-    memcpy(data, m_bytes.data(), m_whole);
+gsize held_text::take(char* data) {
+    // Some converters look at what follows before they decode a byte, such as an escape that begins
+    // no sequence. The other one is given the same bytes, or it would still wait.
+    const gsize end = m_converter != nullptr ? m_bytes.size() : m_whole;
+    const gsize fresh = end - m_given;
+    memcpy(data, m_bytes.data() + m_given, fresh);
     m_bytes.erase(0, m_whole);
+    m_given = end - m_whole;
     m_seen -= m_whole;
     m_whole = 0;
+    return fresh;
 }
 
 bool held_text::is_cut() {

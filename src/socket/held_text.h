@@ -6,7 +6,7 @@
 #include <string>
 
 // Bytes that have come and do not make a character yet. A second converter runs ahead of the one
-// that decodes them, so that this one is only given what it can turn into characters.
+// that decodes them, so that this one is only given bytes when it can turn some into characters.
 class held_text {
 public:
     held_text() = default;
@@ -22,7 +22,10 @@ public:
     // How many bytes from the first one on decode to at least one character and leave no part of
     // one; 0 when more is needed.
     gsize whole() const { return m_whole; }
-    void take_whole(char* data);
+
+    // Gives what there is to the one that decodes, which keeps what is not whole for itself; it is
+    // still counted here. Returns the number of bytes that it has not been given before.
+    gsize take(char* data);
 
     gsize size() const { return m_bytes.size(); }
 
@@ -47,6 +50,8 @@ private:
     // state.
     gsize m_seen = 0;
     gsize m_whole = 0;
+    // So many of the first bytes wait where they are decoded.
+    gsize m_given = 0;
     bool m_is_bad = false;
     bool m_is_cut = false;
 };

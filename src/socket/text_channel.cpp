@@ -11,6 +11,7 @@ struct text_functions : GIOFuncs {
 
     GIOFuncs* const former;
     held_text held;
+    bool has_ended = false;
 };
 
 text_functions& functions_of(GIOChannel* channel) {
@@ -38,6 +39,7 @@ GIOStatus read_more(GIOChannel* channel, gchar* data, gsize count, GError** erro
         return fail(error, G_CONVERT_ERROR_PARTIAL_INPUT,
                     "Leftover unconverted data in read buffer");
     }
+    functions.has_ended = status == G_IO_STATUS_EOF;
     held.append(data, fresh);
     return status;
 }
@@ -57,9 +59,11 @@ GIOStatus read_whole_characters(GIOChannel* channel, gchar* data, gsize count, g
         return fail(error, G_CONVERT_ERROR_ILLEGAL_SEQUENCE,
                     "Invalid byte sequence in conversion input");
     }
-    *done = held.whole();
-    held.take_whole(data);
-    return *done > 0 ? G_IO_STATUS_NORMAL : G_IO_STATUS_AGAIN;
+    if (held.whole() == 0) {
+        return G_IO_STATUS_AGAIN;
+    }
+    *done = held.take(data);
+    return G_IO_STATUS_NORMAL;
 }
 
 // GLib's own watch sleeps on what has been read ahead unless that meets all of its conditions, and
@@ -138,6 +142,10 @@ void keep_characters_whole(GIOChannel* channel) {
     if (!keeps_characters_whole(channel)) {
         channel->funcs = new text_functions(channel->funcs);
     }
+}
+
+bool has_ended_whole(GIOChannel* channel) {
+    return keeps_characters_whole(channel) && functions_of(channel).has_ended;
 }
 
 bool has_read_ahead(GIOChannel* channel) {

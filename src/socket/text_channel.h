@@ -10,6 +10,10 @@
 // again.
 void keep_characters_whole(GIOChannel* channel);
 
+// Whether the stream is over, behind a whole character. GLib reports a failure instead of the end
+// when it holds bytes that make no character, such as a last shift.
+bool has_ended_whole(GIOChannel* channel);
+
 // Whether a read would give something, or fail, without a look at the descriptor.
 bool has_read_ahead(GIOChannel* channel);
 

@@ -311,6 +311,9 @@ vask_socket::read_outcome vask_socket::receive_stream(GIOChannel* channel, gsize
     if (status == G_IO_STATUS_NORMAL && !next_does_not_fit) {
         return RECEIVED;
     }
+    if (status == G_IO_STATUS_ERROR && has_ended_whole(channel)) {
+        status = G_IO_STATUS_EOF;
+    }
     if (status != G_IO_STATUS_EOF) {
         vask_p(VASK_P_ERR, "<%s:%d> Failed to call g_io_channel_read_chars: %d: %d: %s\n",
                source_unit, __LINE__, static_cast<int>(room), status, reason_of(error));

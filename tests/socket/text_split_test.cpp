@@ -297,6 +297,48 @@ TEST(bad_text, Of_shifts_without_a_character_fails_before_it_fills_the_memory) {
                 ElementsAre(socket_line("ERR", client_name, failed_read(100, invalid))));
 }
 
+// An escape that begins no sequence is a character, but only what follows it tells that.
+TEST(escape, In_front_of_another_one_is_decoded_by_what_follows_it) {
+    log_catcher log;
+    connected pair("ISO-2022-JP");
+    pair.read(100, 2);
+    pair.peer.send(
+        "\x1b"
+        "A\x1b");
+    run_to_the_end_of_the_request(pair);
+    EXPECT_EQ(pair.owner.received,
+              "\x1b"
+              "A");
+    EXPECT_EQ(pair.owner.status, 1);
+}
+
+TEST(escape, In_front_of_bad_bytes_is_decoded_before_they_fail_the_request) {
+    log_catcher log;
+    connected pair("ISO-2022-JP");
+    pair.read(100, 100);
+    pair.peer.send("\x1b\x98$");
+    run_to_the_end_of_the_request(pair);
+    EXPECT_EQ(pair.owner.received, "\x1b");
+    EXPECT_EQ(pair.owner.status, 0);
+    EXPECT_THAT(log.lines(),
+                ElementsAre(socket_line("ERR", client_name, failed_read(99, invalid))));
+}
+
+TEST(escape, That_comes_in_pieces_at_the_end_cuts_nothing_off) {
+    log_catcher log;
+    connected pair("ISO-2022-JP");
+    reading_on reading(pair.socket, 100);
+    pair.peer.send("\x1b$BF|\x1b");
+    drain_main_loop();
+    pair.peer.send("(B");
+    drain_main_loop();
+    pair.peer.close();
+    run_to_the_end_of_the_request(pair);
+    EXPECT_EQ(reading.received, "\xe6\x97\xa5");
+    EXPECT_EQ(reading.status(), 2);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 // In such an encoding the next byte may be an accent of the one before.
 TEST(late_text, Of_which_the_last_character_waits_for_the_next_one_arrives_without_it) {
     log_catcher log;
