@@ -193,8 +193,9 @@ public:
      * meanwhile.
      *
      * A subclass's part is gone by then: the children are ended by this class's
-     * terminate_worker_impl(), and no callback comes. A subclass with another way of ending its
-     * child calls terminate_all_workers() and vask_wait_child_exit() in its own destructor.
+     * terminate_worker_impl(), also one whose own request has thrown or is still running, and no
+     * callback comes. A subclass with another way of ending its child calls terminate_all_workers()
+     * and vask_wait_child_exit() in its own destructor.
      */
     virtual ~vask_app_bridge();
 

@@ -109,6 +109,12 @@ vask_app_bridge::~vask_app_bridge() {
     vask_p(VASK_P_DBG, "%s\n", "virtual vask_app_bridge::~vask_app_bridge()");
     free_child_resource();
     disconnect_name_owner_changed();
+    // A request that has thrown, or that deletes the bridge, may have asked nobody.
+    for (vask_child_proxy* worker : m_child_proxy) {
+        if (worker != nullptr && worker->m_farewell->is_being_asked()) {
+            worker->m_terminating = false;
+        }
+    }
     terminate_all_workers();
     vask_wait_child_exit(0);
     if (m_bus_connection != nullptr) {
@@ -253,8 +259,14 @@ void vask_app_bridge::terminate_worker() {
     if (worker->m_farewell->has_begun()) {
         return;
     }
+    // An override may delete this bridge, and with it the worker.
+    const std::weak_ptr<vask_child_farewell> farewell = worker->m_farewell;
+    worker->m_farewell->begin_request();
     // From the destructor this is the base's own, as the header warns.
     terminate_worker_impl();  // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall)
+    if (const auto left = farewell.lock()) {
+        left->end_request();
+    }
 }
 
 void vask_app_bridge::terminate_all_workers() {

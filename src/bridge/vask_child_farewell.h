@@ -47,6 +47,12 @@ public:
 
     bool has_begun() const;
 
+    // Between these the bridge's application is asking the child to end. Without the second one it
+    // has failed, or has not come to it.
+    void begin_request() { m_is_being_asked = true; }
+    void end_request() { m_is_being_asked = false; }
+    bool is_being_asked() const { return m_is_being_asked; }
+
     // Gives back the time that the child's own signals have taken: not the bus was slow.
     void lengthen(gint64 usec);
 
@@ -66,6 +72,7 @@ private:
     guint m_timer_id;
     int m_ticks;
     int m_status;
+    bool m_is_being_asked = false;
 };
 
 #endif

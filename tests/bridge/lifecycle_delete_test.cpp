@@ -113,7 +113,55 @@ public:
     }
 };
 
+/** Asks its child in a way that fails. */
+class speechless_bridge : public told_bridge {
+public:
+    using told_bridge::told_bridge;
+
+    void terminate_worker_impl() override {
+        ++m_story->requests;
+        throw std::runtime_error("no words");
+    }
+};
+
+/** Leaves the asking to the destructor. */
+class hasty_bridge : public told_bridge {
+public:
+    using told_bridge::told_bridge;
+
+    void terminate_worker_impl() override {
+        ++m_story->requests;
+        delete this;
+    }
+};
+
 }  // namespace
+
+TEST_F(bridge_destructor, Ends_the_children_whose_requests_to_end_have_thrown) {
+    story told;
+    auto bridge = std::make_unique<speechless_bridge>(&told);
+    bridge->enable_twins_mode();
+    spawn_probe(*bridge, {"sleep"});
+    const int pids[] = {bridge->m_child_proxy[0]->get_pid(), bridge->m_child_proxy[1]->get_pid()};
+    EXPECT_THROW(bridge->terminate_worker(), std::runtime_error);
+    bridge->switch_main_worker();
+    EXPECT_THROW(bridge->terminate_worker(), std::runtime_error);
+    bridge.reset();
+    EXPECT_EQ(told.requests, 2);
+    EXPECT_TRUE(is_gone(pids[0]));
+    EXPECT_TRUE(is_gone(pids[1]));
+}
+
+TEST_F(bridge_destructor, Ends_the_child_when_the_request_to_end_deletes_the_bridge_instead) {
+    story told;
+    auto* const bridge = new hasty_bridge(&told);
+    spawn_probe(*bridge, {"sleep"});
+    const int pid = bridge->get_child_pid();
+    bridge->terminate_worker();
+    EXPECT_TRUE(told.deleted);
+    EXPECT_EQ(told.requests, 1);
+    EXPECT_TRUE(is_gone(pid));
+}
 
 TEST_F(bridge_destructor, Ends_the_child_and_blocks_until_it_is_gone) {
     auto bridge = std::make_unique<recording_bridge>(true);
