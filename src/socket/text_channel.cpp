@@ -1,5 +1,7 @@
 #include "socket/text_channel.h"
 
+#include <new>
+
 #include "socket/held_text.h"
 
 namespace {
@@ -44,7 +46,7 @@ GIOStatus read_more(GIOChannel* channel, gchar* data, gsize count, GError** erro
     return status;
 }
 
-GIOStatus read_whole_characters(GIOChannel* channel, gchar* data, gsize count, gsize* done,
+GIOStatus take_whole_characters(GIOChannel* channel, gchar* data, gsize count, gsize* done,
                                 GError** error) {
     held_text& held = functions_of(channel).held;
     *done = 0;
@@ -64,6 +66,19 @@ GIOStatus read_whole_characters(GIOChannel* channel, gchar* data, gsize count, g
     }
     *done = held.take(data);
     return G_IO_STATUS_NORMAL;
+}
+
+// Called by GLib, which an exception must not cross: it would also leave the request without a
+// watch, pending for ever.
+GIOStatus read_whole_characters(GIOChannel* channel, gchar* data, gsize count, gsize* done,
+                                GError** error) {
+    try {
+        return take_whole_characters(channel, data, count, done, error);
+    } catch (const std::bad_alloc&) {
+        // What was read is lost, and what follows means something else without it.
+        functions_of(channel).held.give_up();
+        return fail(error, G_CONVERT_ERROR_NO_MEMORY, "No memory for what has come");
+    }
 }
 
 // GLib's own watch sleeps on what has been read ahead unless that meets all of its conditions, and
