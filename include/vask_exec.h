@@ -97,7 +97,8 @@ public:
      *
      * @param exec  a vask_exec
      * @return what idle_callback() returns; whether calls remain when it throws, which is logged
-     *         at ERR as "vask_exec::idle_callback(): An exception was thrown: WHAT"
+     *         at ERR as "vask_exec::idle_callback(): An exception was thrown: WHAT". The oldest
+     * call is forgotten then, also where an override has thrown before it came to it
      */
     static int _idle_callback(void* exec);
 

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cstddef>
 
 #include "vask_object.h"
@@ -41,6 +42,11 @@ constexpr std::size_t entry_offset(std::size_t index) {
 // How many whole entries an object of that size has.
 constexpr std::size_t entries_in(std::size_t size) {
     return size < entry_offset(0) ? 0 : (size - entry_offset(0)) / sizeof(pid_array_entry);
+}
+
+// What counts of a size that fstat() tells; it may not fit into a size_t of 32 bits.
+inline std::size_t usable_size(off_t size) {
+    return static_cast<std::size_t>(std::min(size, static_cast<off_t>(entry_offset(most_entries))));
 }
 
 #endif

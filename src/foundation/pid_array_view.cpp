@@ -103,5 +103,5 @@ std::size_t pid_array_view::reachable_size(const pid_array_snapshot& snapshot) c
     if (fstat(m_fd, &object) != 0) {
         return 0;
     }
-    return std::min(static_cast<std::size_t>(object.st_size), snapshot.wanted_size);
+    return std::min(usable_size(object.st_size), snapshot.wanted_size);
 }

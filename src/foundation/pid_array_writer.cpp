@@ -79,7 +79,7 @@ bool pid_array_writer::measure() {
     if (fstat(m_object.get(), &info) != 0) {
         return false;
     }
-    const auto size = static_cast<std::size_t>(info.st_size);
+    const auto size = usable_size(info.st_size);
     if (size < entry_offset(0)) {
         return true;
     }

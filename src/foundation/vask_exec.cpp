@@ -56,9 +56,19 @@ unsigned int vask_exec::add_timer_exec_func(int interval_msec, vask_exec_func fu
 int vask_exec::_idle_callback(void* exec) {
     auto* const object = static_cast<vask_exec*>(exec);
     const life_mark life(*object);
+    const auto first_call = [object] {
+        return object->exec_list.empty() ? nullptr : &object->exec_list.front();
+    };
+    const vask_exec_info* const first = first_call();
     bool remain = false;
-    if (!call_for_c("vask_exec::idle_callback()", [&] { remain = object->idle_callback(); })) {
-        remain = !life.is_over() && !object->exec_list.empty();
+    if (!call_for_c("vask_exec::idle_callback()", [&] { remain = object->idle_callback(); }) &&
+        !life.is_over()) {
+        // An override that throws has not always come to the call. It counts as made all the same:
+        // else one that always throws would keep the main loop busy for ever.
+        if (first != nullptr && first_call() == first && !object->m_idle_call_runs) {
+            object->exec_list.pop_front();
+        }
+        remain = !object->exec_list.empty();
     }
     return remain;
 }

@@ -100,7 +100,7 @@ TEST(exec_throw, An_idle_call_may_delete_its_object_before) {
     EXPECT_EQ(sources(), before);
 }
 
-TEST(exec_throw, An_override_of_idle_callback_that_throws_is_dispatched_again) {
+TEST(exec_throw, An_override_of_idle_callback_that_throws_loses_one_call) {
     class overriding : public throwing {
     public:
         overriding() : throwing(nullptr) {}
@@ -114,10 +114,28 @@ TEST(exec_throw, An_override_of_idle_callback_that_throws_is_dispatched_again) {
     };
     overriding object;
     log_catcher log;
+    object.add(&data_a);
     object.add(&data_b);
     drain_main_loop();
     EXPECT_THAT(object.calls, ElementsAre(&data_b));
     EXPECT_THAT(log.lines(), ElementsAre(thrown_from(idle)));
+}
+
+TEST(exec_throw, An_override_of_idle_callback_that_always_throws_does_not_keep_the_loop_busy) {
+    class overriding : public throwing {
+    public:
+        overriding() : throwing(nullptr) {}
+        bool idle_callback() override { throw std::runtime_error("no paper"); }
+    };
+    overriding object;
+    const auto before = sources();
+    log_catcher log;
+    object.add(&data_a);
+    object.add(&data_b);
+    drain_main_loop();
+    EXPECT_THAT(object.exec_list, IsEmpty());
+    EXPECT_EQ(sources(), before);
+    EXPECT_THAT(log.lines(), ElementsAre(thrown_from(idle), thrown_from(idle)));
 }
 
 TEST(exec_throw, What_an_idle_call_throws_reaches_an_application_that_dispatches_it_itself) {
