@@ -18,7 +18,7 @@ using namespace vask_test;
 namespace {
 
 constexpr int most_victims = 20000;
-constexpr std::chrono::seconds longest_storm(60);
+constexpr std::chrono::seconds longest_storm(15);
 constexpr long longest_life_nsec = 300000;
 
 class signal_storm : public shared_info_test {
