@@ -2,12 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 
 #include <fstream>
 
 #include "foundation/registry_member.h"
+#include "support/tiny_dev_shm.h"
 
 using namespace vask_test;
 using testing::ElementsAre;
@@ -19,14 +18,8 @@ constexpr int not_permitted = 77;
 
 /** Runs a function beside a /dev/shm of a few pages. Its result, or not_permitted. */
 int run_with_tiny_dev_shm(int pages, const std::function<int()>& work) {
-    forked_process process([pages, &work] {
-        const std::string size = "size=" + std::to_string(pages * sysconf(_SC_PAGESIZE));
-        if ((unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ||
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", "/dev/shm", "tmpfs", 0, size.c_str()) != 0)
-            return not_permitted;
-        return work();
-    });
+    forked_process process(
+        [pages, &work] { return enter_tiny_dev_shm(pages) ? work() : not_permitted; });
     return process.wait_for_end();
 }
 

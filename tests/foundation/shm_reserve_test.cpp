@@ -2,9 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mman.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -17,6 +15,7 @@
 #include "foundation/unique_fd.h"
 #include "support/interpose.h"
 #include "support/refused_call.h"
+#include "support/tiny_dev_shm.h"
 
 using namespace vask_test;
 
@@ -76,13 +75,6 @@ protected:
     static int run_in_sandbox(int error, const std::function<int()>& work) {
         return run(
             [&] { return refuse_system_call(SYS_fallocate, error) ? work() : not_permitted; });
-    }
-
-    static bool enter_tiny_dev_shm(int pages) {
-        const std::string size = "size=" + std::to_string(pages * sysconf(_SC_PAGESIZE));
-        return (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) &&
-               mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-               mount("tmpfs", "/dev/shm", "tmpfs", 0, size.c_str()) == 0;
     }
 
     static void limit_files_to(rlim_t size) {

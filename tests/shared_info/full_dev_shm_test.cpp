@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/syscall.h>
 
 #include <filesystem>
@@ -13,6 +11,7 @@
 #include "foundation/registry_process.h"
 #include "shared_info/shared_objects.h"
 #include "support/refused_call.h"
+#include "support/tiny_dev_shm.h"
 #include "vask_object.h"
 
 using namespace vask_test;
@@ -27,14 +26,8 @@ class full_dev_shm : public shared_info_test {
 protected:
     /** Runs a function beside a /dev/shm of a few pages. Its result, or not_permitted. */
     static int run_with_pages(int pages, const std::function<int()>& work) {
-        forked_process process([pages, &work] {
-            const std::string size = "size=" + std::to_string(pages * sysconf(_SC_PAGESIZE));
-            if (unshare(CLONE_NEWNS) != 0 ||
-                mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-                mount("tmpfs", "/dev/shm", "tmpfs", 0, size.c_str()) != 0)
-                return not_permitted;
-            return work();
-        });
+        forked_process process(
+            [pages, &work] { return enter_tiny_dev_shm(pages) ? work() : not_permitted; });
         return process.wait_for_end();
     }
 
