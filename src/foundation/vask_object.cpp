@@ -12,9 +12,12 @@
 
 #include <iterator>
 
+#include "foundation/log_place.h"
 #include "foundation/message_line.h"
 
 namespace {
+
+const char source_unit[] = "vask_object";
 
 const char* const level_names[] = {"EMERG", "BUG", "FATAL", "ERR", "WARN", "NOTICE", "INFO", "DBG"};
 constexpr int highest_level = static_cast<int>(std::size(level_names)) - 1;
@@ -187,8 +190,7 @@ void vask_object::vask_p_header(const char* name, vask_print_level level, const 
 
 const char* vask_object::get_vask_p_level_string(vask_print_level level) {
     if (level > highest_level) {
-        vask_p("vask", VASK_P_ERR, "<%s:%d> level is too high (%d)\n", "vask_object", __LINE__,
-               level);
+        vask_p("vask", VASK_P_ERR, VASK_AT("level is too high (%d)"), level);
         return nullptr;
     }
     return level_name_or_null(level);

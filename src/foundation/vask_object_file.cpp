@@ -12,12 +12,15 @@
 #include <vector>
 
 #include "foundation/glib_handles.h"
+#include "foundation/log_place.h"
 #include "foundation/tree_removal.h"
 #include "foundation/unique_fd.h"
 #include "foundation/uri_decode.h"
 #include "vask_object.h"
 
 namespace {
+
+const char source_unit[] = "vask_object_file";
 
 const char file_scheme[] = "file://";
 constexpr size_t file_scheme_length = sizeof(file_scheme) - 1;
@@ -117,8 +120,7 @@ std::string vask_object::file_uri_to_local_path(const std::string& uri) {
     }
     const unique_g_text decoded = decode_uri(uri.c_str());
     if (!decoded) {
-        vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call soup_uri_decode: %s\n",
-               "vask_object_file", __LINE__, uri.c_str());
+        vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call soup_uri_decode: %s"), uri.c_str());
         return std::string();
     }
     return decoded.get() + file_scheme_length;

@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include "foundation/library_lock.h"
+#include "foundation/log_place.h"
 #include "foundation/named_sem.h"
 #include "vask_object.h"
 
@@ -38,26 +39,24 @@ bool has_clock() {
 }  // namespace
 
 void report_failed_sem_wait(int error) {
-    vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to sem_wait(): %d\n", source_unit,
-                        __LINE__, error);
+    vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to sem_wait(): %d"), error);
 }
 
 void report_failed_sem_removal(const char* name, int error) {
     // It names the shared-memory call, and is kept.
-    vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call shm_unlink(%s): %s\n",
-                        source_unit, __LINE__, name, strerror(error));
+    vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call shm_unlink(%s): %s"), name,
+                        strerror(error));
 }
 
 sem_t* vask_object::create_named_sem(const char* name, int init_count, int max_count) {
     if (init_count > max_count) {
-        vask_p("vask", VASK_P_ERR, "<%s:%d> init_count(%d) > max_count(%d)\n", source_unit,
-               __LINE__, init_count, max_count);
+        vask_p("vask", VASK_P_ERR, VASK_AT("init_count(%d) > max_count(%d)"), init_count,
+               max_count);
         return nullptr;
     }
     sem_t* sem = open_named_sem(name, 0666, static_cast<unsigned int>(init_count));
     if (sem == nullptr) {
-        vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call sem_open(): %d\n", source_unit, __LINE__,
-               errno);
+        vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call sem_open(): %d"), errno);
     }
     return sem;
 }
@@ -68,8 +67,7 @@ bool vask_object::close_named_sem(sem_t* sem) {
         errno = EINVAL;
     }
     if (sem == nullptr || sem_close(sem) != 0) {
-        vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call sem_close(): %s\n", source_unit,
-               __LINE__, strerror(errno));
+        vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call sem_close(): %s"), strerror(errno));
         return false;
     }
     return true;
@@ -101,8 +99,7 @@ bool vask_object::vask_sem_post(sem_t* sem) {
         return false;
     }
     if (sem_post(sem) != 0) {
-        vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to sem_post(): %d\n", source_unit, __LINE__,
-               errno);
+        vask_p("vask", VASK_P_ERR, VASK_AT("Failed to sem_post(): %d"), errno);
         return false;
     }
     return true;

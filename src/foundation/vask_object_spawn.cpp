@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "foundation/glib_handles.h"
+#include "foundation/log_place.h"
 #include "vask_object.h"
 
 // posix_spawn_file_actions_addclosefrom_np() is the youngest of what a child's start needs.
@@ -53,9 +54,9 @@ void log_text_array(const std::vector<char*>& array, const char* element_format,
                         static_cast<int>(array.size()));
 }
 
-bool report_spawn_failure(int line, GError* error) {
+bool report_spawn_failure(GError* error) {
     unique_g_error owned(error);
-    vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to spawn: %s\n", source_unit, line,
+    vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to spawn: %s"),
                         error != nullptr ? error->message : "The argument list is empty");
     return false;
 }
@@ -204,17 +205,17 @@ bool ended_children_wait() {
 bool vask_object::spawn_async(const strlist* argv, const strlist* envs, int* pid,
                               const char* working_directory) {
     std::vector<char*> arg_array = to_text_array(argv);
-    log_text_array(arg_array, "<%s:%d> argv[%d] = %s\n", "<%s:%d> size_arg = [%d]\n");
+    log_text_array(arg_array, VASK_AT_FORMAT("argv[%d] = %s"), VASK_AT_FORMAT("size_arg = [%d]"));
     std::vector<char*> env_array = to_text_array(envs);
-    log_text_array(env_array, "<%s:%d> env[%d] = %s\n", "<%s:%d> size_env = [%d]\n");
+    log_text_array(env_array, VASK_AT_FORMAT("env[%d] = %s"), VASK_AT_FORMAT("size_env = [%d]"));
     if (arg_array.front() == nullptr) {
-        return report_spawn_failure(__LINE__, nullptr);
+        return report_spawn_failure(nullptr);
     }
 
     pid_t child = 0;
     GError* error = nullptr;
     if (!start_child({working_directory, arg_array.data(), env_array.data()}, &child, &error)) {
-        return report_spawn_failure(__LINE__, error);
+        return report_spawn_failure(error);
     }
     if (pid != nullptr) {
         *pid = child;
@@ -229,7 +230,7 @@ bool vask_object::spawn_sync(const strlist* argv, const strlist* envs, int* stat
     std::vector<char*> arg_array = to_text_array(argv);
     std::vector<char*> env_array = to_text_array(envs);
     if (arg_array.front() == nullptr) {
-        return report_spawn_failure(__LINE__, nullptr);
+        return report_spawn_failure(nullptr);
     }
 
     gchar* captured_output = nullptr;
@@ -240,7 +241,7 @@ bool vask_object::spawn_sync(const strlist* argv, const strlist* envs, int* stat
                       nullptr, nullptr, standard_output != nullptr ? &captured_output : nullptr,
                       standard_error != nullptr ? &captured_error : nullptr,
                       ended_children_wait() ? &known_status : nullptr, &error)) {
-        return report_spawn_failure(__LINE__, error);
+        return report_spawn_failure(error);
     }
     if (status != nullptr) {
         *status = known_status;
@@ -330,8 +331,7 @@ int vask_object::get_priority(int pid) const {
 
 bool vask_object::kill_process(int pid) {
     if (kill(pid, SIGTERM) != 0) {
-        vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call kill: %d\n", source_unit, __LINE__,
-               errno);
+        vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call kill: %d"), errno);
         return false;
     }
     return true;

@@ -3,9 +3,12 @@
 
 #include <bitset>
 
+#include "foundation/log_place.h"
 #include "vask_object.h"
 
 namespace {
+
+const char source_unit[] = "vask_object_text";
 
 // A set of characters that is asked once for every character of a text.
 class char_set {
@@ -95,8 +98,7 @@ bool vask_object::valid_ip_addr(const char* text) {
 unsigned int vask_object::calc_ge_pow2(unsigned int n) {
     constexpr unsigned int highest_power = 1u << 31;
     if (n > highest_power) {
-        vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to calculate for %u\n", "vask_object_text",
-               __LINE__, n);
+        vask_p("vask", VASK_P_ERR, VASK_AT("Failed to calculate for %u"), n);
         return 0;
     }
     unsigned int power = 1;

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "foundation/log_place.h"
+#include "shared_info/source_unit.h"
 #include "vask_object.h"
 
 namespace {
@@ -18,8 +20,7 @@ public:
     // Tells success by is_open(), and logs when it cannot be opened.
     explicit line_reader(const char* path) : m_file(fopen(path, "re")) {
         if (m_file == nullptr) {
-            vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to open: %s\n",
-                                "vask_shared_info", __LINE__, path);
+            vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to open: %s"), path);
         }
     }
     ~line_reader() {

@@ -10,14 +10,14 @@
 #include <new>
 #include <optional>
 
+#include "foundation/log_place.h"
 #include "foundation/named_sem.h"
 #include "foundation/shm_reserve.h"
 #include "foundation/unique_fd.h"
+#include "shared_info/source_unit.h"
 #include "vask_object.h"
 
 namespace {
-
-const char source_unit[] = "vask_shared_info";
 
 // After this time a holder of the semaphore is not waited for any more.
 constexpr int removal_patience_slices = 10;
@@ -121,18 +121,17 @@ void report(const map_failure& failure) {
             break;
         case map_step::open:
             vask_object::vask_p("vask", VASK_P_ERR,
-                                "<%s:%d> Failed to call shm_open: %d @ map_shared_info\n",
-                                source_unit, __LINE__, failure.error);
+                                VASK_AT("Failed to call shm_open: %d @ map_shared_info"),
+                                failure.error);
             break;
         case map_step::size:
             vask_object::vask_p("vask", VASK_P_ERR,
-                                "<%s:%d> Failed to call ftruncate: %d @ map_shared_info\n",
-                                source_unit, __LINE__, failure.error);
+                                VASK_AT("Failed to call ftruncate: %d @ map_shared_info"),
+                                failure.error);
             break;
         case map_step::map:
-            vask_object::vask_p("vask", VASK_P_ERR,
-                                "<%s:%d> Failed to mmap: %s @ map_shared_info\n", source_unit,
-                                __LINE__, strerror(failure.error));
+            vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to mmap: %s @ map_shared_info"),
+                                strerror(failure.error));
             break;
     }
 }
@@ -147,12 +146,10 @@ std::unique_ptr<vask_shm_context> make_context(const char* name, unsigned long s
     std::unique_ptr<vask_shm_context> ctx(new (std::nothrow) vask_shm_context(name, size));
     if (!ctx) {
         vask_object::vask_p("vask", VASK_P_ERR,
-                            "<%s:%d> Failed to create vask_shm_context instance\n", source_unit,
-                            __LINE__);
+                            VASK_AT("Failed to create vask_shm_context instance"));
     } else if (create && size == 0) {
         vask_object::vask_p("vask", VASK_P_ERR,
-                            "<%s:%d> Size must be larger than zero when create flag is true.\n",
-                            source_unit, __LINE__);
+                            VASK_AT("Size must be larger than zero when create flag is true."));
         ctx.reset();
     }
     return ctx;
@@ -227,8 +224,8 @@ int error_of(int result) {
 }
 
 void report_failed_removal(const std::string& name, int error) {
-    vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call shm_unlink(%s): %s\n",
-                        source_unit, __LINE__, name.c_str(), strerror(error));
+    vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call shm_unlink(%s): %s"),
+                        name.c_str(), strerror(error));
 }
 
 // The semaphore of what is to be removed.
@@ -305,7 +302,7 @@ vask_shm_context* vask_shared_info::map_shm(const char* name, unsigned long size
 
 bool vask_shared_info::map_shm_platform(vask_shm_context* ctx, bool create) {
     if (ctx == nullptr) {
-        vask_object::vask_p("vask", VASK_P_BUG, "<%s:%d> context is NULL\n", source_unit, __LINE__);
+        vask_object::vask_p("vask", VASK_P_BUG, VASK_AT("context is NULL"));
         return false;
     }
     signal_block signals;
@@ -314,13 +311,13 @@ bool vask_shared_info::map_shm_platform(vask_shm_context* ctx, bool create) {
 
 bool vask_shared_info::unmap_shm(vask_shm_context* ctx) {
     if (ctx == nullptr) {
-        vask_object::vask_p("vask", VASK_P_BUG, "<%s:%d> ctx is NULL\n", source_unit, __LINE__);
+        vask_object::vask_p("vask", VASK_P_BUG, VASK_AT("ctx is NULL"));
         return false;
     }
     if (ctx->get_addr() != nullptr) {
         if (munmap(ctx->get_addr(), ctx->get_size()) != 0) {
-            vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to unmap map_shared_info: %s\n",
-                                source_unit, __LINE__, strerror(errno));
+            vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to unmap map_shared_info: %s"),
+                                strerror(errno));
             return false;
         }
         ctx->set_addr(nullptr);

@@ -2,10 +2,12 @@
 
 #include <cstddef>
 
+#include "foundation/log_place.h"
 #include "foundation/named_sem.h"
 #include "foundation/signal_block.h"
 #include "shared_info/hardware_detection.h"
 #include "shared_info/shm_mapping.h"
+#include "shared_info/source_unit.h"
 #include "vask_object.h"
 
 static_assert(sizeof(vk_shared_info) == 2064, "shared by all processes");
@@ -15,8 +17,6 @@ static_assert(offsetof(vk_shared_info, gpu_type) == 8, "shared by all processes"
 static_assert(offsetof(vk_shared_info, pseudo_portrait) == 12, "shared by all processes");
 
 namespace {
-
-const char source_unit[] = "vask_shared_info";
 
 template <typename Field>
 Field load(const Field& field) {
@@ -29,18 +29,19 @@ void store(Field& field, Field value) {
 }
 
 // Out of the way, so that the way to the record stays short enough to be inlined.
-__attribute__((noinline, cold)) sem_t* report_nothing_to_lock(const char* format, int line) {
-    vask_object::vask_p("vask", VASK_P_ERR, format, source_unit, line);
+__attribute__((noinline, cold)) sem_t* report_nothing_to_lock(const char* format, const char* unit,
+                                                              int line) {
+    vask_object::vask_p("vask", VASK_P_ERR, format, unit, line);
     return nullptr;
 }
 
 // Null after a line when there is nothing to lock.
 sem_t* sem_of(const vask_shm_context* ctx) {
     if (ctx == nullptr) {
-        return report_nothing_to_lock("<%s:%d> m_shared_info_ctx == NULL\n", __LINE__);
+        return report_nothing_to_lock(VASK_AT("m_shared_info_ctx == NULL"));
     }
     sem_t* sem = ctx->get_sem();
-    return sem != nullptr ? sem : report_nothing_to_lock("<%s:%d> sem == NULL\n", __LINE__);
+    return sem != nullptr ? sem : report_nothing_to_lock(VASK_AT("sem == NULL"));
 }
 
 // The record, filled in and free to be locked; null when it cannot be mapped. Out of the way, too.
@@ -123,10 +124,9 @@ access_result change_record(vask_shared_info& info, vask_shm_context* const& ctx
     return access_result::done;
 }
 
-void report_when_not_locked(access_result result, int line) {
+void report_when_not_locked(access_result result) {
     if (result == access_result::not_locked) {
-        vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call vask_sem_wait()\n",
-                            source_unit, line);
+        vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call vask_sem_wait()"));
     }
 }
 
@@ -185,8 +185,7 @@ bool vask_shared_info::unmap_shared_info(bool destroy) {
     }
     const std::string name = m_shared_info_ctx->get_name();
     if (!unmap_shm(m_shared_info_ctx)) {
-        vask_object::vask_p("vask", VASK_P_ERR, "<%s:%d> Failed to call unmap_shm()\n", source_unit,
-                            __LINE__);
+        vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call unmap_shm()"));
     }
     m_shared_info_ctx = nullptr;
     if (destroy) {
@@ -227,7 +226,7 @@ void vask_shared_info::set_pseudo_portrait_flag(bool is_pseudo_portrait) {
         change_record(*this, m_shared_info_ctx, [&](vk_shared_info& record) {
             store<std::uint8_t>(record.pseudo_portrait, is_pseudo_portrait);
         });
-    report_when_not_locked(result, __LINE__);
+    report_when_not_locked(result);
 }
 
 bool vask_shared_info::get_pseudo_portrait_flag() {
@@ -236,7 +235,7 @@ bool vask_shared_info::get_pseudo_portrait_flag() {
         read_record(*this, m_shared_info_ctx, [&](const vk_shared_info& record) {
             is_pseudo_portrait = load(record.pseudo_portrait) != 0;
         });
-    report_when_not_locked(result, __LINE__);
+    report_when_not_locked(result);
     return is_pseudo_portrait;
 }
 

@@ -3,13 +3,12 @@
 #include <sys/socket.h>
 
 #include "foundation/glib_handles.h"
+#include "foundation/log_place.h"
 #include "socket/socket_descriptor.h"
+#include "socket/source_unit.h"
 #include "vask_socket.h"
 
 namespace {
-
-// The messages of all socket classes carry the name of the base.
-const char source_unit[] = "vask_socket";
 
 const char broadcast_address[] = "255.255.255.255";
 
@@ -27,13 +26,12 @@ vask_client_socket::~vask_client_socket() {}
 bool vask_client_socket::start_connect() {
     const char* const signature = "bool vask_client_socket::start_connect()";
     if (m_proto != VASK_SOCK_TCP && m_proto != VASK_SOCK_UDP) {
-        vask_p(VASK_P_BUG, "<%s:%d> Unkown proto: %d\n", source_unit, __LINE__, m_proto);
+        vask_p(VASK_P_BUG, VASK_AT("Unkown proto: %d"), m_proto);
         return false;
     }
     const int fd = open_ipv4_socket(m_proto == VASK_SOCK_TCP ? SOCK_STREAM : SOCK_DGRAM);
     if (fd == -1) {
-        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call socket(): %d\n", source_unit, __LINE__,
-               signature, errno);
+        vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call socket(): %d"), signature, errno);
         return false;
     }
     set_peer(fd);
@@ -43,21 +41,19 @@ bool vask_client_socket::start_connect() {
     m_peer_addr.sin_addr.s_addr = inet_addr(m_peer_addr_text.c_str());
 
     if (m_peer_addr_text == broadcast_address && !set_broadcast_option()) {
-        vask_p(VASK_P_ERR, "<%s:%d> Failed to call setsockopt(): %d\n", source_unit, __LINE__,
-               errno);
+        vask_p(VASK_P_ERR, VASK_AT("Failed to call setsockopt(): %d"), errno);
         return false;
     }
     if (!make_connection()) {
-        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call connect(): %d\n", source_unit, __LINE__,
-               signature, errno);
+        vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call connect(): %d"), signature, errno);
         return false;
     }
     GError* error = nullptr;
     const GIOStatus status = configure_channel(&error);
     if (status != G_IO_STATUS_NORMAL) {
         unique_g_error owned(error);
-        vask_p(VASK_P_ERR, "<%s:%d> Failed to call g_io_channel_set_encoding(): %d: %s\n",
-               source_unit, __LINE__, status, error != nullptr ? error->message : "");
+        vask_p(VASK_P_ERR, VASK_AT("Failed to call g_io_channel_set_encoding(): %d: %s"), status,
+               error != nullptr ? error->message : "");
         return false;
     }
     return true;

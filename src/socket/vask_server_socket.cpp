@@ -7,8 +7,10 @@
 #include "foundation/c_border.h"
 #include "foundation/exec_call.h"
 #include "foundation/life_mark.h"
+#include "foundation/log_place.h"
 #include "foundation/scope_exit.h"
 #include "socket/socket_descriptor.h"
+#include "socket/source_unit.h"
 #include "socket/vask_peer_link.h"
 #include "vask_socket.h"
 
@@ -23,9 +25,6 @@
 // accepted() runs is the channel that of the new connection, so none.
 
 namespace {
-
-// The messages of all socket classes carry the name of the base.
-const char source_unit[] = "vask_socket";
 
 constexpr int backlog = 1;
 constexpr int pause_msec = 100;
@@ -103,23 +102,21 @@ void vask_server_socket::set_accepted_handler(vask_obj_exec_info handler) {
 
 bool vask_server_socket::start_service() {
     const char* const signature = "bool vask_server_socket::start_service()";
-    vask_p(VASK_P_DBG, "<%s:%d> %s\n", source_unit, __LINE__, signature);
+    vask_p(VASK_P_DBG, VASK_AT("%s"), signature);
     if (m_proto != VASK_SOCK_TCP && m_proto != VASK_SOCK_UDP) {
-        vask_p(VASK_P_BUG, "<%s:%d> Unkown proto: %d\n", source_unit, __LINE__, m_proto);
+        vask_p(VASK_P_BUG, VASK_AT("Unkown proto: %d"), m_proto);
         return false;
     }
     stop_service();
     const int fd = open_ipv4_socket(m_proto == VASK_SOCK_TCP ? SOCK_STREAM : SOCK_DGRAM);
     if (fd == -1) {
-        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call socket(): %d\n", source_unit, __LINE__,
-               signature, errno);
+        vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call socket(): %d"), signature, errno);
         return false;
     }
     m_sock = fd;
     m_owns_sock = true;
     if (!enable_socket_option(m_sock, SO_REUSEADDR)) {
-        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call setsockopt(): %d\n", source_unit, __LINE__,
-               signature, errno);
+        vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call setsockopt(): %d"), signature, errno);
         return false;
     }
     m_server_addr = sockaddr_in();
@@ -127,8 +124,7 @@ bool vask_server_socket::start_service() {
     m_server_addr.sin_port = htons(static_cast<in_port_t>(m_port));
     m_server_addr.sin_addr.s_addr = htonl(INADDR_ANY);
     if (bind(m_sock, reinterpret_cast<sockaddr*>(&m_server_addr), sizeof m_server_addr) != 0) {
-        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call bind(): %d\n", source_unit, __LINE__,
-               signature, errno);
+        vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call bind(): %d"), signature, errno);
         return false;
     }
     if (m_proto == VASK_SOCK_UDP) {
@@ -140,8 +136,7 @@ bool vask_server_socket::start_service() {
     }
     never_wait_for_connections(m_sock);
     if (listen(m_sock, backlog) != 0) {
-        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call listen(): %d\n", source_unit, __LINE__,
-               signature, errno);
+        vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call listen(): %d"), signature, errno);
         return false;
     }
     sock_ch = g_io_channel_unix_new(m_sock);
@@ -151,7 +146,7 @@ bool vask_server_socket::start_service() {
 
 void vask_server_socket::set_watch_accepted() {
     if (sock_ch == nullptr) {
-        vask_p(VASK_P_BUG, "<%s:%d> %s: sock_ch == NULL\n", source_unit, __LINE__,
+        vask_p(VASK_P_BUG, VASK_AT("%s: sock_ch == NULL"),
                "void vask_server_socket::set_watch_accepted()");
         return;
     }
@@ -179,7 +174,7 @@ gboolean vask_server_socket::_watch_accepted(GIOChannel* channel, GIOCondition c
 gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition condition) {
     const char* const signature =
         "gboolean vask_server_socket::watch_accepted(GIOChannel*, GIOCondition)";
-    vask_p(VASK_P_DBG, "<%s:%d> %s\n", source_unit, __LINE__, signature);
+    vask_p(VASK_P_DBG, VASK_AT("%s"), signature);
     m_accept_watch_id = 0;
 
     sockaddr_in peer = {};
@@ -194,8 +189,7 @@ gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition co
             m_peer_link->release();
         }
     } else {
-        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call accept(): %d\n", source_unit, __LINE__,
-               signature, errno);
+        vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call accept(): %d"), signature, errno);
     }
 
     const life_mark life(*this);
@@ -237,11 +231,11 @@ gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool ok) {
     // Each complains when there is no peer, and in this order.
     const std::string ip_addr = get_peer_ip_addr();
     const int port = get_peer_port();
-    vask_p(VASK_P_DBG, "<%s:%d> %s: IP: %s, port: %d\n", source_unit, __LINE__,
+    vask_p(VASK_P_DBG, VASK_AT("%s: IP: %s, port: %d"),
            "virtual gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool)",
            ip_addr.c_str(), port);
     if (m_accepted_handler.obj == nullptr || m_accepted_handler.func == nullptr) {
-        vask_p(VASK_P_BUG, "<%s:%d> accepted_cb is invalid\n", source_unit, __LINE__);
+        vask_p(VASK_P_BUG, VASK_AT("accepted_cb is invalid"));
         return FALSE;
     }
     vask_accepted_info info = {ok ? new vask_socket(*this) : nullptr, true};

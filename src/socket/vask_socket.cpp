@@ -12,9 +12,11 @@
 #include "foundation/c_border.h"
 #include "foundation/exec_call.h"
 #include "foundation/glib_handles.h"
+#include "foundation/log_place.h"
 #include "socket/sigpipe_guard.h"
 #include "socket/socket_channel.h"
 #include "socket/socket_descriptor.h"
+#include "socket/source_unit.h"
 #include "socket/text_channel.h"
 #include "socket/vask_peer_link.h"
 
@@ -23,8 +25,6 @@
 // After read_done() nothing of the object is touched.
 
 namespace {
-
-const char source_unit[] = "vask_socket";
 
 constexpr int longest_timeout_sec = INT_MAX / 1000;
 
@@ -198,18 +198,18 @@ bool vask_socket::set_read_request(vask_obj_exec_info handler, gsize size, gsize
                                    int timeout) {
     const char* const signature =
         "bool vask_socket::set_read_request(vask_obj_exec_info, gsize, gsize, int)";
-    vask_p(VASK_P_DBG, "<%s:%d> %s\n", source_unit, __LINE__, signature);
+    vask_p(VASK_P_DBG, VASK_AT("%s"), signature);
     if (m_read_context.reading) {
-        vask_p(VASK_P_BUG, "<%s:%d> %s: read_req_size: %d. Previous request may not be finished.\n",
-               source_unit, __LINE__, signature, static_cast<int>(m_read_context.read_req_size));
+        vask_p(VASK_P_BUG, VASK_AT("%s: read_req_size: %d. Previous request may not be finished."),
+               signature, static_cast<int>(m_read_context.read_req_size));
         return false;
     }
     if (peer_ch == nullptr && !open_channel(signature)) {
         return false;
     }
     if (!m_read_context.reset(size, least)) {
-        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to allocate memory: %d\n", source_unit, __LINE__,
-               signature, static_cast<int>(size));
+        vask_p(VASK_P_ERR, VASK_AT("%s: Failed to allocate memory: %d"), signature,
+               static_cast<int>(size));
         return false;
     }
     // That of a request which was ended by closing the peer.
@@ -229,7 +229,7 @@ bool vask_socket::set_read_request(vask_obj_exec_info handler, gsize size, gsize
 
 bool vask_socket::open_channel(const char* signature) {
     if (peer_sock == 0) {
-        vask_p(VASK_P_BUG, "<%s:%d> %s: peer_sock == 0\n", source_unit, __LINE__, signature);
+        vask_p(VASK_P_BUG, VASK_AT("%s: peer_sock == 0"), signature);
         return false;
     }
     if (!create_channel()) {
@@ -239,8 +239,8 @@ bool vask_socket::open_channel(const char* signature) {
     const GIOStatus status = configure_channel(&error);
     if (status != G_IO_STATUS_NORMAL) {
         unique_g_error owned(error);
-        vask_p(VASK_P_ERR, "<%s:%d> %s: Failed to call g_io_channel_set_encoding(): %d: %s\n",
-               source_unit, __LINE__, signature, status, reason_of(error));
+        vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call g_io_channel_set_encoding(): %d: %s"),
+               signature, status, reason_of(error));
         return false;
     }
     return true;
@@ -315,8 +315,8 @@ vask_socket::read_outcome vask_socket::receive_stream(GIOChannel* channel, gsize
         status = G_IO_STATUS_EOF;
     }
     if (status != G_IO_STATUS_EOF) {
-        vask_p(VASK_P_ERR, "<%s:%d> Failed to call g_io_channel_read_chars: %d: %d: %s\n",
-               source_unit, __LINE__, static_cast<int>(room), status, reason_of(error));
+        vask_p(VASK_P_ERR, VASK_AT("Failed to call g_io_channel_read_chars: %d: %d: %s"),
+               static_cast<int>(room), status, reason_of(error));
     }
     if (next_does_not_fit) {
         status = G_IO_STATUS_ERROR;
@@ -346,14 +346,13 @@ vask_socket::read_outcome vask_socket::receive_datagram(GIOCondition condition, 
         log_pending_error(errno);
         return NOTHING_YET;
     }
-    vask_p(VASK_P_ERR, "<%s:%d> Failed to call recvfrom(): %d\n", source_unit, __LINE__, errno);
+    vask_p(VASK_P_ERR, VASK_AT("Failed to call recvfrom(): %d"), errno);
     status = G_IO_STATUS_ERROR;
     return FAILED;
 }
 
 void vask_socket::log_pending_error(int error) const {
-    vask_p(VASK_P_DBG, "<%s:%d> An earlier datagram has failed: %d\n", source_unit, __LINE__,
-           error);
+    vask_p(VASK_P_DBG, VASK_AT("An earlier datagram has failed: %d"), error);
 }
 
 void vask_socket::end_request(int status) {
@@ -394,7 +393,7 @@ void vask_socket::cb_timeout(void*) {
 
 bool vask_socket::write(const gchar* buf, gssize count) {
     if (peer_ch == nullptr) {
-        vask_p(VASK_P_BUG, "<%s:%d> %s: peer_ch == NULL\n", source_unit, __LINE__,
+        vask_p(VASK_P_BUG, VASK_AT("%s: peer_ch == NULL"),
                "bool vask_socket::write(const gchar*, gssize)");
         return false;
     }
@@ -404,8 +403,8 @@ bool vask_socket::write(const gchar* buf, gssize count) {
         return true;
     }
     unique_g_error owned(error);
-    vask_p(VASK_P_ERR, "<%s:%d> Failed to call g_io_channel_write_chars: %d: %d: %s\n", source_unit,
-           __LINE__, static_cast<int>(count), status, reason_of(error));
+    vask_p(VASK_P_ERR, VASK_AT("Failed to call g_io_channel_write_chars: %d: %d: %s"),
+           static_cast<int>(count), status, reason_of(error));
     close_peer_sock(FALSE);
     return false;
 }
@@ -428,8 +427,7 @@ GIOStatus vask_socket::write_all(const gchar* buf, gssize count, GError** error)
 }
 
 void vask_socket::close_peer_sock(gboolean flush) {
-    vask_p(VASK_P_DBG, "<%s:%d> %s\n", source_unit, __LINE__,
-           "void vask_socket::close_peer_sock(gboolean)");
+    vask_p(VASK_P_DBG, VASK_AT("%s"), "void vask_socket::close_peer_sock(gboolean)");
     join_link();
     const std::shared_ptr<vask_peer_link> link = serves_former_peer() ? m_former_link : m_peer_link;
     if (link) {
@@ -439,7 +437,7 @@ void vask_socket::close_peer_sock(gboolean flush) {
 
 std::string vask_socket::get_peer_ip_addr() {
     if (peer_sock == 0) {
-        vask_p(VASK_P_BUG, "<%s:%d> %s: peer_sock is not ready\n", source_unit, __LINE__,
+        vask_p(VASK_P_BUG, VASK_AT("%s: peer_sock is not ready"),
                "std::string vask_socket::get_peer_ip_addr()");
         return std::string();
     }
@@ -450,7 +448,7 @@ std::string vask_socket::get_peer_ip_addr() {
 
 int vask_socket::get_peer_port() {
     if (peer_sock == 0) {
-        vask_p(VASK_P_BUG, "<%s:%d> %s: peer_sock is not ready\n", source_unit, __LINE__,
+        vask_p(VASK_P_BUG, VASK_AT("%s: peer_sock is not ready"),
                "int vask_socket::get_peer_port()");
         return 0;
     }

@@ -25,6 +25,9 @@ PRINTERS = {
     "g_return_if_fail_warning": "GLib",
 }
 
+# These macros put the place before the text and the line end behind it.
+PLACED = {"VASK_AT", "VASK_AT_FORMAT"}
+
 # These put the line end behind the text themselves, or print parts of lines.
 OWN_LINE_ENDS = {"report_failure", "printf", "append_printf", "g_print", "g_log", "g_return_if_fail_warning"}
 NO_LINE_END = "(no line end)"
@@ -56,7 +59,7 @@ NOT_MESSAGES = {
 }
 
 TOKEN = re.compile(
-    r'//[^\n]*|/\*.*?\*/|^[ \t]*#include[^\n]*|"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\'|[A-Za-z_]\w*|\S',
+    r'//[^\n]*|/\*.*?\*/|^[ \t]*#(?:include|define)[^\n]*|"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\'|[A-Za-z_]\w*|\S',
     re.DOTALL | re.MULTILINE)
 SIGNATURE = re.compile(r"[\w*&: ]*\w[\w:]*::~?\w+\(.*\)|[\w*& ]+ \w+\(NP\w+.*\)")
 CODE = re.compile(r"`([^`]+)`")
@@ -78,13 +81,15 @@ class Call:
 def literals(source):
     """Yields (text, the printing call around it or None)."""
     tokens = [t for t in TOKEN.findall(source)
-              if not t.startswith(("//", "/*")) and not t.lstrip().startswith("#include")]
+              if not t.startswith(("//", "/*")) and not t.lstrip().startswith(("#include", "#define"))]
     calls, previous, text = [], "", None
     for token in tokens + [""]:
         if token.startswith('"'):
             text = (text or "") + token[1:-1]
             continue
         if text is not None:
+            if calls and calls[-1].function in PLACED:
+                text = f"<%s:%d> {text}\\n"
             yield text, next((c for c in reversed(calls) if c.function in PRINTERS), None)
             text = None
         if token == "(":

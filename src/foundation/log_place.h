@@ -1,0 +1,12 @@
+#ifndef VASK_LOG_PLACE_H
+#define VASK_LOG_PLACE_H
+
+// The format of a message that says where it comes from: the part of the library and the line.
+#define VASK_AT_FORMAT(text) "<%s:%d> " text "\n"
+
+// That format and its first two arguments, for vask_p(): vask_p(VASK_P_ERR, VASK_AT("no room: %d"),
+// errno). The part is the source_unit that is visible there; the line is that of the call, so a
+// helper that several callers share prints its own.
+#define VASK_AT(text) VASK_AT_FORMAT(text), source_unit, __LINE__
+
+#endif

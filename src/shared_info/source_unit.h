@@ -1,0 +1,7 @@
+#ifndef VASK_SHARED_INFO_SOURCE_UNIT_H
+#define VASK_SHARED_INFO_SOURCE_UNIT_H
+
+// What finds the hardware and maps the memory speaks for the record.
+constexpr char source_unit[] = "vask_shared_info";
+
+#endif
