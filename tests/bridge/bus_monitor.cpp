@@ -24,8 +24,9 @@ void become_monitor(DBusConnection* connection) {
     DBusMessage* reply = dbus_connection_send_with_reply_and_block(
         connection, call, DBUS_TIMEOUT_USE_DEFAULT, nullptr);
     dbus_message_unref(call);
-    if (!reply)
+    if (!reply) {
         throw std::runtime_error("the bus does not let itself be monitored");
+    }
     dbus_message_unref(reply);
 }
 
@@ -62,8 +63,9 @@ void PrintTo(const bus_message& message, std::ostream* out) {
 bus_monitor::bus_monitor()
     : m_observer(dbus_bus_get_private(DBUS_BUS_SESSION, nullptr)),
       m_session(dbus_bus_get(DBUS_BUS_SESSION, nullptr)) {
-    if (!m_observer || !m_session)
+    if (!m_observer || !m_session) {
         throw std::runtime_error("there is no session bus to monitor");
+    }
     dbus_connection_set_exit_on_disconnect(m_observer, FALSE);
     become_monitor(m_observer);
     send_marker("Begin");
@@ -101,11 +103,13 @@ std::vector<bus_message> bus_monitor::read_until_marker(const char* name) {
             continue;
         }
         const bool is_marker = dbus_message_is_signal(message, marker_interface, name);
-        if (!is_marker)
+        if (!is_marker) {
             messages.push_back(describe(message));
+        }
         dbus_message_unref(message);
-        if (is_marker)
+        if (is_marker) {
             return messages;
+        }
     }
     throw std::runtime_error("the monitored bus has gone quiet");
 }

@@ -323,8 +323,9 @@ TEST_F(number_arguments, are_zero_without_a_number) {
 }
 
 TEST_F(number_arguments, are_truncated_to_int) {
-    if (sizeof(long) == sizeof(int))
+    if (sizeof(long) == sizeof(int)) {
         GTEST_SKIP() << "nothing to truncate";
+    }
     EXPECT_EQ(as_int("4294967301"), 5);
     EXPECT_EQ(as_int("2147483648"), INT_MIN);
 }

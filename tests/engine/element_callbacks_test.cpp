@@ -24,8 +24,9 @@ public:
             return functions.retainobject(object);
         };
         browser_table().releaseobject = [](NPObject* object) {
-            if (--references[object] < 0)
+            if (--references[object] < 0) {
                 has_released_too_often = true;
+            }
             functions.releaseobject(object);
         };
     }
@@ -34,8 +35,9 @@ public:
 
     static int sum() {
         int sum = 0;
-        for (const auto& object : references)
+        for (const auto& object : references) {
             sum += object.second;
+        }
         return sum;
     }
 

@@ -8,9 +8,11 @@ std::vector<std::string> reported(const std::string& output, const std::string& 
     const std::string begin = heading + ": ";
     std::vector<std::string> result;
     std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line);)
-        if (line.compare(0, begin.size(), begin) == 0)
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, begin.size(), begin) == 0) {
             result.push_back(line.substr(begin.size()));
+        }
+    }
     return result;
 }
 

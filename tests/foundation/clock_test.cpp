@@ -53,8 +53,9 @@ TEST(vask_gettime, Answers_in_seconds_for_a_unit_outside_the_enumeration) {
 TEST(vask_gettime, Is_minus_one_in_every_unit_when_the_clock_cannot_be_read) {
     const clock_is broken(clock_mode::broken);
     for (const vask_time_unit unit :
-         {VASK_TIME_SEC, VASK_TIME_MSEC, VASK_TIME_USEC, VASK_TIME_NSEC})
+         {VASK_TIME_SEC, VASK_TIME_MSEC, VASK_TIME_USEC, VASK_TIME_NSEC}) {
         EXPECT_EQ(vask_object::vask_gettime(unit), -1.0);
+    }
 }
 
 TEST(vask_gettime, Agrees_with_the_clock_of_the_system) {

@@ -51,8 +51,9 @@ vask_error chain_of(const std::vector<std::string>& messages) {
 
 std::vector<std::string> messages_of(const vask_abstract_error& head) {
     std::vector<std::string> result;
-    for (const vask_abstract_error* error = &head; error != nullptr; error = error->get_next())
+    for (const vask_abstract_error* error = &head; error != nullptr; error = error->get_next()) {
         result.push_back(error->get_message());
+    }
     return result;
 }
 
@@ -142,8 +143,9 @@ TEST(error, Has_its_fields_in_the_published_order) {
     } error;
     const void* const fields[] = {&error, &error.next, &error.code, &error.message,
                                   &error.dump_text};
-    for (size_t i = 1; i < sizeof fields / sizeof fields[0]; ++i)
+    for (size_t i = 1; i < sizeof fields / sizeof fields[0]; ++i) {
         EXPECT_LT(fields[i - 1], fields[i]) << i;
+    }
 }
 
 TEST(error, Has_clone_behind_the_destructor_in_its_table) {

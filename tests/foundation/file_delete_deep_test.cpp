@@ -104,8 +104,9 @@ TEST_F(deep_tree, Goes_with_all_its_branches) {
     make_levels(scratch / "tree", 0);
     std::string path = scratch / "tree";
     for (int level = 0; level < 12; ++level) {
-        for (const char* branch : {"/one", "/two", "/three"})
+        for (const char* branch : {"/one", "/two", "/three"}) {
             make_levels(path + branch, 12);
+        }
         make_file(path + "/file");
         path += "/one";
     }
@@ -126,8 +127,9 @@ TEST_F(deep_tree, Is_reported_with_the_whole_path_of_what_stays) {
         EXPECT_FALSE(vask_object::delete_path((scratch / "tree").c_str()));
     }
     std::string path = scratch / "tree";
-    for (int level = 0; level < levels; ++level)
+    for (int level = 0; level < levels; ++level) {
         path += std::string("/") + level_name;
+    }
     EXPECT_THAT(log.lines(), ElementsAre(not_removed(path + "/file", EACCES)));
     ASSERT_EQ(fchmod(deepest, 0755), 0);
     close(deepest);

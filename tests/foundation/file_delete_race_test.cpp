@@ -35,8 +35,9 @@ class restless_tree : public testing::Test {
 protected:
     void SetUp() override {
         std::filesystem::create_directories(scratch / "elsewhere/directory");
-        for (const char* name : {"1", "2", "directory/3"})
+        for (const char* name : {"1", "2", "directory/3"}) {
             make_file(scratch / "elsewhere/" + name);
+        }
         std::filesystem::create_directory(scratch / "elsewhere/empty");
     }
 
@@ -46,20 +47,23 @@ protected:
     }
 
     void expect_everything_elsewhere() const {
-        for (const char* name : {"1", "2", "directory/3", "empty"})
+        for (const char* name : {"1", "2", "directory/3", "empty"}) {
             EXPECT_TRUE(exists(scratch / "elsewhere/" + name)) << name;
+        }
     }
 
     void make_tree() const {
         std::filesystem::create_directories(scratch / "tree/upper/lower");
-        for (const char* name : {"1", "upper/1", "upper/lower/1", "upper/lower/2"})
+        for (const char* name : {"1", "upper/1", "upper/lower/1", "upper/lower/2"}) {
             make_file(scratch / "tree/" + name);
+        }
         make_link(scratch / "elsewhere", scratch / "link");
     }
 
     void forget_trees() const {
-        for (const char* name : {"tree", "link", "elsewhere/moved"})
+        for (const char* name : {"tree", "link", "elsewhere/moved"}) {
             std::filesystem::remove_all(scratch / name);
+        }
     }
 
     /** Runs an operation on the tree again and again, with the event one system call later each
@@ -101,8 +105,9 @@ protected:
     void make_chain() const {
         const without_privileges nobody;
         std::string path = scratch / "tree";
-        for (int level = 0; level < chain_levels; ++level)
+        for (int level = 0; level < chain_levels; ++level) {
             path += "/empty";
+        }
         std::filesystem::create_directories(path);
     }
 
@@ -113,10 +118,11 @@ protected:
 
     static void when_the_deepest_is_read(const std::function<void()>& event, int levels = 0) {
         after_reading = [event, levels] {
-            if (levels == chain_levels)
+            if (levels == chain_levels) {
                 event();
-            else
+            } else {
                 when_the_deepest_is_read(event, levels + 1);
+            }
         };
     }
 
@@ -134,8 +140,9 @@ protected:
     void SetUp() override {
         if (!interrupt_before_call(
                  0, [] { system_call_mark::begin(); }, [] {})
-                 .reached)
+                 .reached) {
             GTEST_SKIP() << "needs the right to trace a child";
+        }
         restless_tree::SetUp();
     }
 };
@@ -150,8 +157,9 @@ extern "C" ssize_t getdents64(int fd, void* buffer, size_t size) noexcept {
         entry->d_type = DT_UNKNOWN;
         offset += entry->d_reclen;
     }
-    if (const auto event = std::exchange(after_reading, nullptr))
+    if (const auto event = std::exchange(after_reading, nullptr)) {
         event();
+    }
     return length;
 }
 
@@ -257,16 +265,18 @@ TEST_F(restless_tree, Is_emptied_with_what_is_mounted_in_it_and_stays) {
         const std::string mounted = scratch / "tree/upper";
         if (unshare(CLONE_NEWNS) != 0 ||
             mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("none", mounted.c_str(), "tmpfs", 0, nullptr) != 0)
+            mount("none", mounted.c_str(), "tmpfs", 0, nullptr) != 0) {
             _exit(77);
+        }
         make_file(mounted + "/file");
         const bool result = emptied();
         _exit(!result && std::filesystem::is_empty(mounted) ? 0 : 1);
     }
     int status = -1;
     waitpid(pid, &status, 0);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 77)
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77) {
         GTEST_SKIP() << "needs the right to mount";
+    }
     EXPECT_EQ(status, 0);
     EXPECT_THAT(log.lines(), ElementsAre(not_removed(scratch / "tree/upper", EBUSY)));
 }

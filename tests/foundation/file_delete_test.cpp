@@ -58,8 +58,9 @@ TEST_F(delete_dir, Is_content_with_an_empty_directory) {
 
 TEST_F(delete_dir, Empties_a_directory_of_a_thousand_files) {
     std::filesystem::create_directory(scratch / "many");
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         make_file(scratch / "many/" + std::to_string(i));
+    }
     EXPECT_TRUE(emptied(scratch / "many"));
     EXPECT_TRUE(std::filesystem::is_empty(scratch / "many"));
 }
@@ -119,8 +120,9 @@ TEST_F(delete_dir, Stops_at_a_directory_that_cannot_be_read) {
 
 TEST_F(delete_dir, Stops_at_the_first_entry_that_cannot_be_removed) {
     std::filesystem::create_directory(scratch / "tree");
-    for (const char* name : {"a", "b", "c"})
+    for (const char* name : {"a", "b", "c"}) {
         make_file(scratch / "tree/" + name);
+    }
     ASSERT_EQ(chmod((scratch / "tree").c_str(), 0555), 0);
     {
         const without_privileges nobody;
@@ -131,8 +133,9 @@ TEST_F(delete_dir, Stops_at_the_first_entry_that_cannot_be_removed) {
     EXPECT_THAT(lines[0], testing::AnyOf(not_removed(scratch / "tree/a", EACCES),
                                          not_removed(scratch / "tree/b", EACCES),
                                          not_removed(scratch / "tree/c", EACCES)));
-    for (const char* name : {"a", "b", "c"})
+    for (const char* name : {"a", "b", "c"}) {
         EXPECT_TRUE(exists(scratch / "tree/" + name)) << name;
+    }
     ASSERT_EQ(chmod((scratch / "tree").c_str(), 0755), 0);
 }
 

@@ -131,8 +131,9 @@ TEST_F(make_dir_if_necessary, Ends_at_a_bare_relative_name) {
     EXPECT_TRUE(make("./third", false));
     EXPECT_TRUE(make("fourth/", false));
     std::filesystem::current_path(before);
-    for (const char* name : {"bare", "other/below", "third", "fourth"})
+    for (const char* name : {"bare", "other/below", "third", "fourth"}) {
         EXPECT_TRUE(std::filesystem::is_directory(scratch / name)) << name;
+    }
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
@@ -140,8 +141,9 @@ TEST_F(make_dir_if_necessary, Ends_with_trailing_slashes) {
     EXPECT_TRUE(make(scratch / "one/"));
     EXPECT_TRUE(make(scratch / "two/below///"));
     EXPECT_TRUE(make(scratch / "three//below//"));
-    for (const char* name : {"one", "two/below", "three/below"})
+    for (const char* name : {"one", "two/below", "three/below"}) {
         EXPECT_TRUE(std::filesystem::is_directory(scratch / name)) << name;
+    }
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 

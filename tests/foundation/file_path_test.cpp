@@ -78,7 +78,8 @@ TEST(file_uri_to_local_path, Keeps_a_host) {
 TEST(file_uri_to_local_path, Is_empty_for_any_other_uri) {
     log_catcher log;
     for (const char* uri : {"FILE:///x", "file:/", "file:/x/y/z", "", "/tmp/a", "http://host/x",
-                            " file:///x", "file%3A///x"})
+                            " file:///x", "file%3A///x"}) {
         EXPECT_EQ(vask_object::file_uri_to_local_path(uri), "") << uri;
+    }
     EXPECT_EQ(log.text(), "");
 }

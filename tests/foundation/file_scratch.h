@@ -18,8 +18,9 @@ class scratch_directory {
 public:
     scratch_directory() {
         char name[] = "/tmp/scratch_XXXXXX";
-        if (!mkdtemp(name) || chmod(name, 0777) != 0)
+        if (!mkdtemp(name) || chmod(name, 0777) != 0) {
             std::abort();
+        }
         m_path = name;
     }
     ~scratch_directory() { std::filesystem::remove_all(m_path); }
@@ -37,12 +38,14 @@ private:
 class without_privileges {
 public:
     without_privileges() : m_was_superuser(geteuid() == 0) {
-        if (m_was_superuser && seteuid(65534) != 0)
+        if (m_was_superuser && seteuid(65534) != 0) {
             std::abort();
+        }
     }
     ~without_privileges() {
-        if (m_was_superuser && seteuid(0) != 0)
+        if (m_was_superuser && seteuid(0) != 0) {
             std::abort();
+        }
     }
 
 private:

@@ -166,8 +166,9 @@ TEST_F(library_lock_recovery, Lets_one_in_at_a_time_when_many_break_the_lock) {
     const shared_value<holders> inside;
     const auto hold_once = [&inside] {
         named_object object("waiter");
-        if (!object.shm_lock())
+        if (!object.shm_lock()) {
             return 1;
+        }
         inside->enter();
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         inside->leave();
@@ -179,8 +180,9 @@ TEST_F(library_lock_recovery, Lets_one_in_at_a_time_when_many_break_the_lock) {
         waiters.push_back(std::make_unique<forked_process>(hold_once));
         std::this_thread::sleep_for(std::chrono::milliseconds(i % 2 * 20));
     }
-    for (const auto& waiter : waiters)
+    for (const auto& waiter : waiters) {
         EXPECT_EQ(waiter->wait_for_end(), 0);
+    }
     EXPECT_EQ(inside->all, 8);
     EXPECT_EQ(inside->most, 1);
     EXPECT_EQ(library_lock::value(), 1);

@@ -26,14 +26,18 @@ public:
         std::vector<std::filesystem::path> own;
         for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
             const std::string name = entry.path().filename();
-            for (const char* prefix : {"sem.vask_", "sem.test_", "vask_proc_pid_"})
-                if (name.rfind(prefix, 0) == 0)
+            for (const char* prefix : {"sem.vask_", "sem.test_", "vask_proc_pid_"}) {
+                if (name.rfind(prefix, 0) == 0) {
                     own.push_back(entry.path());
-            if (is_unfinished_semaphore(name))
+                }
+            }
+            if (is_unfinished_semaphore(name)) {
                 own.push_back(entry.path());
+            }
         }
-        for (const std::filesystem::path& path : own)
+        for (const std::filesystem::path& path : own) {
             std::filesystem::remove_all(path);
+        }
     }
 
 private:
@@ -54,8 +58,9 @@ constexpr int missing = -1;
 /** 1 is free, 0 is held. */
 inline int value() {
     sem_t* sem = sem_open(name, 0);
-    if (sem == SEM_FAILED)
+    if (sem == SEM_FAILED) {
         return missing;
+    }
     int value = missing;
     sem_getvalue(sem, &value);
     sem_close(sem);
@@ -77,8 +82,9 @@ inline void create(unsigned int value) {
     const mode_t before = umask(0);
     sem_t* sem = sem_open(name, O_CREAT | O_EXCL, 0644, value);
     umask(before);
-    if (sem == SEM_FAILED)
+    if (sem == SEM_FAILED) {
         std::abort();
+    }
     sem_close(sem);
 }
 
@@ -103,8 +109,9 @@ inline void leave_to_a_dead_holder() {
         wait_for_a_signal();
         return 0;
     });
-    if (!vask_test::wait_until_without_loop([&holds] { return holds->load(); }))
+    if (!vask_test::wait_until_without_loop([&holds] { return holds->load(); })) {
         std::abort();
+    }
     holder.kill_now();
 }
 

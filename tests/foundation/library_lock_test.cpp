@@ -574,8 +574,9 @@ TEST_F(library_lock_test,
     file_is_elsewhere = true;
     int waits = 0;
     wait_for_lock = [&waits](sem_t*, const timespec&) {
-        if (++waits == 1)
+        if (++waits == 1) {
             sem_unlink(library_lock::name);
+        }
         return wait_really;
     };
     EXPECT_TRUE(object.shm_lock());

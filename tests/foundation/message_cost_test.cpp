@@ -25,8 +25,9 @@ namespace {
 std::vector<std::string> writes_of(const std::function<void()>& action) {
     // In a pipe of this kind every write stays a packet of its own.
     int packets[2];
-    if (pipe2(packets, O_DIRECT | O_CLOEXEC) != 0)
+    if (pipe2(packets, O_DIRECT | O_CLOEXEC) != 0) {
         return {"no packet pipe"};
+    }
     fflush(stdout);
     const int original = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     dup2(packets[1], STDOUT_FILENO);
@@ -38,8 +39,9 @@ std::vector<std::string> writes_of(const std::function<void()>& action) {
     std::vector<std::string> result;
     char buffer[4096];
     ssize_t length;
-    while ((length = read(packets[0], buffer, sizeof buffer)) > 0)
+    while ((length = read(packets[0], buffer, sizeof buffer)) > 0) {
         result.emplace_back(buffer, static_cast<size_t>(length));
+    }
     close(packets[0]);
     return result;
 }
@@ -60,8 +62,9 @@ int status_without_system_calls(const std::function<void()>& action) {
     if (child == 0) {
         prctl(PR_SET_DUMPABLE, 0);
         if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
             _exit(filter_refused);
+        }
         action();
         syscall(SYS_exit_group, 0);
     }
@@ -110,8 +113,9 @@ TEST(printed_message, Costs_one_write_without_a_buffer_and_with_a_buffer_for_lin
 TEST(suppressed_message, Costs_no_system_call) {
     const named_object object("a");
     vask_object::vask_p("a", VASK_P_DBG, "reads the settings\n");
-    if (!filters_are_allowed())
+    if (!filters_are_allowed()) {
         GTEST_SKIP() << "needs the right to install a system call filter";
+    }
     EXPECT_EQ(status_without_system_calls([&object] {
                   for (int i = 0; i < 1000; ++i) {
                       object.vask_p(VASK_P_DBG, "%s %d\n", "text", i);
@@ -123,8 +127,9 @@ TEST(suppressed_message, Costs_no_system_call) {
 
 TEST(suppressed_message, Is_told_from_a_printed_one_by_its_system_calls) {
     const named_object object("a");
-    if (!filters_are_allowed())
+    if (!filters_are_allowed()) {
         GTEST_SKIP() << "needs the right to install a system call filter";
+    }
     const int status =
         status_without_system_calls([&object] { object.vask_p(VASK_P_ERR, "printed\n"); });
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSYS) << status;

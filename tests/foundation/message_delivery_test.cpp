@@ -113,9 +113,11 @@ private:
     bool read_some(std::string& text) {
         char buffer[4096];
         const ssize_t length = read(m_ends[0], buffer, sizeof buffer);
-        for (ssize_t i = 0; i < length; ++i)
-            if (buffer[i] != '~')
+        for (ssize_t i = 0; i < length; ++i) {
+            if (buffer[i] != '~') {
                 text += buffer[i];
+            }
+        }
         return length > 0;
     }
 
@@ -250,8 +252,9 @@ TEST_F(message_delivery, Keeps_the_lines_of_threads_apart) {
     const buffered_standard_output unbuffered(_IONBF);
     log_catcher log;
     const auto print_many = [] {
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < count; ++i) {
             vask_object::vask_p("a", VASK_P_ERR, "%s %s\n", "one", "two");
+        }
     };
     std::thread first(print_many), second(print_many);
     first.join();
@@ -295,8 +298,9 @@ TEST_F(message_delivery, Gives_a_message_up_that_nobody_takes_and_the_next_ones_
     const double first =
         seconds_of([] { vask_object::vask_p("a", VASK_P_ERR, "nobody hears it\n"); });
     const double next = seconds_of([] {
-        for (int i = 0; i < 100; ++i)
+        for (int i = 0; i < 100; ++i) {
             vask_object::vask_p("a", VASK_P_ERR, "nor this\n");
+        }
     });
     EXPECT_GE(first, 1);
     EXPECT_LE(first, 50);

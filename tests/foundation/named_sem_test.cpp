@@ -96,15 +96,17 @@ TEST_F(named_sem, Keeps_its_count_when_it_exists) {
     sem_t* third = vask_object::create_named_sem(name, 7, 9);
     ASSERT_NE(third, nullptr);
     EXPECT_EQ(value_of(third), 1);
-    for (sem_t* sem : {first, second, third})
+    for (sem_t* sem : {first, second, third}) {
         EXPECT_TRUE(vask_object::close_named_sem(sem));
+    }
 }
 
 TEST_F(named_sem, Uses_the_maximum_count_for_nothing_but_a_check) {
     sem_t* sem = vask_object::create_named_sem(name, 0, 1);
     ASSERT_NE(sem, nullptr);
-    for (int i = 1; i <= 3; ++i)
+    for (int i = 1; i <= 3; ++i) {
         EXPECT_TRUE(vask_object::vask_sem_post(sem));
+    }
     EXPECT_EQ(value_of(sem), 3);
     EXPECT_TRUE(vask_object::close_named_sem(sem));
 }

@@ -10,11 +10,13 @@
 class paused_child {
 public:
     paused_child() : m_pid(fork()) {
-        if (m_pid != 0)
+        if (m_pid != 0) {
             return;
+        }
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        for (;;)
+        for (;;) {
             pause();
+        }
     }
     ~paused_child() { end(); }
     paused_child(const paused_child&) = delete;
@@ -31,8 +33,9 @@ public:
 
     /** Kills and reaps it; the pid stays readable. */
     void end() {
-        if (m_ended)
+        if (m_ended) {
             return;
+        }
         kill(m_pid, SIGKILL);
         wait_status();
     }

@@ -65,8 +65,9 @@ TEST(printed_message, Of_static_code_begins_with_the_given_name) {
 TEST(printed_message, Shows_each_level_by_its_name) {
     vask_object::print_msg_level = VASK_P_DBG;
     log_catcher log;
-    for (int level = VASK_P_EMERG; level <= VASK_P_DBG; ++level)
+    for (int level = VASK_P_EMERG; level <= VASK_P_DBG; ++level) {
         vask_object::vask_p("a", static_cast<vask_print_level>(level), "x\n");
+    }
     EXPECT_THAT(log.lines(),
                 ElementsAre(line("EMERG", "a", "x"), line("BUG", "a", "x"), line("FATAL", "a", "x"),
                             line("ERR", "a", "x"), line("WARN", "a", "x"), line("NOTICE", "a", "x"),

@@ -28,8 +28,9 @@ struct {
 } kernel;
 
 int result_of(int error) {
-    if (error == 0)
+    if (error == 0) {
         return 0;
+    }
     errno = error;
     return -1;
 }

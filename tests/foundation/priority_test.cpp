@@ -39,8 +39,9 @@ bool may_schedule() {
 class priority : public testing::Test {
 protected:
     void SetUp() override {
-        if (!may_schedule())
+        if (!may_schedule()) {
             GTEST_SKIP() << "needs the right to raise scheduling priorities";
+        }
     }
 
     void expect_ordinary(int nice_value) const {

@@ -76,14 +76,16 @@ TEST(kill_process, Fails_for_a_process_that_does_not_exist) {
 }
 
 TEST(kill_process, Fails_for_a_process_of_another_user) {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "needs the right to become another user";
+    }
     const pid_t parent = getpid();
     log_catcher log;
     const pid_t other = fork();
     if (other == 0) {
-        if (setuid(65534) != 0)
+        if (setuid(65534) != 0) {
             _exit(2);
+        }
         _exit(vask_object::kill_process(parent) ? 1 : 0);
     }
     int status = -1;
@@ -129,13 +131,15 @@ TEST(is_process_alive, Is_false_for_0_and_negative_numbers_without_asking_the_sy
 }
 
 TEST(is_process_alive, Is_false_for_a_process_of_another_user) {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "needs the right to become another user";
+    }
     const pid_t parent = getpid();
     const pid_t other = fork();
     if (other == 0) {
-        if (setuid(65534) != 0)
+        if (setuid(65534) != 0) {
             _exit(2);
+        }
         _exit(vask_object::is_process_alive(parent) ? 1 : 0);
     }
     int status = -1;
@@ -144,8 +148,9 @@ TEST(is_process_alive, Is_false_for_a_process_of_another_user) {
 }
 
 TEST(get_process_id, Returns_what_it_is_given) {
-    for (const int id : {0, 1, -1, 42, INT_MAX, INT_MIN})
+    for (const int id : {0, 1, -1, 42, INT_MAX, INT_MIN}) {
         EXPECT_EQ(vask_object::get_process_id(id), id);
+    }
 }
 
 TEST(gettid, Is_the_id_that_the_kernel_gives_the_thread) {

@@ -10,12 +10,13 @@
 namespace {
 
 void count(int event, new_processes* made) {
-    if (event == PTRACE_EVENT_FORK)
+    if (event == PTRACE_EVENT_FORK) {
         ++made->with_copied_memory;
-    else if (event == PTRACE_EVENT_VFORK)
+    } else if (event == PTRACE_EVENT_VFORK) {
         ++made->with_shared_memory;
-    else if (event == PTRACE_EVENT_CLONE)
+    } else if (event == PTRACE_EVENT_CLONE) {
         ++made->threads;
+    }
 }
 
 }  // namespace
@@ -33,16 +34,18 @@ void PrintTo(const new_processes& made, std::ostream* out) {
 bool trace_new_processes(const std::function<void()>& action, new_processes* made) {
     const pid_t tracee = fork();
     if (tracee == 0) {
-        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
+        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
             _exit(1);
+        }
         raise(SIGSTOP);
         action();
         _exit(0);
     }
     int status = 0;
     waitpid(tracee, &status, 0);
-    if (!WIFSTOPPED(status))
+    if (!WIFSTOPPED(status)) {
         return false;
+    }
     ptrace(PTRACE_SETOPTIONS, tracee, nullptr,
            PTRACE_O_EXITKILL | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE);
     ptrace(PTRACE_CONT, tracee, nullptr, nullptr);
@@ -52,8 +55,9 @@ bool trace_new_processes(const std::function<void()>& action, new_processes* mad
             ptrace(PTRACE_DETACH, pid, nullptr, nullptr);
             continue;
         }
-        if (!WIFSTOPPED(status))
+        if (!WIFSTOPPED(status)) {
             return true;
+        }
         const int event = status >> 16;
         count(event, made);
         ptrace(PTRACE_CONT, tracee, nullptr, event != 0 ? 0 : WSTOPSIG(status));

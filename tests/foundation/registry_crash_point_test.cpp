@@ -27,8 +27,9 @@ protected:
     pid_t kill_writer_at(const char* place) {
         forked_process writer([place] {
             at_fail_point = [place](const std::string& reached) {
-                if (reached == place)
+                if (reached == place) {
                     kill(getpid(), SIGKILL);
+                }
             };
             named_object own("program");
             own.store_pid_to_shm(50);
@@ -56,10 +57,12 @@ protected:
 
     void expect_lines_of_writer(const place& at) {
         std::vector<log_line> expected;
-        if (at.holds_lock)
+        if (at.holds_lock) {
             expected.push_back(library_lock::forced("program"));
-        if (at.leaves_sequence_odd)
+        }
+        if (at.leaves_sequence_odd) {
             expected.push_back(reset("program", 1));
+        }
         EXPECT_THAT(log.lines(), ElementsAreArray(expected));
         log.clear();
     }
@@ -129,8 +132,9 @@ TEST_F(registry_crash_point, Is_tested_at_every_place_of_a_registration) {
     EXPECT_TRUE(object.store_pid_to_shm(1));
     at_fail_point = nullptr;
     std::vector<std::string> tested;
-    for (const place& place : places)
+    for (const place& place : places) {
         tested.push_back(place.name);
+    }
     EXPECT_EQ(visited, tested);
 }
 
@@ -172,8 +176,9 @@ TEST_P(registry_killed_writer, Of_a_registry_in_use_loses_none_of_the_others) {
 TEST_P(registry_killed_writer, Of_a_registry_of_several_pages_loses_none_of_the_others) {
     constexpr int entries = 300;
     registry_object bytes("program");
-    for (std::uint64_t key = 1000; key < 1000 + entries; ++key)
+    for (std::uint64_t key = 1000; key < 1000 + entries; ++key) {
         bytes.append(getppid(), key);
+    }
 
     kill_writer_at(GetParam().name);
     EXPECT_THAT(find_with_leaping_clock(), testing::SizeIs(entries));

@@ -62,13 +62,14 @@ struct crowd_state {
 class registry_crowd : public registry_test {
 protected:
     void start() {
-        for (int i = 0; i < crowd_size; ++i)
+        for (int i = 0; i < crowd_size; ++i) {
             processes.push_back(std::make_unique<forked_process>([this, i] {
                 own_report = &state->reports[static_cast<size_t>(i)];
                 named_object own("program");
                 own_report->has_started = true;
-                while (!state->may_start)
+                while (!state->may_start) {
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                }
                 const clock_type::time_point begin = clock_type::now();
                 own_report->was_registered = own.store_pid_to_shm(key_of(i));
                 own_report->seconds = seconds_since(begin);
@@ -79,6 +80,7 @@ protected:
                 wait_for_a_signal();
                 return 0;
             }));
+        }
         ASSERT_TRUE(wait_until_without_loop([this] {
             return std::all_of(state->reports.begin(), state->reports.end(),
                                [](const report& r) { return r.has_started.load(); });
@@ -102,9 +104,11 @@ protected:
     }
 
     bool all_survivors_have_ended() const {
-        for (int i = 0; i < crowd_size; ++i)
-            if (!is_killed(i) && !report_of(i).has_ended)
+        for (int i = 0; i < crowd_size; ++i) {
+            if (!is_killed(i) && !report_of(i).has_ended) {
                 return false;
+            }
+        }
         return true;
     }
 
@@ -126,9 +130,11 @@ protected:
 
     double longest_wait() const {
         double longest = 0;
-        for (int i = 0; i < crowd_size; ++i)
-            if (!is_killed(i))
+        for (int i = 0; i < crowd_size; ++i) {
+            if (!is_killed(i)) {
                 longest = std::max(longest, report_of(i).seconds.load());
+            }
+        }
         return longest;
     }
 
@@ -192,8 +198,9 @@ TEST_F(registry_crowd, Is_found_but_for_those_that_are_killed_meanwhile) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     std::vector<int> victims(crowd_size);
-    for (int i = 0; i < crowd_size; ++i)
+    for (int i = 0; i < crowd_size; ++i) {
         victims[static_cast<size_t>(i)] = i;
+    }
     std::shuffle(victims.begin(), victims.end(), random);
     victims.resize(crowd_size / 10);
 
@@ -220,14 +227,17 @@ TEST_F(registry_crowd, Is_found_when_holders_of_the_lock_are_killed) {
         int victim = -1;
         wait_until_without_loop(
             [&] {
-                for (int i = 0; i < crowd_size && victim < 0; ++i)
-                    if (!is_killed(i) && report_of(i).holds_lock)
+                for (int i = 0; i < crowd_size && victim < 0; ++i) {
+                    if (!is_killed(i) && report_of(i).holds_lock) {
                         victim = i;
+                    }
+                }
                 return victim >= 0 || all_survivors_have_ended();
             },
             20000);
-        if (victim < 0)
+        if (victim < 0) {
             break;
+        }
         kill_one(victim);
     }
     ASSERT_TRUE(wait_until_without_loop([this] { return all_survivors_have_ended(); }, 150000));

@@ -197,8 +197,9 @@ TEST_F(registry_entries, Lists_no_process_that_the_caller_may_not_signal) {
     EXPECT_TRUE(object.store_pid_to_shm(1));
     const shared_value<std::atomic<size_t>> found;
     forked_process stranger([this, &found] {
-        if (setresuid(65534, 65534, 65534) != 0)
+        if (setresuid(65534, 65534, 65534) != 0) {
             return 1;
+        }
         *found = find().size();
         return 0;
     });

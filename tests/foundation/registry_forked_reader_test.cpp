@@ -20,12 +20,14 @@ protected:
         const shared_value<std::atomic<int>> wrong;
         forked_process child([&] {
             vask_object::my_pid = recorded;
-            for (int i = 0; i < lookups; ++i)
+            for (int i = 0; i < lookups; ++i) {
                 *wrong += find(name) == expected ? 0 : 1;
+            }
             return 0;
         });
-        while (child.is_running())
+        while (child.is_running()) {
             meanwhile();
+        }
         EXPECT_EQ(child.wait_for_end(), 0);
         return *wrong;
     }

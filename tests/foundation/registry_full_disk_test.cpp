@@ -35,8 +35,9 @@ protected:
     // The lock's semaphore takes the first page.
     static bool make_lock() {
         named_object locker("locker");
-        if (!locker.shm_lock())
+        if (!locker.shm_lock()) {
             return false;
+        }
         locker.shm_unlock();
         return true;
     }
@@ -50,11 +51,13 @@ protected:
 
 TEST_F(registry_full_disk, Fails_the_first_registration) {
     const int result = run_with_tiny_dev_shm(4, [this] {
-        if (!make_lock())
+        if (!make_lock()) {
             return 1;
+        }
         fill_up();
-        if (object.store_pid_to_shm(1))
+        if (object.store_pid_to_shm(1)) {
             return 2;
+        }
         return library_lock::value() == 1 && find().empty() ? 0 : 3;
     });
     if (result == not_permitted) {
@@ -68,11 +71,13 @@ TEST_F(registry_full_disk, Fails_a_registration_that_needs_another_page) {
     const int result = run_with_tiny_dev_shm(4, [this] {
         registry_object bytes("program");
         bytes.fill(255, 1);
-        if (!make_lock())
+        if (!make_lock()) {
             return 1;
+        }
         fill_up();
-        if (object.store_pid_to_shm(1000))
+        if (object.store_pid_to_shm(1000)) {
             return 2;
+        }
         return library_lock::value() == 1 && bytes.count() == 255 && bytes.sequence() == 0 &&
                        find().size() == 255
                    ? 0
@@ -89,8 +94,9 @@ TEST_F(registry_full_disk, Fails_a_registration_in_an_object_with_holes) {
     const int result = run_with_tiny_dev_shm(4, [this] {
         registry_object bytes("program");
         bytes.resize(24);
-        if (!make_lock())
+        if (!make_lock()) {
             return 1;
+        }
         fill_up();
         return object.store_pid_to_shm(1) || library_lock::value() != 1 ? 2 : 0;
     });
@@ -103,8 +109,9 @@ TEST_F(registry_full_disk, Fails_a_registration_in_an_object_with_holes) {
 
 TEST_F(registry_full_disk, Takes_a_registration_that_needs_no_room) {
     const int result = run_with_tiny_dev_shm(4, [this] {
-        if (!object.store_pid_to_shm(1))
+        if (!object.store_pid_to_shm(1)) {
             return 1;
+        }
         fill_up();
         return object.store_pid_to_shm(2) && find().count(2) == 1 ? 0 : 2;
     });

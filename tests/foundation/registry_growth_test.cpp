@@ -30,8 +30,9 @@ protected:
 TEST_P(registry_growth, Shows_every_entry) {
     const registry_map found = find();
     ASSERT_THAT(found, SizeIs(entries));
-    for (int key = 1; key <= entries; ++key)
+    for (int key = 1; key <= entries; ++key) {
         EXPECT_EQ(found.at(static_cast<unsigned long>(key)), getppid());
+    }
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 

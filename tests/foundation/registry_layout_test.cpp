@@ -91,8 +91,9 @@ TEST_F(registry_layout, Grows_with_the_count_that_a_registration_finds) {
 TEST_F(registry_layout, Is_sized_by_the_count_before_compaction) {
     registry_object bytes("program");
     const int dead = ended_process();
-    for (std::uint64_t key = 1; key <= 4; ++key)
+    for (std::uint64_t key = 1; key <= 4; ++key) {
         bytes.append(dead, key);
+    }
     ASSERT_TRUE(object.store_pid_to_shm(9));
     EXPECT_EQ(bytes.count(), 1);
     EXPECT_EQ(bytes.size(), 24U + 4 * 16U);
@@ -124,12 +125,14 @@ TEST_F(registry_layout, Leaves_the_reserved_bytes_alone) {
     bytes.append(ended_process(), 1);
     bytes.append(getppid(), 2);
     bytes.append(ended_process(), 3);
-    for (std::uint32_t i = 0; i < 3; ++i)
+    for (std::uint32_t i = 0; i < 3; ++i) {
         bytes.set_reserved(i, 0xA0 + i);
+    }
     ASSERT_TRUE(object.store_pid_to_shm(9));
     EXPECT_EQ(bytes.count(), 2);
-    for (std::uint32_t i = 0; i < 3; ++i)
+    for (std::uint32_t i = 0; i < 3; ++i) {
         EXPECT_EQ(bytes.reserved(i), 0xA0 + i);
+    }
 }
 
 TEST_F(registry_layout, Can_be_read_by_all_and_changed_by_its_maker) {

@@ -72,8 +72,9 @@ class registry_sandbox : public registry_limits,
 class full_standard_output {
 public:
     full_standard_output() {
-        if (pipe2(m_pipe, O_CLOEXEC) != 0)
+        if (pipe2(m_pipe, O_CLOEXEC) != 0) {
             std::abort();
+        }
         fcntl(m_pipe[1], F_SETFL, O_NONBLOCK);
         const char bytes[4096] = {};
         while (write(m_pipe[1], bytes, sizeof(bytes)) > 0) {
@@ -126,10 +127,12 @@ void operator delete(void* memory, size_t) noexcept {
 
 TEST_P(registry_sandbox, Without_uncommon_calls_changes_nothing) {
     forked_process sandboxed([this] {
-        if (!refuse_uncommon_calls(GetParam()))
+        if (!refuse_uncommon_calls(GetParam())) {
             return 1;
-        if (!object.store_pid_to_shm(1))
+        }
+        if (!object.store_pid_to_shm(1)) {
             return 2;
+        }
         return find() == registry_map{{1, vask_object::my_pid}} ? 0 : 3;
     });
     EXPECT_EQ(sandboxed.wait_for_end(), 0);
@@ -172,8 +175,9 @@ TEST_F(registry_limits, Of_memory_fail_a_registration_and_keep_nobody_else_from_
     bytes.set_count(1 << 22);
     for (const size_t mebibytes : {16, 96}) {
         forked_process limited([this, mebibytes] {
-            if (!set_soft_limit(RLIMIT_AS, address_space_in_use() + (mebibytes << 20)))
+            if (!set_soft_limit(RLIMIT_AS, address_space_in_use() + (mebibytes << 20))) {
                 return 1;
+            }
             return object.store_pid_to_shm(2) ? 2 : 0;
         });
         EXPECT_EQ(limited.wait_for_end(), 0) << mebibytes;
@@ -193,8 +197,9 @@ TEST_F(registry_limits, Of_every_allocation_leave_a_lookup_what_it_has_found) {
         allocations_left = -1;
         EXPECT_LE(found.size(), static_cast<size_t>(allocations));
         EXPECT_GE(found.size() + 2, static_cast<size_t>(allocations));
-        for (const auto& entry : found)
+        for (const auto& entry : found) {
             EXPECT_EQ(all.at(entry.first), entry.second);
+        }
     }
 }
 

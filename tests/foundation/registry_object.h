@@ -23,8 +23,9 @@ public:
     explicit registry_object(const std::string& name)
         : m_path("/dev/shm/vask_proc_pid_" + name),
           m_fd(open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
-        if (m_fd < 0)
+        if (m_fd < 0) {
             std::abort();
+        }
     }
     ~registry_object() { close(m_fd); }
     registry_object(const registry_object&) = delete;
@@ -62,8 +63,9 @@ public:
 
     /** Adds an entry and sizes the object as a registration would. */
     void append(std::int32_t pid, std::uint64_t key) {
-        if (size() < size_when_new)
+        if (size() < size_when_new) {
             resize(size_when_new);
+        }
         const auto before = static_cast<size_t>(count());
         resize(std::max(size(), size_when_new + before * entry_size));
         set_entry(before, pid, key);
@@ -73,8 +75,9 @@ public:
     /** Keys from 1 on, all of the same process. */
     void fill(size_t entries, std::int32_t pid) {
         resize(std::max(size_when_new, header_size + entries * entry_size));
-        for (size_t i = 0; i < entries; ++i)
+        for (size_t i = 0; i < entries; ++i) {
             set_entry(i, pid, i + 1);
+        }
         set_count(static_cast<std::int32_t>(entries));
     }
 
@@ -82,8 +85,9 @@ private:
     static size_t offset(size_t i) { return header_size + i * entry_size; }
 
     static void check(bool ok) {
-        if (!ok)
+        if (!ok) {
             std::abort();
+        }
     }
 
     struct stat info() const {

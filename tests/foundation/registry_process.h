@@ -23,8 +23,9 @@ public:
     shared_value()
         : m_address(mmap(nullptr, sizeof(Value), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
                          -1, 0)) {
-        if (m_address == MAP_FAILED)
+        if (m_address == MAP_FAILED) {
             std::abort();
+        }
         new (m_address) Value();
     }
     ~shared_value() { munmap(m_address, sizeof(Value)); }
@@ -44,8 +45,9 @@ public:
     explicit forked_process(const std::function<int()>& work) {
         std::fflush(stdout);
         m_pid = fork();
-        if (m_pid < 0)
+        if (m_pid < 0) {
             std::abort();
+        }
         if (m_pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             // As in a program that was started, not only forked.
@@ -54,8 +56,9 @@ public:
         }
     }
     ~forked_process() {
-        if (!m_reaped)
+        if (!m_reaped) {
             kill_now();
+        }
     }
     forked_process(const forked_process&) = delete;
     forked_process& operator=(const forked_process&) = delete;
@@ -97,8 +100,9 @@ private:
 
 /** Blocks until a signal ends the process. */
 [[noreturn]] inline void wait_for_a_signal() {
-    for (;;)
+    for (;;) {
         pause();
+    }
 }
 
 #endif

@@ -17,23 +17,26 @@ class started_program {
 public:
     started_program(const std::string& name, const std::string& key) {
         int input[2];
-        if (pipe2(input, O_CLOEXEC) != 0)
+        if (pipe2(input, O_CLOEXEC) != 0) {
             std::abort();
+        }
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
         const std::string path = std::string(VASK_TEST_PROGRAM_DIR) + "/registry_program";
         std::string arguments[] = {path, name, key};
         char* argv[] = {arguments[0].data(), arguments[1].data(), arguments[2].data(), nullptr};
-        if (posix_spawn(&m_pid, path.c_str(), &actions, nullptr, argv, environ) != 0)
+        if (posix_spawn(&m_pid, path.c_str(), &actions, nullptr, argv, environ) != 0) {
             std::abort();
+        }
         posix_spawn_file_actions_destroy(&actions);
         close(input[0]);
         m_input = input[1];
     }
     ~started_program() {
-        if (m_input >= 0)
+        if (m_input >= 0) {
             end();
+        }
     }
     started_program(const started_program&) = delete;
     started_program& operator=(const started_program&) = delete;

@@ -70,8 +70,9 @@ TEST_F(registry_restless, Is_read_after_5_seconds_at_most_when_it_never_comes_to
     const forked_process stranger([&bytes] {
         void* address = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, bytes.fd(), 0);
         auto* sequence = static_cast<std::atomic<std::uint32_t>*>(address);
-        for (;;)
+        for (;;) {
             sequence->fetch_add(1);
+        }
         return 0;
     });
     EXPECT_THAT(find(), ElementsAre(Pair(1, my_pid)));
@@ -95,7 +96,8 @@ TEST_F(registry_restless, Ends_no_reader_when_it_shrinks_and_grows_all_the_time)
         }
         return 0;
     });
-    for (int lookups = 0; lookups < 100000; ++lookups)
+    for (int lookups = 0; lookups < 100000; ++lookups) {
         ASSERT_LE(find().size(), 4U);
+    }
     EXPECT_GT(*changes, 100);
 }

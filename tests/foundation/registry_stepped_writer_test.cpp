@@ -23,8 +23,9 @@ protected:
     std::vector<record> states_of_registration(unsigned long key) {
         forked_process writer([key] {
             at_fail_point = [](const std::string& place) {
-                if (place == "grown" || place == "released")
+                if (place == "grown" || place == "released") {
                     raise(SIGSTOP);
+                }
             };
             named_object own("program");
             ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
@@ -40,8 +41,9 @@ protected:
                waitpid(writer.pid(), &status, 0) == writer.pid() && WIFSTOPPED(status)) {
             released = WSTOPSIG(status) == SIGSTOP;
             const record state = bytes.bytes();
-            if (state != states.back())
+            if (state != states.back()) {
                 states.push_back(state);
+            }
         }
         EXPECT_TRUE(released);
         return states;
@@ -61,8 +63,9 @@ protected:
             const std::pair<int, std::uint64_t> pair(bytes.pid(static_cast<size_t>(i)),
                                                      bytes.key(static_cast<size_t>(i)));
             if (vask_object::is_process_alive(pair.first) &&
-                std::find(pairs.begin(), pairs.end(), pair) == pairs.end())
+                std::find(pairs.begin(), pairs.end(), pair) == pairs.end()) {
                 pairs.push_back(pair);
+            }
         }
         return pairs;
     }

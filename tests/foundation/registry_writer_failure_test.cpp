@@ -168,8 +168,9 @@ TEST_F(registry_writer_failure, Is_reported_for_the_object_of_a_user_who_lets_no
     ASSERT_EQ(chmod(registry_object("program").path().c_str(), 0600), 0);
     const shared_value<std::atomic<bool>> registered;
     forked_process stranger([&registered] {
-        if (setresuid(65534, 65534, 65534) != 0)
+        if (setresuid(65534, 65534, 65534) != 0) {
             return 1;
+        }
         named_object own("program");
         *registered = own.store_pid_to_shm(1);
         return library_lock::value() == 1 ? 0 : 2;

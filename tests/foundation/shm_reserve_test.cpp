@@ -35,8 +35,9 @@ public:
     explicit object(off_t size)
         : m_fd(shm_open("/test_reserved", O_RDWR | O_CREAT | O_EXCL, 0600)) {
         shm_unlink("/test_reserved");
-        if (ftruncate(fd(), size) != 0)
+        if (ftruncate(fd(), size) != 0) {
             std::abort();
+        }
     }
 
     int fd() const { return m_fd.get(); }
@@ -48,15 +49,17 @@ public:
         return pread(fd(), &text[0], length, offset) == static_cast<ssize_t>(length) ? text : "";
     }
     void write_text(off_t offset, const std::string& text) const {
-        if (pwrite(fd(), text.data(), text.size(), offset) != static_cast<ssize_t>(text.size()))
+        if (pwrite(fd(), text.data(), text.size(), offset) != static_cast<ssize_t>(text.size())) {
             std::abort();
+        }
     }
 
 private:
     struct stat info() const {
         struct stat info;
-        if (fstat(fd(), &info) != 0)
+        if (fstat(fd(), &info) != 0) {
             std::abort();
+        }
         return info;
     }
 
@@ -140,16 +143,19 @@ TEST_F(shm_reserve, Writes_where_a_sandbox_refuses_the_reservation) {
         const int result = run_in_sandbox(error, [] {
             const object one(mebibyte + 5);
             one.write_text(4100, "content");
-            if (reserve_shm(one.fd(), 0, one.size()) != 0)
+            if (reserve_shm(one.fd(), 0, one.size()) != 0) {
                 return 1;
-            if (one.memory() < one.size() || one.size() != mebibyte + 5)
+            }
+            if (one.memory() < one.size() || one.size() != mebibyte + 5) {
                 return 2;
+            }
             return one.text_at(4100, 7) == "content" && one.text_at(0, 4100) == std::string(4100, 0)
                        ? 0
                        : 3;
         });
-        if (result == not_permitted)
+        if (result == not_permitted) {
             GTEST_SKIP() << "no filters of system calls";
+        }
         EXPECT_EQ(result, 0) << error;
     }
 }
@@ -158,63 +164,73 @@ TEST_F(shm_reserve, Writes_behind_the_end_where_a_sandbox_refuses_the_reservatio
     const int result = run_in_sandbox(EPERM, [] {
         const object one(10);
         one.write_text(0, "ten bytes!");
-        if (reserve_shm(one.fd(), 10, mebibyte) != 0 || set_shm_size(one.fd(), mebibyte) != 0)
+        if (reserve_shm(one.fd(), 10, mebibyte) != 0 || set_shm_size(one.fd(), mebibyte) != 0) {
             return 1;
+        }
         return one.memory() >= mebibyte && one.text_at(0, 11) == std::string("ten bytes!\0", 11)
                    ? 0
                    : 2;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no filters of system calls";
+    }
     EXPECT_EQ(result, 0);
 }
 
 TEST_F(shm_reserve, Fails_where_there_is_no_memory) {
     const int result = run([] {
-        if (!enter_tiny_dev_shm(4))
+        if (!enter_tiny_dev_shm(4)) {
             return not_permitted;
+        }
         const object one(mebibyte);
         return reserve_shm(one.fd(), 0, mebibyte);
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, ENOSPC);
 }
 
 TEST_F(shm_reserve, Takes_nothing_where_there_is_not_enough_for_all) {
     const int result = run([] {
-        if (!enter_tiny_dev_shm(400))
+        if (!enter_tiny_dev_shm(400)) {
             return not_permitted;
+        }
         const object one(8 * mebibyte);
         reserved_calls = 0;
         return reserve_shm(one.fd(), 0, one.size()) == ENOSPC ? reserved_calls : -1;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 0);
 }
 
 TEST_F(shm_reserve, Counts_the_memory_that_an_object_has_already) {
     const int result = run([] {
-        if (!enter_tiny_dev_shm(400))
+        if (!enter_tiny_dev_shm(400)) {
             return not_permitted;
+        }
         const object one(300 * sysconf(_SC_PAGESIZE));
         return reserve_shm(one.fd(), 0, one.size()) == 0 ? reserve_shm(one.fd(), 0, one.size()) : 1;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 0);
 }
 
 TEST_F(shm_reserve, Fails_where_there_is_no_memory_and_the_reservation_is_refused) {
     const int result = run_in_sandbox(ENOSYS, [] {
-        if (!enter_tiny_dev_shm(4))
+        if (!enter_tiny_dev_shm(4)) {
             return not_permitted;
+        }
         const object one(mebibyte);
         return reserve_shm(one.fd(), 0, mebibyte);
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts, or no filters of system calls";
+    }
     EXPECT_EQ(result, ENOSPC);
 }
 
@@ -236,8 +252,9 @@ TEST_F(shm_reserve, Is_not_killed_by_the_limit_of_a_file_where_the_reservation_i
         limit_files_to(5000);
         return reserve_shm(one.fd(), 0, 9000) == EFBIG ? 0 : 1;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no filters of system calls";
+    }
     EXPECT_EQ(result, 0);
 }
 
@@ -250,8 +267,9 @@ TEST_F(shm_reserve, Leaves_a_signal_of_the_limit_that_waits_already) {
                   raise(SIGXFSZ);
                   const object one(0);
                   limit_files_to(5000);
-                  if (set_shm_size(one.fd(), 6000) != EFBIG)
+                  if (set_shm_size(one.fd(), 6000) != EFBIG) {
                       return 1;
+                  }
                   pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
                   return 2;
               }),

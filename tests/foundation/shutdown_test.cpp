@@ -37,11 +37,13 @@ extern "C" gboolean g_spawn_async(const gchar* directory, gchar** argv, gchar** 
                                   GSpawnFlags flags, GSpawnChildSetupFunc child_setup,
                                   gpointer user_data, GPid* pid, GError** error) {
     spawn_call call = {directory, {}, envp, flags, child_setup, user_data, pid};
-    for (char** argument = argv; *argument; ++argument)
+    for (char** argument = argv; *argument; ++argument) {
         call.argv.push_back(*argument);
+    }
     calls.push_back(call);
-    if (!spawn_fails)
+    if (!spawn_fails) {
         return TRUE;
+    }
     g_set_error(error, G_SPAWN_ERROR, G_SPAWN_ERROR_FORK, "no more processes");
     return FALSE;
 }
@@ -62,8 +64,9 @@ protected:
  */
 std::string text_at_printed_address(const log_line& printed) {
     Dl_info library;
-    if (dladdr(reinterpret_cast<void*>(vask_object::shutdown_system), &library) == 0)
+    if (dladdr(reinterpret_cast<void*>(vask_object::shutdown_system), &library) == 0) {
         return "no library";
+    }
     const auto begin = reinterpret_cast<std::uintptr_t>(library.dli_fbase);
     const auto address =
         static_cast<std::uint32_t>(std::atoi(&printed.text[printed.text.find(": ") + 2]));

@@ -9,8 +9,9 @@
 MATCHER_P2(from_line_of, unit, rest, std::string("is \"<") + unit + ":LINE> " + rest + "\"") {
     const std::string text = arg;
     const std::string begin = std::string("<") + unit + ":";
-    if (text.compare(0, begin.size(), begin) != 0)
+    if (text.compare(0, begin.size(), begin) != 0) {
         return false;
+    }
     const size_t end = text.find_first_not_of("0123456789", begin.size());
     return end != begin.size() && end != std::string::npos &&
            text.substr(end) == std::string("> ") + rest;

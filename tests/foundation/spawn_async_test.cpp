@@ -36,8 +36,9 @@ std::string reason_of_glib(const char* program, const char* directory) {
     char* envp[] = {nullptr};
     GError* error = nullptr;
     if (g_spawn_async(directory, argv, envp, G_SPAWN_DO_NOT_REAP_CHILD, nullptr, nullptr, nullptr,
-                      &error))
+                      &error)) {
         return "it can";
+    }
     const std::string reason = error->message;
     g_error_free(error);
     return reason;

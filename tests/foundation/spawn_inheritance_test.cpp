@@ -61,16 +61,18 @@ int close_on_exec() {
 class inheritable_first_descriptor {
 public:
     inheritable_first_descriptor() {
-        if (m_flags == -1)
+        if (m_flags == -1) {
             dup2(STDERR_FILENO, number);
-        else
+        } else {
             fcntl(number, F_SETFD, 0);
+        }
     }
     ~inheritable_first_descriptor() {
-        if (m_flags == -1)
+        if (m_flags == -1) {
             close(number);
-        else
+        } else {
             fcntl(number, F_SETFD, m_flags);
+        }
     }
 
 private:
@@ -81,9 +83,11 @@ private:
 /** All but those that nobody can change, and those that the C library keeps for itself. */
 std::vector<int> all_signals() {
     std::vector<int> result;
-    for (int signal = 1; signal <= 64; ++signal)
-        if (signal != SIGKILL && signal != SIGSTOP && signal != 32 && signal != 33)
+    for (int signal = 1; signal <= 64; ++signal) {
+        if (signal != SIGKILL && signal != SIGSTOP && signal != 32 && signal != 33) {
             result.push_back(signal);
+        }
+    }
     return result;
 }
 
@@ -92,8 +96,9 @@ public:
     explicit blocked_signals(const std::vector<int>& signals) {
         sigset_t set;
         sigemptyset(&set);
-        for (int signal : signals)
+        for (int signal : signals) {
             sigaddset(&set, signal);
+        }
         pthread_sigmask(SIG_BLOCK, &set, &m_before);
     }
     ~blocked_signals() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
@@ -113,12 +118,14 @@ public:
         : m_signals(signals), m_before(signals.size()) {
         struct sigaction action = {};
         action.sa_handler = handler;
-        for (std::size_t i = 0; i < m_signals.size(); ++i)
+        for (std::size_t i = 0; i < m_signals.size(); ++i) {
             sigaction(m_signals[i], &action, &m_before[i]);
+        }
     }
     ~handled_signals() {
-        for (std::size_t i = 0; i < m_signals.size(); ++i)
+        for (std::size_t i = 0; i < m_signals.size(); ++i) {
             sigaction(m_signals[i], &m_before[i], nullptr);
+        }
     }
 
 private:
@@ -134,9 +141,10 @@ public:
 void spawn_and_wait(const char* program, const char* directory) {
     const strlist argv = {program};
     int pid = -1;
-    if (vask_object::spawn_async(&argv, nullptr, &pid, directory))
+    if (vask_object::spawn_async(&argv, nullptr, &pid, directory)) {
         // With SIGCHLD ignored, the wait fails as soon as the child has ended.
         waitpid(pid, nullptr, 0);
+    }
 }
 
 std::string report(const char* directory = nullptr) {
@@ -152,8 +160,9 @@ std::string report_of_glib(const char* directory = nullptr) {
     char* envp[] = {nullptr};
     GPid pid = -1;
     if (g_spawn_async(directory, argv, envp, G_SPAWN_DO_NOT_REAP_CHILD, nullptr, nullptr, &pid,
-                      nullptr))
+                      nullptr)) {
         waitpid(pid, nullptr, 0);
+    }
     return log.text();
 }
 
@@ -167,19 +176,23 @@ std::string without_special_signals(const std::string& line) {
         const unsigned long long all = std::stoull(line.substr(heading.size()), nullptr, 16);
         return heading + std::to_string(all & ~(set | bit(32) | bit(33)));
     };
-    if (line.compare(0, blocked.size(), blocked) == 0)
+    if (line.compare(0, blocked.size(), blocked) == 0) {
         return without(blocked, bit(SIGTERM) | bit(SIGCHLD));
-    if (line.compare(0, ignored.size(), ignored) == 0)
+    }
+    if (line.compare(0, ignored.size(), ignored) == 0) {
         return without(ignored, 0);
+    }
     return line;
 }
 
 std::vector<std::string> comparable(const std::string& report) {
     std::vector<std::string> lines;
     std::istringstream stream(report);
-    for (std::string line; std::getline(stream, line);)
-        if (line.compare(0, 7, "signal ") != 0)
+    for (std::string line; std::getline(stream, line);) {
+        if (line.compare(0, 7, "signal ") != 0) {
             lines.push_back(without_special_signals(line));
+        }
+    }
     return lines;
 }
 
@@ -228,8 +241,9 @@ class start_of_program : public testing::Test {
 protected:
     void SetUp() override {
         new_processes made;
-        if (!trace_new_processes([] {}, &made))
+        if (!trace_new_processes([] {}, &made)) {
             GTEST_SKIP() << "needs the right to trace a child";
+        }
     }
 };
 
@@ -244,10 +258,12 @@ extern "C" int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_
                            const posix_spawnattr_t* attributes, char* const* argv,
                            char* const* envp) {
     ++posix_spawn_call.count;
-    if (posix_spawn_call.before)
+    if (posix_spawn_call.before) {
         posix_spawn_call.before();
-    if (posix_spawn_call.error != 0)
+    }
+    if (posix_spawn_call.error != 0) {
         return posix_spawn_call.error;
+    }
     return next_function<spawn_function>("posix_spawn")(pid, path, actions, attributes, argv, envp);
 }
 
@@ -293,16 +309,20 @@ TEST(spawned_child, Inherits_no_descriptor_that_another_thread_opens_meanwhile) 
 TEST(spawned_child, Inherits_no_descriptor_of_threads_that_open_and_close_without_a_pause) {
     std::atomic<bool> ends{false};
     std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i)
+    for (int i = 0; i < 2; ++i) {
         threads.emplace_back([&] {
-            while (!ends)
+            while (!ends) {
                 close(inheritable());
+            }
         });
-    for (int i = 0; i < 40; ++i)
+    }
+    for (int i = 0; i < 40; ++i) {
         EXPECT_THAT(reported(report(), "descriptors"), only_standard_streams) << i;
+    }
     ends = true;
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
 }
 
 TEST(spawned_child, Inherits_no_descriptor_where_the_kernel_refuses_to_close_a_range) {

@@ -38,8 +38,9 @@ std::string reason_of_glib(const char* program, const char* directory) {
     char* envp[] = {nullptr};
     GError* error = nullptr;
     if (g_spawn_sync(directory, argv, envp, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr, nullptr,
-                     nullptr, &error))
+                     nullptr, &error)) {
         return "it can";
+    }
     const std::string reason = error->message;
     g_error_free(error);
     return reason;

@@ -33,8 +33,9 @@ public:
                     mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                     mount("tmpfs", "/dev", "tmpfs", 0, "mode=0755") == 0) {}
     ~private_dev() {
-        if (m_mounted)
+        if (m_mounted) {
             umount2("/dev", MNT_DETACH);
+        }
     }
 
     bool is_mounted() const { return m_mounted; }
@@ -58,8 +59,9 @@ public:
         std::vector<std::string> result;
         char buffer[8192];
         ssize_t length;
-        while ((length = recv(m_socket, buffer, sizeof buffer, 0)) >= 0)
+        while ((length = recv(m_socket, buffer, sizeof buffer, 0)) >= 0) {
             result.emplace_back(buffer, static_cast<size_t>(length));
+        }
         return result;
     }
 
@@ -70,8 +72,9 @@ private:
 class syslog_route : public testing::Test {
 protected:
     void SetUp() override {
-        if (!m_dev.is_mounted())
+        if (!m_dev.is_mounted()) {
             GTEST_SKIP() << "needs the right to mount";
+        }
         setenv("VASK_SYSLOG", "1", 1);
     }
 
@@ -103,8 +106,9 @@ TEST_F(syslog_route, Takes_messages_with_name_process_id_and_level_and_nothing_i
 TEST_F(syslog_route, Takes_each_level_as_the_priority) {
     const log_socket daemon;
     vask_object::print_msg_level = VASK_P_DBG;
-    for (int level = VASK_P_EMERG; level <= VASK_P_DBG; ++level)
+    for (int level = VASK_P_EMERG; level <= VASK_P_DBG; ++level) {
         vask_object::vask_p("a", static_cast<vask_print_level>(level), "x");
+    }
     EXPECT_THAT(
         daemon.datagrams(),
         ElementsAre(sent(0, "a", "x"), sent(1, "a", "x"), sent(2, "a", "x"), sent(3, "a", "x"),

@@ -56,8 +56,9 @@ TEST(is_number, Is_true_for_the_empty_text) {
 
 TEST(is_number, Is_false_for_anything_else) {
     for (const char* text :
-         {"-1", "+1", "1.0", " 1", "1 ", "1\n", "0x1", "1e3", "a", "/", ":", "\xB2", "\xD9\xA1"})
+         {"-1", "+1", "1.0", " 1", "1 ", "1\n", "0x1", "1e3", "a", "/", ":", "\xB2", "\xD9\xA1"}) {
         EXPECT_FALSE(vask_object::is_number(text)) << text;
+    }
 }
 
 TEST(split, Gives_the_pieces_in_order_without_empty_ones) {
@@ -121,14 +122,16 @@ TEST(valid_ip_addr, Is_false_for_a_number_above_255) {
 }
 
 TEST(valid_ip_addr, Is_false_for_another_count_of_pieces) {
-    for (const char* text : {"", "1", "1.2.3", "1.2.3.4.5", "..."})
+    for (const char* text : {"", "1", "1.2.3", "1.2.3.4.5", "..."}) {
         EXPECT_FALSE(vask_object::valid_ip_addr(text)) << text;
+    }
 }
 
 TEST(valid_ip_addr, Is_false_for_a_piece_that_is_no_number) {
     for (const char* text : {"a.b.c.d", " 1.2.3.4", "1.2.3.4 ", "1.-2.3.4", "1.+2.3.4", "0x1.2.3.4",
-                             "1,2.3.4", "1.2.3.4:80"})
+                             "1,2.3.4", "1.2.3.4:80"}) {
         EXPECT_FALSE(vask_object::valid_ip_addr(text)) << text;
+    }
 }
 
 TEST(valid_ip_addr, Skips_empty_pieces) {

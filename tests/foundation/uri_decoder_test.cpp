@@ -31,8 +31,9 @@ std::function<void()> when_loading_has_begun = [] {};
 }  // namespace
 
 extern "C" void* dlopen(const char* file, int flags) {
-    if (file != nullptr && strcmp(file, libsoup_2) == 0)
+    if (file != nullptr && strcmp(file, libsoup_2) == 0) {
         before_libsoup_2_is_loaded();
+    }
     return next_function<void*(const char*, int)>("dlopen")(file, flags);
 }
 
@@ -185,8 +186,9 @@ TEST(uri_decoder, May_be_needed_by_many_threads_at_first) {
             });
         }
         start.set_value();
-        for (std::thread& thread : threads)
+        for (std::thread& thread : threads) {
             thread.join();
+        }
     });
 }
 

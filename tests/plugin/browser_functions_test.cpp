@@ -80,9 +80,10 @@ void expect_forwarded_to(Result (vask_np_base::*wrapper)(Arguments...)) {
     vask_np_base::NPNFuncs = NPNetscapeFuncs();
     vask_np_base::NPNFuncs.*Entry = entry_recorder::record;
     // Two answers, so that none is the wrapper's own.
-    for (int result_number : {100, 101})
+    for (int result_number : {100, 101}) {
         entry_recorder::expect_forwarded(wrapper, result_number,
                                          std::index_sequence_for<Arguments...>());
+    }
 }
 
 }  // namespace

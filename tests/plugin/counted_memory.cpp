@@ -17,11 +17,13 @@ void* operator new(std::size_t size) {
     ++vask_test::allocations;
     const bool fails =
         vask_test::allocation_that_fails > 0 && --vask_test::allocation_that_fails == 0;
-    if (fails && vask_test::throw_for_failed_allocation)
+    if (fails && vask_test::throw_for_failed_allocation) {
         vask_test::throw_for_failed_allocation();
+    }
     void* memory = fails ? nullptr : std::malloc(size);
-    if (!memory)
+    if (!memory) {
         throw std::bad_alloc();
+    }
     return memory;
 }
 

@@ -30,8 +30,9 @@ public:
     quiet_script() : vask_script("quiet") {
         method_map["short"] = static_cast<script_method>(&quiet_script::handle);
         method_map[long_name] = static_cast<script_method>(&quiet_script::handle);
-        for (int i = 0; i < 1000; ++i)
+        for (int i = 0; i < 1000; ++i) {
             method_map["other" + std::to_string(i)] = method_map["short"];
+        }
     }
 
     bool handle(const NPVariant*, uint32_t, NPVariant*) { return true; }

@@ -55,8 +55,9 @@ TEST_P(many_instances, leave_nothing_behind) {
     visit(true);
     visit(false);
     const size_t before = bytes_in_use();
-    for (int i = 0; i < cycles; ++i)
+    for (int i = 0; i < cycles; ++i) {
         visit(i % 2 == 0);
+    }
     EXPECT_EQ(recorded_instance::alive, 0);
     EXPECT_EQ(factory.created, cycles + 2);
     EXPECT_LE(bytes_in_use(), before + 4096);
@@ -71,8 +72,9 @@ TEST_P(many_instances, leave_nothing_behind_with_preloading) {
     };
     ASSERT_TRUE(visit_and_refill(true));
     const size_t before = bytes_in_use();
-    for (int i = 0; i < cycles; ++i)
+    for (int i = 0; i < cycles; ++i) {
         ASSERT_TRUE(visit_and_refill(i % 2 == 0));
+    }
     EXPECT_EQ(recorded_instance::alive, 2);
     EXPECT_EQ(factory.preload_queue.size(), 2u);
     EXPECT_LE(bytes_in_use(), before + 4096);

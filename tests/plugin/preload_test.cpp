@@ -37,8 +37,9 @@ protected:
     void SetUp() override { scheduled.clear(); }
 
     void TearDown() override {
-        for (NPP npp : opened)
+        for (NPP npp : opened) {
             browser.close(npp);
+        }
         in_browser_with_plugin::TearDown();
     }
 
@@ -241,8 +242,9 @@ public:
     vask_np_instance* create_instance() override {
         ++attempts;
         fail(failing_creations);
-        if (nulls-- > 0)
+        if (nulls-- > 0) {
             return nullptr;
+        }
         return new failing_instance(*this);
     }
 
@@ -252,8 +254,9 @@ public:
     }
 
     static void fail(int& times) {
-        if (times-- > 0)
+        if (times-- > 0) {
             throw std::runtime_error("no child");
+        }
     }
 
     int attempts = 0;
@@ -273,8 +276,9 @@ protected:
     }
 
     void TearDown() override {
-        for (NPP npp : opened)
+        for (NPP npp : opened) {
             browser.close(npp);
+        }
         opened.clear();
         failing.delete_queue();
         preloading::TearDown();

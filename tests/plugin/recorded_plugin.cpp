@@ -23,8 +23,9 @@ void recorded_instance::init_preload() {
 void recorded_instance::parse_props(int16_t argc, char** argn, char** argv) {
     npp_at_attributes = npp;
     private_data_at_attributes = npp ? npp->pdata : nullptr;
-    for (int16_t i = 0; i < argc; ++i)
+    for (int16_t i = 0; i < argc; ++i) {
         properties.emplace_back(argn[i], argv[i]);
+    }
 }
 
 int32_t recorded_instance::write_ready(NPP, NPStream*) {
@@ -37,8 +38,9 @@ int32_t recorded_instance::write(NPP, NPStream*, int32_t, int32_t len, void* dat
 }
 
 bool recorded_instance::call_back(const NPVariant* args, uint32_t arg_count, NPVariant* result) {
-    if (!check_script_args(arg_count, args, 1, NPVariantType_String))
+    if (!check_script_args(arg_count, args, 1, NPVariantType_String)) {
         return false;
+    }
     NPObject* function = get_jscb_npobj(NPVariant_to_string(args).c_str());
     return function && NPN_InvokeDefault(npp, function, nullptr, 0, result);
 }
@@ -48,8 +50,9 @@ recorded_factory::recorded_factory()
                       "A plug-in for tests") {}
 
 vask_np_instance* recorded_factory::create_instance() {
-    if (out_of_memory)
+    if (out_of_memory) {
         return nullptr;
+    }
     ++created;
     pending_spawns_at_creation = pending_spawns;
     return new recorded_instance(obj_name);
@@ -61,8 +64,9 @@ unsigned int recorded_factory::calc_delayed_spawn_time() {
 }
 
 void recorded_factory::delete_queue() {
-    for (vask_np_instance* instance : preload_queue)
+    for (vask_np_instance* instance : preload_queue) {
         delete instance;
+    }
     preload_queue.clear();
 }
 

@@ -207,8 +207,9 @@ TEST_F(script_callbacks, are_released_once_each_in_the_order_of_their_names) {
     instance.reset();
     std::vector<const void*> released;
     for (const ledger_entry& entry : browser.ledger()) {
-        if (entry.action == ledger_entry::released)
+        if (entry.action == ledger_entry::released) {
             released.push_back(entry.subject);
+        }
     }
     EXPECT_THAT(released, ElementsAre(other_function, function));
     EXPECT_EQ(browser.references_of_plugin(function), 0);

@@ -40,8 +40,9 @@ public:
     }
 
     bool add(const NPVariant* args, uint32_t arg_count, NPVariant* result) {
-        for (uint32_t i = 0; i < arg_count; ++i)
+        for (uint32_t i = 0; i < arg_count; ++i) {
             sum += NPVARIANT_TO_INT32(args[i]);
+        }
         INT32_TO_NPVARIANT(sum, *result);
         return true;
     }

@@ -20,14 +20,16 @@ protected:
         real_release = vask_np_base::NPNFuncs.releaseobject;
         vask_np_base::NPNFuncs.releaseobject = [](NPObject* released) {
             real_release(released);
-            if (on_release)
+            if (on_release) {
                 on_release(released);
+            }
         };
         npp = browser.open();
         instance = instance_of(npp);
         object = instance->object();
-        for (const char* name : {"x", "y", "z"})
+        for (const char* name : {"x", "y", "z"}) {
             instance->add_jscb_func(name);
+        }
         ASSERT_EQ(browser.scriptable(npp), object);
     }
 
@@ -207,8 +209,9 @@ TEST_F(script_reentry, a_release_of_all_functions_may_delete_the_object) {
     add("x", first);
     add("y", second);
     on_release = [this](NPObject* released) {
-        if (released == first)
+        if (released == first) {
             end_instance();
+        }
     };
 
     instance->delete_jscb_map();
@@ -223,8 +226,9 @@ TEST_F(script_reentry, a_release_at_the_end_finds_an_object_that_does_nothing_mo
     add("y", second);
     bool has_been_called = false;
     on_release = [&](NPObject* released) {
-        if (released != first)
+        if (released != first) {
             return;
+        }
         has_been_called = true;
         EXPECT_FALSE(add("z", third));
         EXPECT_FALSE(remove("y", second));

@@ -19,16 +19,19 @@ void report_descriptors() {
     getrlimit(RLIMIT_NOFILE, &limit);
     const int end = limit.rlim_cur < 65536 ? static_cast<int>(limit.rlim_cur) : 65536;
     printf("descriptors:");
-    for (int fd = 0; fd < end; ++fd)
-        if (fcntl(fd, F_GETFD) != -1)
+    for (int fd = 0; fd < end; ++fd) {
+        if (fcntl(fd, F_GETFD) != -1) {
             printf(" %d", fd);
+        }
+    }
     printf("\n");
 }
 
 void report_standard_input() {
     char target[PATH_MAX] = "";
-    if (readlink("/proc/self/fd/0", target, sizeof target - 1) > 0)
+    if (readlink("/proc/self/fd/0", target, sizeof target - 1) > 0) {
         printf("standard input: %s\n", target);
+    }
 }
 
 void report_signals() {
@@ -47,11 +50,14 @@ void report_signals() {
 void report_lines(const char* heading, const char* path, const char* beginning) {
     FILE* file = fopen(path, "r");
     char line[256];
-    while (file && fgets(line, sizeof line, file))
-        if (strncmp(line, beginning, strlen(beginning)) == 0)
+    while (file && fgets(line, sizeof line, file)) {
+        if (strncmp(line, beginning, strlen(beginning)) == 0) {
             printf("%s: %s", heading, line);
-    if (file)
+        }
+    }
+    if (file) {
         fclose(file);
+    }
 }
 
 // Among the processes of the machine.
@@ -59,29 +65,34 @@ void report_place() {
     FILE* file = fopen("/proc/self/stat", "r");
     int parent, group, session, terminal, terminal_group;
     if (file && fscanf(file, "%*d (%*[^)]) %*c %d %d %d %d %d", &parent, &group, &session,
-                       &terminal, &terminal_group) == 5)
+                       &terminal, &terminal_group) == 5) {
         printf("place: parent %d, group %d, session %d, terminal %d, its group %d\n", parent, group,
                session, terminal, terminal_group);
-    if (file)
+    }
+    if (file) {
         fclose(file);
+    }
 }
 
 void report_inheritance() {
     for (const char* beginning : {"SigPnd:", "SigBlk:", "SigIgn:", "SigCgt:", "ShdPnd:",
-                                  "Cpus_allowed:", "Cap", "Groups:", "NoNewPrivs:"})
+                                  "Cpus_allowed:", "Cap", "Groups:", "NoNewPrivs:"}) {
         report_lines("status", "/proc/self/status", beginning);
+    }
     report_lines("out-of-memory score", "/proc/self/oom_score_adj", "");
     printf("umask: %o\n", static_cast<unsigned>(umask(0)));
     printf("nice value: %d\n", getpriority(PRIO_PROCESS, 0));
     report_place();
-    for (int fd = 0; fd <= 2; ++fd)
+    for (int fd = 0; fd <= 2; ++fd) {
         printf("mode of descriptor %d: %o\n", fd, static_cast<unsigned>(fcntl(fd, F_GETFL)));
+    }
 }
 
 void report_directory() {
     char directory[PATH_MAX] = "";
-    if (getcwd(directory, sizeof directory))
+    if (getcwd(directory, sizeof directory)) {
         printf("directory: %s\n", directory);
+    }
 }
 
 }  // namespace
@@ -92,9 +103,11 @@ int main(int argc, char** argv) {
     report_signals();
     report_inheritance();
     report_directory();
-    for (int i = 0; i < argc; ++i)
+    for (int i = 0; i < argc; ++i) {
         printf("argument: %s\n", argv[i]);
-    for (char** variable = environ; *variable; ++variable)
+    }
+    for (char** variable = environ; *variable; ++variable) {
         printf("environment: %s\n", *variable);
+    }
     return 0;
 }

@@ -47,12 +47,14 @@ TEST_F(full_dev_shm, Fails_the_record_and_leaves_the_semaphore_free) {
     const int result = run_with_pages(4, [this] {
         record.create_sem(1);
         fill_up();
-        if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR)
+        if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR) {
             return 1;
+        }
         return !record.exists() && record.sem_value() == 1 ? 0 : 2;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 0);
     EXPECT_THAT(log.lines(), ElementsAre(error("Failed to call ftruncate: 28 @ map_shared_info")));
 }
@@ -63,17 +65,21 @@ TEST_F(full_dev_shm, Fails_the_record_where_a_sandbox_refuses_the_reservation) {
         const int result = run_with_pages(4, [this, refusal] {
             record.create_sem(1);
             fill_up();
-            if (!refuse_system_call(SYS_fallocate, refusal))
+            if (!refuse_system_call(SYS_fallocate, refusal)) {
                 return not_permitted;
-            if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR)
+            }
+            if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR) {
                 return 1;
-            if (record.exists() || record.sem_value() != 1)
+            }
+            if (record.exists() || record.sem_value() != 1) {
                 return 2;
+            }
             make_room();
             return vask_object::set_monitor_rotation(VASK_MONITOR_ROTATION_1) ? 0 : 3;
         });
-        if (result == not_permitted)
+        if (result == not_permitted) {
             GTEST_SKIP() << "no private mounts, or no filters of system calls";
+        }
         EXPECT_EQ(result, 0);
         EXPECT_THAT(log.lines(),
                     ElementsAre(error("Failed to call ftruncate: 28 @ map_shared_info")));
@@ -85,13 +91,15 @@ TEST_F(full_dev_shm, Fails_every_access_until_there_is_room) {
         record.create_sem(1);
         fill_up();
         if (vask_object::set_monitor_rotation(VASK_MONITOR_ROTATION_1) ||
-            vask_object::get_pseudo_portrait_flag() || vask_object::get_vask_cpu_type(false) != 2)
+            vask_object::get_pseudo_portrait_flag() || vask_object::get_vask_cpu_type(false) != 2) {
             return 1;
+        }
         make_room();
         return vask_object::get_monitor_rotation() == VASK_MONITOR_ROTATION_NOT_SET ? 0 : 2;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 0);
     EXPECT_THAT(log.lines(), testing::SizeIs(3));
 }
@@ -99,12 +107,14 @@ TEST_F(full_dev_shm, Fails_every_access_until_there_is_room) {
 TEST_F(full_dev_shm, Fails_the_semaphore) {
     const int result = run_with_pages(4, [this] {
         fill_up();
-        if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR)
+        if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR) {
             return 1;
+        }
         return !record.exists() && !record.sem_exists() ? 0 : 2;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 0);
     EXPECT_THAT(log.lines(), ElementsAre(sem_error("Failed to call sem_open(): 28")));
 }
@@ -115,12 +125,14 @@ TEST_F(full_dev_shm, Fails_a_record_in_which_no_memory_was_found_yet) {
         record.create({});
         std::filesystem::resize_file(record.path(), 2064);
         fill_up();
-        if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR)
+        if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR) {
             return 1;
+        }
         return record.exists() && record.sem_value() == 1 ? 0 : 2;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 0);
     EXPECT_THAT(log.lines(), ElementsAre(error("Failed to mmap: No space left on device @ "
                                                "map_shared_info")));
@@ -133,13 +145,15 @@ TEST_F(full_dev_shm, Leaves_a_record_that_exists_usable) {
             creator.set_monitor_rotation(VASK_MONITOR_ROTATION_1);
         }
         fill_up();
-        if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_1)
+        if (vask_object::get_monitor_rotation() != VASK_MONITOR_ROTATION_1) {
             return 1;
+        }
         vask_object::set_pseudo_portrait_flag(true);
         return vask_object::get_pseudo_portrait_flag() ? 0 : 2;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 0);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -147,12 +161,14 @@ TEST_F(full_dev_shm, Leaves_a_record_that_exists_usable) {
 TEST_F(full_dev_shm, Fails_a_context_that_does_not_fit) {
     const int result = run_with_pages(4, [] {
         const shared_object thing("thing");
-        if (vask_shared_info::map_shm("thing", 100 * 4096, true))
+        if (vask_shared_info::map_shm("thing", 100 * 4096, true)) {
             return 1;
+        }
         return !thing.exists() && thing.sem_value() == 1 ? 0 : 2;
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 0);
     EXPECT_THAT(log.lines(), ElementsAre(error("Failed to call ftruncate: 28 @ map_shared_info")));
 }

@@ -136,8 +136,9 @@ TEST_F(hardware_detection, Cpu_is_told_by_the_first_1000_characters_of_a_line) {
 
 TEST_F(hardware_detection, Cpu_is_found_among_bytes_that_are_no_text) {
     std::string all_bytes;
-    for (int byte = 0; byte < 256; ++byte)
+    for (int byte = 0; byte < 256; ++byte) {
         all_bytes += static_cast<char>(byte);
+    }
     EXPECT_EQ(cpu_of("\xff\xfe\x80\xc3\x28\n" + all_bytes + "\n" + atom_z), 3);
     EXPECT_EQ(cpu_of("model name\xff\xc0\x80Intel(R) Atom(TM) CPU Z\xff\n"), 3);
     EXPECT_EQ(cpu_of(std::string("model name\0: Intel(R) Atom(TM) CPU Z\n", 36)), 3);

@@ -30,8 +30,9 @@ protected:
         forked_process process([&] {
             if (unshare(CLONE_NEWNS) != 0 ||
                 mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-                mount((scratch / "file").c_str(), place, nullptr, MS_BIND, nullptr) != 0)
+                mount((scratch / "file").c_str(), place, nullptr, MS_BIND, nullptr) != 0) {
                 return not_permitted;
+            }
             return work();
         });
         return process.wait_for_end();
@@ -40,12 +41,14 @@ protected:
     /** What the text of the first "model name" line makes of this machine. */
     static int expected_cpu() {
         std::ifstream file("/proc/cpuinfo");
-        for (std::string line; std::getline(file, line);)
+        for (std::string line; std::getline(file, line);) {
             if (line.rfind("model name", 0) == 0) {
-                if (line.find("Intel(R) Atom(TM) CPU Z") != std::string::npos)
+                if (line.find("Intel(R) Atom(TM) CPU Z") != std::string::npos) {
                     return 3;
+                }
                 return line.find("Intel(R) Core(TM)2 Duo CPU") != std::string::npos ? 5 : 1;
             }
+        }
         return 1;
     }
 };
@@ -61,18 +64,21 @@ TEST_F(hardware_files_of_the_kernel, Are_read_for_the_processor) {
     const int result =
         run_with("processor\t: 0\nmodel name\t: Intel(R) Atom(TM) CPU Z530\n", "/proc/cpuinfo",
                  [] { return static_cast<int>(vask_object::get_vask_cpu_type(false)); });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 3);
 }
 
 TEST_F(hardware_files_of_the_kernel, Are_read_for_the_graphics_device) {
-    if (!exists("/proc/bus/pci/devices"))
+    if (!exists("/proc/bus/pci/devices")) {
         GTEST_SKIP() << "no list of devices";
+    }
     const int result = run_with("0000\t80868100\n0010\t80862a42\n", "/proc/bus/pci/devices", [] {
         return static_cast<int>(vask_object::get_vask_gpu_type(false));
     });
-    if (result == not_permitted)
+    if (result == not_permitted) {
         GTEST_SKIP() << "no private mounts";
+    }
     EXPECT_EQ(result, 5);
 }

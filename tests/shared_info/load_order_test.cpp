@@ -17,8 +17,9 @@ protected:
     static std::vector<log_line> run(const char* program) {
         const strlist argv = {std::string(VASK_TEST_PROGRAM_DIR) + "/" + program};
         strlist envs;
-        for (char** entry = environ; *entry; ++entry)
+        for (char** entry = environ; *entry; ++entry) {
             envs.push_back(*entry);
+        }
         int status = -1;
         std::vector<unsigned char> output;
         EXPECT_TRUE(vask_object::spawn_sync(&argv, &envs, &status, &output, nullptr, nullptr));

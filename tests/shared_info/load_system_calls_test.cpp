@@ -19,10 +19,12 @@ TEST(load_system_calls, Are_none) {
     const vask_test::call_counts count = vask_test::count_system_calls([] {
         // Not to be mixed up with the library that the test itself is linked to.
         void* library = dlopen(VASK_TEST_LOAD_END_MARK, RTLD_NOW | RTLD_DEEPBIND);
-        if (!library)
+        if (!library) {
             _exit(1);
-        if (flag(library, "was_made_before_begin") || !flag(library, "was_made_at_end"))
+        }
+        if (flag(library, "was_made_before_begin") || !flag(library, "was_made_at_end")) {
             _exit(2);
+        }
     });
     EXPECT_EQ(count.exit_status, 0);
     ASSERT_TRUE(count.complete);

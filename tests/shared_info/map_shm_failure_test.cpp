@@ -91,8 +91,9 @@ TEST_F(map_shm_failure, Of_the_wait_for_the_semaphore) {
 TEST_F(map_shm_failure, Of_opening_an_existing_object) {
     create_thing();
     fail("shm_open", 13);
-    for (const bool create : {true, false})
+    for (const bool create : {true, false}) {
         expect_failure(create, "Failed to call shm_open: 13 @ map_shared_info");
+    }
     EXPECT_TRUE(thing.exists());
 }
 
@@ -124,16 +125,18 @@ TEST_F(map_shm_failure, Of_mapping_a_new_object) {
 TEST_F(map_shm_failure, Of_mapping_an_existing_object) {
     create_thing();
     fail("mmap", 12);
-    for (const bool create : {true, false})
+    for (const bool create : {true, false}) {
         expect_failure(create, "Failed to mmap: Cannot allocate memory @ map_shared_info");
+    }
     EXPECT_TRUE(thing.exists());
 }
 
 TEST_F(map_shm_failure, Of_measuring_an_existing_object) {
     create_thing();
     fail("fstat", 5);
-    for (const bool create : {true, false})
+    for (const bool create : {true, false}) {
         expect_failure(create, "Failed to mmap: Input/output error @ map_shared_info");
+    }
     EXPECT_TRUE(thing.exists());
 }
 
@@ -142,8 +145,9 @@ TEST_F(map_shm_failure, Of_finding_memory_for_an_existing_object) {
     thing.create({});
     std::filesystem::resize_file(thing.path(), size);
     fail("fallocate", 28);
-    for (const bool create : {true, false})
+    for (const bool create : {true, false}) {
         expect_failure(create, "Failed to mmap: No space left on device @ map_shared_info");
+    }
     EXPECT_TRUE(thing.exists());
 }
 

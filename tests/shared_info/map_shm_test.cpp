@@ -33,12 +33,14 @@ class mapped {
 public:
     explicit mapped(bool create, unsigned long bytes = size)
         : m_context(vask_shared_info::map_shm(name, bytes, create)) {
-        if (m_context)
+        if (m_context) {
             vask_object::post_named_sem(m_context->get_sem());
+        }
     }
     ~mapped() {
-        if (m_context)
+        if (m_context) {
             vask_shared_info::unmap_shm(m_context);
+        }
     }
     mapped(const mapped&) = delete;
     mapped& operator=(const mapped&) = delete;
@@ -101,10 +103,12 @@ TEST_F(map_shm, Gives_a_second_process_the_same_memory) {
     forked_process second([] {
         for (const bool create : {true, false}) {
             const mapped user(create);
-            if (!user.get() || user->get_created())
+            if (!user.get() || user->get_created()) {
                 return 1;
-            if (std::strcmp(reinterpret_cast<char*>(user.memory() + 4990), "from one") != 0)
+            }
+            if (std::strcmp(reinterpret_cast<char*>(user.memory() + 4990), "from one") != 0) {
                 return 2;
+            }
             std::strcpy(reinterpret_cast<char*>(user.memory()), "from two");
         }
         return 0;
@@ -187,8 +191,9 @@ TEST_F(map_shm, Refuses_an_object_that_is_too_short) {
     for (const bool create : {true, false}) {
         for (const size_t existing : {size_t{0}, size_t{1}, size_t{4096}, size_t{size - 1}}) {
             thing.create(std::vector<unsigned char>(existing, 9));
-            if (!thing.sem_exists())
+            if (!thing.sem_exists()) {
                 thing.create_sem(1);
+            }
             log.clear();
             EXPECT_EQ(vask_shared_info::map_shm(name, size, create), nullptr) << existing;
             EXPECT_THAT(log.lines(),
@@ -216,8 +221,9 @@ TEST_F(map_shm, Maps_an_object_of_exactly_its_size) {
 }
 
 TEST_F(map_shm, Fails_for_a_size_that_no_object_can_have) {
-    if (sizeof(size_t) == 4)
+    if (sizeof(size_t) == 4) {
         GTEST_SKIP() << "no such size";
+    }
     EXPECT_EQ(vask_shared_info::map_shm(name, ~0UL, true), nullptr);
     EXPECT_FALSE(thing.exists());
     EXPECT_EQ(thing.sem_value(), 1);

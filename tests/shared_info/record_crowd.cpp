@@ -56,24 +56,29 @@ public:
     result set_and_read() {
         progress& own = m_state.all[static_cast<size_t>(m_number)];
         std::array<int, crowd_size> done_before;
-        for (size_t i = 0; i < crowd_size; ++i)
+        for (size_t i = 0; i < crowd_size; ++i) {
             done_before[i] = m_state.all[i].done;
+        }
 
         const stamp written = {m_number, own.done + 1};
         own.begun = written.count;
-        if (!vask_object::set_monitor_rotation(written.rotation()))
+        if (!vask_object::set_monitor_rotation(written.rotation())) {
             return not_set;
+        }
         own.done = written.count;
 
         const int rotation = vask_object::get_monitor_rotation();
         const stamp read = stamp::of(rotation);
-        if (rotation < 0 || read.writer >= crowd_size || read.count == 0)
+        if (rotation < 0 || read.writer >= crowd_size || read.count == 0) {
             return not_written_by_anybody;
+        }
         const auto writer = static_cast<size_t>(read.writer);
-        if (read.count > m_state.all[writer].begun)
+        if (read.count > m_state.all[writer].begun) {
             return not_written_by_anybody;
-        if (read.writer == m_number)
+        }
+        if (read.writer == m_number) {
             return read.count == written.count ? fine : already_replaced;
+        }
         ++own.foreign_reads;
         // It was there before, and was replaced by ours.
         return read.count <= done_before[writer] ? already_replaced : fine;
@@ -81,8 +86,9 @@ public:
 
     result run() {
         m_state.all[static_cast<size_t>(m_number)].is_ready = true;
-        while (!m_state.may_start)
+        while (!m_state.may_start) {
             std::this_thread::yield();
+        }
         result last = fine;
         do {
             last = set_and_read();
@@ -100,13 +106,16 @@ private:
 void expect_no_value_lost_in_a_crowd(double seconds) {
     const shared_value<crowd_state> state;
     std::vector<std::unique_ptr<forked_process>> processes;
-    for (int i = 0; i < crowd_size; ++i)
+    for (int i = 0; i < crowd_size; ++i) {
         processes.push_back(
             std::make_unique<forked_process>([&state, i] { return member(*state, i).run(); }));
+    }
     ASSERT_TRUE(vask_test::wait_until_without_loop([&] {
-        for (const progress& one : state->all)
-            if (!one.is_ready)
+        for (const progress& one : state->all) {
+            if (!one.is_ready) {
                 return false;
+            }
+        }
         return true;
     }));
     state->may_start = true;

@@ -43,8 +43,9 @@ protected:
 
     static int map_and_unmap() {
         vask_shm_context* context = vask_shared_info::map_shm(name, size, true);
-        if (!context)
+        if (!context) {
             return 1;
+        }
         const int value = static_cast<unsigned char*>(context->get_addr())[0];
         const bool created = context->get_created();
         vask_object::post_named_sem(context->get_sem());
@@ -216,24 +217,28 @@ TEST_F(record_removal, Fails_no_first_access_of_others) {
     const shared_value<std::atomic<bool>> must_end;
     const shared_value<std::atomic<int>> accesses;
     std::vector<std::unique_ptr<forked_process>> processes;
-    for (int i = 0; i < 6; ++i)
+    for (int i = 0; i < 6; ++i) {
         processes.push_back(std::make_unique<forked_process>([&must_end, &accesses, i] {
             own_shared_info own;
             while (!*must_end) {
                 if (own.get_monitor_rotation() == VASK_MONITOR_ROTATION_ERROR ||
-                    !own.set_monitor_rotation(VASK_MONITOR_ROTATION_1))
+                    !own.set_monitor_rotation(VASK_MONITOR_ROTATION_1)) {
                     return 1;
+                }
                 ++*accesses;
                 own.unmap_shared_info(i % 2 == 0);
             }
             return 0;
         }));
+    }
     std::this_thread::sleep_for(std::chrono::seconds(3));
     *must_end = true;
-    for (const auto& process : processes)
+    for (const auto& process : processes) {
         EXPECT_EQ(process->wait_for_end(), 0);
+    }
     RecordProperty("accesses", *accesses);
     // Two may remove the same record, and then the second one says so.
-    for (const log_line& line : log.lines())
+    for (const log_line& line : log.lines()) {
         EXPECT_THAT(line.text, testing::HasSubstr("Failed to call shm_unlink("));
+    }
 }

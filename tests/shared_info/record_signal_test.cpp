@@ -40,8 +40,9 @@ void note_semaphore(int) {
 sigset_t ordinary_signals() {
     sigset_t signals;
     sigfillset(&signals);
-    for (const int number : {SIGKILL, SIGSTOP, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
+    for (const int number : {SIGKILL, SIGSTOP, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
         sigdelset(&signals, number);
+    }
     return signals;
 }
 
@@ -49,9 +50,11 @@ std::vector<int> blocked_signals() {
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     std::vector<int> numbers;
-    for (int number = 1; number <= SIGRTMAX; ++number)
-        if (sigismember(&mask, number) == 1)
+    for (int number = 1; number <= SIGRTMAX; ++number) {
+        if (sigismember(&mask, number) == 1) {
             numbers.push_back(number);
+        }
+    }
     return numbers;
 }
 
@@ -82,8 +85,9 @@ protected:
         EXPECT_NE(sem_value_in_handler, 0);
         EXPECT_THAT(blocked, testing::IsSupersetOf({SIGTERM, SIGINT, SIGHUP, SIGALRM, SIGXFSZ,
                                                     SIGPROF, SIGABRT, SIGTSTP, SIGRTMAX}));
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL})
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL}) {
             EXPECT_THAT(blocked, testing::Not(testing::Contains(fault)));
+        }
         EXPECT_THAT(blocked_signals(), IsEmpty());
     }
 
@@ -96,8 +100,9 @@ protected:
     /** From now on standard output is a pipe that is full. */
     static void fill_stdout() {
         int ends[2];
-        if (pipe2(ends, O_NONBLOCK) != 0)
+        if (pipe2(ends, O_NONBLOCK) != 0) {
             std::abort();
+        }
         while (write(ends[1], "x", 1) == 1) {
         }
         fcntl(ends[1], F_SETFL, 0);
@@ -190,8 +195,9 @@ TEST_F(record_signal, Ends_a_process_that_waits_for_the_semaphore) {
         forked_process waiter([&] {
             signal(handled_signal, SIG_DFL);
             own_shared_info own;
-            if (!is_first_access)
+            if (!is_first_access) {
                 own.m_shared_info_ctx = info.m_shared_info_ctx;
+            }
             own.set_monitor_rotation(VASK_MONITOR_ROTATION_1);
             return 0;
         });

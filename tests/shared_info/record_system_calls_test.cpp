@@ -23,8 +23,9 @@ private:
         const vask_test::call_counts count = vask_test::count_system_calls([&access] {
             access();
             vask_test::system_call_mark::begin();
-            for (int i = 0; i < 1000; ++i)
+            for (int i = 0; i < 1000; ++i) {
                 access();
+            }
             vask_test::system_call_mark::end();
         });
         ASSERT_TRUE(count.complete);

@@ -17,8 +17,9 @@
 namespace {
 
 void check(bool ok) {
-    if (!ok)
+    if (!ok) {
         std::abort();
+    }
 }
 
 mode_t mode_of(const std::string& path) {
@@ -29,11 +30,14 @@ mode_t mode_of(const std::string& path) {
 
 void remove_all_contexts() {
     std::vector<std::filesystem::path> contexts;
-    for (const auto& entry : std::filesystem::directory_iterator("/dev/shm"))
-        if (entry.path().filename().string().find("vask_shm_context_") != std::string::npos)
+    for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
+        if (entry.path().filename().string().find("vask_shm_context_") != std::string::npos) {
             contexts.push_back(entry.path());
-    for (const std::filesystem::path& path : contexts)
+        }
+    }
+    for (const std::filesystem::path& path : contexts) {
         std::filesystem::remove(path);
+    }
 }
 
 }  // namespace
@@ -75,8 +79,9 @@ std::vector<unsigned char> shared_object::bytes() const {
 
 int shared_object::sem_value() const {
     sem_t* sem = sem_open(("vask_shm_context_sem_" + m_name).c_str(), 0);
-    if (sem == SEM_FAILED)
+    if (sem == SEM_FAILED) {
         return missing;
+    }
     int value = missing;
     sem_getvalue(sem, &value);
     sem_close(sem);

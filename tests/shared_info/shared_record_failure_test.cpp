@@ -201,8 +201,9 @@ TEST_F(shared_record_failure, To_give_the_semaphore_back_is_told_and_does_not_un
 TEST_F(shared_record_failure, To_be_filled_in_is_never_seen) {
     std::int32_t rotation_at_first_post = -1;
     now.before_post = [&] {
-        if (rotation_at_first_post == -1)
+        if (rotation_at_first_post == -1) {
             rotation_at_first_post = record.int_at(0);
+        }
     };
     info.map_shared_info(true);
     EXPECT_EQ(rotation_at_first_post, 5);

@@ -347,8 +347,9 @@ TEST_F(shared_record, Of_another_user_is_refused_under_the_usual_umask) {
     EXPECT_EQ(vask_object::get_monitor_rotation(), 5);
     umask(before);
     const without_privileges nobody;
-    if (geteuid() != 65534)
+    if (geteuid() != 65534) {
         GTEST_SKIP() << "no other user";
+    }
     own_shared_info other;
     EXPECT_EQ(other.get_monitor_rotation(), VASK_MONITOR_ROTATION_ERROR);
     EXPECT_THAT(log.lines(), ElementsAre(sem_error("Failed to call sem_open(): 13")));

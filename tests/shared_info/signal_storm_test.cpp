@@ -27,11 +27,14 @@ protected:
     // name last.
     ~signal_storm() override {
         std::vector<std::filesystem::path> unfinished;
-        for (const auto& entry : std::filesystem::directory_iterator("/dev/shm"))
-            if (entry.path().filename().string().rfind("sem.", 0) == 0)
+        for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
+            if (entry.path().filename().string().rfind("sem.", 0) == 0) {
                 unfinished.push_back(entry.path());
-        for (const std::filesystem::path& path : unfinished)
+            }
+        }
+        for (const std::filesystem::path& path : unfinished) {
             std::filesystem::remove(path);
+        }
     }
 
     static void live_until_ended() {
@@ -39,10 +42,12 @@ protected:
         for (int i = 0;; ++i) {
             own.set_monitor_rotation(VASK_MONITOR_ROTATION_1);
             own.set_pseudo_portrait_flag(true);
-            if (i % 16 == 0)
+            if (i % 16 == 0) {
                 own.get_vask_cpu_type(i % 32 == 0);
-            if (i % 4 == 0)
+            }
+            if (i % 4 == 0) {
                 own.unmap_shared_info(false);
+            }
         }
     }
 
@@ -55,8 +60,9 @@ protected:
         timer_t timer;
         const itimerspec life = {{}, {0, nsec}};
         if (timer_create(CLOCK_MONOTONIC, &event, &timer) != 0 ||
-            timer_settime(timer, 0, &life, nullptr) != 0)
+            timer_settime(timer, 0, &life, nullptr) != 0) {
             std::abort();
+        }
     }
 
     void end_one() {
@@ -80,11 +86,13 @@ TEST_F(signal_storm, Leaves_the_semaphore_free) {
     int i = 0;
     for (; i < most_victims && std::chrono::steady_clock::now() < start + longest_storm; ++i) {
         // Every other one makes the record first.
-        if (i % 2 == 0 && record.exists())
+        if (i % 2 == 0 && record.exists()) {
             record.remove();
+        }
         end_one();
-        if (HasFatalFailure())
+        if (HasFatalFailure()) {
             return;
+        }
         ASSERT_NE(record.sem_value(), 0) << "after " << i;
     }
     RecordProperty("victims", i);

@@ -97,8 +97,9 @@ TEST_F(split_draw_type, Halves_an_odd_screen_towards_zero) {
 
 // Both tests hold for a rectangle that ends before it begins.
 TEST_F(split_draw_type, Is_1_for_an_inside_out_rectangle_on_both_sides) {
-    for (const int rotation : {0, 1, 2, 3})
+    for (const int rotation : {0, 1, 2, 3}) {
         EXPECT_EQ(of(rotation, 800, 600, 500, 400, -300, -300), 1) << rotation;
+    }
 }
 
 TEST_F(split_draw_type, Holds_for_sums_beyond_the_range_of_int) {
@@ -115,8 +116,9 @@ TEST_F(split_draw_type, Holds_for_sums_beyond_the_range_of_int) {
 }
 
 TEST_F(split_draw_type, Logs_nothing_for_a_known_rotation) {
-    for (const int rotation : {0, 1, 2, 3})
+    for (const int rotation : {0, 1, 2, 3}) {
         of(rotation, 800, 600, 0, 0, 10, 10);
+    }
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 

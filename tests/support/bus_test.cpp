@@ -22,9 +22,10 @@ TEST(private_bus, has_no_other_clients_and_starts_no_services) {
         char** names = nullptr;
         EXPECT_TRUE(dbus_g_proxy_call(bus, method, nullptr, G_TYPE_INVALID, G_TYPE_STRV, &names,
                                       G_TYPE_INVALID));
-        for (char** name = names; name && *name; ++name)
+        for (char** name = names; name && *name; ++name) {
             EXPECT_THAT(*name, testing::AnyOf(testing::StrEq("org.freedesktop.DBus"),
                                               testing::StrEq(":1.0")));
+        }
         g_strfreev(names);
     }
     g_object_unref(bus);

@@ -31,13 +31,16 @@ std::vector<std::string> call_place::functions() const {
     std::vector<std::string> names;
     for (int i = 0; i < depth_; ++i) {
         Dl_info info;
-        if (dladdr(frames_[static_cast<std::size_t>(i)], &info) == 0 || !info.dli_sname)
+        if (dladdr(frames_[static_cast<std::size_t>(i)], &info) == 0 || !info.dli_sname) {
             continue;
+        }
         const std::string name = demangled(info.dli_sname);
-        if (name.find("testing::") != std::string::npos)
+        if (name.find("testing::") != std::string::npos) {
             break;
-        if (!names.empty() || !is_on_the_way_to_the_ledger(name))
+        }
+        if (!names.empty() || !is_on_the_way_to_the_ledger(name)) {
             names.push_back(name);
+        }
     }
     return names;
 }
@@ -49,8 +52,9 @@ std::string call_place::function() const {
 
 std::string call_place::text() const {
     std::string text;
-    for (const std::string& name : functions())
+    for (const std::string& name : functions()) {
         text += (text.empty() ? "" : " < ") + name;
+    }
     return text;
 }
 

@@ -12,14 +12,16 @@ void (*vask_test_write_counts)() = nullptr;
 
 // What ran between fork and exec.
 int execve(const char* path, char* const* argv, char* const* environment) noexcept {
-    if (vask_test_write_counts)
+    if (vask_test_write_counts) {
         vask_test_write_counts();
+    }
     return static_cast<int>(syscall(SYS_execve, path, argv, environment));
 }
 
 void abort() noexcept {
-    if (vask_test_write_counts)
+    if (vask_test_write_counts) {
         vask_test_write_counts();
+    }
     vask_test::next_function<void()>("abort")();
     _exit(1);
 }

@@ -4,8 +4,9 @@
 
 int main() {
     Display* display = XOpenDisplay(nullptr);
-    if (!display)
+    if (!display) {
         return 1;
+    }
     std::printf("%d\n", DisplayWidth(display, DefaultScreen(display)));
     std::fflush(stdout);
     while (std::getchar() != EOF) {

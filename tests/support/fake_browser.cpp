@@ -23,8 +23,9 @@ std::string described(const void* address) {
 
 fake_browser::fake_browser(object_counts counts)
     : counts_(counts), thread_(std::this_thread::get_id()), functions_(fake_functions()) {
-    if (the_browser)
+    if (the_browser) {
         std::abort();
+    }
     the_browser = this;
     window_ = new_page_object();
 }
@@ -32,15 +33,17 @@ fake_browser::fake_browser(object_counts counts)
 fake_browser::~fake_browser() {
     free_everything();
     for (const auto& object : objects_) {
-        if (object.first->_class == &fake_page_object::its_class)
+        if (object.first->_class == &fake_page_object::its_class) {
             fake_page_object::deallocate(object.first);
+        }
     }
     the_browser = nullptr;
 }
 
 fake_browser& fake_browser::the() {
-    if (!the_browser)
+    if (!the_browser) {
         std::abort();
+    }
     return *the_browser;
 }
 
@@ -50,13 +53,15 @@ void fake_browser::complain(const std::string& about) {
 }
 
 void fake_browser::check_thread(const char* function) {
-    if (std::this_thread::get_id() != thread_)
+    if (std::this_thread::get_id() != thread_) {
         complain(std::string(function) + ": called on another thread");
+    }
 }
 
 void fake_browser::note(ledger_entry::action_type action, const void* subject, bool by_page) {
-    if (keeps_ledger_)
+    if (keeps_ledger_) {
         ledger_.push_back({action, subject, by_page, call_place::here()});
+    }
 }
 
 void fake_browser::keep_no_ledger() {
@@ -68,31 +73,36 @@ std::vector<ledger_entry> fake_browser::entries_of(ledger_entry::action_type act
                                                    const void* subject) const {
     std::vector<ledger_entry> found;
     for (const ledger_entry& entry : ledger_) {
-        if (entry.action == action && entry.subject == subject)
+        if (entry.action == action && entry.subject == subject) {
             found.push_back(entry);
+        }
     }
     return found;
 }
 
 std::vector<std::string> fake_browser::unbalanced() const {
     std::vector<std::string> lines;
-    for (const auto& block : memory_)
+    for (const auto& block : memory_) {
         lines.push_back(std::to_string(block.second.size) + " bytes from " +
                         block.second.place.text());
+    }
     for (const auto& object : objects_) {
         const int references = references_of_plugin(object.first);
-        if (references == 0)
+        if (references == 0) {
             continue;
+        }
         std::string line = std::to_string(references) + " references to an object";
         for (const ledger_entry& entry : ledger_) {
             if (entry.subject == object.first && !entry.by_page &&
-                (entry.action == ledger_entry::created || entry.action == ledger_entry::retained))
+                (entry.action == ledger_entry::created || entry.action == ledger_entry::retained)) {
                 line += ", from " + entry.place.text();
+            }
         }
         lines.push_back(line);
     }
-    for (const auto& stream : streams)
+    for (const auto& stream : streams) {
         lines.push_back("a stream to " + stream.second->target);
+    }
     return lines;
 }
 
@@ -116,8 +126,9 @@ fake_browser::identifier* fake_browser::identifier_of(int32_t number) {
 
 fake_browser::identifier* fake_browser::checked(NPIdentifier given) {
     const auto known = identifiers_.find(given);
-    if (known != identifiers_.end())
+    if (known != identifiers_.end()) {
         return known->second;
+    }
     complain(described(given) + " is no identifier");
     return identifier_of("");
 }
@@ -130,8 +141,9 @@ void* fake_browser::allocate(uint32_t size) {
 }
 
 void fake_browser::free(void* memory) {
-    if (!memory)
+    if (!memory) {
         return;
+    }
     if (memory_.erase(memory) == 0) {
         complain(described(memory) + " is no memory of the browser");
         return;
@@ -168,8 +180,9 @@ bool fake_browser::check_alive(NPObject* object, const char* function) {
 }
 
 NPObject* fake_browser::create(NPP npp, NPClass* its_class) {
-    if (on_create_object)
+    if (on_create_object) {
         return on_create_object(npp, its_class);
+    }
     if (!its_class->allocate) {
         complain("CreateObject: a class that cannot allocate");
         return nullptr;
@@ -184,27 +197,32 @@ NPObject* fake_browser::create(NPP npp, NPClass* its_class) {
 }
 
 void fake_browser::retain(NPObject* object, bool by_page) {
-    if (!check_alive(object, "RetainObject"))
+    if (!check_alive(object, "RetainObject")) {
         return;
+    }
     object_books& books = objects_[object];
     ++books.references;
     ++object->referenceCount;
-    if (by_page)
+    if (by_page) {
         ++books.references_of_page;
+    }
     note(ledger_entry::retained, object, by_page);
 }
 
 void fake_browser::release(NPObject* object, bool by_page) {
-    if (!check_alive(object, "ReleaseObject"))
+    if (!check_alive(object, "ReleaseObject")) {
         return;
+    }
     object_books& books = objects_[object];
     --books.references;
     --object->referenceCount;
-    if (by_page)
+    if (by_page) {
         --books.references_of_page;
+    }
     note(ledger_entry::released, object, by_page);
-    if (books.references == 0)
+    if (books.references == 0) {
         end(object, by_page);
+    }
 }
 
 void fake_browser::end(NPObject* object, bool by_page) {
@@ -221,16 +239,18 @@ void fake_browser::give(const script_value& value, NPVariant* result) {
         STRINGN_TO_NPVARIANT(copy, text->size(), *result);
         return;
     }
-    if (NPObject* const* object = std::get_if<NPObject*>(&value))
+    if (NPObject* const* object = std::get_if<NPObject*>(&value)) {
         retain(*object, false);
+    }
     *result = *script_arguments{value}.data();
 }
 
 void fake_browser::release_value(NPVariant* variant, bool by_page) {
-    if (NPVARIANT_IS_STRING(*variant))
+    if (NPVARIANT_IS_STRING(*variant)) {
         free(const_cast<char*>(NPVARIANT_TO_STRING(*variant).UTF8Characters));
-    else if (NPVARIANT_IS_OBJECT(*variant))
+    } else if (NPVARIANT_IS_OBJECT(*variant)) {
         release(NPVARIANT_TO_OBJECT(*variant), by_page);
+    }
     VOID_TO_NPVARIANT(*variant);
 }
 
@@ -260,8 +280,9 @@ NPError fake_browser::give_object(NPObject* object, void* value) {
 }
 
 NPError fake_browser::answer(NPP npp, NPNVariable variable, void* value) {
-    if (on_get_value)
+    if (on_get_value) {
         return on_get_value(npp, variable, value);
+    }
     switch (variable) {
         case NPNVWindowNPObject:
             return give_object(window_, value);

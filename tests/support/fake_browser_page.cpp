@@ -10,8 +10,9 @@ namespace vask_test {
 
 fake_element& fake_browser::element(NPP npp) {
     const auto known = elements_.find(npp);
-    if (known != elements_.end())
+    if (known != elements_.end()) {
         return *known->second;
+    }
     complain("an NPP that does not exist");
     std::abort();
 }
@@ -33,8 +34,9 @@ NPP fake_browser::open(const attribute_list& attributes, NPError* answer) {
         char type[] = "application/x-fake";
         const NPError error = plugin_.newp(type, npp, NP_EMBED, static_cast<int16_t>(copies.size()),
                                            names.data(), values.data(), nullptr);
-        if (answer)
+        if (answer) {
             *answer = error;
+        }
     }
     return npp;
 }
@@ -53,8 +55,9 @@ NPError fake_browser::close(NPP npp) {
 
 NPObject* fake_browser::scriptable(NPP npp) {
     NPObject* object = nullptr;
-    if (plugin_.getvalue(npp, NPPVpluginScriptableNPObject, &object) != NPERR_NO_ERROR)
+    if (plugin_.getvalue(npp, NPPVpluginScriptableNPObject, &object) != NPERR_NO_ERROR) {
         return nullptr;
+    }
     ++objects_[object].references_of_page;
     return object;
 }
@@ -65,20 +68,23 @@ size_t fake_browser::stream_to(NPP npp, const std::string& url, const std::strin
     stream.end = static_cast<uint32_t>(text.size());
     char type[] = "text/plain";
     uint16_t stype = NP_NORMAL;
-    if (plugin_.newstream(npp, type, &stream, 0, &stype) != NPERR_NO_ERROR)
+    if (plugin_.newstream(npp, type, &stream, 0, &stype) != NPERR_NO_ERROR) {
         return 0;
+    }
 
     std::string rest = text;
     size_t taken = 0;
     while (!rest.empty()) {
         const int32_t ready =
             std::min(plugin_.writeready(npp, &stream), static_cast<int32_t>(rest.size()));
-        if (ready <= 0)
+        if (ready <= 0) {
             break;
+        }
         const int32_t written =
             plugin_.write(npp, &stream, static_cast<int32_t>(taken), ready, &rest[0]);
-        if (written <= 0)
+        if (written <= 0) {
             break;
+        }
         taken += static_cast<size_t>(written);
         rest.erase(0, static_cast<size_t>(written));
     }
@@ -118,8 +124,9 @@ void fake_browser::drop(NPObject* object) {
 }
 
 void fake_browser::tear_down(NPObject* object) {
-    if (object->_class->invalidate)
+    if (object->_class->invalidate) {
         object->_class->invalidate(object);
+    }
     end(object, true);
 }
 
@@ -128,14 +135,18 @@ void fake_browser::forget(NPObject* object) {
 }
 
 bool fake_browser::with_result(bool succeeded, NPVariant* variant, script_value* result) {
-    if (!succeeded)
+    if (!succeeded) {
         return false;
-    if (NPVARIANT_IS_OBJECT(*variant))
+    }
+    if (NPVARIANT_IS_OBJECT(*variant)) {
         ++objects_[NPVARIANT_TO_OBJECT(*variant)].references_of_page;
-    if (result)
+    }
+    if (result) {
         *result = value_of(*variant);
-    if (!result || !NPVARIANT_IS_OBJECT(*variant))
+    }
+    if (!result || !NPVARIANT_IS_OBJECT(*variant)) {
         release_value(variant, true);
+    }
     return true;
 }
 
@@ -173,8 +184,9 @@ int fake_browser::references(NPObject* object) const {
 }
 
 void fake_browser::free_everything() {
-    while (!memory_.empty())
+    while (!memory_.empty()) {
         free(memory_.begin()->first);
+    }
 }
 
 void fake_browser::run_async_calls() {
@@ -183,8 +195,9 @@ void fake_browser::run_async_calls() {
         std::lock_guard<std::mutex> lock(mutex_);
         calls.swap(async_calls_);
     }
-    for (const auto& call : calls)
+    for (const auto& call : calls) {
         call.first(call.second);
+    }
 }
 
 }  // namespace vask_test

@@ -23,19 +23,22 @@ bool fake_page_object::has_method(NPObject* object, NPIdentifier name) {
 
 bool fake_page_object::invoke(NPObject* object, NPIdentifier name, const NPVariant* args,
                               uint32_t arg_count, NPVariant* result) {
-    if (!has_method(object, name))
+    if (!has_method(object, name)) {
         return false;
+    }
     NPObject* function = std::get<NPObject*>(from(object).members.at(name));
     return function->_class->invokeDefault(function, args, arg_count, result);
 }
 
 bool fake_page_object::invoke_default(NPObject* object, const NPVariant* args, uint32_t arg_count,
                                       NPVariant* result) {
-    if (!from(object).body)
+    if (!from(object).body) {
         return false;
+    }
     std::vector<script_value> arguments;
-    for (uint32_t i = 0; i < arg_count; ++i)
+    for (uint32_t i = 0; i < arg_count; ++i) {
         arguments.push_back(value_of(args[i]));
+    }
     fake_browser::the().give(from(object).body(arguments), result);
     return true;
 }
@@ -45,8 +48,9 @@ bool fake_page_object::has_property(NPObject* object, NPIdentifier name) {
 }
 
 bool fake_page_object::get_property(NPObject* object, NPIdentifier name, NPVariant* result) {
-    if (!has_property(object, name))
+    if (!has_property(object, name)) {
         return false;
+    }
     fake_browser::the().give(from(object).members.at(name), result);
     return true;
 }
@@ -66,8 +70,9 @@ bool fake_page_object::enumerate(NPObject* object, NPIdentifier** names, uint32_
     *names = static_cast<NPIdentifier*>(
         fake_browser::the().allocate(static_cast<uint32_t>(*count * sizeof(NPIdentifier))));
     NPIdentifier* next = *names;
-    for (const auto& member : members)
+    for (const auto& member : members) {
         *next++ = member.first;
+    }
     return true;
 }
 

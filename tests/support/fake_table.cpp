@@ -115,8 +115,9 @@ struct fake_table {
     static void get_string_identifiers(const NPUTF8** names, int32_t count,
                                        NPIdentifier* identifiers) {
         fake_browser& browser = the("GetStringIdentifiers");
-        for (int32_t i = 0; i < count; ++i)
+        for (int32_t i = 0; i < count; ++i) {
             identifiers[i] = browser.name(names[i]);
+        }
     }
 
     static NPIdentifier get_int_identifier(int32_t number) {
@@ -165,8 +166,9 @@ struct fake_table {
         fake_browser& browser = the("Evaluate");
         script_value value;
         if (!browser.check_alive(object, "Evaluate") || !browser.on_evaluate ||
-            !browser.on_evaluate(std::string(script->UTF8Characters, script->UTF8Length), &value))
+            !browser.on_evaluate(std::string(script->UTF8Characters, script->UTF8Length), &value)) {
             return false;
+        }
         browser.give(value, result);
         return true;
     }
@@ -210,10 +212,11 @@ struct fake_table {
 
     static void pop_popups_enabled_state(NPP npp) {
         fake_browser& browser = the("PopPopupsEnabledState");
-        if (browser.element(npp).popups_enabled.empty())
+        if (browser.element(npp).popups_enabled.empty()) {
             browser.complain("PopPopupsEnabledState: there is none");
-        else
+        } else {
             browser.element(npp).popups_enabled.pop_back();
+        }
     }
 
     static bool enumerate(NPP, NPObject* object, NPIdentifier** names, uint32_t* count) {

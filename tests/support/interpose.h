@@ -15,8 +15,9 @@ namespace vask_test {
 template <typename Function>
 Function* next_function(const char* name) {
     void* address = dlsym(RTLD_NEXT, name);
-    if (!address)
+    if (!address) {
         std::abort();
+    }
     return reinterpret_cast<Function*>(address);
 }
 

@@ -14,11 +14,13 @@ void leak_listener::OnTestStart(const testing::TestInfo&) {
 }
 
 void leak_listener::OnTestEnd(const testing::TestInfo&) {
-    if (leftovers_accepted)
+    if (leftovers_accepted) {
         return;
+    }
     const std::string difference = before_.difference(resource_count::take());
-    if (!difference.empty())
+    if (!difference.empty()) {
         ADD_FAILURE() << "resources changed:\n" << difference;
+    }
 }
 
 void leak_listener::accept_leftovers() {

@@ -36,9 +36,10 @@ TEST(parse_log, splits_lines) {
 }
 
 TEST(parse_log, knows_all_levels) {
-    for (const char* level : {"EMERG", "BUG", "FATAL", "ERR", "WARN", "NOTICE", "INFO", "DBG"})
+    for (const char* level : {"EMERG", "BUG", "FATAL", "ERR", "WARN", "NOTICE", "INFO", "DBG"}) {
         EXPECT_THAT(parse_log("[a:1] " + std::string(level) + ": x\n"),
                     ElementsAre(line(level, "a", "x")));
+    }
     EXPECT_THAT(parse_log("[a:1] OTHER: x\n"), ElementsAre(line("", "", "[a:1] OTHER: x")));
 }
 

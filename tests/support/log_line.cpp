@@ -26,8 +26,9 @@ void add_lines(log_line current, bool has_header, const std::string& text,
         current.text = text.substr(begin, end == std::string::npos ? end : end - begin);
         lines->push_back(first ? current : line("", "", current.text));
         first = false;
-        if (end == std::string::npos)
+        if (end == std::string::npos) {
             return;
+        }
         begin = end + 1;
     }
 }
@@ -39,8 +40,9 @@ bool operator==(const log_line& a, const log_line& b) {
 }
 
 void PrintTo(const log_line& line, std::ostream* out) {
-    if (!line.level.empty())
+    if (!line.level.empty()) {
         *out << line.level << " [" << line.name << "] ";
+    }
     *out << testing::PrintToString(line.text);
 }
 

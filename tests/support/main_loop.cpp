@@ -40,8 +40,9 @@ bool wait_until(const std::function<bool()>& condition, int deadline_msec) {
     g_source_set_callback(tick.get(), keep_ticking, nullptr, nullptr);
     g_source_attach(tick.get(), nullptr);
     while (!condition()) {
-        if (clock_type::now() >= deadline)
+        if (clock_type::now() >= deadline) {
             return false;
+        }
         g_main_context_iteration(nullptr, TRUE);
     }
     return true;
@@ -50,8 +51,9 @@ bool wait_until(const std::function<bool()>& condition, int deadline_msec) {
 bool wait_until_without_loop(const std::function<bool()>& condition, int deadline_msec) {
     const auto deadline = deadline_after(deadline_msec);
     while (!condition()) {
-        if (clock_type::now() >= deadline)
+        if (clock_type::now() >= deadline) {
             return false;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(tick_msec));
     }
     return true;

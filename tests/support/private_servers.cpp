@@ -40,8 +40,9 @@ const char bus_configuration[] = R"(<busconfig>
 
 void exec_or_exit(const std::vector<std::string>& command) {
     std::vector<char*> arguments;
-    for (const std::string& argument : command)
+    for (const std::string& argument : command) {
         arguments.push_back(const_cast<char*>(argument.c_str()));
+    }
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
     std::perror(arguments[0]);
@@ -53,8 +54,9 @@ void exec_or_exit(const std::vector<std::string>& command) {
 pid_t spawn(const std::vector<std::string>& command, const sigset_t& mask,
             const std::string& log_path, int inherited_fd) {
     const pid_t pid = fork();
-    if (pid != 0)
+    if (pid != 0) {
         return pid;
+    }
 
     setsid();
     if (!log_path.empty()) {
@@ -64,8 +66,9 @@ pid_t spawn(const std::vector<std::string>& command, const sigset_t& mask,
         dup2(log, STDOUT_FILENO);
         dup2(log, STDERR_FILENO);
     }
-    if (inherited_fd >= 0)
+    if (inherited_fd >= 0) {
         fcntl(inherited_fd, F_SETFD, 0);
+    }
     sigprocmask(SIG_SETMASK, &mask, nullptr);
     exec_or_exit(command);
     return -1;
@@ -88,13 +91,15 @@ void private_server::start_display(const sigset_t& mask) {
 void private_server::start(const std::string& name, std::vector<std::string> command,
                            const sigset_t& mask) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
+    if (pipe2(ends, O_CLOEXEC) != 0) {
         return;
+    }
     const std::string fd = std::to_string(ends[1]);
-    if (command.back() == "--print-address")
+    if (command.back() == "--print-address") {
         command.back() += "=" + fd;
-    else
+    } else {
         command.push_back(fd);
+    }
     log_path_ = std::string(private_directory) + "/" + name + ".log";
     pid_ = spawn(command, mask, log_path_, ends[1]);
     close(ends[1]);
@@ -111,10 +116,12 @@ std::string private_server::wait_for_address(int deadline_msec) {
         pollfd announcement = {announcement_, POLLIN, 0};
         char buffer[256];
         ssize_t length = 0;
-        if (left > 0 && poll(&announcement, 1, static_cast<int>(left)) > 0)
+        if (left > 0 && poll(&announcement, 1, static_cast<int>(left)) > 0) {
             length = read(announcement_, buffer, sizeof buffer);
-        if (length <= 0)
+        }
+        if (length <= 0) {
             return "";
+        }
         text.append(buffer, static_cast<size_t>(length));
     }
     // The pipe stays open: a server that still writes to it must not get SIGPIPE.

@@ -32,8 +32,9 @@ std::string failure(const std::string& what) {
 
 bool write_file(const char* path, const std::string& text) {
     const int fd = open(path, O_WRONLY | O_CLOEXEC);
-    if (fd < 0)
+    if (fd < 0) {
         return false;
+    }
     const bool written = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     close(fd);
     return written;
@@ -43,17 +44,20 @@ std::string unshare_all() {
     // The network namespace also separates the abstract sockets, by which display servers of
     // parallel runs and of the machine would meet.
     const int wanted = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWNET;
-    if (geteuid() == 0 && unshare(wanted) == 0)
+    if (geteuid() == 0 && unshare(wanted) == 0) {
         return "";
+    }
 
     const std::string uid = std::to_string(geteuid());
     const std::string gid = std::to_string(getegid());
-    if (unshare(wanted | CLONE_NEWUSER) != 0)
+    if (unshare(wanted | CLONE_NEWUSER) != 0) {
         return failure("no private namespaces");
+    }
     if (!write_file("/proc/self/setgroups", "deny") ||
         !write_file("/proc/self/uid_map", uid + " " + uid + " 1") ||
-        !write_file("/proc/self/gid_map", gid + " " + gid + " 1"))
+        !write_file("/proc/self/gid_map", gid + " " + gid + " 1")) {
         return failure("no user mapping");
+    }
     return "";
 }
 
@@ -82,20 +86,23 @@ std::string bring_up_loopback() {
     const bool is_up =
         fd >= 0 && ioctl(fd, SIOCSIFFLAGS, &interface) == 0 && ioctl(fd, SIOCADDRT, &route) == 0;
     const std::string error = is_up ? "" : failure("no private loopback interface");
-    if (fd >= 0)
+    if (fd >= 0) {
         close(fd);
+    }
     return error;
 }
 
 bool bind_into_tmp(const char* name, mode_t mode) {
     const std::string target = std::string("/tmp/") + name;
     if (S_ISDIR(mode)) {
-        if (mkdir(target.c_str(), 0755) != 0)
+        if (mkdir(target.c_str(), 0755) != 0) {
             return false;
+        }
     } else {
         const int fd = open(target.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-        if (fd < 0)
+        if (fd < 0) {
             return false;
+        }
         close(fd);
     }
     return mount(name, target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
@@ -104,11 +111,13 @@ bool bind_into_tmp(const char* name, mode_t mode) {
 // Build trees may live in /tmp, so its directories stay; its sockets, locks and files go.
 std::string make_private_tmp(const std::string& program) {
     char cwd[PATH_MAX];
-    if (!getcwd(cwd, sizeof cwd))
+    if (!getcwd(cwd, sizeof cwd)) {
         return failure("no current directory");
+    }
     DIR* old_tmp = opendir("/tmp");
-    if (!old_tmp)
+    if (!old_tmp) {
         return failure("/tmp");
+    }
     if (mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0 ||
         fchdir(dirfd(old_tmp)) != 0) {
         closedir(old_tmp);
@@ -116,16 +125,19 @@ std::string make_private_tmp(const std::string& program) {
     }
     while (const dirent* entry = readdir(old_tmp)) {
         struct stat info;
-        if (entry->d_name[0] == '.' || lstat(entry->d_name, &info) != 0)
+        if (entry->d_name[0] == '.' || lstat(entry->d_name, &info) != 0) {
             continue;
+        }
         const bool is_program =
             S_ISREG(info.st_mode) && program == "/tmp/" + std::string(entry->d_name);
-        if (S_ISDIR(info.st_mode) || is_program)
+        if (S_ISDIR(info.st_mode) || is_program) {
             bind_into_tmp(entry->d_name, info.st_mode);
+        }
     }
     closedir(old_tmp);
-    if (chdir(cwd) != 0 && chdir("/") != 0)
+    if (chdir(cwd) != 0 && chdir("/") != 0) {
         return failure(cwd);
+    }
     return "";
 }
 
@@ -134,8 +146,9 @@ std::string make_private_tmp(const std::string& program) {
 std::string make_private_keymaps() {
     const char* directory = "/var/lib/xkb";
     if (access(directory, F_OK) == 0 &&
-        mount("tmpfs", directory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0)
+        mount("tmpfs", directory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0) {
         return failure("no private keymaps");
+    }
     return "";
 }
 
@@ -144,8 +157,9 @@ bool make_visible_mounts_private() {
     std::ifstream mounts("/proc/self/mounts");
     std::string source, target, rest;
     while (mounts >> source >> target && std::getline(mounts, rest)) {
-        if (mount(nullptr, target.c_str(), nullptr, MS_PRIVATE, nullptr) != 0 && errno != EINVAL)
+        if (mount(nullptr, target.c_str(), nullptr, MS_PRIVATE, nullptr) != 0 && errno != EINVAL) {
             return false;
+        }
     }
     return true;
 }
@@ -163,21 +177,26 @@ std::string enter_private_world(const std::string& program) {
     std::free(resolved);
 
     std::string error = unshare_all();
-    if (error.empty())
+    if (error.empty()) {
         error = bring_up_loopback();
-    if (!error.empty())
+    }
+    if (!error.empty()) {
         return error;
-    if (!make_mounts_private())
+    }
+    if (!make_mounts_private()) {
         return failure("no private mounts");
-    if (mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0)
+    }
+    if (mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0) {
         return failure("no private /dev/shm");
+    }
     const std::string no_keymaps = make_private_keymaps();
     return no_keymaps.empty() ? make_private_tmp(program_path) : no_keymaps;
 }
 
 std::string mount_private_proc() {
-    if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0)
+    if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {
         return failure("no private /proc");
+    }
     return "";
 }
 
@@ -195,14 +214,17 @@ void seal_environment() {
     std::vector<std::string> settings;
     for (char** variable = environ; *variable; ++variable) {
         const std::string name(*variable, std::strcspn(*variable, "="));
-        if (name.rfind("VASK_", 0) == 0 && name.rfind("VASK_TEST_", 0) != 0)
+        if (name.rfind("VASK_", 0) == 0 && name.rfind("VASK_TEST_", 0) != 0) {
             settings.push_back(name);
+        }
     }
-    for (const std::string& name : settings)
+    for (const std::string& name : settings) {
         unsetenv(name.c_str());
+    }
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "DBUS_STARTER_ADDRESS",
-                             "DBUS_STARTER_BUS_TYPE"})
+                             "DBUS_STARTER_BUS_TYPE"}) {
         unsetenv(name);
+    }
     setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
     setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
@@ -212,12 +234,14 @@ void seal_environment() {
 std::vector<std::string> shared_objects() {
     std::vector<std::string> names;
     DIR* directory = opendir("/dev/shm");
-    if (!directory)
+    if (!directory) {
         return names;
+    }
     while (const dirent* entry = readdir(directory)) {
         const std::string name = entry->d_name;
-        if (name != "." && name != "..")
+        if (name != "." && name != "..") {
             names.push_back(name);
+        }
     }
     closedir(directory);
     std::sort(names.begin(), names.end());

@@ -27,9 +27,11 @@ std::string contents(const std::string& path) {
 }
 
 std::string one_line(std::string text) {
-    for (char& c : text)
-        if (c == '\0' || c == '\n')
+    for (char& c : text) {
+        if (c == '\0' || c == '\n') {
             c = ' ';
+        }
+    }
     const size_t end = text.find_last_not_of(' ');
     text.erase(end == std::string::npos ? 0 : end + 1);
     return text;
@@ -40,8 +42,9 @@ std::string one_line(std::string text) {
 bool parse_stat(const std::string& stat, process_entry* process) {
     const size_t open = stat.find('(');
     const size_t close = stat.rfind(')');
-    if (open == std::string::npos || close == std::string::npos)
+    if (open == std::string::npos || close == std::string::npos) {
         return false;
+    }
     process->command = stat.substr(open, close - open + 1);
     std::istringstream fields(stat.substr(close + 1));
     return static_cast<bool>(fields >> process->state >> process->parent);
@@ -52,19 +55,23 @@ bool parse_stat(const std::string& stat, process_entry* process) {
 std::vector<process_entry> list_processes() {
     std::vector<process_entry> result;
     DIR* directory = opendir("/proc");
-    if (!directory)
+    if (!directory) {
         return result;
+    }
     while (const dirent* entry = readdir(directory)) {
-        if (!std::isdigit(static_cast<unsigned char>(entry->d_name[0])))
+        if (!std::isdigit(static_cast<unsigned char>(entry->d_name[0]))) {
             continue;
+        }
         const std::string path = std::string("/proc/") + entry->d_name;
         process_entry process;
         process.pid = std::stoi(entry->d_name);
-        if (!parse_stat(contents(path + "/stat"), &process))
+        if (!parse_stat(contents(path + "/stat"), &process)) {
             continue;
+        }
         const std::string arguments = one_line(contents(path + "/cmdline"));
-        if (!arguments.empty())
+        if (!arguments.empty()) {
             process.command = arguments;
+        }
         result.push_back(process);
     }
     closedir(directory);
@@ -74,8 +81,9 @@ std::vector<process_entry> list_processes() {
 std::string kernel_position(pid_t pid) {
     const std::string path = "/proc/" + std::to_string(pid);
     const std::string stack = one_line(contents(path + "/stack"));
-    if (!stack.empty())
+    if (!stack.empty()) {
         return stack;
+    }
     const std::string channel = one_line(contents(path + "/wchan"));
     return channel == "0" ? "" : channel;
 }

@@ -20,13 +20,15 @@ namespace {
 std::vector<std::string> open_descriptors() {
     std::vector<std::string> result;
     DIR* directory = opendir("/proc/self/fd");
-    if (!directory)
+    if (!directory) {
         return result;
+    }
     while (const dirent* entry = readdir(directory)) {
         char target[PATH_MAX];
         const ssize_t length = readlinkat(dirfd(directory), entry->d_name, target, sizeof target);
-        if (length >= 0 && std::atoi(entry->d_name) != dirfd(directory))
+        if (length >= 0 && std::atoi(entry->d_name) != dirfd(directory)) {
             result.emplace_back(target, static_cast<size_t>(length));
+        }
     }
     closedir(directory);
     return result;
@@ -34,21 +36,25 @@ std::vector<std::string> open_descriptors() {
 
 std::vector<std::string> own_children() {
     std::vector<std::string> result;
-    for (const process_entry& process : list_processes())
-        if (process.parent == getpid())
+    for (const process_entry& process : list_processes()) {
+        if (process.parent == getpid()) {
             result.push_back(std::to_string(process.pid) + " " + process.command);
+        }
+    }
     return result;
 }
 
 std::vector<std::string> files_in(const char* path) {
     std::vector<std::string> result;
     DIR* directory = opendir(path);
-    if (!directory)
+    if (!directory) {
         return result;
+    }
     while (const dirent* entry = readdir(directory)) {
         const std::string name = entry->d_name;
-        if (name != "." && name != "..")
+        if (name != "." && name != "..") {
             result.push_back(name);
+        }
     }
     closedir(directory);
     return result;
@@ -66,8 +72,9 @@ std::vector<std::string> attached_sources() {
     std::vector<std::string> result;
     for (guint id = 1; id < end; ++id) {
         GSource* source = g_main_context_find_source_by_id(nullptr, id);
-        if (!source)
+        if (!source) {
             continue;
+        }
         const char* name = g_source_get_name(source);
         result.push_back(name ? name : "without name");
     }
@@ -89,8 +96,9 @@ std::string changes(const char* kind, const std::vector<std::string>& before,
         std::vector<std::string> items;
         std::set_difference(from.begin(), from.end(), without.begin(), without.end(),
                             std::back_inserter(items));
-        for (const std::string& item : items)
+        for (const std::string& item : items) {
             text += std::string(change) + " " + kind + ": " + item + "\n";
+        }
     };
     report("additional", after, before);
     report("missing", before, after);
@@ -121,8 +129,9 @@ void warm_up_process_resources() {
     g_source_unref(g_unix_signal_source_new(SIGUSR2));
 
     GError* error = nullptr;
-    if (!dbus_g_bus_get(DBUS_BUS_SESSION, &error))
+    if (!dbus_g_bus_get(DBUS_BUS_SESSION, &error)) {
         g_clear_error(&error);
+    }
     while (g_main_context_iteration(nullptr, FALSE)) {
     }
 }

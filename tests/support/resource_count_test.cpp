@@ -51,8 +51,9 @@ TEST(resource_count, sees_descriptors) {
 TEST(resource_count, sees_children_also_when_dead) {
     const resource_count before = resource_count::take();
     const pid_t pid = fork();
-    if (pid == 0)
+    if (pid == 0) {
         _exit(0);
+    }
     siginfo_t info;
     ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT), 0);
     EXPECT_THAT(difference_to_now(before), StartsWith("additional child: " + std::to_string(pid)));

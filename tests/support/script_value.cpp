@@ -27,8 +27,9 @@ script_value value_of(const NPVariant& variant) {
 }
 
 script_arguments::script_arguments(const std::vector<script_value>& values) {
-    for (const script_value& value : values)
+    for (const script_value& value : values) {
         variants_.push_back(variant_of(value));
+    }
 }
 
 NPVariant script_arguments::variant_of(const script_value& value) {

@@ -89,8 +89,9 @@ public:
     }
 
     int run() {
-        if (!start_servers())
+        if (!start_servers()) {
             return no_server;
+        }
         test_ = spawn(wanted_.command, original_mask_);
         if (!wait_for_test(deadline_after(wanted_.timeout_seconds))) {
             report_timeout();
@@ -105,10 +106,12 @@ public:
 
 private:
     bool start_servers() {
-        if (wanted_.bus)
+        if (wanted_.bus) {
             bus_.start_bus(original_mask_);
-        if (wanted_.display)
+        }
+        if (wanted_.display) {
             display_.start_display(original_mask_);
+        }
         return (!wanted_.bus || await(bus_, "dbus-daemon", "DBUS_SESSION_BUS_ADDRESS", "")) &&
                (!wanted_.display || await(display_, "Xvfb", "DISPLAY", ":"));
     }
@@ -129,8 +132,9 @@ private:
         int status;
         pid_t pid;
         while ((pid = waitpid(-1, &status, WNOHANG)) > 0) {
-            if (pid != test_)
+            if (pid != test_) {
                 continue;
+            }
             test_status_ = status;
             test_ended_ = true;
         }
@@ -150,11 +154,13 @@ private:
     bool wait_for_test(clock_type::time_point deadline) {
         for (;;) {
             reap();
-            if (test_ended_)
+            if (test_ended_) {
                 return true;
+            }
             const auto left = deadline - clock_type::now();
-            if (left <= clock_type::duration::zero())
+            if (left <= clock_type::duration::zero()) {
                 return false;
+            }
             sleep_until_child_ends(left);
         }
     }
@@ -165,10 +171,12 @@ private:
 
     std::vector<process_entry> foreign_processes() const {
         std::vector<process_entry> result;
-        for (const process_entry& process : list_processes())
+        for (const process_entry& process : list_processes()) {
             if (process.pid != 1 && !belongs_to_servers(process.pid) &&
-                !belongs_to_servers(process.parent))
+                !belongs_to_servers(process.parent)) {
                 result.push_back(process);
+            }
+        }
         return result;
     }
 
@@ -180,13 +188,16 @@ private:
             reap();
             processes = foreign_processes();
         }
-        for (const process_entry& process : processes)
+        for (const process_entry& process : processes) {
             complain("process left behind: " + describe(process));
+        }
         std::vector<std::string> objects;
-        if (!wanted_.may_leave_shared_memory)
+        if (!wanted_.may_leave_shared_memory) {
             objects = shared_objects();
-        for (const std::string& object : objects)
+        }
+        for (const std::string& object : objects) {
             complain("shared memory left behind: /dev/shm/" + object);
+        }
         return processes.empty() && objects.empty();
     }
 
@@ -194,12 +205,14 @@ private:
         complain("no end after " + std::to_string(wanted_.timeout_seconds * timeout_factor()) +
                  " seconds; processes:");
         for (const process_entry& process : list_processes()) {
-            if (process.pid == 1)
+            if (process.pid == 1) {
                 continue;
+            }
             complain("  " + describe(process));
             const std::string position = kernel_position(process.pid);
-            if (!position.empty())
+            if (!position.empty()) {
                 complain("      in " + position);
+            }
         }
     }
 
@@ -215,8 +228,9 @@ private:
 int be_first_process(const options& wanted, int lifeline) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     pollfd starter = {lifeline, 0, 0};
-    if (poll(&starter, 1, 0) != 0)
+    if (poll(&starter, 1, 0) != 0) {
         return no_private_world;
+    }
     // Without this, the process group is one that has no number in here.
     setsid();
     const std::string error = mount_private_proc();
@@ -247,16 +261,19 @@ int main(int argc, char** argv) {
     }
 
     int lifeline[2];
-    if (pipe2(lifeline, O_CLOEXEC) != 0)
+    if (pipe2(lifeline, O_CLOEXEC) != 0) {
         return no_private_world;
+    }
     const pid_t first = fork();
     if (first == 0) {
         close(lifeline[1]);
         std::_Exit(be_first_process(wanted, lifeline[0]));
     }
     int status = 0;
-    while (waitpid(first, &status, 0) < 0)
-        if (errno != EINTR)
+    while (waitpid(first, &status, 0) < 0) {
+        if (errno != EINTR) {
             return no_private_world;
+        }
+    }
     return exit_code_of(status);
 }

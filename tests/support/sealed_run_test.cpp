@@ -29,21 +29,24 @@ class sealed_program {
 public:
     explicit sealed_program(const std::vector<std::string>& arguments) {
         std::vector<char*> argv = {const_cast<char*>(VASK_TEST_SEALED_RUN)};
-        for (const std::string& argument : arguments)
+        for (const std::string& argument : arguments) {
             argv.push_back(const_cast<char*>(argument.c_str()));
+        }
         argv.push_back(nullptr);
 
         int input[2];
         int output[2];
-        if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
+        if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
             std::abort();
+        }
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
         posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, output[1], STDERR_FILENO);
-        if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0)
+        if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
             std::abort();
+        }
         posix_spawn_file_actions_destroy(&actions);
         close(input[0]);
         close(output[1]);
@@ -52,8 +55,9 @@ public:
     }
 
     ~sealed_program() {
-        if (pid_ > 0)
+        if (pid_ > 0) {
             finish();
+        }
     }
 
     pid_t pid() const { return pid_; }
@@ -61,8 +65,9 @@ public:
     std::string read_line() {
         char c;
         std::string text;
-        while (read(output_, &c, 1) == 1 && c != '\n')
+        while (read(output_, &c, 1) == 1 && c != '\n') {
             text += c;
+        }
         return text;
     }
 
@@ -70,8 +75,9 @@ public:
         close(input_);
         char buffer[4096];
         ssize_t length;
-        while ((length = read(output_, buffer, sizeof buffer)) > 0)
+        while ((length = read(output_, buffer, sizeof buffer)) > 0) {
             rest_.append(buffer, static_cast<size_t>(length));
+        }
         close(output_);
         int status = 0;
         waitpid(pid_, &status, 0);
@@ -102,9 +108,11 @@ outcome run_shell(const std::string& script, std::vector<std::string> arguments 
 
 std::vector<std::string> commands_containing(const std::string& text) {
     std::vector<std::string> result;
-    for (const process_entry& process : list_processes())
-        if (process.command.find(text) != std::string::npos)
+    for (const process_entry& process : list_processes()) {
+        if (process.command.find(text) != std::string::npos) {
             result.push_back(process.command);
+        }
+    }
     return result;
 }
 
@@ -191,8 +199,9 @@ TEST(sealed_run, reaches_no_bus_unless_asked_for) {
 
 TEST(sealed_run, cleans_the_environment) {
     for (const char* name :
-         {"VASK_MSG_LV", "VASK_MSG_FLAGS", "VASK_SYSLOG", "VASK_NEST_LV", "VASK_TEST_ANYTHING"})
+         {"VASK_MSG_LV", "VASK_MSG_FLAGS", "VASK_SYSLOG", "VASK_NEST_LV", "VASK_TEST_ANYTHING"}) {
         setenv(name, "1", 1);
+    }
     EXPECT_EQ(run_shell("env | grep ^VASK_ | grep -v FACTOR").output, "VASK_TEST_ANYTHING=1\n");
 }
 
