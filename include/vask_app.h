@@ -157,7 +157,7 @@ protected:
     std::vector<std::string> m_args;
 
 private:
-    const std::string* arg_at(int off) const;
+    VASK_HIDDEN const std::string* arg_at(int off) const;
 };
 
 #endif

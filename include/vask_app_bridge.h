@@ -120,7 +120,8 @@ public:
 private:
     friend class vask_app_bridge;
 
-    static void _child_signal(DBusGProxy* proxy, int signal_id, const char* data, void* user_data);
+    VASK_HIDDEN static void _child_signal(DBusGProxy* proxy, int signal_id, const char* data,
+                                          void* user_data);
 
     vask_app_bridge& m_bridge;
     int m_pid;
@@ -567,15 +568,16 @@ protected:
     int m_main_worker_index;
 
 private:
-    static void _name_owner_changed(DBusGProxy* proxy, const char* name, const char* old_owner,
-                                    const char* new_owner, void* bridge);
+    VASK_HIDDEN static void _name_owner_changed(DBusGProxy* proxy, const char* name,
+                                                const char* old_owner, const char* new_owner,
+                                                void* bridge);
 
-    bool spawn_worker(int slot, const strlist& argv, const strlist& environment);
-    bool meet_child(vask_child_proxy* child, const char* name, const char* old_owner,
-                    const char* new_owner);
-    bool wait_for_end(const vask_child_proxy& child, unsigned int timeout_ms) const;
-    bool report_failure(vask_print_level level, vask_error_code_t code, const std::string& message,
-                        vask_error* err) const;
+    VASK_HIDDEN bool spawn_worker(int slot, const strlist& argv, const strlist& environment);
+    VASK_HIDDEN bool meet_child(vask_child_proxy* child, const char* name, const char* old_owner,
+                                const char* new_owner);
+    VASK_HIDDEN bool wait_for_end(const vask_child_proxy& child, unsigned int timeout_ms) const;
+    VASK_HIDDEN bool report_failure(vask_print_level level, vask_error_code_t code,
+                                    const std::string& message, vask_error* err) const;
 
     std::shared_ptr<char> m_lifetime;
 };

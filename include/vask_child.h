@@ -187,7 +187,7 @@ protected:
 private:
     class bus_link;
 
-    void join_bus();
+    VASK_HIDDEN void join_bus();
 
     bus_link* m_bus_link;
     std::shared_ptr<char> m_lifetime;

@@ -126,7 +126,7 @@ protected:
     int m_pid;
 
 private:
-    void release_proxy();
+    VASK_HIDDEN void release_proxy();
 };
 
 /**
@@ -224,7 +224,7 @@ protected:
     std::vector<std::string> m_help_lines;
 
 private:
-    bool choose_target(const std::vector<int>& pids, int& target);
+    VASK_HIDDEN bool choose_target(const std::vector<int>& pids, int& target);
 };
 
 #endif

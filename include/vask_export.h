@@ -3,11 +3,15 @@
 
 /**
  * @file
- * @brief The one macro that makes a class or function visible outside the library.
+ * @brief The macros that make a class visible outside the library, but not its private functions.
  */
 
 /** The library is built with hidden visibility; only what carries this macro can be linked
  *  against. */
 #define VASK_EXPORT __attribute__((visibility("default")))
+
+/** A private function of an exported class: only the library calls it, and it may change at any
+ *  time. */
+#define VASK_HIDDEN __attribute__((visibility("hidden")))
 
 #endif

@@ -215,7 +215,7 @@ public:
     ///@}
 
 private:
-    NPError get_scriptable(NPP for_npp, NPObject** object);
+    VASK_HIDDEN NPError get_scriptable(NPP for_npp, NPObject** object);
 };
 
 #endif

@@ -258,7 +258,7 @@ private:
     // What delete_jscb_map() has released and is still in vask_script::jscb_map.
     std::map<std::string, NPObject*> m_released_jscbs;
 
-    std::string name_of(NPIdentifier name, const char* signature);
+    VASK_HIDDEN std::string name_of(NPIdentifier name, const char* signature);
 };
 
 /** @name How the browser reaches a scriptable object

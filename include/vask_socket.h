@@ -266,26 +266,28 @@ private:
 
     enum read_outcome { RECEIVED, NOTHING_YET, FAILED };
 
-    void join_link();
-    void leave_link();
-    void set_peer(int fd);
-    void take_next_peer(int fd);
-    bool serves_former_peer() const;
-    void return_to_former_peer();
-    void leave_former_peer();
-    void forget_peer(const vask_peer_link& link);
-    void forget_request();
-    bool has_peer() const;
-    bool create_channel();
-    GIOStatus configure_channel(GError** error);
-    GIOCondition read_condition() const;
-    bool open_channel(const char* signature);
-    read_outcome receive(GIOChannel* channel, GIOCondition condition, int& status);
-    read_outcome receive_stream(GIOChannel* channel, gsize room, gsize& count, int& status);
-    read_outcome receive_datagram(GIOCondition condition, gsize room, gsize& count, int& status);
-    void log_pending_error(int error) const;
-    void end_request(int status);
-    GIOStatus write_all(const gchar* buf, gssize count, GError** error);
+    VASK_HIDDEN void join_link();
+    VASK_HIDDEN void leave_link();
+    VASK_HIDDEN void set_peer(int fd);
+    VASK_HIDDEN void take_next_peer(int fd);
+    VASK_HIDDEN bool serves_former_peer() const;
+    VASK_HIDDEN void return_to_former_peer();
+    VASK_HIDDEN void leave_former_peer();
+    VASK_HIDDEN void forget_peer(const vask_peer_link& link);
+    VASK_HIDDEN void forget_request();
+    VASK_HIDDEN bool has_peer() const;
+    VASK_HIDDEN bool create_channel();
+    VASK_HIDDEN GIOStatus configure_channel(GError** error);
+    VASK_HIDDEN GIOCondition read_condition() const;
+    VASK_HIDDEN bool open_channel(const char* signature);
+    VASK_HIDDEN read_outcome receive(GIOChannel* channel, GIOCondition condition, int& status);
+    VASK_HIDDEN read_outcome receive_stream(GIOChannel* channel, gsize room, gsize& count,
+                                            int& status);
+    VASK_HIDDEN read_outcome receive_datagram(GIOCondition condition, gsize room, gsize& count,
+                                              int& status);
+    VASK_HIDDEN void log_pending_error(int error) const;
+    VASK_HIDDEN void end_request(int status);
+    VASK_HIDDEN GIOStatus write_all(const gchar* buf, gssize count, GError** error);
 
     std::shared_ptr<vask_peer_link> m_peer_link;
     std::shared_ptr<vask_peer_link> m_former_link;
@@ -403,10 +405,10 @@ protected:
     unsigned int m_accept_watch_id;
 
 private:
-    void stop_service();
-    void stop_accepting();
-    void resume_accepting(void* unused);
-    gboolean go_on(bool wanted, bool error_may_last);
+    VASK_HIDDEN void stop_service();
+    VASK_HIDDEN void stop_accepting();
+    VASK_HIDDEN void resume_accepting(void* unused);
+    VASK_HIDDEN gboolean go_on(bool wanted, bool error_may_last);
 
     unsigned int m_living_watch_id;
     unsigned int m_pause_timer_id;

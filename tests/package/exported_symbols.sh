@@ -8,11 +8,12 @@ library=$3
 list=$4
 word_size=$5
 
-# Once each, since compilers differ in how many variants of a constructor they emit. A symbol
-# without the version keeps its strange end and so differs from the list.
+# With the node before it: "VASK_2: vask_app::vask_app()". Once each, since compilers differ in how
+# many variants of a constructor they emit.
 exported_symbols() {
-    "$nm" -DC --defined-only "$library" | sed -E 's/^[0-9a-f]* +[A-Za-z] //; s/@@VASK_2$//' |
-        grep -vx VASK_2 | LC_ALL=C sort -u
+    "$nm" -DC --defined-only "$library" |
+        sed -E 's/^[0-9a-f]* +[A-Za-z] //; s/^(.*[^@])@+(VASK_[0-9.]+)$/\2: \1/' |
+        grep -vxE '(VASK_[0-9.]+: )?VASK_[0-9.]+' | LC_ALL=C sort -u
 }
 
 if [ "$action" = update ]; then
@@ -38,7 +39,8 @@ cat <<END
 
 The library exports other symbols than the list says. Programs that were linked against an earlier
 build break when one disappears (lines with -), and whatever appears (lines with +) has to be kept
-from now on. If that is what you want, write the list anew and commit it with your change:
+from now on. If that is what you want, name the symbol in src/vask.map, write the list anew and
+commit both with your change:
     cmake --build BUILD_DIRECTORY --target update_exported_symbols
 END
 exit 1
