@@ -24,13 +24,13 @@ public:
     }
 
     long count() const {
-        const auto lines = log_.lines();
+        const auto lines = m_log.lines();
         return std::count(lines.begin(), lines.end(),
                           line("DBG", "demo_plugin", "The child has connected to the bus"));
     }
 
 private:
-    log_catcher log_;
+    log_catcher m_log;
 };
 
 }  // namespace vask_test

@@ -52,38 +52,38 @@ struct web_host::parts {
 
 web_host::web_host() {
     make_application();
-    parts_.reset(new parts);
-    parts_->view.setPage(&parts_->page);
-    parts_->view.resize(620, 600);
-    QObject::connect(&parts_->page, &QWebPage::loadFinished, [this](bool is_loaded) {
-        parts_->is_loading = false;
-        parts_->is_loaded = is_loaded;
+    m_parts.reset(new parts);
+    m_parts->view.setPage(&m_parts->page);
+    m_parts->view.resize(620, 600);
+    QObject::connect(&m_parts->page, &QWebPage::loadFinished, [this](bool is_loaded) {
+        m_parts->is_loading = false;
+        m_parts->is_loaded = is_loaded;
     });
-    parts_->view.show();
+    m_parts->view.show();
 }
 
 web_host::~web_host() {
     // The signals of a page that is torn down would reach this object.
-    QObject::disconnect(&parts_->page, nullptr, nullptr, nullptr);
+    QObject::disconnect(&m_parts->page, nullptr, nullptr, nullptr);
 }
 
 bool web_host::load(const std::string& path) {
-    parts_->is_loading = true;
-    parts_->view.load(QUrl::fromLocalFile(QString::fromStdString(path)));
+    m_parts->is_loading = true;
+    m_parts->view.load(QUrl::fromLocalFile(QString::fromStdString(path)));
     return wait_for_page();
 }
 
 bool web_host::go_back() {
-    if (!parts_->view.history()->canGoBack()) {
+    if (!m_parts->view.history()->canGoBack()) {
         return false;
     }
-    parts_->is_loading = true;
-    parts_->view.back();
+    m_parts->is_loading = true;
+    m_parts->view.back();
     return wait_for_page();
 }
 
 bool web_host::wait_for_page() {
-    return wait_until([this] { return !parts_->is_loading; }) && parts_->is_loaded;
+    return wait_until([this] { return !m_parts->is_loading; }) && m_parts->is_loaded;
 }
 
 std::string web_host::run(const std::string& script) {
@@ -98,7 +98,7 @@ std::string web_host::run(const std::string& script) {
             "  }"
             "})()")
             .arg(QString(QUrl::toPercentEncoding(QString::fromStdString(script))));
-    return parts_->page.mainFrame()->evaluateJavaScript(as_json).toString().toStdString();
+    return m_parts->page.mainFrame()->evaluateJavaScript(as_json).toString().toStdString();
 }
 
 bool web_host::wait_until(const std::function<bool()>& condition, int deadline_msec) {
@@ -129,11 +129,11 @@ void web_host::drop_caches() {
 }
 
 unsigned int web_host::pixel(int x, int y) {
-    return parts_->view.grab().toImage().pixel(x, y) & 0xffffffU;
+    return m_parts->view.grab().toImage().pixel(x, y) & 0xffffffU;
 }
 
 bool web_host::save_screenshot(const std::string& path) {
-    return parts_->view.grab().save(QString::fromStdString(path));
+    return m_parts->view.grab().save(QString::fromStdString(path));
 }
 
 }  // namespace vask_test

@@ -53,7 +53,7 @@ private:
 
     bool wait_for_page();
 
-    std::unique_ptr<parts> parts_;
+    std::unique_ptr<parts> m_parts;
 };
 
 }  // namespace vask_test

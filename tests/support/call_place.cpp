@@ -23,15 +23,15 @@ bool is_on_the_way_to_the_ledger(const std::string& function) {
 
 call_place call_place::here() {
     call_place place;
-    place.depth_ = backtrace(place.frames_.data(), most_frames);
+    place.m_depth = backtrace(place.m_frames.data(), most_frames);
     return place;
 }
 
 std::vector<std::string> call_place::functions() const {
     std::vector<std::string> names;
-    for (int i = 0; i < depth_; ++i) {
+    for (int i = 0; i < m_depth; ++i) {
         Dl_info info;
-        if (dladdr(frames_[static_cast<std::size_t>(i)], &info) == 0 || !info.dli_sname) {
+        if (dladdr(m_frames[static_cast<std::size_t>(i)], &info) == 0 || !info.dli_sname) {
             continue;
         }
         const std::string name = demangled(info.dli_sname);

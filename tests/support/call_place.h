@@ -26,8 +26,8 @@ public:
 private:
     static constexpr int most_frames = 24;
 
-    std::array<void*, most_frames> frames_{};
-    int depth_ = 0;
+    std::array<void*, most_frames> m_frames{};
+    int m_depth = 0;
 };
 
 }  // namespace vask_test

@@ -22,17 +22,17 @@ std::string described(const void* address) {
 }  // namespace
 
 fake_browser::fake_browser(object_counts counts)
-    : counts_(counts), thread_(std::this_thread::get_id()), functions_(fake_functions()) {
+    : m_counts(counts), m_thread(std::this_thread::get_id()), m_functions(fake_functions()) {
     if (the_browser) {
         std::abort();
     }
     the_browser = this;
-    window_ = new_page_object();
+    m_window = new_page_object();
 }
 
 fake_browser::~fake_browser() {
     free_everything();
-    for (const auto& object : objects_) {
+    for (const auto& object : m_objects) {
         if (object.first->_class == &fake_page_object::its_class) {
             fake_page_object::deallocate(object.first);
         }
@@ -48,31 +48,31 @@ fake_browser& fake_browser::the() {
 }
 
 void fake_browser::complain(const std::string& about) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    complaints_.push_back(about + ", from " + call_place::here().text());
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_complaints.push_back(about + ", from " + call_place::here().text());
 }
 
 void fake_browser::check_thread(const char* function) {
-    if (std::this_thread::get_id() != thread_) {
+    if (std::this_thread::get_id() != m_thread) {
         complain(std::string(function) + ": called on another thread");
     }
 }
 
 void fake_browser::note(ledger_entry::action_type action, const void* subject, bool by_page) {
-    if (keeps_ledger_) {
-        ledger_.push_back({action, subject, by_page, call_place::here()});
+    if (m_keeps_ledger) {
+        m_ledger.push_back({action, subject, by_page, call_place::here()});
     }
 }
 
 void fake_browser::keep_no_ledger() {
-    keeps_ledger_ = false;
-    ledger_.clear();
+    m_keeps_ledger = false;
+    m_ledger.clear();
 }
 
 std::vector<ledger_entry> fake_browser::entries_of(ledger_entry::action_type action,
                                                    const void* subject) const {
     std::vector<ledger_entry> found;
-    for (const ledger_entry& entry : ledger_) {
+    for (const ledger_entry& entry : m_ledger) {
         if (entry.action == action && entry.subject == subject) {
             found.push_back(entry);
         }
@@ -82,17 +82,17 @@ std::vector<ledger_entry> fake_browser::entries_of(ledger_entry::action_type act
 
 std::vector<std::string> fake_browser::unbalanced() const {
     std::vector<std::string> lines;
-    for (const auto& block : memory_) {
+    for (const auto& block : m_memory) {
         lines.push_back(std::to_string(block.second.size) + " bytes from " +
                         block.second.place.text());
     }
-    for (const auto& object : objects_) {
+    for (const auto& object : m_objects) {
         const int references = references_of_plugin(object.first);
         if (references == 0) {
             continue;
         }
         std::string line = std::to_string(references) + " references to an object";
-        for (const ledger_entry& entry : ledger_) {
+        for (const ledger_entry& entry : m_ledger) {
             if (entry.subject == object.first && !entry.by_page &&
                 (entry.action == ledger_entry::created || entry.action == ledger_entry::retained)) {
                 line += ", from " + entry.place.text();
@@ -107,26 +107,26 @@ std::vector<std::string> fake_browser::unbalanced() const {
 }
 
 fake_browser::identifier* fake_browser::identifier_of(const std::string& name) {
-    std::unique_ptr<identifier>& known = names_[name];
+    std::unique_ptr<identifier>& known = m_names[name];
     if (!known) {
         known.reset(new identifier{true, name, 0});
-        identifiers_[known.get()] = known.get();
+        m_identifiers[known.get()] = known.get();
     }
     return known.get();
 }
 
 fake_browser::identifier* fake_browser::identifier_of(int32_t number) {
-    std::unique_ptr<identifier>& known = numbers_[number];
+    std::unique_ptr<identifier>& known = m_numbers[number];
     if (!known) {
         known.reset(new identifier{false, "", number});
-        identifiers_[known.get()] = known.get();
+        m_identifiers[known.get()] = known.get();
     }
     return known.get();
 }
 
 fake_browser::identifier* fake_browser::checked(NPIdentifier given) {
-    const auto known = identifiers_.find(given);
-    if (known != identifiers_.end()) {
+    const auto known = m_identifiers.find(given);
+    if (known != m_identifiers.end()) {
         return known->second;
     }
     complain(described(given) + " is no identifier");
@@ -135,7 +135,7 @@ fake_browser::identifier* fake_browser::checked(NPIdentifier given) {
 
 void* fake_browser::allocate(uint32_t size) {
     void* memory = std::malloc(size);
-    memory_[memory] = {size, call_place::here()};
+    m_memory[memory] = {size, call_place::here()};
     note(ledger_entry::allocated, memory, false);
     return memory;
 }
@@ -144,7 +144,7 @@ void fake_browser::free(void* memory) {
     if (!memory) {
         return;
     }
-    if (memory_.erase(memory) == 0) {
+    if (m_memory.erase(memory) == 0) {
         complain(described(memory) + " is no memory of the browser");
         return;
     }
@@ -162,13 +162,13 @@ NPObject* fake_browser::new_page_object() {
     fake_page_object* object = new fake_page_object;
     object->_class = &fake_page_object::its_class;
     object->referenceCount = 1;
-    objects_[object] = {1, 1};
+    m_objects[object] = {1, 1};
     return object;
 }
 
 bool fake_browser::check_alive(NPObject* object, const char* function) {
-    const auto known = objects_.find(object);
-    if (known == objects_.end()) {
+    const auto known = m_objects.find(object);
+    if (known == m_objects.end()) {
         complain(std::string(function) + ": " + described(object) + " is no object that lives");
         return false;
     }
@@ -189,8 +189,8 @@ NPObject* fake_browser::create(NPP npp, NPClass* its_class) {
     }
     NPObject* object = its_class->allocate(npp, its_class);
     object->_class = its_class;
-    int& references = objects_[object].references;
-    references = counts_ == object_counts::reset ? 1 : references + 1;
+    int& references = m_objects[object].references;
+    references = m_counts == object_counts::reset ? 1 : references + 1;
     object->referenceCount = static_cast<uint32_t>(references);
     note(ledger_entry::created, object, false);
     return object;
@@ -200,7 +200,7 @@ void fake_browser::retain(NPObject* object, bool by_page) {
     if (!check_alive(object, "RetainObject")) {
         return;
     }
-    object_books& books = objects_[object];
+    object_books& books = m_objects[object];
     ++books.references;
     ++object->referenceCount;
     if (by_page) {
@@ -213,7 +213,7 @@ void fake_browser::release(NPObject* object, bool by_page) {
     if (!check_alive(object, "ReleaseObject")) {
         return;
     }
-    object_books& books = objects_[object];
+    object_books& books = m_objects[object];
     --books.references;
     --object->referenceCount;
     if (by_page) {
@@ -227,7 +227,7 @@ void fake_browser::release(NPObject* object, bool by_page) {
 
 void fake_browser::end(NPObject* object, bool by_page) {
     note(ledger_entry::deallocated, object, by_page);
-    objects_.erase(object);
+    m_objects.erase(object);
     object->_class->deallocate(object);
 }
 
@@ -285,7 +285,7 @@ NPError fake_browser::answer(NPP npp, NPNVariable variable, void* value) {
     }
     switch (variable) {
         case NPNVWindowNPObject:
-            return give_object(window_, value);
+            return give_object(m_window, value);
         case NPNVPluginElementNPObject:
             return give_object(element(npp).dom_object, value);
         case NPNVjavascriptEnabledBool:

@@ -78,11 +78,11 @@ public:
     fake_browser(const fake_browser&) = delete;
     fake_browser& operator=(const fake_browser&) = delete;
 
-    const NPNetscapeFuncs& functions() const { return functions_; }
+    const NPNetscapeFuncs& functions() const { return m_functions; }
 
     /** @name What has happened */
     ///@{
-    const std::vector<ledger_entry>& ledger() const { return ledger_; }
+    const std::vector<ledger_entry>& ledger() const { return m_ledger; }
     std::vector<ledger_entry> entries_of(ledger_entry::action_type action,
                                          const void* subject) const;
 
@@ -92,7 +92,7 @@ public:
     /** Forgets the ledger, and notes no more; what is unbalanced is still known. */
     void keep_no_ledger();
 
-    const std::vector<std::string>& complaints() const { return complaints_; }
+    const std::vector<std::string>& complaints() const { return m_complaints; }
     ///@}
 
     /** @name The page
@@ -101,7 +101,7 @@ public:
     ///@{
 
     /** The plug-in whose functions the page calls. */
-    void load(const NPPluginFuncs& plugin) { plugin_ = plugin; }
+    void load(const NPPluginFuncs& plugin) { m_plugin = plugin; }
 
     typedef std::vector<std::pair<std::string, std::string>> attribute_list;
 
@@ -121,7 +121,7 @@ public:
     /** Answers the oldest request for which the plug-in wants to hear. */
     void finish_request(NPP npp, NPReason reason);
 
-    NPObject* window() const { return window_; }
+    NPObject* window() const { return m_window; }
     fake_element& element(NPP npp);
 
     typedef std::function<script_value(const std::vector<script_value>& arguments)> function_type;
@@ -153,7 +153,7 @@ public:
     /** References to an object that the plug-in has. */
     int references_of_plugin(NPObject* object) const;
     int references(NPObject* object) const;
-    bool is_alive(NPObject* object) const { return objects_.count(object) != 0; }
+    bool is_alive(NPObject* object) const { return m_objects.count(object) != 0; }
 
     /** Frees whatever memory the plug-in has not freed. */
     void free_everything();
@@ -233,22 +233,22 @@ private:
     NPStream* open_stream(const std::string& type, const std::string& target);
     NPError close_stream(NPStream* stream);
 
-    const object_counts counts_;
-    const std::thread::id thread_;
-    NPNetscapeFuncs functions_{};
-    NPPluginFuncs plugin_{};
-    NPObject* window_ = nullptr;
-    std::map<NPP, std::unique_ptr<fake_element>> elements_;
-    std::map<std::string, std::unique_ptr<identifier>> names_;
-    std::map<int32_t, std::unique_ptr<identifier>> numbers_;
-    std::map<NPIdentifier, identifier*> identifiers_;
-    std::map<void*, memory_books> memory_;
-    std::map<NPObject*, object_books> objects_;
-    std::vector<ledger_entry> ledger_;
-    bool keeps_ledger_ = true;
-    std::vector<std::string> complaints_;
-    std::mutex mutex_;  // for what may come from other threads
-    std::vector<std::pair<void (*)(void*), void*>> async_calls_;
+    const object_counts m_counts;
+    const std::thread::id m_thread;
+    NPNetscapeFuncs m_functions{};
+    NPPluginFuncs m_plugin{};
+    NPObject* m_window = nullptr;
+    std::map<NPP, std::unique_ptr<fake_element>> m_elements;
+    std::map<std::string, std::unique_ptr<identifier>> m_names;
+    std::map<int32_t, std::unique_ptr<identifier>> m_numbers;
+    std::map<NPIdentifier, identifier*> m_identifiers;
+    std::map<void*, memory_books> m_memory;
+    std::map<NPObject*, object_books> m_objects;
+    std::vector<ledger_entry> m_ledger;
+    bool m_keeps_ledger = true;
+    std::vector<std::string> m_complaints;
+    std::mutex m_mutex;  // for what may come from other threads
+    std::vector<std::pair<void (*)(void*), void*>> m_async_calls;
 };
 
 }  // namespace vask_test

@@ -9,8 +9,8 @@
 namespace vask_test {
 
 fake_element& fake_browser::element(NPP npp) {
-    const auto known = elements_.find(npp);
-    if (known != elements_.end()) {
+    const auto known = m_elements.find(npp);
+    if (known != m_elements.end()) {
         return *known->second;
     }
     complain("an NPP that does not exist");
@@ -22,7 +22,7 @@ NPP fake_browser::open(const attribute_list& attributes, NPError* answer) {
     element->dom_object = new_page_object();
     NPP npp = &element->npp;
     npp->ndata = this;
-    elements_[npp] = std::move(element);
+    m_elements[npp] = std::move(element);
 
     attribute_list copies = attributes;
     std::vector<char*> names, values;
@@ -30,10 +30,11 @@ NPP fake_browser::open(const attribute_list& attributes, NPError* answer) {
         names.push_back(&attribute.first[0]);
         values.push_back(&attribute.second[0]);
     }
-    if (plugin_.newp) {
+    if (m_plugin.newp) {
         char type[] = "application/x-fake";
-        const NPError error = plugin_.newp(type, npp, NP_EMBED, static_cast<int16_t>(copies.size()),
-                                           names.data(), values.data(), nullptr);
+        const NPError error =
+            m_plugin.newp(type, npp, NP_EMBED, static_cast<int16_t>(copies.size()), names.data(),
+                          values.data(), nullptr);
         if (answer) {
             *answer = error;
         }
@@ -43,22 +44,22 @@ NPP fake_browser::open(const attribute_list& attributes, NPError* answer) {
 
 NPError fake_browser::close(NPP npp) {
     NPSavedData* saved = nullptr;
-    const NPError error = plugin_.destroy ? plugin_.destroy(npp, &saved) : NPERR_NO_ERROR;
+    const NPError error = m_plugin.destroy ? m_plugin.destroy(npp, &saved) : NPERR_NO_ERROR;
     if (saved) {
         free(saved->buf);
         free(saved);
     }
     drop(element(npp).dom_object);
-    elements_.erase(npp);
+    m_elements.erase(npp);
     return error;
 }
 
 NPObject* fake_browser::scriptable(NPP npp) {
     NPObject* object = nullptr;
-    if (plugin_.getvalue(npp, NPPVpluginScriptableNPObject, &object) != NPERR_NO_ERROR) {
+    if (m_plugin.getvalue(npp, NPPVpluginScriptableNPObject, &object) != NPERR_NO_ERROR) {
         return nullptr;
     }
-    ++objects_[object].references_of_page;
+    ++m_objects[object].references_of_page;
     return object;
 }
 
@@ -68,7 +69,7 @@ size_t fake_browser::stream_to(NPP npp, const std::string& url, const std::strin
     stream.end = static_cast<uint32_t>(text.size());
     char type[] = "text/plain";
     uint16_t stype = NP_NORMAL;
-    if (plugin_.newstream(npp, type, &stream, 0, &stype) != NPERR_NO_ERROR) {
+    if (m_plugin.newstream(npp, type, &stream, 0, &stype) != NPERR_NO_ERROR) {
         return 0;
     }
 
@@ -76,19 +77,19 @@ size_t fake_browser::stream_to(NPP npp, const std::string& url, const std::strin
     size_t taken = 0;
     while (!rest.empty()) {
         const int32_t ready =
-            std::min(plugin_.writeready(npp, &stream), static_cast<int32_t>(rest.size()));
+            std::min(m_plugin.writeready(npp, &stream), static_cast<int32_t>(rest.size()));
         if (ready <= 0) {
             break;
         }
         const int32_t written =
-            plugin_.write(npp, &stream, static_cast<int32_t>(taken), ready, &rest[0]);
+            m_plugin.write(npp, &stream, static_cast<int32_t>(taken), ready, &rest[0]);
         if (written <= 0) {
             break;
         }
         taken += static_cast<size_t>(written);
         rest.erase(0, static_cast<size_t>(written));
     }
-    plugin_.destroystream(npp, &stream, rest.empty() ? NPRES_DONE : NPRES_USER_BREAK);
+    m_plugin.destroystream(npp, &stream, rest.empty() ? NPRES_DONE : NPRES_USER_BREAK);
     return taken;
 }
 
@@ -101,7 +102,7 @@ void fake_browser::finish_request(NPP npp, NPReason reason) {
     }
     const fake_request request = *waiting;
     requests.erase(waiting);
-    plugin_.urlnotify(npp, request.url.c_str(), reason, request.notify_data);
+    m_plugin.urlnotify(npp, request.url.c_str(), reason, request.notify_data);
 }
 
 NPObject* fake_browser::make_function(function_type body) {
@@ -131,7 +132,7 @@ void fake_browser::tear_down(NPObject* object) {
 }
 
 void fake_browser::forget(NPObject* object) {
-    objects_.erase(object);
+    m_objects.erase(object);
 }
 
 bool fake_browser::with_result(bool succeeded, NPVariant* variant, script_value* result) {
@@ -139,7 +140,7 @@ bool fake_browser::with_result(bool succeeded, NPVariant* variant, script_value*
         return false;
     }
     if (NPVARIANT_IS_OBJECT(*variant)) {
-        ++objects_[NPVARIANT_TO_OBJECT(*variant)].references_of_page;
+        ++m_objects[NPVARIANT_TO_OBJECT(*variant)].references_of_page;
     }
     if (result) {
         *result = value_of(*variant);
@@ -173,27 +174,27 @@ bool fake_browser::write(NPObject* object, const std::string& property, const sc
 }
 
 int fake_browser::references_of_plugin(NPObject* object) const {
-    const auto known = objects_.find(object);
-    return known == objects_.end() ? 0
-                                   : known->second.references - known->second.references_of_page;
+    const auto known = m_objects.find(object);
+    return known == m_objects.end() ? 0
+                                    : known->second.references - known->second.references_of_page;
 }
 
 int fake_browser::references(NPObject* object) const {
-    const auto known = objects_.find(object);
-    return known == objects_.end() ? 0 : known->second.references;
+    const auto known = m_objects.find(object);
+    return known == m_objects.end() ? 0 : known->second.references;
 }
 
 void fake_browser::free_everything() {
-    while (!memory_.empty()) {
-        free(memory_.begin()->first);
+    while (!m_memory.empty()) {
+        free(m_memory.begin()->first);
     }
 }
 
 void fake_browser::run_async_calls() {
     std::vector<std::pair<void (*)(void*), void*>> calls;
     {
-        std::lock_guard<std::mutex> lock(mutex_);
-        calls.swap(async_calls_);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        calls.swap(m_async_calls);
     }
     for (const auto& call : calls) {
         call.first(call.second);

@@ -226,8 +226,8 @@ struct fake_table {
 
     static void plugin_thread_async_call(NPP, void (*function)(void*), void* data) {
         fake_browser& browser = fake_browser::the();
-        std::lock_guard<std::mutex> lock(browser.mutex_);
-        browser.async_calls_.emplace_back(function, data);
+        std::lock_guard<std::mutex> lock(browser.m_mutex);
+        browser.m_async_calls.emplace_back(function, data);
     }
 
     static bool construct(NPP, NPObject* object, const NPVariant* args, uint32_t arg_count,

@@ -10,14 +10,14 @@ bool leftovers_accepted = false;
 
 void leak_listener::OnTestStart(const testing::TestInfo&) {
     leftovers_accepted = false;
-    before_ = resource_count::take();
+    m_before = resource_count::take();
 }
 
 void leak_listener::OnTestEnd(const testing::TestInfo&) {
     if (leftovers_accepted) {
         return;
     }
-    const std::string difference = before_.difference(resource_count::take());
+    const std::string difference = m_before.difference(resource_count::take());
     if (!difference.empty()) {
         ADD_FAILURE() << "resources changed:\n" << difference;
     }

@@ -17,7 +17,7 @@ public:
     static void accept_leftovers();
 
 private:
-    resource_count before_;
+    resource_count m_before;
 };
 
 }  // namespace vask_test

@@ -24,26 +24,26 @@ void redirect_stdout(int fd) {
 }  // namespace
 
 log_catcher::log_catcher()
-    : outer_(innermost),
-      memory_(memfd_create("log_catcher", MFD_CLOEXEC)),
-      original_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)),
-      original_flags_(fcntl(STDOUT_FILENO, F_GETFD)) {
-    if (memory_ < 0 || original_ < 0) {
+    : m_outer(innermost),
+      m_memory(memfd_create("log_catcher", MFD_CLOEXEC)),
+      m_original(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)),
+      m_original_flags(fcntl(STDOUT_FILENO, F_GETFD)) {
+    if (m_memory < 0 || m_original < 0) {
         throw std::runtime_error(std::string("log_catcher: ") + std::strerror(errno));
     }
     // Children may open it anew by way of /proc, with an offset of their own.
-    fcntl(memory_, F_SETFL, O_APPEND);
-    redirect_stdout(memory_);
+    fcntl(m_memory, F_SETFL, O_APPEND);
+    redirect_stdout(m_memory);
     innermost = this;
 }
 
 log_catcher::~log_catcher() {
     const std::string caught = testing::Test::HasFailure() ? text() : "";
-    redirect_stdout(original_);
-    fcntl(STDOUT_FILENO, F_SETFD, original_flags_);
-    close(original_);
-    close(memory_);
-    innermost = outer_;
+    redirect_stdout(m_original);
+    fcntl(STDOUT_FILENO, F_SETFD, m_original_flags);
+    close(m_original);
+    close(m_memory);
+    innermost = m_outer;
     if (caught.empty()) {
         return;
     }
@@ -56,7 +56,7 @@ std::string log_catcher::text() const {
     std::string result;
     char buffer[4096];
     ssize_t length;
-    while ((length = pread(memory_, buffer, sizeof buffer, static_cast<off_t>(result.size()))) >
+    while ((length = pread(m_memory, buffer, sizeof buffer, static_cast<off_t>(result.size()))) >
            0) {
         result.append(buffer, static_cast<size_t>(length));
     }
@@ -65,7 +65,7 @@ std::string log_catcher::text() const {
 
 void log_catcher::clear() {
     std::fflush(stdout);
-    if (ftruncate(memory_, 0) != 0) {
+    if (ftruncate(m_memory, 0) != 0) {
         throw std::runtime_error("log_catcher: cannot be cleared");
     }
 }
@@ -75,15 +75,15 @@ void log_catcher::suspend() {
         return;
     }
     const log_catcher* outermost = innermost;
-    while (outermost->outer_) {
-        outermost = outermost->outer_;
+    while (outermost->m_outer) {
+        outermost = outermost->m_outer;
     }
-    redirect_stdout(outermost->original_);
+    redirect_stdout(outermost->m_original);
 }
 
 void log_catcher::resume() {
     if (innermost) {
-        redirect_stdout(innermost->memory_);
+        redirect_stdout(innermost->m_memory);
     }
 }
 

@@ -55,10 +55,10 @@ public:
     static void resume();
 
 private:
-    log_catcher* outer_;
-    int memory_;
-    int original_;
-    int original_flags_;
+    log_catcher* m_outer;
+    int m_memory;
+    int m_original;
+    int m_original_flags;
 };
 
 }  // namespace vask_test

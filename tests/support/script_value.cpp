@@ -28,7 +28,7 @@ script_value value_of(const NPVariant& variant) {
 
 script_arguments::script_arguments(const std::vector<script_value>& values) {
     for (const script_value& value : values) {
-        variants_.push_back(variant_of(value));
+        m_variants.push_back(variant_of(value));
     }
 }
 
@@ -44,9 +44,9 @@ NPVariant script_arguments::variant_of(const script_value& value) {
     } else if (const double* real = std::get_if<double>(&value)) {
         DOUBLE_TO_NPVARIANT(*real, variant);
     } else if (const std::string* text = std::get_if<std::string>(&value)) {
-        texts_.emplace_back(new char[text->size()]);
-        std::memcpy(texts_.back().get(), text->data(), text->size());
-        STRINGN_TO_NPVARIANT(texts_.back().get(), text->size(), variant);
+        m_texts.emplace_back(new char[text->size()]);
+        std::memcpy(m_texts.back().get(), text->data(), text->size());
+        STRINGN_TO_NPVARIANT(m_texts.back().get(), text->size(), variant);
     } else if (NPObject* const* object = std::get_if<NPObject*>(&value)) {
         OBJECT_TO_NPVARIANT(*object, variant);
     }

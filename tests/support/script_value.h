@@ -30,15 +30,15 @@ public:
     script_arguments(std::initializer_list<script_value> values)
         : script_arguments(std::vector<script_value>(values)) {}
 
-    const NPVariant* data() const { return variants_.data(); }
-    NPVariant* data() { return variants_.data(); }
-    uint32_t size() const { return static_cast<uint32_t>(variants_.size()); }
+    const NPVariant* data() const { return m_variants.data(); }
+    NPVariant* data() { return m_variants.data(); }
+    uint32_t size() const { return static_cast<uint32_t>(m_variants.size()); }
 
 private:
     NPVariant variant_of(const script_value& value);
 
-    std::vector<std::unique_ptr<char[]>> texts_;
-    std::vector<NPVariant> variants_;
+    std::vector<std::unique_ptr<char[]>> m_texts;
+    std::vector<NPVariant> m_variants;
 };
 
 }  // namespace vask_test
