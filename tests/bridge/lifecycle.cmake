@@ -26,7 +26,7 @@ vask_add_test(NAME lifecycle_no_bus_test
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 
-# The same tests twice: GLib hears of the end of children in two ways.
+# The same tests twice, for the two roads by which a bridge hears of the end of its children.
 vask_add_test_objects(NAME lifecycle_end_tests
     SOURCES
         lifecycle_delete_test.cpp
@@ -34,13 +34,14 @@ vask_add_test_objects(NAME lifecycle_end_tests
         lifecycle_repeat_test.cpp
         lifecycle_signals_test.cpp
         lifecycle_wait_clock_test.cpp
-        lifecycle_wait_test.cpp)
+        lifecycle_wait_test.cpp
+        ../support/shown_clock.cpp)
 vask_add_test(NAME lifecycle_end_by_pidfd_test
     SOURCES lifecycle_pidfd.cpp
     LIBRARIES lifecycle_end_tests lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
-vask_add_test(NAME lifecycle_end_by_signal_test
+vask_add_test(NAME lifecycle_end_by_polling_test
     SOURCES lifecycle_no_pidfd.cpp
     LIBRARIES lifecycle_end_tests lifecycle_support
     LABELS bridge
@@ -51,7 +52,7 @@ vask_add_test(NAME last_signals_by_pidfd_test BUS
     LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
-vask_add_test(NAME last_signals_by_signal_test BUS
+vask_add_test(NAME last_signals_by_polling_test BUS
     SOURCES last_signals_test.cpp lifecycle_no_pidfd.cpp
     LIBRARIES lifecycle_support
     LABELS bridge

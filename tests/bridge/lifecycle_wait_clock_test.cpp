@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 
 #include "bridge/lifecycle_support.h"
 #include "support/interpose.h"
+#include "support/shown_clock.h"
 
 using namespace vask_test;
 using testing::AllOf;
@@ -44,6 +44,14 @@ constexpr int last_nap = timeout_msec / 10 + 1;
 /** A bridge that waits for the end of its child. */
 class bridge_wait_polling : public lifecycle_fixture {
 protected:
+    bridge_wait_polling() {
+        show_clock([](clockid_t clock, timespec* time) {
+            const int reading = readings++;
+            const bool fails = failing.first <= reading && reading <= failing.last;
+            return fails ? fail_to_read_clock() : read_system_clock(clock, time);
+        });
+    }
+
     void ask_child_to_end(std::initializer_list<std::string> arguments) {
         spawn_probe(bridge, arguments);
         ASSERT_TRUE(wait_until_ready());
@@ -85,15 +93,6 @@ protected:
 extern "C" int usleep(useconds_t usec) {
     naps.push_back(usec);
     return next_function<int(useconds_t)>("usleep")(usec);
-}
-
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    const int reading = readings++;
-    if (failing.first <= reading && reading <= failing.last) {
-        errno = EINVAL;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
 }
 
 TEST_F(bridge_wait_polling_in_vain, Sleeps_10_ms_between_two_looks_at_the_child) {

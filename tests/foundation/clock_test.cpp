@@ -1,21 +1,23 @@
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 #include <time.h>
-#include <unistd.h>
 
-#include <cerrno>
-
+#include "support/shown_clock.h"
 #include "vask_object.h"
+
+using namespace vask_test;
 
 namespace {
 
-enum class clock_mode { real, fixed, broken };
-clock_mode mode = clock_mode::real;
+class vask_gettime : public testing::Test {
+protected:
+    ~vask_gettime() override { show_clock(nullptr); }
 
-class clock_is {
-public:
-    explicit clock_is(clock_mode wanted) { mode = wanted; }
-    ~clock_is() { mode = clock_mode::real; }
+    static void stop_clock() {
+        show_clock([](clockid_t clock, timespec* time) {
+            *time = {clock == CLOCK_MONOTONIC ? 12 : 99, 345678901};
+            return 0;
+        });
+    }
 };
 
 double seconds_of(const timespec& time) {
@@ -24,41 +26,29 @@ double seconds_of(const timespec& time) {
 
 }  // namespace
 
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    if (mode == clock_mode::broken) {
-        errno = EINVAL;
-        return -1;
-    }
-    if (mode == clock_mode::fixed) {
-        *time = {clock == CLOCK_MONOTONIC ? 12 : 99, 345678901};
-        return 0;
-    }
-    return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
-}
-
-TEST(vask_gettime, Reads_the_monotonic_clock_in_the_wanted_unit) {
-    const clock_is fixed(clock_mode::fixed);
+TEST_F(vask_gettime, Reads_the_monotonic_clock_in_the_wanted_unit) {
+    stop_clock();
     EXPECT_DOUBLE_EQ(vask_object::vask_gettime(VASK_TIME_SEC), 12.345678901);
     EXPECT_DOUBLE_EQ(vask_object::vask_gettime(VASK_TIME_MSEC), 12345.678901);
     EXPECT_DOUBLE_EQ(vask_object::vask_gettime(VASK_TIME_USEC), 12345678.901);
     EXPECT_DOUBLE_EQ(vask_object::vask_gettime(VASK_TIME_NSEC), 12345678901.0);
 }
 
-TEST(vask_gettime, Answers_in_seconds_for_a_unit_outside_the_enumeration) {
-    const clock_is fixed(clock_mode::fixed);
+TEST_F(vask_gettime, Answers_in_seconds_for_a_unit_outside_the_enumeration) {
+    stop_clock();
     EXPECT_DOUBLE_EQ(vask_object::vask_gettime(static_cast<vask_time_unit>(4)), 12.345678901);
     EXPECT_DOUBLE_EQ(vask_object::vask_gettime(static_cast<vask_time_unit>(-1)), 12.345678901);
 }
 
-TEST(vask_gettime, Is_minus_one_in_every_unit_when_the_clock_cannot_be_read) {
-    const clock_is broken(clock_mode::broken);
+TEST_F(vask_gettime, Is_minus_one_in_every_unit_when_the_clock_cannot_be_read) {
+    show_clock([](clockid_t, timespec*) { return fail_to_read_clock(); });
     for (const vask_time_unit unit :
          {VASK_TIME_SEC, VASK_TIME_MSEC, VASK_TIME_USEC, VASK_TIME_NSEC}) {
         EXPECT_EQ(vask_object::vask_gettime(unit), -1.0);
     }
 }
 
-TEST(vask_gettime, Agrees_with_the_clock_of_the_system) {
+TEST_F(vask_gettime, Agrees_with_the_clock_of_the_system) {
     timespec before;
     timespec after;
     clock_gettime(CLOCK_MONOTONIC, &before);
@@ -68,7 +58,7 @@ TEST(vask_gettime, Agrees_with_the_clock_of_the_system) {
     EXPECT_LE(seconds, seconds_of(after));
 }
 
-TEST(vask_gettime, Has_units_with_the_published_numbers) {
+TEST_F(vask_gettime, Has_units_with_the_published_numbers) {
     EXPECT_EQ(VASK_TIME_SEC, 0);
     EXPECT_EQ(VASK_TIME_MSEC, 1);
     EXPECT_EQ(VASK_TIME_USEC, 2);

@@ -12,6 +12,7 @@
 
 #include "foundation/library_lock_state.h"
 #include "support/process_list.h"
+#include "support/shown_clock.h"
 #include "support/timeout_factor.h"
 
 using namespace vask_test;
@@ -32,12 +33,20 @@ double slack() {
     return 3 * timeout_factor();
 }
 
-// By how much the clock has been set, in seconds, since it was read for a deadline.
-std::atomic<time_t> clock_set_by{0};
+// The clock has been set by so many seconds since it was read for a deadline.
+void set_clock_by(time_t seconds) {
+    show_clock([seconds](clockid_t clock, timespec* time) {
+        const int result = read_system_clock(clock, time);
+        if (clock == CLOCK_REALTIME) {
+            time->tv_sec -= seconds;
+        }
+        return result;
+    });
+}
 
 class library_lock_recovery : public testing::Test {
 protected:
-    ~library_lock_recovery() override { clock_set_by = 0; }
+    ~library_lock_recovery() override { show_clock(nullptr); }
 
     shared_objects_removed cleanup;
     log_catcher log;
@@ -83,20 +92,12 @@ struct holders {
 
 }  // namespace
 
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
-    if (clock == CLOCK_REALTIME) {
-        time->tv_sec -= clock_set_by;
-    }
-    return result;
-}
-
 TEST_F(library_lock_recovery, Spares_a_living_holder_when_the_clock_is_set_forward) {
     named_object holder("holder");
     ASSERT_TRUE(holder.shm_lock());
     const ino_t identity = library_lock::identity();
     forked_process waiter([] {
-        clock_set_by = 3600;
+        set_clock_by(3600);
         named_object object("waiter");
         return object.shm_lock() ? 0 : 1;
     });
@@ -111,7 +112,7 @@ TEST_F(library_lock_recovery, Spares_a_living_holder_when_the_clock_is_set_forwa
 TEST_F(library_lock_recovery, Takes_no_longer_when_the_clock_is_set_back) {
     library_lock::leave_to_a_dead_holder();
     named_object object("object");
-    clock_set_by = -3600;
+    set_clock_by(-3600);
     const clock_type::time_point start = clock_type::now();
     EXPECT_TRUE(object.shm_lock());
     EXPECT_GE(seconds_since(start), 4.9);

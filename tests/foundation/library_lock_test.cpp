@@ -14,6 +14,7 @@
 #include "foundation/library_lock_state.h"
 #include "support/call_fault.h"
 #include "support/interpose.h"
+#include "support/shown_clock.h"
 
 using namespace vask_test;
 using testing::Each;
@@ -28,7 +29,10 @@ constexpr int wait_really = -2;
 // Takes the place of a wait for the lock: 0 is success, an errno is a failure. A time-out is that
 // of all short waits of an attempt.
 std::function<int(sem_t*, const timespec&)> wait_for_lock;
-bool real_time_clock_fails = false;
+
+int real_time_fails(clockid_t clock, timespec* time) {
+    return clock == CLOCK_REALTIME ? fail_to_read_clock() : read_system_clock(clock, time);
+}
 
 constexpr int short_waits_of_an_attempt = 10;
 int short_waits_that_time_out = 0;
@@ -56,7 +60,7 @@ bool operator<=(const timespec& a, const timespec& b) {
 
 timespec monotonic_time() {
     timespec now;
-    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
+    read_system_clock(CLOCK_MONOTONIC, &now);
     return now;
 }
 
@@ -71,7 +75,7 @@ class library_lock_test : public testing::Test {
 protected:
     ~library_lock_test() override {
         wait_for_lock = nullptr;
-        real_time_clock_fails = false;
+        show_clock(nullptr);
         fault = call_fault();
         file_is_elsewhere = false;
     }
@@ -175,14 +179,6 @@ extern "C" int flock(int fd, int operation) noexcept {
         return -1;
     }
     return next_function<int(int, int)>("flock")(fd, operation);
-}
-
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    if (clock == CLOCK_REALTIME && real_time_clock_fails) {
-        errno = EINVAL;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
 }
 
 TEST_F(library_lock_test, Is_taken_and_given_back) {
@@ -467,16 +463,16 @@ TEST_F(library_lock_test, Is_not_left_open_when_it_is_not_taken) {
     EXPECT_TRUE(is_open_while_waiting);
     EXPECT_FALSE(library_lock::is_open());
 
-    real_time_clock_fails = true;
+    show_clock(real_time_fails);
     EXPECT_FALSE(object.shm_lock());
     EXPECT_FALSE(library_lock::is_open());
 }
 
 TEST_F(library_lock_test, Is_not_taken_when_the_clock_cannot_be_read) {
-    real_time_clock_fails = true;
+    show_clock(real_time_fails);
     EXPECT_FALSE(object.shm_lock());
     EXPECT_EQ(object.shm_lock_sem, nullptr);
-    real_time_clock_fails = false;
+    show_clock(nullptr);
     EXPECT_THAT(log.lines(), IsEmpty());
     EXPECT_TRUE(object.shm_lock());
     object.shm_unlock();

@@ -1,9 +1,9 @@
 #ifndef VASK_TEST_LOCK_PATIENCE_H
 #define VASK_TEST_LOCK_PATIENCE_H
 
-#include <sys/syscall.h>
 #include <time.h>
-#include <unistd.h>
+
+#include "support/shown_clock.h"
 
 /**
  * The deadline of a wait that is longer or shorter by a factor. The clock that the test shows to
@@ -14,7 +14,7 @@ inline timespec scaled_deadline(clockid_t clock, const timespec& deadline, doubl
     timespec shown;
     timespec real;
     clock_gettime(clock, &shown);
-    syscall(SYS_clock_gettime, clock, &real);
+    vask_test::read_system_clock(clock, &real);
     const double left = static_cast<double>(deadline.tv_sec - shown.tv_sec) +
                         static_cast<double>(deadline.tv_nsec - shown.tv_nsec) / second;
     const double end = static_cast<double>(real.tv_nsec) / second + left * factor;

@@ -9,6 +9,7 @@
 #include "foundation/registry_fail_point.h"
 #include "foundation/registry_member.h"
 #include "support/interpose.h"
+#include "support/shown_clock.h"
 
 using namespace vask_test;
 using testing::ElementsAre;
@@ -18,11 +19,9 @@ using testing::Pair;
 
 namespace {
 
-double clock_step_sec = 0;
-
 class registry_crash_point : public registry_test {
 protected:
-    ~registry_crash_point() override { clock_step_sec = 0; }
+    ~registry_crash_point() override { show_clock(nullptr); }
 
     pid_t kill_writer_at(const char* place) {
         forked_process writer([place] {
@@ -40,9 +39,9 @@ protected:
     }
 
     registry_map find_with_leaping_clock() const {
-        clock_step_sec = 1;
+        show_clock(leaping_clock(1));
         registry_map found = find();
-        clock_step_sec = 0;
+        show_clock(nullptr);
         return found;
     }
 
@@ -113,16 +112,6 @@ extern "C" int sem_post(sem_t* sem) noexcept {
     vask_fail_point("posting");
     const int result = next_function<int(sem_t*)>("sem_post")(sem);
     vask_fail_point("posted");
-    return result;
-}
-
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    static double gained = 0;
-    const int result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
-    if (clock == CLOCK_MONOTONIC) {
-        gained += clock_step_sec;
-        time->tv_sec += static_cast<time_t>(gained);
-    }
     return result;
 }
 

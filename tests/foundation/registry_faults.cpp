@@ -142,22 +142,4 @@ ssize_t pwrite(int fd, const void* bytes, size_t size, off_t offset) {
                                                                                   offset);
 }
 
-int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    static double gained = 0;
-    const bool counts = clock == CLOCK_MONOTONIC;
-    if (counts && now.clock_readings == 0) {
-        errno = EINVAL;
-        return -1;
-    }
-    if (counts && now.clock_readings > 0) {
-        --now.clock_readings;
-    }
-    const int result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
-    if (counts) {
-        gained += now.clock_step_sec;
-        time->tv_sec += static_cast<time_t>(gained);
-    }
-    return result;
-}
-
 }  // extern "C"

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "support/call_fault.h"
+#include "support/shown_clock.h"
 
 /** Faults of system calls; those on descriptors hit registries alone. */
 namespace registry_faults {
@@ -15,10 +16,6 @@ namespace registry_faults {
 struct plan : vask_test::call_fault {
     int writes_before_failure = 0;
     bool creating_is_forbidden = false;
-
-    // The monotonic clock: how much later every reading is, and how many readings succeed.
-    double clock_step_sec = 0;
-    int clock_readings = -1;
 
     // The sequence is another one whenever it is read the second time.
     bool sequence_is_restless = false;
@@ -50,6 +47,7 @@ extern counts seen;
 struct healed {
     ~healed() {
         now = plan();
+        vask_test::show_clock(nullptr);
         seen = counts();
     }
 };

@@ -19,7 +19,7 @@ namespace {
 class registry_reader_failure : public registry_test {
 protected:
     // Every reading of the clock is a second later than the last one.
-    static void make_clock_leap() { registry_faults::now.clock_step_sec = 1; }
+    static void make_clock_leap() { show_clock(leaping_clock(1)); }
 
     static log_line reset() {
         return line("WARN", "looker",
@@ -77,9 +77,9 @@ TEST_F(registry_reader_failure, Of_growing_does_not_concern_a_registry_of_one_pa
 
 TEST_F(registry_reader_failure, Of_the_clock_finds_nobody_and_says_nothing) {
     registry_object("program").append(my_pid, 1);
-    registry_faults::now.clock_readings = 0;
+    show_clock(failing_clock(0));
     const registry_map found = find();
-    registry_faults::now.clock_readings = -1;
+    show_clock(nullptr);
     EXPECT_THAT(found, IsEmpty());
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -88,9 +88,9 @@ TEST_F(registry_reader_failure, Of_the_clock_ends_the_wait_for_a_writer) {
     registry_object bytes("program");
     bytes.append(my_pid, 1);
     bytes.set_sequence(3);
-    registry_faults::now.clock_readings = 3;
+    show_clock(failing_clock(3));
     const registry_map found = find();
-    registry_faults::now.clock_readings = -1;
+    show_clock(nullptr);
     EXPECT_THAT(found, IsEmpty());
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -231,7 +231,7 @@ TEST_F(registry_reader_failure, Returns_what_was_found_before_it) {
 
 TEST_F(registry_reader_failure, Is_none_when_the_process_was_stopped_beyond_its_patience) {
     registry_object("program").fill(300, my_pid);
-    registry_faults::now.clock_step_sec = 6;
+    show_clock(leaping_clock(6));
     EXPECT_THAT(find(), SizeIs(300));
     EXPECT_THAT(log.lines(), IsEmpty());
 }

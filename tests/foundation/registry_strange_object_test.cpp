@@ -49,7 +49,7 @@ TEST_F(registry_strange_object, Without_a_whole_header_lists_nobody_and_can_be_w
 TEST_F(registry_strange_object, With_an_odd_sequence_alone_lists_nobody) {
     bytes.resize(4);
     bytes.set_sequence(1);
-    registry_faults::now.clock_step_sec = 1;
+    show_clock(leaping_clock(1));
     EXPECT_THAT(find(), IsEmpty());
     EXPECT_TRUE(object.store_pid_to_shm(1));
     EXPECT_EQ(bytes.sequence(), 2U);

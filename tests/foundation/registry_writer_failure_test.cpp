@@ -132,9 +132,9 @@ TEST_F(registry_writer_failure, Of_any_write_loses_no_other_process) {
         EXPECT_EQ(library_lock::value(), 1);
         EXPECT_THAT(log.lines(),
                     ElementsAre(error("program", "Failed to call ftruncate @ store_pid_to_shm")));
-        registry_faults::now.clock_step_sec = 1;
+        show_clock(leaping_clock(1));
         const registry_map found = find();
-        registry_faults::now.clock_step_sec = 0;
+        show_clock(nullptr);
         EXPECT_EQ(found.at(1), first.pid());
         EXPECT_EQ(found.at(2), second.pid());
         EXPECT_EQ(found.at(3), third.pid());
