@@ -59,10 +59,13 @@ bool pid_array_view::grow(const pid_array_snapshot& snapshot) {
 }
 
 void pid_array_view::drop_changed(const pid_array_snapshot& snapshot) {
-    std::atomic_thread_fence(std::memory_order_acquire);
+    constexpr int further_copies = 2;
     constexpr std::size_t at_once = 64;
-    for (std::size_t begin = 0; begin < snapshot.entry_count; begin += at_once) {
-        drop_changed(begin, std::min(begin + at_once, snapshot.entry_count));
+    for (int copy = 0; copy < further_copies; ++copy) {
+        std::atomic_thread_fence(std::memory_order_acquire);
+        for (std::size_t begin = 0; begin < snapshot.entry_count; begin += at_once) {
+            drop_changed(begin, std::min(begin + at_once, snapshot.entry_count));
+        }
     }
 }
 

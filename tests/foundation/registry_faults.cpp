@@ -47,8 +47,8 @@ void observe_lookup(void* bytes, size_t size, off_t offset) {
     if (record_was_read && now.after_copy) {
         now.after_copy(bytes);
     }
-    if (!is_sequence && offset != 0 && now.after_second_copy) {
-        now.after_second_copy();
+    if (!is_sequence && offset != 0 && now.after_further_copy) {
+        now.after_further_copy();
     }
 }
 

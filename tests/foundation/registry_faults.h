@@ -24,8 +24,8 @@ struct plan : vask_test::call_fault {
     // copy; gets the copy.
     std::function<void(void*)> after_copy;
 
-    // Runs after a lookup has copied entries a second time, because the record was not at rest.
-    std::function<void()> after_second_copy;
+    // Runs after each further copy of the entries, which a lookup makes of a record not at rest.
+    std::function<void()> after_further_copy;
 };
 
 extern plan now;

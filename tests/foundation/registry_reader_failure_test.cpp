@@ -189,10 +189,13 @@ TEST_F(registry_reader_failure, Keeps_what_an_interrupted_pass_has_found) {
     bytes.append(my_pid, 5);
     bytes.set_sequence(2);
     registry_faults::now.sequence_is_restless = true;
-    registry_faults::now.after_second_copy = [&] {
-        registry_faults::now.sequence_is_restless = false;
-        bytes.set_entry(0, my_pid, 7);
-        bytes.set_sequence(4);
+    int further_copies = 0;
+    registry_faults::now.after_further_copy = [&] {
+        if (++further_copies == 2) {
+            registry_faults::now.sequence_is_restless = false;
+            bytes.set_entry(0, my_pid, 7);
+            bytes.set_sequence(4);
+        }
     };
     EXPECT_THAT(find(), ElementsAre(Pair(5, my_pid), Pair(7, my_pid)));
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -212,7 +215,29 @@ TEST_F(registry_reader_failure, Keeps_no_pair_that_an_interrupted_pass_has_mixed
         bytes.set_sequence(4);
     };
     EXPECT_THAT(find(), ElementsAre(Pair(6, my_pid), Pair(8, my_pid)));
-    EXPECT_EQ(registry_faults::seen.lookup_steps, "srsesrs");
+    EXPECT_EQ(registry_faults::seen.lookup_steps, "srseesrs");
+}
+
+// A processor that loads the key of the second copy before its process can show the pair again that
+// the first copy has mixed: its process has come back to the entry.
+TEST_F(registry_reader_failure, Keeps_no_pair_that_an_interrupted_pass_has_mixed_twice) {
+    registry_object bytes("program");
+    bytes.append(getppid(), 5);
+    bytes.append(my_pid, 6);
+    bytes.set_sequence(2);
+    registry_faults::now.sequence_is_restless = true;
+    registry_faults::now.after_copy = [&](void* copy) {
+        if (registry_faults::now.sequence_is_restless) {
+            static_cast<pid_array*>(copy)->entries[0].key = 7;
+            bytes.set_entry(0, getppid(), 7);
+        }
+    };
+    registry_faults::now.after_further_copy = [&] {
+        registry_faults::now.sequence_is_restless = false;
+        bytes.set_entry(0, getppid(), 8);
+        bytes.set_sequence(6);
+    };
+    EXPECT_THAT(find(), ElementsAre(Pair(6, my_pid), Pair(8, getppid())));
 }
 
 TEST_F(registry_reader_failure, Returns_what_was_found_before_it) {
@@ -220,7 +245,7 @@ TEST_F(registry_reader_failure, Returns_what_was_found_before_it) {
     bytes.fill(255, my_pid);
     bytes.set_sequence(2);
     registry_faults::now.sequence_is_restless = true;
-    registry_faults::now.after_second_copy = [&] {
+    registry_faults::now.after_further_copy = [&] {
         bytes.fill(300, my_pid);
         registry_faults::now.failing_call = "mremap";
     };
