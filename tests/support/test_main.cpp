@@ -4,6 +4,7 @@
 #include "leak_listener.h"
 #include "log_catcher.h"
 #include "resource_count.h"
+#include "skip_list.h"
 
 namespace {
 
@@ -34,6 +35,7 @@ int main(int argc, char** argv) {
     testing::InitGoogleMock(&argc, argv);
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     if (!GTEST_FLAG_GET(list_tests)) {
+        vask_test::skip_listed_tests();
         add_listeners();
         vask_test::warm_up_process_resources();
     }
