@@ -19,6 +19,7 @@ set(vask_headers
     include/vask_shared_info.h
     include/vask_socket.h
     include/vask_utils.h
+    ${PROJECT_BINARY_DIR}/include/vask_version.h
     include/vask_window_props.h)
 set(npapi_headers
     include/npapi/npapi.h
@@ -30,7 +31,8 @@ install(TARGETS vask EXPORT vask-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIB
 install(FILES ${vask_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vask)
 install(FILES ${npapi_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vask/npapi)
 install(FILES ${VASK_CHILD_INTERFACE_XML} DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces)
-install(FILES docs/man/vask.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
+configure_file(docs/man/vask.7.in ${PROJECT_BINARY_DIR}/docs/man/vask.7 @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/docs/man/vask.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
 
 set(cmake_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vask)
 configure_package_config_file(cmake/vask-config.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/vask-config.cmake
@@ -42,8 +44,18 @@ install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/vask-config-version.cmake
     DESTINATION ${cmake_package_dir})
 install(EXPORT vask-targets NAMESPACE vask:: DESTINATION ${cmake_package_dir})
+# For a project beside this one: with vask_DIR set to the build directory it needs no installation.
+export(EXPORT vask-targets NAMESPACE vask:: FILE ${CMAKE_CURRENT_BINARY_DIR}/vask-targets.cmake)
 
 # Relative, so that an installation can be moved.
 file(RELATIVE_PATH VASK_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/vask.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vask.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vask.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# Nobody moves /usr, and pkg-config knows that compilers search it only when it is called by its name.
+install(CODE "
+    if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+        set(pc_file \"\$ENV{DESTDIR}/usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig/vask.pc\")
+        file(READ \${pc_file} pc_text)
+        string(REGEX REPLACE \"^prefix=[^\n]*\" \"prefix=/usr\" pc_text \"\${pc_text}\")
+        file(WRITE \${pc_file} \"\${pc_text}\")
+    endif()")

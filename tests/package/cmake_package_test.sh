@@ -1,6 +1,7 @@
 #!/bin/sh
 # Usage: cmake_package_test.sh CMAKE GENERATOR PREFIX COMPILER DIRECTORY
-# Builds the consumer project with find_package() against the library installed in PREFIX.
+# Builds the consumer project with find_package() against the library installed in PREFIX, or built
+# there.
 set -eu
 cmake=$1
 generator=$2
@@ -15,7 +16,7 @@ rm -rf "$directory"
     -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_EXE_LINKER_FLAGS=-Wl,--no-as-needed
 case $(sed -n 's/^vask_DIR:PATH=//p' "$directory/CMakeCache.txt") in
-"$prefix"/*) ;;
+"$prefix" | "$prefix"/*) ;;
 *)
     echo "another installation was found"
     exit 1

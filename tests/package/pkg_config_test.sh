@@ -23,5 +23,7 @@ rm -rf "$directory"
 mkdir -p "$directory"
 # shellcheck disable=SC2046
 "$compiler" -std=c++11 -Wall -Wextra -Wpedantic -Werror -o "$directory/consumer" \
+    -DEXPECTED_VERSION="\"$(pkg-config --modversion vask)\"" \
+    -DEXPECTED_BUS_PREFIX="\"$(pkg-config --variable=bus_prefix vask)\"" \
     "$here/consumer/consumer.cpp" $(pkg-config --cflags --libs vask) -Wl,-rpath,"$libdir"
 expect_consumer_output "$directory/consumer"

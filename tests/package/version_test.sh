@@ -16,7 +16,7 @@ expect() {
 
 expect CHANGELOG.md "$(sed -n 's/^## \([0-9.]*\).*/\1/p' "$sources/CHANGELOG.md" | head -n 1)" \
     "$version"
-expect docs/man/vask.7 "$(sed -n 's/^\.TH VASK 7 .*"vask \([0-9.]*\)".*/\1/p' "$sources/docs/man/vask.7")" \
+expect vask_version.h "$(sed -n 's/^#define VASK_VERSION "\(.*\)"/\1/p' "$build/include/vask_version.h")" \
     "$version"
 expect vask.pc "$(sed -n 's/^Version: //p' "$build/vask.pc")" "$version"
 expect vask-config-version.cmake \
