@@ -4,6 +4,8 @@
 /**
  * @file
  * @brief The frame of a process that runs on the GLib main loop.
+ *
+ * @since 2.0
  */
 
 #include <string>
@@ -20,6 +22,8 @@ typedef struct _GMainLoop GMainLoop;
  *
  * The argument iterator works on the arguments after the program's name: index 0 is argv[1]. Its
  * getters take an offset to the cursor and never move it.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_app : public virtual vask_object {
 public:

@@ -5,6 +5,8 @@
  * @file
  * @brief The parent's side of a child application: starting it, meeting it on the bus, driving it
  *        and hearing of its end.
+ *
+ * @since 2.0
  */
 
 #include <cstdint>
@@ -30,7 +32,11 @@ typedef struct _DBusGProxy DBusGProxy;
 class vask_app_bridge;
 class vask_child_farewell;
 
-/** A command that waits for its child to appear on the bus. */
+/**
+ * A command that waits for its child to appear on the bus.
+ *
+ * @since 2.0
+ */
 struct VASK_EXPORT child_cmd_buffer {
     /**
      * @param id        command id
@@ -54,6 +60,8 @@ struct VASK_EXPORT child_cmd_buffer {
  * The bridge makes one for each child right after the spawn and deletes it when the child has
  * ended. The bus proxy exists once the child was met; the bus address as well, until the bridge
  * notices that the child has left the bus. Main loop thread only.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_child_proxy : public virtual vask_object {
 public:
@@ -135,7 +143,11 @@ private:
     std::shared_ptr<vask_child_farewell> m_farewell;
 };
 
-/** When set_window() of a bridge sends the geometry to the child. */
+/**
+ * When set_window() of a bridge sends the geometry to the child.
+ *
+ * @since 2.0
+ */
 enum auto_send_set_window_type : int {
     VASK_AUTO_SEND_SET_WINDOW_NONE = 0,   /**< never; it is not even saved */
     VASK_AUTO_SEND_SET_WINDOW_ALWAYS = 1, /**< every time */
@@ -175,6 +187,8 @@ enum auto_send_set_window_type : int {
  * A parent whose session bus goes away lives on: its calls fail with their messages.
  *
  * Everything runs on the main loop thread.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_app_bridge : public virtual vask_object, public virtual vask_window_props {
 public:

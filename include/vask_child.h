@@ -4,6 +4,8 @@
 /**
  * @file
  * @brief A child application: the process that a parent starts and drives over the session bus.
+ *
+ * @since 2.0
  */
 
 #include <map>
@@ -25,11 +27,17 @@ class vask_child;
  * @param signal_id  the signal
  * @param data       the signal's data, valid during the call; may be null
  * @param user_data  the pointer given at registration
+ *
+ * @since 2.0
  */
 typedef void (*vask_child_signal_cb)(vask_child* child, int signal_id, const char* data,
                                      void* user_data);
 
-/** One registered observer of a child's signals. */
+/**
+ * One registered observer of a child's signals.
+ *
+ * @since 2.0
+ */
 struct vask_child_signal_closure {
     vask_child_signal_cb callback; /**< whom to call */
     void* user_data;               /**< handed to the callback, not owned; may be null */
@@ -56,6 +64,8 @@ struct vask_child_signal_closure {
  *
  * Outside of run(), which the object has to outlive, command handlers, set_window() and observers
  * may delete it.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_child : public vask_app {
 public:

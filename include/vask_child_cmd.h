@@ -5,6 +5,8 @@
  * @file
  * @brief Finding a running child from any process, calling it, and the body of a command-line tool
  *        that does so.
+ *
+ * @since 2.0
  */
 
 #include <map>
@@ -31,6 +33,8 @@ typedef struct _GOptionEntry GOptionEntry;
  * one child at a time.
  *
  * Not for use from two threads at once.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_child_cmd_base : public virtual vask_object {
 public:
@@ -133,6 +137,8 @@ private:
  * @brief The body of a command-line tool: `TOOL [options] command [arguments]`.
  *
  * A tool derives from it, adds its commands in its constructor and returns run() from main().
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_child_cmd : public vask_child_cmd_base {
 public:

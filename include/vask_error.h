@@ -4,6 +4,8 @@
 /**
  * @file
  * @brief Errors with a code, a message and a chain of further errors.
+ *
+ * @since 2.0
  */
 
 #include <string>
@@ -11,7 +13,10 @@
 #include "vask_export.h"
 
 /** Codes of a vask_error. Applications may add values of their own that collide with none of
- *  these. */
+ *  these.
+ *
+ * @since 2.0
+ */
 enum vask_error_code_t : int {
     VASK_ERR_NONE = 0,            /**< no error; the code of a new object */
     VASK_ERR_INVALID_URI = 101,   /**< a text could not be taken as a URI or file name */
@@ -24,6 +29,8 @@ enum vask_error_code_t : int {
  *
  * An error owns its successors: whatever is chained is copied first, so chains share no nodes and
  * deleting the head deletes the chain. Not for use from two threads at once.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_abstract_error {
 public:
@@ -92,7 +99,11 @@ protected:
     std::string dump_text;
 };
 
-/** @brief An error with a code: what operations of the library fill when they fail. */
+/**
+ * @brief An error with a code: what operations of the library fill when they fail.
+ *
+ * @since 2.0
+ */
 class VASK_EXPORT vask_error : public vask_abstract_error {
 public:
     /** No error: code 0, no message, no successor. */

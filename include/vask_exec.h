@@ -4,6 +4,8 @@
 /**
  * @file
  * @brief Calls of member functions that are made later, from the main loop.
+ *
+ * @since 2.0
  */
 
 #include <list>
@@ -16,10 +18,16 @@ class life_mark;
 /**
  * A member function that can be called later. A member of a derived class is cast to it; virtual
  * members are honoured. The class has to derive from vask_exec without `virtual`.
+ *
+ * @since 2.0
  */
 typedef void (vask_exec::*vask_exec_func)(void*);
 
-/** One pending idle call of an object. */
+/**
+ * One pending idle call of an object.
+ *
+ * @since 2.0
+ */
 struct vask_exec_info {
     vask_exec_func func; /**< the function to call */
     void* data;          /**< its argument, not owned */
@@ -29,6 +37,8 @@ struct vask_exec_info {
  * A whole callback: calling it means calling @ref func on @ref obj with @ref data. Passed and
  * stored by value. Where one is kept as a handler, a null @ref obj or @ref func means that there is
  * none.
+ *
+ * @since 2.0
  */
 struct vask_obj_exec_info {
     vask_exec_func func; /**< the function to call */
@@ -49,6 +59,8 @@ struct vask_obj_exec_info {
  * thrown, and the calls behind it run as after any other.
  *
  * Threads: everything happens on the thread of the default main context; nothing is locked.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_exec {
 public:
@@ -126,6 +138,8 @@ private:
  * Frees the record of a timer; GLib calls it when the timer's source ends.
  *
  * @param info  a vask_obj_exec_info made with new
+ *
+ * @since 2.0
  */
 VASK_EXPORT void delete_vask_exec_info(void* info);
 

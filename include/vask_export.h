@@ -4,6 +4,8 @@
 /**
  * @file
  * @brief The macros that make a class visible outside the library, but not its private functions.
+ *
+ * @since 2.0
  */
 
 /** The library is built with hidden visibility; only what carries this macro can be linked

@@ -13,6 +13,8 @@
  * A script may run inside NPN_Invoke(), NPN_InvokeDefault(), NPN_Construct(), NPN_Evaluate(), the
  * calls about properties and methods, and whatever releases a reference. It may have the object
  * that makes the call deleted, which the caller then must not touch any more.
+ *
+ * @since 2.0
  */
 
 #include <string>
@@ -30,6 +32,8 @@
  *     memset(&vask_np_base::NPNFuncs, 0, sizeof vask_np_base::NPNFuncs);
  *     memcpy(&vask_np_base::NPNFuncs, browser,
  *            std::min<size_t>(browser->size, sizeof vask_np_base::NPNFuncs));
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_np_base : public virtual vask_object {
 public:

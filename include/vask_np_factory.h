@@ -5,6 +5,8 @@
  * @file
  * @brief Makes and destroys the instances of a plug-in, some of them ahead of time, and answers for
  *        the plug-in as a whole.
+ *
+ * @since 2.0
  */
 
 #include <cstdint>
@@ -34,6 +36,8 @@
  *                                         the object again since
  *
  * Browser's plug-in thread only, which has to run the default main context for preloading.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_np_factory : public vask_np_base {
 public:

@@ -4,6 +4,8 @@
 /**
  * @file
  * @brief The plug-in's side of one element of a page.
+ *
+ * @since 2.0
  */
 
 #include <cstdint>
@@ -26,6 +28,8 @@
  * still holds outlives NPP_Destroy, until the browser lets go of it; see vask_np_factory.
  *
  * Browser's plug-in thread only.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_np_instance : public vask_script, public virtual vask_window_props {
 public:

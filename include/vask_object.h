@@ -5,6 +5,8 @@
  * @file
  * @brief The base object of the library: diagnostics, the process-wide state, and the process
  *        utilities.
+ *
+ * @since 2.0
  */
 
 #include <semaphore.h>
@@ -18,10 +20,18 @@
 
 #include "vask_export.h"
 
-/** A list of texts; used for argument and environment lists. */
+/**
+ * A list of texts; used for argument and environment lists.
+ *
+ * @since 2.0
+ */
 typedef std::list<std::string> strlist;
 
-/** Importance of a diagnostic message. The numbers are the syslog priorities. */
+/**
+ * Importance of a diagnostic message. The numbers are the syslog priorities.
+ *
+ * @since 2.0
+ */
 enum vask_print_level : int {
     VASK_P_EMERG = 0,  /**< the system is unusable */
     VASK_P_BUG = 1,    /**< a mistake of the program */
@@ -34,13 +44,20 @@ enum vask_print_level : int {
 };
 
 /** What a diagnostic header shows besides name, process id and level; bits of
- *  vask_object::print_flags. */
+ *  vask_object::print_flags.
+ *
+ * @since 2.0
+ */
 enum vask_print_flag : unsigned int {
     VASK_P_FLAG_TIME = 1, /**< the monotonic time in seconds */
     VASK_P_FLAG_ADDR = 2  /**< the address of the object that logs */
 };
 
-/** The unit in which vask_object::vask_gettime() answers. */
+/**
+ * The unit in which vask_object::vask_gettime() answers.
+ *
+ * @since 2.0
+ */
 enum vask_time_unit : int {
     VASK_TIME_SEC = 0,  /**< seconds */
     VASK_TIME_MSEC = 1, /**< milliseconds */
@@ -53,14 +70,22 @@ enum vask_monitor_rotation_type : int;
 enum vask_cpu_type : int;
 enum vask_gpu_type : int;
 
-/** One registered process. */
+/**
+ * One registered process.
+ *
+ * @since 2.0
+ */
 struct pid_array_entry {
     std::int32_t pid;             /**< 0 or below is an unused slot */
     std::int32_t reserved;        /**< neither written nor read */
     alignas(8) std::uint64_t key; /**< 0 means no key */
 };
 
-/** The record of the process registry, as it lies in the shared object "vask_proc_pid_NAME". */
+/**
+ * The record of the process registry, as it lies in the shared object "vask_proc_pid_NAME".
+ *
+ * @since 2.0
+ */
 struct pid_array {
     std::uint32_t sequence;     /**< odd while a writer changes the record */
     std::int32_t count;         /**< number of valid entries */
@@ -85,6 +110,8 @@ struct pid_array {
  *
  * Threads: the library runs on the thread of the main loop and locks nothing. The first object (or
  * the first static message) has to come before other threads start.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_object {
 public:

@@ -4,6 +4,8 @@
 /**
  * @file
  * @brief The object that page scripts see in place of the plug-in element.
+ *
+ * @since 2.0
  */
 
 #include <cstdint>
@@ -36,6 +38,8 @@
  * handlers throw, does not get into the browser: the functions of ::vask_script_class end it.
  *
  * Browser's plug-in thread only.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_script : public NPObject, public vask_np_base {
 public:
@@ -283,6 +287,8 @@ extern "C" {
  * @param npp        an NPP with an instance in its private data
  * @param its_class  not used
  * @return the object of its instance
+ *
+ * @since 2.0
  */
 VASK_EXPORT NPObject* _vask_allocate(NPP npp, NPClass* its_class);
 
@@ -291,36 +297,74 @@ VASK_EXPORT NPObject* _vask_allocate(NPP npp, NPClass* its_class);
  * destruction waits for this.
  *
  * @param object  the object of an instance
+ *
+ * @since 2.0
  */
 VASK_EXPORT void _vask_deallocate(NPObject* object);
 
-/** @copydoc vask_script::invalidate() */
+/**
+ * @copydoc vask_script::invalidate()
+ *
+ * @since 2.0
+ */
 VASK_EXPORT void vask_invalidate(NPObject* object);
 
-/** @copydoc vask_script::has_method() */
+/**
+ * @copydoc vask_script::has_method()
+ *
+ * @since 2.0
+ */
 VASK_EXPORT bool vask_has_method(NPObject* object, NPIdentifier name);
 
-/** @copydoc vask_script::invoke() */
+/**
+ * @copydoc vask_script::invoke()
+ *
+ * @since 2.0
+ */
 VASK_EXPORT bool vask_invoke(NPObject* object, NPIdentifier name, const NPVariant* args,
                              uint32_t arg_count, NPVariant* result);
 
-/** @copydoc vask_script::invoke_default() */
+/**
+ * @copydoc vask_script::invoke_default()
+ *
+ * @since 2.0
+ */
 VASK_EXPORT bool vask_invoke_default(NPObject* object, const NPVariant* args, uint32_t arg_count,
                                      NPVariant* result);
 
-/** @copydoc vask_script::has_property() */
+/**
+ * @copydoc vask_script::has_property()
+ *
+ * @since 2.0
+ */
 VASK_EXPORT bool vask_has_property(NPObject* object, NPIdentifier name);
 
-/** @copydoc vask_script::get_property() */
+/**
+ * @copydoc vask_script::get_property()
+ *
+ * @since 2.0
+ */
 VASK_EXPORT bool vask_get_property(NPObject* object, NPIdentifier name, NPVariant* result);
 
-/** @copydoc vask_script::set_property() */
+/**
+ * @copydoc vask_script::set_property()
+ *
+ * @since 2.0
+ */
 VASK_EXPORT bool vask_set_property(NPObject* object, NPIdentifier name, const NPVariant* value);
 
-/** @copydoc vask_script::remove_property() */
+/**
+ * @copydoc vask_script::remove_property()
+ *
+ * @since 2.0
+ */
 VASK_EXPORT bool vask_remove_property(NPObject* object, NPIdentifier name);
 
-/** @copydoc vask_script::enumerate() */
+/**
+ * @copydoc vask_script::enumerate()
+ *
+ * @since 2.0
+ */
 VASK_EXPORT bool vask_enumerate(NPObject* object, NPIdentifier** names, uint32_t* count);
 
 }  // extern "C"

@@ -10,6 +10,8 @@
  * usual umask of 022 only the user who touched the record first, and root, can use it afterwards:
  * every access takes the semaphore, which needs the right to write. Where several users share the
  * record, the first process must run with a umask of 0.
+ *
+ * @since 2.0
  */
 
 #include <semaphore.h>
@@ -19,7 +21,11 @@
 
 #include "vask_export.h"
 
-/** How the monitor is turned. */
+/**
+ * How the monitor is turned.
+ *
+ * @since 2.0
+ */
 enum vask_monitor_rotation_type : int {
     VASK_MONITOR_ROTATION_0 = 0,      /**< the screen is split by its height */
     VASK_MONITOR_ROTATION_1 = 1,      /**< the screen is split by its width */
@@ -29,7 +35,11 @@ enum vask_monitor_rotation_type : int {
     VASK_MONITOR_ROTATION_NOT_SET = 5 /**< nobody has set it yet */
 };
 
-/** Known processors. */
+/**
+ * Known processors.
+ *
+ * @since 2.0
+ */
 enum vask_cpu_type : int {
     VASK_CPU_NOT_CHECKED = 0, /**< nobody has asked yet */
     VASK_CPU_UNKNOWN = 1,     /**< none of these */
@@ -39,7 +49,11 @@ enum vask_cpu_type : int {
     VASK_CPU_CORE_2_DUO = 5   /**< Core 2 Duo */
 };
 
-/** Known graphics devices. */
+/**
+ * Known graphics devices.
+ *
+ * @since 2.0
+ */
 enum vask_gpu_type : int {
     VASK_GPU_NOT_CHECKED = 0, /**< nobody has asked yet */
     VASK_GPU_UNKNOWN = 1,     /**< none of these */
@@ -50,7 +64,11 @@ enum vask_gpu_type : int {
     VASK_GPU_NVIDIA = 6       /**< has no text of its own */
 };
 
-/** The shared record, as it lies in the shared object. Read and written under its semaphore. */
+/**
+ * The shared record, as it lies in the shared object. Read and written under its semaphore.
+ *
+ * @since 2.0
+ */
 struct vk_shared_info {
     std::int32_t monitor_rotation; /**< a ::vask_monitor_rotation_type */
     std::int32_t cpu_type;         /**< a ::vask_cpu_type */
@@ -59,7 +77,11 @@ struct vk_shared_info {
     std::uint8_t reserved[2051];   /**< zero */
 };
 
-/** One shared-memory object of this process and the semaphore that guards it. */
+/**
+ * One shared-memory object of this process and the semaphore that guards it.
+ *
+ * @since 2.0
+ */
 class VASK_EXPORT vask_shm_context {
 public:
     /**
@@ -135,6 +157,8 @@ private:
  * Failures are logged at ERR under the name "vask", as "<vask_shared_info:LINE> ...", those of a
  * semaphore as "<vask_object_sem:LINE> ...". Within a process the first access has to come from one
  * thread.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_shared_info {
 public:
@@ -301,7 +325,11 @@ protected:
     vask_shm_context* m_shared_info_ctx;
 };
 
-/** The name of the record's shared-memory object, without prefix. */
+/**
+ * The name of the record's shared-memory object, without prefix.
+ *
+ * @since 2.0
+ */
 VASK_EXPORT extern const char* const shared_info_name;
 
 #endif

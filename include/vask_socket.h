@@ -4,6 +4,8 @@
 /**
  * @file
  * @brief IPv4 sockets on the GLib main loop: read requests, servers and clients.
+ *
+ * @since 2.0
  */
 
 #include <glib.h>
@@ -19,13 +21,21 @@
 
 class vask_peer_link;
 
-/** The transport of a socket. */
+/**
+ * The transport of a socket.
+ *
+ * @since 2.0
+ */
 enum vask_sock_proto : int {
     VASK_SOCK_TCP = 0, /**< a stream */
     VASK_SOCK_UDP = 1  /**< datagrams */
 };
 
-/** State and buffer of a read request. The owner of a socket reads it, and leaves it as it is. */
+/**
+ * State and buffer of a read request. The owner of a socket reads it, and leaves it as it is.
+ *
+ * @since 2.0
+ */
 struct VASK_EXPORT vask_sock_read_context {
     std::uint64_t read_req_size; /**< bytes asked for; also the size of the buffer */
     std::uint64_t least_size;    /**< bytes that complete the request; at most read_req_size */
@@ -93,6 +103,8 @@ struct VASK_EXPORT vask_sock_read_context {
  *
  * Log lines begin with "<vask_socket:LINE>". Threads: everything happens on the thread of the
  * default main context; nothing is locked.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_socket : public vask_exec, public virtual vask_object {
 public:
@@ -294,7 +306,10 @@ private:
 };
 
 /** What the handler of a server receives for each connection, as its `void*` argument. It is gone
- *  when the handler returns. */
+ *  when the handler returns.
+ *
+ * @since 2.0
+ */
 struct vask_accepted_info {
     vask_socket* sock;   /**< the connection, for the handler to delete; null if accepting failed */
     bool keep_accepting; /**< true; set to false by a handler that wants no more connections */
@@ -316,6 +331,8 @@ struct vask_accepted_info {
  *
  * Deleting a TCP server that has been started makes GLib report one critical, "g_object_unref:
  * assertion 'G_IS_OBJECT (object)' failed".
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_server_socket : public vask_socket {
 public:
@@ -415,7 +432,11 @@ private:
     bool m_owns_sock;
 };
 
-/** @brief Connects to an IPv4 address and port, or to the broadcast address for UDP. */
+/**
+ * @brief Connects to an IPv4 address and port, or to the broadcast address for UDP.
+ *
+ * @since 2.0
+ */
 class VASK_EXPORT vask_client_socket : public vask_socket {
 public:
     /**

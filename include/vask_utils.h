@@ -4,13 +4,19 @@
 /**
  * @file
  * @brief Colour unpacking.
+ *
+ * @since 2.0
  */
 
 #include <cstdint>
 
 #include "vask_export.h"
 
-/** Free functions that need no object. May be called from any thread. */
+/**
+ * Free functions that need no object. May be called from any thread.
+ *
+ * @since 2.0
+ */
 namespace vask_utils {
 
 /**
@@ -18,6 +24,8 @@ namespace vask_utils {
  *
  * @param pixel  packed as 0x00RRGGBB; its highest byte is ignored
  * @param r,g,b  receive the channels
+ *
+ * @since 2.0
  */
 VASK_EXPORT void get_rgb_float(std::uint32_t pixel, float& r, float& g, float& b);
 
@@ -26,6 +34,8 @@ VASK_EXPORT void get_rgb_float(std::uint32_t pixel, float& r, float& g, float& b
  *
  * @param pixel  packed as 0x00RRGGBB; its highest byte is ignored
  * @param r,g,b  receive the channels
+ *
+ * @since 2.0
  */
 VASK_EXPORT void get_rgb_uint16(std::uint32_t pixel, std::uint16_t& r, std::uint16_t& g,
                                 std::uint16_t& b);

@@ -4,17 +4,25 @@
 /**
  * @file
  * @brief Geometry and native id of the window that a child draws into.
+ *
+ * @since 2.0
  */
 
 #include "vask_export.h"
 
-/** An X window id. It travels on the bus as a 32-bit unsigned number, which holds every X id. */
+/**
+ * An X window id. It travels on the bus as a 32-bit unsigned number, which holds every X id.
+ *
+ * @since 2.0
+ */
 typedef unsigned long vask_window_id_t;
 
 /**
  * @brief Remembers a window's geometry, and whether the last save changed it.
  *
  * The geometry is -1 until the first save, so that the first real geometry counts as a change.
+ *
+ * @since 2.0
  */
 class VASK_EXPORT vask_window_props {
 public:
