@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -10,16 +11,13 @@
 #include <fstream>
 #include <iterator>
 
-#include "private_world.h"
-
 namespace vask_test {
 
 namespace {
 
 // No service directories: nothing is ever started on request.
-const char bus_configuration[] = R"(<busconfig>
+const char bus_configuration[] = R"(
   <type>session</type>
-  <listen>unix:path=/tmp/.sealed/bus</listen>
   <auth>EXTERNAL</auth>
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
@@ -38,6 +36,8 @@ const char bus_configuration[] = R"(<busconfig>
 </busconfig>
 )";
 
+}  // namespace
+
 void exec_or_exit(const std::vector<std::string>& command) {
     std::vector<char*> arguments;
     for (const std::string& argument : command) {
@@ -49,8 +49,6 @@ void exec_or_exit(const std::vector<std::string>& command) {
     _exit(127);
 }
 
-}  // namespace
-
 pid_t spawn(const std::vector<std::string>& command, const sigset_t& mask,
             const std::string& log_path, int inherited_fd) {
     const pid_t pid = fork();
@@ -59,6 +57,7 @@ pid_t spawn(const std::vector<std::string>& command, const sigset_t& mask,
     }
 
     setsid();
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (!log_path.empty()) {
         const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
         const int log = open(log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -75,8 +74,9 @@ pid_t spawn(const std::vector<std::string>& command, const sigset_t& mask,
 }
 
 void private_server::start_bus(const sigset_t& mask) {
-    const std::string file = std::string(private_directory) + "/bus.conf";
-    std::ofstream(file) << bus_configuration;
+    const std::string file = m_directory + "/bus.conf";
+    std::ofstream(file) << "<busconfig>\n  <listen>unix:path=" << m_directory << "/bus</listen>"
+                        << bus_configuration;
     start("bus",
           {"dbus-daemon", "--config-file=" + file, "--nofork", "--nopidfile", "--print-address"},
           mask);
@@ -100,10 +100,10 @@ void private_server::start(const std::string& name, std::vector<std::string> com
     } else {
         command.push_back(fd);
     }
-    log_path_ = std::string(private_directory) + "/" + name + ".log";
-    pid_ = spawn(command, mask, log_path_, ends[1]);
+    m_log_path = m_directory + "/" + name + ".log";
+    m_pid = spawn(command, mask, m_log_path, ends[1]);
     close(ends[1]);
-    announcement_ = ends[0];
+    m_announcement = ends[0];
 }
 
 std::string private_server::wait_for_address(int deadline_msec) {
@@ -113,11 +113,11 @@ std::string private_server::wait_for_address(int deadline_msec) {
     while (text.find('\n') == std::string::npos) {
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock::now()).count();
-        pollfd announcement = {announcement_, POLLIN, 0};
+        pollfd announcement = {m_announcement, POLLIN, 0};
         char buffer[256];
         ssize_t length = 0;
         if (left > 0 && poll(&announcement, 1, static_cast<int>(left)) > 0) {
-            length = read(announcement_, buffer, sizeof buffer);
+            length = read(m_announcement, buffer, sizeof buffer);
         }
         if (length <= 0) {
             return "";
@@ -129,7 +129,7 @@ std::string private_server::wait_for_address(int deadline_msec) {
 }
 
 std::string private_server::log() const {
-    std::ifstream file(log_path_);
+    std::ifstream file(m_log_path);
     return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 

@@ -9,14 +9,21 @@
 
 namespace vask_test {
 
-/** Starts a program in a session of its own, with the signal mask given. */
+/** Becomes the program, or ends with status 127. */
+void exec_or_exit(const std::vector<std::string>& command);
+
+/** Starts a program in a session of its own, with the signal mask given. It ends with its starter.
+ */
 pid_t spawn(const std::vector<std::string>& command, const sigset_t& mask,
             const std::string& log_path = "", int inherited_fd = -1);
 
 /** A server that announces on a pipe where it can be reached, once it can be. */
 class private_server {
 public:
-    pid_t pid() const { return pid_; }
+    /** The directory is for its socket, its configuration and its log. */
+    explicit private_server(const std::string& directory) : m_directory(directory) {}
+
+    pid_t pid() const { return m_pid; }
 
     void start_bus(const sigset_t& mask);
     void start_display(const sigset_t& mask);
@@ -28,9 +35,10 @@ public:
 private:
     void start(const std::string& name, std::vector<std::string> command, const sigset_t& mask);
 
-    std::string log_path_;
-    pid_t pid_ = -1;
-    int announcement_ = -1;
+    const std::string m_directory;
+    std::string m_log_path;
+    pid_t m_pid = -1;
+    int m_announcement = -1;
 };
 
 }  // namespace vask_test

@@ -22,8 +22,6 @@
 
 namespace vask_test {
 
-const char* const private_directory = "/tmp/.sealed";
-
 namespace {
 
 std::string failure(const std::string& what) {
@@ -200,12 +198,11 @@ std::string mount_private_proc() {
     return "";
 }
 
-void seal_environment() {
-    const std::string base = private_directory;
-    const std::string runtime = base + "/runtime";
-    const std::string temporary = base + "/tmp";
+void seal_environment(const std::string& directory) {
+    const std::string runtime = directory + "/runtime";
+    const std::string temporary = directory + "/tmp";
     umask(022);
-    mkdir(base.c_str(), 0700);
+    mkdir(directory.c_str(), 0700);
     mkdir(runtime.c_str(), 0700);
     mkdir(temporary.c_str(), 0700);
     mkdir("/tmp/.X11-unix", 0777);

@@ -7,7 +7,7 @@
 namespace vask_test {
 
 /** Inside the private world: sockets and logs of the servers, runtime and temporary directory. */
-extern const char* const private_directory;
+constexpr const char* private_directory = "/tmp/.sealed";
 
 /**
  * Moves the calling process into namespaces of its own, with an empty /dev/shm and a /tmp that
@@ -19,9 +19,10 @@ std::string enter_private_world(const std::string& program);
 /** To be called by process 1 of the new world. Returns "" or what did not work. */
 std::string mount_private_proc();
 
-/** Creates the private directory and points the environment into it, away from the machine. */
-void seal_environment();
+/** Creates the directory and points the environment into it, away from the machine. */
+void seal_environment(const std::string& directory);
 
+/** What lies in /dev/shm. */
 std::vector<std::string> shared_objects();
 
 }  // namespace vask_test

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <sstream>
@@ -75,6 +76,24 @@ std::vector<process_entry> list_processes() {
         result.push_back(process);
     }
     closedir(directory);
+    return result;
+}
+
+std::vector<process_entry> list_descendants(pid_t ancestor) {
+    std::vector<process_entry> others = list_processes();
+    std::vector<process_entry> result;
+    std::vector<pid_t> family = {ancestor};
+    for (size_t i = 0; i < family.size(); ++i) {
+        const auto rest = std::partition(others.begin(), others.end(),
+                                         [parent = family[i]](const process_entry& process) {
+                                             return process.parent != parent;
+                                         });
+        for (auto child = rest; child != others.end(); ++child) {
+            family.push_back(child->pid);
+            result.push_back(*child);
+        }
+        others.erase(rest, others.end());
+    }
     return result;
 }
 

@@ -18,6 +18,9 @@ struct process_entry {
 /** All processes /proc knows of, in no particular order. */
 std::vector<process_entry> list_processes();
 
+/** Children of a process, their children, and so on. */
+std::vector<process_entry> list_descendants(pid_t ancestor);
+
 /** Where in the kernel a process waits, as far as the kernel tells; may be empty. */
 std::string kernel_position(pid_t pid);
 

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "open_world.h"
 #include "private_servers.h"
 #include "private_world.h"
 #include "process_list.h"
@@ -25,7 +27,7 @@ using clock_type = std::chrono::steady_clock;
 enum exit_code {
     leftover = 1,
     usage = 2,
-    no_private_world = 77,
+    no_world = 77,
     timed_out = 124,
     no_server = 125,
 };
@@ -38,6 +40,7 @@ struct options {
     bool bus = false;
     bool display = false;
     bool may_leave_shared_memory = false;
+    bool tells_of_world = false;
     double timeout_seconds = 120;
     std::vector<std::string> command;
 };
@@ -56,6 +59,8 @@ bool parse(int argc, char** argv, options* result) {
             result->display = true;
         } else if (option == "--may-leave-shared-memory") {
             result->may_leave_shared_memory = true;
+        } else if (option == "--tell") {
+            result->tells_of_world = true;
         } else if (option == "--timeout" && i + 1 < argc) {
             result->timeout_seconds = std::strtod(argv[++i], nullptr);
         } else if (option == "--") {
@@ -66,7 +71,12 @@ bool parse(int argc, char** argv, options* result) {
         }
     }
     result->command.assign(argv + i, argv + argc);
-    return !result->command.empty() && result->timeout_seconds > 0;
+    return result->command.empty() == result->tells_of_world && result->timeout_seconds > 0;
+}
+
+// Which disturbs nobody, and must work where no test can run.
+bool only_lists_tests(const std::vector<std::string>& command) {
+    return std::find(command.begin(), command.end(), "--gtest_list_tests") != command.end();
 }
 
 clock_type::time_point deadline_after(double seconds) {
@@ -78,42 +88,72 @@ int exit_code_of(int status) {
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-/** Process 1 of the private world: runs the servers and the test program, and inspects the end. */
+/** Runs the servers and the test program, and inspects the end. Whatever they leave is its child.
+ */
 class warden {
 public:
-    explicit warden(const options& wanted) : wanted_(wanted) {
+    /** In the open world that is given, or as process 1 of a private one. */
+    explicit warden(const options& wanted, const open_world* open = nullptr)
+        : m_wanted(wanted),
+          m_open(open),
+          m_directory(open ? open->directory() : private_directory),
+          m_bus(m_directory),
+          m_display(m_directory) {
         sigset_t child_ended;
         sigemptyset(&child_ended);
         sigaddset(&child_ended, SIGCHLD);
-        sigprocmask(SIG_BLOCK, &child_ended, &original_mask_);
+        sigprocmask(SIG_BLOCK, &child_ended, &m_original_mask);
     }
 
     int run() {
+        seal_environment(m_directory);
+        const int result = run_test();
+        // The end of process 1 ends the others as well.
+        if (m_open) {
+            end_all_processes();
+        }
+        return result;
+    }
+
+private:
+    int run_test() {
         if (!start_servers()) {
             return no_server;
         }
-        test_ = spawn(wanted_.command, original_mask_);
-        if (!wait_for_test(deadline_after(wanted_.timeout_seconds))) {
+        m_test = spawn(m_wanted.command, m_original_mask);
+        if (!wait_for_test(deadline_after(m_wanted.timeout_seconds))) {
             report_timeout();
-            kill(test_, SIGABRT);
+            kill(m_test, SIGABRT);
             wait_for_test(deadline_after(abort_seconds));
             return timed_out;
         }
         const bool clean = left_nothing_behind();
-        const int result = exit_code_of(test_status_);
+        const int result = exit_code_of(m_test_status);
         return result == 0 && !clean ? static_cast<int>(leftover) : result;
     }
 
-private:
+    void end_all_processes() {
+        const auto deadline = deadline_after(abort_seconds);
+        std::vector<process_entry> processes = list_descendants(getpid());
+        while (!processes.empty() && clock_type::now() < deadline) {
+            for (const process_entry& process : processes) {
+                kill(process.pid, SIGKILL);
+            }
+            sleep_until_child_ends(std::chrono::milliseconds(10));
+            reap();
+            processes = list_descendants(getpid());
+        }
+    }
+
     bool start_servers() {
-        if (wanted_.bus) {
-            bus_.start_bus(original_mask_);
+        if (m_wanted.bus) {
+            m_bus.start_bus(m_original_mask);
         }
-        if (wanted_.display) {
-            display_.start_display(original_mask_);
+        if (m_wanted.display) {
+            m_display.start_display(m_original_mask);
         }
-        return (!wanted_.bus || await(bus_, "dbus-daemon", "DBUS_SESSION_BUS_ADDRESS", "")) &&
-               (!wanted_.display || await(display_, "Xvfb", "DISPLAY", ":"));
+        return (!m_wanted.bus || await(m_bus, "dbus-daemon", "DBUS_SESSION_BUS_ADDRESS", "")) &&
+               (!m_wanted.display || await(m_display, "Xvfb", "DISPLAY", ":"));
     }
 
     static bool await(private_server& server, const char* name, const char* variable,
@@ -132,11 +172,11 @@ private:
         int status;
         pid_t pid;
         while ((pid = waitpid(-1, &status, WNOHANG)) > 0) {
-            if (pid != test_) {
+            if (pid != m_test) {
                 continue;
             }
-            test_status_ = status;
-            test_ended_ = true;
+            m_test_status = status;
+            m_test_ended = true;
         }
     }
 
@@ -154,7 +194,7 @@ private:
     bool wait_for_test(clock_type::time_point deadline) {
         for (;;) {
             reap();
-            if (test_ended_) {
+            if (m_test_ended) {
                 return true;
             }
             const auto left = deadline - clock_type::now();
@@ -166,14 +206,13 @@ private:
     }
 
     bool belongs_to_servers(pid_t pid) const {
-        return pid > 0 && (pid == bus_.pid() || pid == display_.pid());
+        return pid > 0 && (pid == m_bus.pid() || pid == m_display.pid());
     }
 
     std::vector<process_entry> foreign_processes() const {
         std::vector<process_entry> result;
-        for (const process_entry& process : list_processes()) {
-            if (process.pid != 1 && !belongs_to_servers(process.pid) &&
-                !belongs_to_servers(process.parent)) {
+        for (const process_entry& process : list_descendants(getpid())) {
+            if (!belongs_to_servers(process.pid) && !belongs_to_servers(process.parent)) {
                 result.push_back(process);
             }
         }
@@ -192,8 +231,8 @@ private:
             complain("process left behind: " + describe(process));
         }
         std::vector<std::string> objects;
-        if (!wanted_.may_leave_shared_memory) {
-            objects = shared_objects();
+        if (!m_wanted.may_leave_shared_memory) {
+            objects = m_open ? m_open->new_objects() : shared_objects();
         }
         for (const std::string& object : objects) {
             complain("shared memory left behind: /dev/shm/" + object);
@@ -202,12 +241,9 @@ private:
     }
 
     void report_timeout() const {
-        complain("no end after " + std::to_string(wanted_.timeout_seconds * timeout_factor()) +
+        complain("no end after " + std::to_string(m_wanted.timeout_seconds * timeout_factor()) +
                  " seconds; processes:");
-        for (const process_entry& process : list_processes()) {
-            if (process.pid == 1) {
-                continue;
-            }
+        for (const process_entry& process : list_descendants(getpid())) {
             complain("  " + describe(process));
             const std::string position = kernel_position(process.pid);
             if (!position.empty()) {
@@ -216,30 +252,121 @@ private:
         }
     }
 
-    const options& wanted_;
-    sigset_t original_mask_;
-    private_server bus_;
-    private_server display_;
-    pid_t test_ = -1;
-    int test_status_ = 0;
-    bool test_ended_ = false;
+    const options& m_wanted;
+    const open_world* const m_open;
+    const std::string m_directory;
+    sigset_t m_original_mask;
+    private_server m_bus;
+    private_server m_display;
+    pid_t m_test = -1;
+    int m_test_status = 0;
+    bool m_test_ended = false;
 };
 
-int be_first_process(const options& wanted, int lifeline) {
+// A pipe whose other end its starter holds tells a process that it comes too late to be ended with
+// it.
+bool end_with_starter(int lifeline) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     pollfd starter = {lifeline, 0, 0};
-    if (poll(&starter, 1, 0) != 0) {
-        return no_private_world;
+    return poll(&starter, 1, 0) == 0;
+}
+
+/** Runs a function in a child that ends with this process, and returns what it has returned. */
+template <typename Function>
+int run_in_child(Function function) {
+    int lifeline[2];
+    if (pipe2(lifeline, O_CLOEXEC) != 0) {
+        return no_world;
     }
+    const pid_t child = fork();
+    if (child == 0) {
+        close(lifeline[1]);
+        std::_Exit(end_with_starter(lifeline[0]) ? function() : no_world);
+    }
+    close(lifeline[0]);
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) {
+            status = W_EXITCODE(no_world, 0);
+            break;
+        }
+    }
+    close(lifeline[1]);
+    return exit_code_of(status);
+}
+
+int refuse(const std::string& reason, int refusals) {
+    return write(refusals, reason.data(), reason.size()) < 0 ? no_world : 0;
+}
+
+int be_first_process(const options& wanted, int refusals) {
     // Without this, the process group is one that has no number in here.
     setsid();
     const std::string error = mount_private_proc();
     if (!error.empty()) {
-        complain(error + ": not running the test");
-        return no_private_world;
+        return refuse(error, refusals);
     }
-    seal_environment();
-    return warden(wanted).run();
+    close(refusals);
+    return wanted.tells_of_world ? 0 : warden(wanted).run();
+}
+
+/** Writes to the pipe why there is no private world, or nothing when there is one. */
+int run_in_private_world(const options& wanted, int refusals) {
+    const std::string program = wanted.tells_of_world ? "" : wanted.command[0];
+    const std::string error = enter_private_world(program);
+    if (!error.empty()) {
+        return refuse(error, refusals);
+    }
+    return run_in_child([&] { return be_first_process(wanted, refusals); });
+}
+
+void set_stopping_signals(sighandler_t handler) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        signal(number, handler);
+    }
+}
+
+int run_in_open_world(const options& wanted) {
+    open_world world;
+    const std::string error = world.enter();
+    if (!error.empty()) {
+        complain(error + ": not running the test");
+        return no_world;
+    }
+    // Whoever stops the tests gets back what they have put aside: this test goes on to its end.
+    set_stopping_signals(SIG_IGN);
+    return run_in_child([&] {
+        set_stopping_signals(SIG_DFL);
+        setsid();
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+        return warden(wanted, &world).run();
+    });
+}
+
+void tell_of_world(const std::string& refusal) {
+    if (refusal.empty()) {
+        return;
+    }
+    std::printf("This machine allows tests no world of their own: %s.\n", refusal.c_str());
+    open_world world;
+    const std::string error = world.enter();
+    if (error.empty()) {
+        std::puts("They run one after the other, and those that need one are skipped.");
+    } else {
+        std::printf("They are skipped, because %s.\n", error.c_str());
+    }
+}
+
+std::string read_all(int fd) {
+    std::string text;
+    char buffer[256];
+    ssize_t length;
+    while ((length = read(fd, buffer, sizeof buffer)) > 0 || (length < 0 && errno == EINTR)) {
+        if (length > 0) {
+            text.append(buffer, static_cast<size_t>(length));
+        }
+    }
+    return text;
 }
 
 }  // namespace
@@ -249,31 +376,28 @@ int main(int argc, char** argv) {
     if (!parse(argc, argv, &wanted)) {
         complain(
             "usage: sealed_run [--bus] [--display] [--may-leave-shared-memory] [--timeout SECONDS] "
-            "[--] program args...");
+            "[--] program args...\n       sealed_run --tell");
         return usage;
     }
     close_range(3, ~0U, 0);
-
-    const std::string error = enter_private_world(wanted.command[0]);
-    if (!error.empty()) {
-        complain(error + ": not running the test");
-        return no_private_world;
+    if (only_lists_tests(wanted.command)) {
+        exec_or_exit(wanted.command);
     }
 
-    int lifeline[2];
-    if (pipe2(lifeline, O_CLOEXEC) != 0) {
-        return no_private_world;
+    // Whether a world can be had shows only when a part of it has been made, which cannot be
+    // undone.
+    int refusals[2];
+    if (pipe2(refusals, O_CLOEXEC) != 0) {
+        return no_world;
     }
-    const pid_t first = fork();
-    if (first == 0) {
-        close(lifeline[1]);
-        std::_Exit(be_first_process(wanted, lifeline[0]));
+    const int result = run_in_child([&] { return run_in_private_world(wanted, refusals[1]); });
+    close(refusals[1]);
+    const std::string refusal = read_all(refusals[0]);
+    if (wanted.tells_of_world) {
+        tell_of_world(refusal);
     }
-    int status = 0;
-    while (waitpid(first, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return no_private_world;
-        }
+    if (refusal.empty() || wanted.tells_of_world) {
+        return result;
     }
-    return exit_code_of(status);
+    return run_in_open_world(wanted);
 }

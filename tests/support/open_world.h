@@ -1,0 +1,53 @@
+#ifndef VASK_TEST_OPEN_WORLD_H
+#define VASK_TEST_OPEN_WORLD_H
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace vask_test {
+
+/** Set for programs that run in an open world. */
+constexpr const char* open_world_variable = "VASK_TEST_OPEN_WORLD";
+
+/**
+ * Whether this test meets the machine's own processes, network and files, because the machine
+ * allows nothing else. What would disturb them, or be disturbed by them, is skipped then.
+ */
+inline bool is_in_open_world() {
+    return std::getenv(open_world_variable) != nullptr;
+}
+
+/**
+ * Where the machine allows no private world: its tests run one after the other, over all users, in
+ * a directory of their own. What the user's programs have left of the library in /dev/shm is out of
+ * sight for so long.
+ */
+class open_world {
+public:
+    open_world() = default;
+    /** Takes away what the test has left, and puts back what was there. */
+    ~open_world();
+    open_world(const open_world&) = delete;
+    open_world& operator=(const open_world&) = delete;
+
+    /** Waits for its turn. Returns "" or what did not work. */
+    std::string enter();
+    const std::string& directory() const { return m_directory; }
+    /** What lies in /dev/shm and did not before. */
+    std::vector<std::string> new_objects() const;
+
+private:
+    std::string put_aside();
+    void put_back() const;
+
+    int m_turn = -1;
+    bool m_is_nested = false;
+    std::string m_directory;
+    std::string m_aside;
+    std::vector<std::string> m_old_objects;
+};
+
+}  // namespace vask_test
+
+#endif
