@@ -7,6 +7,10 @@ int main(int argc, char** argv) {
         return 2;
     }
     vask_app_bridge bridge("hello_parent", false);
+    if (!bridge.is_watching_bus()) {
+        fputs("\nThere is no session bus: run this by dbus-run-session.\n", stderr);
+        return 1;
+    }
     strlist command = {argv[1]}, no_variables;
     bridge.spawn(command, no_variables);
     while (bridge.get_child_pid() > 0 && bridge.get_child_bus_addr() == nullptr) {

@@ -349,6 +349,12 @@ public:
     /** Ends the watch. Connections to children that were met stay. */
     void disconnect_name_owner_changed();
 
+    /**
+     * Whether the bus is watched, so that a child can be met. When it is not, after the construction
+     * or init_proxy(), there is no session bus, and waiting for the child would be in vain.
+     */
+    bool is_watching_bus() const { return m_bus_daemon_proxy != nullptr; }
+
     ///@}
     /** @name Commands and window data
      *

@@ -51,6 +51,10 @@ int main(int argc, char** argv) {
         return 2;
     }
     notes_bridge bridge(argv[1]);
+    if (!bridge.is_watching_bus()) {
+        fputs("\nThere is no session bus: run this by dbus-run-session.\n", stderr);
+        return 1;
+    }
     bridge.start_child();
     while (bridge.get_child_pid() > 0) {
         g_main_context_iteration(nullptr, TRUE);

@@ -33,6 +33,10 @@ int main(int argc, char** argv) {
         return its_child.run();
     }
     parent bridge;
+    if (!bridge.is_watching_bus()) {
+        fputs("\nThere is no session bus: run this by dbus-run-session.\n", stderr);
+        return 1;
+    }
     strlist command = {argv[0], "as a child"}, no_variables;
     bridge.spawn(command, no_variables);
     waitpid(bridge.get_child_pid(), nullptr, WUNTRACED);

@@ -43,6 +43,13 @@ TEST_F(bridge_without_bus, Tries_again_when_told_to) {
     EXPECT_THAT(own_lines(log), ElementsAre(cannot_open, no_proxy));
 }
 
+TEST_F(bridge_without_bus, Says_that_it_does_not_watch) {
+    recording_bridge bridge(false);
+    EXPECT_FALSE(bridge.is_watching_bus());
+    bridge.init_proxy();
+    EXPECT_FALSE(bridge.is_watching_bus());
+}
+
 TEST_F(bridge_without_bus, Has_nothing_to_disconnect) {
     recording_bridge bridge(false);
     log.clear();

@@ -80,10 +80,12 @@ TEST_F(bridge_construction, Watches_the_bus) {
     recording_bridge bridge(false);
     EXPECT_NE(bridge.m_bus_connection, nullptr);
     EXPECT_NE(bridge.m_bus_daemon_proxy, nullptr);
+    EXPECT_TRUE(bridge.is_watching_bus());
 }
 
 TEST_F(bridge_construction, Leaves_the_bus_alone_when_told_so) {
     recording_bridge bridge(true);
+    EXPECT_FALSE(bridge.is_watching_bus());
     EXPECT_EQ(bridge.m_bus_connection, nullptr);
     EXPECT_EQ(bridge.m_bus_daemon_proxy, nullptr);
 }
