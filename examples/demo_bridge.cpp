@@ -36,6 +36,11 @@ bool demo_bridge::is_other_worker_on_bus() {
     return result;
 }
 
+bool demo_bridge::is_child_registered() {
+    return find_stored_pid_from_shm("demo_child")
+               .count(static_cast<unsigned long>(get_child_pid())) != 0;
+}
+
 int demo_bridge::get_other_worker_pid() {
     switch_main_worker();
     const int pid = get_child_pid();

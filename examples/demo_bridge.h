@@ -34,6 +34,9 @@ public:
     /** @return the pid of the worker that is not the main one, -1 without it */
     int get_other_worker_pid();
 
+    /** Whether tools find the main worker under its name and its process id, as the key. */
+    bool is_child_registered();
+
     const std::vector<worker_end>& get_ends() const;
     const std::vector<std::string>& get_rings() const;
     const std::string& get_farewell() const;

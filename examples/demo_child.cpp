@@ -8,6 +8,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 #include <vask_child.h>
+#include <vask_shared_info.h>
 
 #include <string>
 
@@ -31,12 +32,18 @@ public:
         if (!m_painter.has_display()) {
             say("I have no display and cannot paint; commands work all the same");
         }
-        m_monitor_timer = g_timeout_add(20, follow_monitor, this);
+        if (get_monitor_rotation() != VASK_MONITOR_ROTATION_ERROR) {
+            m_monitor_timer = g_timeout_add(20, follow_monitor, this);
+        }
         // Tools find the child under its name; its process id, as the key, tells it from its twin.
         store_pid_to_shm(static_cast<unsigned long>(getpid()));
     }
 
-    ~demo_child() override { g_source_remove(m_monitor_timer); }
+    ~demo_child() override {
+        if (m_monitor_timer != 0) {
+            g_source_remove(m_monitor_timer);
+        }
+    }
 
     void set_window(int x, int y, int w, int h, unsigned int id) override {
         vask_child::set_window(x, y, w, h, id);
