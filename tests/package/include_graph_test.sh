@@ -1,7 +1,7 @@
 #!/bin/sh
 # Plants includes that are not allowed into a copy of the sources: each has to be noticed.
 #
-# usage: include_graph_test.sh SOURCE_DIRECTORY SCRATCH_DIRECTORY
+# usage: include_graph_test.sh PYTHON SOURCE_DIRECTORY SCRATCH_DIRECTORY
 set -eu
 
 plant() {
@@ -11,7 +11,7 @@ plant() {
     cp -r "$sources/src" "$sources/include" "$scratch"
     cp "$sources/scripts/include-graph" "$scratch/scripts"
     echo "$line" >>"$scratch/$file"
-    if output=$("$scratch/scripts/include-graph" check 2>&1); then
+    if output=$("$python" "$scratch/scripts/include-graph" check 2>&1); then
         echo "not noticed: $line in $file"
         exit 1
     fi
@@ -25,8 +25,9 @@ plant() {
     esac
 }
 
-sources=$1
-scratch=$2
+python=$1
+sources=$2
+scratch=$3
 plant src/foundation/vask_error.cpp '#include "vask_child.h"' 'foundation must not include'
 plant src/bus/session_bus.h '#include "child/vask_child_glue.h"' 'bus must not include'
 plant include/vask_object.h '#include "vask_app.h"' 'foundation must not include'
@@ -34,7 +35,7 @@ plant src/socket/socket_channel.h '#include "socket/vask_peer_link.h"
 #include "socket/socket_channel.h"' 'these include each other'
 plant src/socket/socket_channel.h '#include "socket/no_such.h"' "which is nobody's"
 sed 's/child --> bus/child --> bridge/' "$sources/src/README.md" >"$scratch/src/README.md"
-if "$scratch/scripts/include-graph" check 2>/dev/null; then
+if "$python" "$scratch/scripts/include-graph" check 2>/dev/null; then
     echo "a wrong picture was not noticed"
     exit 1
 fi
