@@ -1,16 +1,20 @@
 #include <dbus/dbus-glib.h>
 #include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <glib-object.h>
 #include <glib.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <memory>
 
 #include "bus/bus_names.h"
 #include "bus/session_bus.h"
 #include "foundation/glib_handles.h"
+#include "foundation/unique_fd.h"
 #include "vask_child_cmd.h"
 
 namespace {
@@ -23,15 +27,39 @@ bool is_piece_separator(char c) {
     return c == '/' || c == '\r' || c == '\n' || c == '\t';
 }
 
+// Reads up to the first zero, which separates the words of a command line: mostly it comes with the
+// first read. Below the open directory the kernel need not look "/proc" up for every process.
+bool read_first_word(int proc, const char* pid, std::string* word) {
+    word->clear();
+    const unique_fd file(
+        openat(proc, (std::string(pid) + "/cmdline").c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) {
+        return false;
+    }
+    char buffer[1024];
+    for (;;) {
+        const ssize_t length = TEMP_FAILURE_RETRY(read(file.get(), buffer, sizeof(buffer)));
+        if (length <= 0) {
+            return length == 0;
+        }
+        const std::size_t taken = strnlen(buffer, static_cast<std::size_t>(length));
+        word->append(buffer, taken);
+        if (taken < static_cast<std::size_t>(length)) {
+            return true;
+        }
+    }
+}
+
 // The last piece that vask_object::split() would find, without building the others: it runs for
 // every process of the machine.
-bool last_piece_equals(const char* text, const std::string& wanted) {
-    const char* end = text + strlen(text);
-    while (end != text && is_piece_separator(end[-1])) {
+bool last_piece_equals(const std::string& text, const std::string& wanted) {
+    const char* const begin_of_text = text.data();
+    const char* end = begin_of_text + text.size();
+    while (end != begin_of_text && is_piece_separator(end[-1])) {
         --end;
     }
     const char* begin = end;
-    while (begin != text && !is_piece_separator(begin[-1])) {
+    while (begin != begin_of_text && !is_piece_separator(begin[-1])) {
         --begin;
     }
     return begin != end &&
@@ -69,19 +97,11 @@ std::vector<int> vask_child_cmd_base::find_program() const {
         printf("Failed to open directory: '/proc'\n");
         return pids;
     }
+    std::string first_word;
     while (const dirent* entry = readdir(directory.get())) {
-        if (!is_number(entry->d_name)) {
-            continue;
-        }
-        char path[sizeof("/proc//cmdline") + sizeof(entry->d_name)];
-        snprintf(path, sizeof(path), "/proc/%s/cmdline", entry->d_name);
-        gchar* content = nullptr;
-        if (!g_file_get_contents(path, &content, nullptr, nullptr)) {
-            continue;
-        }
-        // The words of a command line are separated by zeros: as a text it ends behind argv[0].
-        const unique_g_text command_line(content);
-        if (last_piece_equals(content, m_program)) {
+        if (is_number(entry->d_name) &&
+            read_first_word(dirfd(directory.get()), entry->d_name, &first_word) &&
+            last_piece_equals(first_word, m_program)) {
             pids.push_back(atoi(entry->d_name));
         }
     }
