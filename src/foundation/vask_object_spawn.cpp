@@ -54,11 +54,13 @@ void log_text_array(const std::vector<char*>& array, const char* element_format,
                         static_cast<int>(array.size()));
 }
 
-bool report_spawn_failure(GError* error) {
-    unique_g_error owned(error);
-    vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to spawn: %s"),
-                        error != nullptr ? error->message : "The argument list is empty");
+bool report_spawn_failure(const char* reason) {
+    vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to spawn: %s"), reason);
     return false;
+}
+
+bool report_no_arguments() {
+    return report_spawn_failure("The argument list is empty");
 }
 
 // The signals that a child must receive to be ended, and to hear of its own children.
@@ -178,12 +180,11 @@ bool start_child(const child_plan& plan, pid_t* pid, GError** error) {
 bool start_shutdown(const char* option, const char* signature) {
     std::string texts[] = {"/sbin/shutdown", option, "now"};
     char* argv[] = {&texts[0][0], &texts[1][0], &texts[2][0], nullptr};
-    GError* error = nullptr;
+    gerror_holder error;
     if (g_spawn_async(nullptr, argv, nullptr, static_cast<GSpawnFlags>(0), nullptr, nullptr,
-                      nullptr, &error)) {
+                      nullptr, error.out())) {
         return true;
     }
-    unique_g_error owned(error);
     // The "%s" stands where the name belongs, and the signature where the number belongs: kept.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat"
@@ -209,13 +210,14 @@ bool vask_object::spawn_async(const strlist* argv, const strlist* envs, int* pid
     std::vector<char*> env_array = to_text_array(envs);
     log_text_array(env_array, VASK_AT_FORMAT("env[%d] = %s"), VASK_AT_FORMAT("size_env = [%d]"));
     if (arg_array.front() == nullptr) {
-        return report_spawn_failure(nullptr);
+        return report_no_arguments();
     }
 
     pid_t child = 0;
-    GError* error = nullptr;
-    if (!start_child({working_directory, arg_array.data(), env_array.data()}, &child, &error)) {
-        return report_spawn_failure(error);
+    gerror_holder error;
+    if (!start_child({working_directory, arg_array.data(), env_array.data()}, &child,
+                     error.out())) {
+        return report_spawn_failure(error->message);
     }
     if (pid != nullptr) {
         *pid = child;
@@ -230,18 +232,18 @@ bool vask_object::spawn_sync(const strlist* argv, const strlist* envs, int* stat
     std::vector<char*> arg_array = to_text_array(argv);
     std::vector<char*> env_array = to_text_array(envs);
     if (arg_array.front() == nullptr) {
-        return report_spawn_failure(nullptr);
+        return report_no_arguments();
     }
 
     gchar* captured_output = nullptr;
     gchar* captured_error = nullptr;
     int known_status = unknown_status;
-    GError* error = nullptr;
+    gerror_holder error;
     if (!g_spawn_sync(working_directory, arg_array.data(), env_array.data(), G_SPAWN_SEARCH_PATH,
                       nullptr, nullptr, standard_output != nullptr ? &captured_output : nullptr,
                       standard_error != nullptr ? &captured_error : nullptr,
-                      ended_children_wait() ? &known_status : nullptr, &error)) {
-        return report_spawn_failure(error);
+                      ended_children_wait() ? &known_status : nullptr, error.out())) {
+        return report_spawn_failure(error->message);
     }
     if (status != nullptr) {
         *status = known_status;
