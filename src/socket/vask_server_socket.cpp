@@ -234,7 +234,7 @@ gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool ok) {
     vask_p(VASK_P_DBG, VASK_AT("%s: IP: %s, port: %d"),
            "virtual gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool)",
            ip_addr.c_str(), port);
-    if (m_accepted_handler.obj == nullptr || m_accepted_handler.func == nullptr) {
+    if (!is_callable(m_accepted_handler)) {
         vask_p(VASK_P_BUG, VASK_AT("accepted_cb is invalid"));
         return FALSE;
     }

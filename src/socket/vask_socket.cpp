@@ -31,10 +31,6 @@ constexpr int longest_timeout_sec = INT_MAX / 1000;
 // Room for any datagram, so that a buffered one leaves in one piece.
 constexpr gsize datagram_buffer_size = 1 << 17;
 
-bool is_callable(const vask_obj_exec_info& handler) {
-    return handler.obj != nullptr && handler.func != nullptr;
-}
-
 const char* reason_of(const GError* error) {
     return error != nullptr ? error->message : "";
 }
