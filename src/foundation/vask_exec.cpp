@@ -10,9 +10,7 @@
 vask_exec::vask_exec() : m_idle_call_runs(false), m_life_marks(nullptr) {}
 
 vask_exec::~vask_exec() {
-    for (life_mark* mark = m_life_marks; mark != nullptr; mark = mark->m_outer) {
-        mark->m_object = nullptr;
-    }
+    life_mark::end_all(m_life_marks);
 }
 
 void vask_exec::add_idle_exec_func(vask_exec_func func, void* data, vask_exec* target) {
