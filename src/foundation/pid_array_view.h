@@ -36,8 +36,8 @@ public:
     bool grow(const pid_array_snapshot& snapshot);
 
     // Copies again, twice, what a snapshot that is not stable shows, and empties the slots that do
-    // not hold the same each time: the first copy may have mixed two pairs there. No writer stores a
-    // pair so that it shows another one meanwhile, so the same pair three times was stored as a
+    // not hold the same each time: the first copy may have mixed two pairs there. No writer stores
+    // a pair so that it shows another one meanwhile, so the same pair three times was stored as a
     // pair. Twice is not enough where a processor may load the key of one copy before its process
     // and that of the other copy behind it: two processes that take turns in a slot are mixed then.
     void drop_changed(const pid_array_snapshot& snapshot);
