@@ -1,0 +1,5 @@
+# Builds for ARM of 64 bits on another machine.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(VASK_TARGET aarch64-linux-gnu)
+include(${CMAKE_CURRENT_LIST_DIR}/gnu.cmake)
