@@ -1,8 +1,9 @@
 # Compiler and linker flags that every target of this project is built with.
 
 add_compile_options(-Wall -Wextra)
-# Inode numbers and sizes need 64 bits, also where words have 32: stat() would fail with EOVERFLOW.
-add_compile_definitions(_FILE_OFFSET_BITS=64)
+# Inode numbers, sizes and times need 64 bits, also where words have 32: stat() would fail with
+# EOVERFLOW, and the clock overflows in 2038. C libraries older than glibc 2.34 have no such times.
+add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 if(VASK_WARNINGS_AS_ERRORS)
     add_compile_options(-Werror)
 endif()

@@ -48,6 +48,17 @@ TEST_F(vask_gettime, Is_minus_one_in_every_unit_when_the_clock_cannot_be_read) {
     }
 }
 
+#if __GLIBC_PREREQ(2, 34)
+TEST_F(vask_gettime, Reads_a_clock_that_goes_on_after_2038) {
+    static_assert(sizeof(time_t) == 8, "32 bits end in 2038");
+    show_clock([](clockid_t, timespec* time) {
+        *time = {static_cast<time_t>(0x100000000LL), 0};
+        return 0;
+    });
+    EXPECT_DOUBLE_EQ(vask_object::vask_gettime(VASK_TIME_SEC), 4294967296.0);
+}
+#endif
+
 TEST_F(vask_gettime, Agrees_with_the_clock_of_the_system) {
     timespec before;
     timespec after;

@@ -108,8 +108,8 @@ extern "C" int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadli
     }
     const int result = wait_for_lock ? wait_for_lock(sem, *deadline) : wait_really;
     if (result == wait_really) {
-        return next_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(sem, clock,
-                                                                                       deadline);
+        return next_time_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(
+            sem, clock, deadline);
     }
     if (result == ETIMEDOUT) {
         short_waits_that_time_out = short_waits_of_an_attempt - 1;
@@ -157,7 +157,7 @@ extern "C" int fstat(int fd, struct stat* info) noexcept {
     if (fault.fails_on("fstat", fd, library_lock::path)) {
         return -1;
     }
-    return next_file_function<int(int, struct stat*)>("fstat")(fd, info);
+    return next_fstat(fd, info);
 }
 
 extern "C" int open(const char* path, int flags, ...) {

@@ -100,8 +100,8 @@ int tell_if_taken(int result) {
 // Nobody holds the lock for long here, so that a second of patience is enough.
 extern "C" int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
     const timespec early = scaled_deadline(clock, *deadline, 0.2);
-    return tell_if_taken(next_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(
-        sem, clock, &early));
+    return tell_if_taken(next_time_function<int(sem_t*, clockid_t, const timespec*)>(
+        "sem_clockwait")(sem, clock, &early));
 }
 
 extern "C" int sem_trywait(sem_t* sem) noexcept {

@@ -167,8 +167,8 @@ int note_hold(int result) {
 // one more than there were may be counted.
 extern "C" int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
     const timespec late = scaled_deadline(clock, *deadline, slowness * timeout_factor());
-    return note_hold(
-        next_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(sem, clock, &late));
+    return note_hold(next_time_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(
+        sem, clock, &late));
 }
 
 extern "C" int sem_trywait(sem_t* sem) noexcept {

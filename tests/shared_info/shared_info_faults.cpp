@@ -15,6 +15,7 @@
 
 using vask_test::next_file_function;
 using vask_test::next_function;
+using vask_test::next_time_function;
 
 namespace shared_info_faults {
 
@@ -87,7 +88,7 @@ int fstat(int fd, struct stat* info) noexcept {
     if (now.fails_on("fstat", fd, context_objects)) {
         return -1;
     }
-    return next_file_function<int(int, struct stat*)>("fstat")(fd, info);
+    return vask_test::next_fstat(fd, info);
 }
 
 void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) noexcept {
@@ -122,8 +123,8 @@ int sem_wait(sem_t* sem) {
 
 int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
     return now.is_patient ? sem_wait(sem) : wait_once([=] {
-        return next_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(sem, clock,
-                                                                                       deadline);
+        return next_time_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(
+            sem, clock, deadline);
     });
 }
 

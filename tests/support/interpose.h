@@ -2,8 +2,10 @@
 #define VASK_TEST_INTERPOSE_H
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -26,6 +28,21 @@ template <typename Function>
 Function* next_file_function(const std::string& name) {
     const char* suffix = sizeof(off_t) > sizeof(long) ? "64" : "";
     return next_function<Function>((name + suffix).c_str());
+}
+
+/** The same for a function of times, which has another name where a word is too short for time_t.
+ */
+template <typename Function>
+Function* next_time_function(const std::string& name) {
+    const bool has_own_name = sizeof(time_t) > sizeof(long);
+    return next_function<Function>((has_own_name ? "__" + name + "64" : name).c_str());
+}
+
+/** The fstat() that a definition in the test program hides. */
+inline int next_fstat(int fd, struct stat* info) {
+    using function = int(int, struct stat*);
+    return sizeof(time_t) > sizeof(long) ? next_function<function>("__fstat64_time64")(fd, info)
+                                         : next_file_function<function>("fstat")(fd, info);
 }
 
 #ifdef SYS_mmap2

@@ -19,7 +19,12 @@ clock_function& shown() {
 }  // namespace
 
 int read_system_clock(clockid_t clock, timespec* time) {
-    return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+#ifdef SYS_clock_gettime64
+    const long call = sizeof(time_t) > sizeof(long) ? SYS_clock_gettime64 : SYS_clock_gettime;
+#else
+    const long call = SYS_clock_gettime;
+#endif
+    return static_cast<int>(syscall(call, clock, time));
 }
 
 void show_clock(clock_function function) {
