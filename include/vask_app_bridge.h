@@ -12,7 +12,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <queue>
 #include <string>
 
 #include "vask_error.h"
@@ -30,7 +29,8 @@ typedef struct _DBusGConnection DBusGConnection;
 typedef struct _DBusGProxy DBusGProxy;
 
 class vask_app_bridge;
-class vask_child_farewell;
+class vask_app_bridge_state;
+class vask_child_proxy_state;
 
 /**
  * A command that waits for its child to appear on the bus.
@@ -131,16 +131,8 @@ private:
     VASK_HIDDEN static void _child_signal(DBusGProxy* proxy, int signal_id, const char* data,
                                           void* user_data);
 
-    vask_app_bridge& m_bridge;
-    int m_pid;
-    unsigned int m_watch_id;
-    bool m_terminating;
-    char* m_bus_name;
-    DBusGConnection* m_connection;
-    DBusGProxy* m_bus_proxy;
-    char* m_bus_addr;
-    std::queue<child_cmd_buffer*> m_cmd_queue;
-    std::shared_ptr<vask_child_farewell> m_farewell;
+    // What derived classes need not see; never null, and this object's for its whole life.
+    const std::unique_ptr<vask_child_proxy_state> m_state;
 };
 
 /**
@@ -173,8 +165,8 @@ enum auto_send_set_window_type : int {
  * A worker that ends is an exit if terminate_worker() was called for it, and a crash otherwise,
  * whatever its exit status. What a worker on the bus has sent before it ended comes first: the slot
  * stays occupied, and get_child_pid() as it is, until all its signals were delivered, or the bus
- * has said nothing for about a second. In a main loop that a callback for a signal runs nothing
- * comes from the bus, so there the end is reported after that second.
+ * has said nothing for about a second. While the callback for a signal runs a main loop of its own,
+ * nothing comes from the bus, so the end is reported after that second.
  *
  * The bridge may be deleted inside child_signal() and the callbacks for signals, child_exit_cb(),
  * child_crash_cb(), and terminate_worker_impl() or a main loop that it runs. An exception that
@@ -207,9 +199,9 @@ public:
      * Ends every child and blocks, without limit, until they have ended. The main loop does not run
      * meanwhile.
      *
-     * A subclass's part is gone by then: the children are ended by this class's
-     * terminate_worker_impl(), also one whose own request has thrown or is still running, and no
-     * callback comes. A subclass with another way of ending its child calls terminate_all_workers()
+     * A subclass's part is gone by then. So this class's terminate_worker_impl() ends the children,
+     * also one whose own request has thrown or is still running, and no callback is called. A
+     * subclass with another way of ending its child calls terminate_all_workers()
      * and vask_wait_child_exit() in its own destructor.
      */
     virtual ~vask_app_bridge();
@@ -224,9 +216,9 @@ public:
     virtual void child_signal(int signal_id, const char* data);
 
     /**
-     * Tells the geometry of the window that the child shall draw into; see
-     * set_auto_send_set_window_type() for what happens with it. Without a child on the bus it is
-     * only saved, and goes out when the child appears, if width and height are above 0.
+     * Names the window that the child draws into, and its geometry; see
+     * set_auto_send_set_window_type() for what happens with them. Without a child on the bus they
+     * are only saved, and go out when the child appears, if width and height are above 0.
      *
      * @param x,y  left and top edge, in pixels
      * @param w,h  width and height, in pixels
@@ -252,8 +244,8 @@ public:
     virtual void child_crash_cb(bool is_main);
 
     /**
-     * How the main worker is ended: by SIGTERM, and SIGCONT so that a stopped one hears of it,
-     * unless it is traced. Called by terminate_worker(); a subclass may send a command instead.
+     * Ends the main worker: sends SIGTERM, then SIGCONT so that a stopped child receives it, unless
+     * the child is traced. Called by terminate_worker(); a subclass may send a command instead.
      * Nothing is sent to a process that has been reaped already.
      */
     virtual void terminate_worker_impl();
@@ -284,7 +276,7 @@ public:
      */
     bool spawn(strlist& argv, strlist& envs);
 
-    /** Two workers from the next spawn() on. */
+    /** Has two workers run, from the next spawn() on. */
     void enable_twins_mode();
 
     /** @return the proxy of the main worker, or null; stays the bridge's */
@@ -308,8 +300,9 @@ public:
     /** @return the number set last, 0 at first */
     int get_child_priority() const;
 
-    /** Asks the main worker to end, once. Does not wait: child_exit_cb() tells when it has. A
-     *  worker whose process has ended, while its last signals are still to come, is only marked. */
+    /** Asks the main worker to end, once. Does not wait: child_exit_cb() tells when it has. While a
+     *  process that has ended still has signals to come, nobody is asked, and the end counts as an
+     *  exit. */
     void terminate_worker();
 
     /** Asks all workers to end, slot 0 first. If the bridge is deleted meanwhile, those that are
@@ -453,7 +446,7 @@ public:
      */
     bool send_window_data(bool force, vask_error* err = nullptr);
 
-    /** A proxy without the word whether to force it would be taken for that word. */
+    /** Not to be called: the pointer would be taken for the @p force of the form above. */
     template <typename Pointee>
     bool send_window_data(Pointee* proxy, vask_error* err = nullptr) = delete;
 
@@ -581,7 +574,8 @@ protected:
     /** Whether two workers are run. */
     bool m_twins_mode;
 
-    /** The workers, owned; null is an empty slot. */
+    /** The workers, owned; null is an empty slot. A worker is here from its start until its end is
+     *  reported, or vask_wait_child_exit() has waited for it. */
     vask_child_proxy* m_child_proxy[2];
 
     /** Which slot is the main worker's: 0 or 1. */
@@ -595,11 +589,15 @@ private:
     VASK_HIDDEN bool spawn_worker(int slot, const strlist& argv, const strlist& environment);
     VASK_HIDDEN bool meet_child(vask_child_proxy* child, const char* name, const char* old_owner,
                                 const char* new_owner);
+    VASK_HIDDEN vask_child_proxy* find_child(int pid) const;
+    VASK_HIDDEN void report_end_for_c(vask_child_proxy* child, int pid);
+    VASK_HIDDEN void report_end(vask_child_proxy* child, int pid);
     VASK_HIDDEN bool wait_for_end(const vask_child_proxy& child, unsigned int timeout_ms) const;
     VASK_HIDDEN bool report_failure(vask_print_level level, vask_error_code_t code,
                                     const std::string& message, vask_error* err) const;
 
-    std::shared_ptr<char> m_lifetime;
+    // What derived classes need not see; never null, and this object's for its whole life.
+    const std::unique_ptr<vask_app_bridge_state> m_state;
 };
 
 #endif

@@ -19,6 +19,7 @@
 typedef struct _VaskChild VaskChild;
 
 class vask_child;
+class vask_child_state;
 
 /**
  * Observes the signals of a child from inside its process.
@@ -62,7 +63,7 @@ struct vask_child_signal_closure {
  * "The bus does not read; messages of this child are lost" at ERR. A process that ends in another
  * way, by exit() or a signal, loses what has not gone out yet.
  *
- * Outside of run(), which the object has to outlive, command handlers, set_window() and observers
+ * The object has to outlive run(). Outside of run(), command handlers, set_window() and observers
  * may delete it.
  *
  * @since 2.0
@@ -101,8 +102,8 @@ public:
     ~vask_child() override;
 
     /**
-     * Serves the bus as vask_app::run() does, then blocks until the bus has been handed everything
-     * that is to go out, as long as the bus reads.
+     * Runs the main loop, which serves the bus, as vask_app::run() does. Then blocks until the bus
+     * has taken everything that waits to go out, for as long as the bus reads.
      *
      * @return as vask_app::run()
      */
@@ -111,8 +112,9 @@ public:
     /**
      * Raises a signal: calls the local observers, then sends ChildSignal to the bus.
      *
-     * Nobody keeps a signal: one that is raised before the parent has met the child is lost. One
-     * whose observer deletes the child, or throws, is not sent; the exception comes out of here.
+     * Signals are not kept: one that is raised before the parent has met the child is lost. When an
+     * observer deletes the child or throws, the signal is not sent; the exception leaves this
+     * function.
      *
      * @param signal_id  any number that parent and child agree on
      * @param data       text of the signal; null is sent as the empty string. Text that is not
@@ -167,8 +169,8 @@ public:
                                          void* user_data);
 
     /**
-     * Calls the local observers of a signal, in the order of registration. Sends nothing. Ends with
-     * the first that deletes the child, or throws: the exception comes out of here.
+     * Calls the local observers of a signal, in the order of registration. Sends nothing. Stops at
+     * the first observer that deletes the child or throws; the exception leaves this function.
      *
      * @param signal_id  the signal
      * @param data       text of the signal; may be null
@@ -184,8 +186,9 @@ protected:
      */
     void add_cmd_handler(int id, cmd_handler handler);
 
-    /** The object that stands on the bus for this child; null without system initialisation and in
-     *  a second child that was refused. After a failure of the bus it is there, but not on it. */
+    /** The object that stands on the bus for this child, until the process ends; null without
+     *  system initialisation and in a second child that was refused. After a failure of the bus it
+     *  is there, but not on the bus, and ends with the child. */
     VaskChild* m_bus_object;
 
     /** The handlers, by command id. */
@@ -195,12 +198,12 @@ protected:
     std::vector<vask_child_signal_closure> m_signal_closures;
 
 private:
-    class bus_link;
+    friend class vask_child_state;
 
     VASK_HIDDEN void join_bus();
 
-    bus_link* m_bus_link;
-    std::shared_ptr<char> m_lifetime;
+    // What derived classes need not see; never null, and this object's for its whole life.
+    const std::unique_ptr<vask_child_state> m_state;
 };
 
 #endif

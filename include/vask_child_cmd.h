@@ -120,7 +120,8 @@ protected:
     /** Proxy of the child, owned; null before make_proxy(). */
     DBusGProxy* m_proxy;
 
-    /** The session bus, from make_proxy() on. */
+    /** The session bus, from make_proxy() on; null before. Not owned: the connection is the
+     *  process's, and this object's end leaves it as it is. */
     DBusGConnection* m_connection;
 
     /** Name of the child program. */

@@ -1,13 +1,14 @@
 #include "vask_app_bridge.h"
 
-#include <dbus/dbus-glib.h>
 #include <glib.h>
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "bridge/child_end_watch.h"
-#include "bridge/vask_child_farewell.h"
+#include "bridge/vask_app_bridge_state.h"
+#include "bridge/vask_child_proxy_state.h"
+#include "bus/bus_handles.h"
 #include "bus/session_bus.h"
 
 namespace {
@@ -44,7 +45,7 @@ vask_app_bridge::vask_app_bridge(const char* name, bool no_bus_watch)
       m_twins_mode(false),
       m_child_proxy{nullptr, nullptr},
       m_main_worker_index(0),
-      m_lifetime(std::make_shared<char>()) {
+      m_state(std::make_unique<vask_app_bridge_state>()) {
     obj_name = name;
     vask_p(VASK_P_DBG, "%s\n", "vask_app_bridge::vask_app_bridge(const char*, bool)");
     if (!no_bus_watch) {
@@ -58,15 +59,13 @@ vask_app_bridge::~vask_app_bridge() {
     disconnect_name_owner_changed();
     // A request that has thrown, or that deletes the bridge, may have asked nobody.
     for (vask_child_proxy* worker : m_child_proxy) {
-        if (worker != nullptr && worker->m_farewell->is_being_asked()) {
-            worker->m_terminating = false;
+        if (worker != nullptr && worker->m_state->farewell.is_being_asked()) {
+            worker->m_state->terminating = false;
         }
     }
     terminate_all_workers();
     vask_wait_child_exit(0);
-    if (m_bus_connection != nullptr) {
-        dbus_g_connection_unref(m_bus_connection);
-    }
+    const unique_bus_connection given_back(m_bus_connection);
 }
 
 bool vask_app_bridge::spawn(strlist& argv, strlist& envs) {

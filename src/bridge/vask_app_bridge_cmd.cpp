@@ -50,11 +50,10 @@ bool vask_app_bridge::send_cmd(int id, char** reply, const char* argument, vask_
     }
 
     gchar* answer = nullptr;
-    GError* error = nullptr;
-    if (!dbus_g_proxy_call(child->get_bus_proxy(), "Command", &error, G_TYPE_INT, id, G_TYPE_STRING,
-                           null_as_empty(argument), G_TYPE_INVALID, G_TYPE_STRING, &answer,
-                           G_TYPE_INVALID)) {
-        unique_g_error owned(error);
+    gerror_holder error;
+    if (!dbus_g_proxy_call(child->get_bus_proxy(), "Command", error.out(), G_TYPE_INT, id,
+                           G_TYPE_STRING, null_as_empty(argument), G_TYPE_INVALID, G_TYPE_STRING,
+                           &answer, G_TYPE_INVALID)) {
         vask_p(VASK_P_ERR, "Failed to send command %d: %s\n", id, error->message);
         return false;
     }
@@ -85,7 +84,7 @@ bool vask_app_bridge::send_cmd_no_reply(int id, const char* argument, vask_error
                               "Cannot call send_cmd_no_reply() prior to spawn()!", err);
     }
     const bool is_met = child->get_bus_proxy() != nullptr;
-    // Asked now also for a command that is only queued: later nobody could be told.
+    // A command that is only queued is tested now, too: later nobody could be told.
     if (const char* problem =
             is_met ? find_problem(child, argument) : find_text_problem(argument)) {
         vask_p(VASK_P_ERR, "Failed to send command %d: %s\n", id, problem);
@@ -113,13 +112,12 @@ void vask_app_bridge::flush_child_cmd_buffer(vask_child_proxy* proxy) {
     if (proxy == nullptr || !proxy->is_bus_alive()) {
         return;
     }
-    while (child_cmd_buffer* cmd = proxy->dequeue_cmd()) {
+    while (const auto cmd = std::unique_ptr<child_cmd_buffer>(proxy->dequeue_cmd())) {
         if (const char* problem = find_text_problem(cmd->argument.c_str())) {
             vask_p(VASK_P_ERR, "Failed to send command %d: %s\n", cmd->id, problem);
         } else {
             call_command(proxy, cmd->id, cmd->argument.c_str());
         }
-        delete cmd;
     }
 }
 
@@ -159,7 +157,7 @@ void vask_app_bridge::save_window_data(int x, int y, int w, int h, vask_window_i
 }
 
 void vask_app_bridge::set_window(int x, int y, int w, int h, vask_window_id_t id) {
-    // The labels are out of order, and kept. A window's number is printed like an address.
+    // The labels are in the wrong order, and kept. The window's number is printed like an address.
     vask_p(VASK_P_DBG, "%s: (x, y, h, w, id) = (%d, %d, %d, %d, %p)\n",
            "virtual void vask_app_bridge::set_window(int, int, int, int, vask_window_id_t)", x, y,
            w, h, reinterpret_cast<void*>(id));  // NOLINT(performance-no-int-to-ptr)

@@ -4,21 +4,29 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "bridge/child_end_watch.h"
-#include "bridge/vask_child_farewell.h"
+#include "bridge/vask_app_bridge_state.h"
+#include "bridge/vask_child_proxy_state.h"
+#include "foundation/c_border.h"
+#include "foundation/scope_exit.h"
 #include "vask_app_bridge.h"
 
 // How a bridge and its children stay in step:
 //
-// A slot that is not empty stands for a process that this process has started and not yet been told
-// the end of. Exactly one of two things empties it: the child watch (child_watch(), followed by a
-// callback) or vask_wait_child_exit() (no callback). Both delete the proxy, and with it the watch,
-// so that none of them can follow the other.
+// A slot that is not empty stands for a process that the bridge has started, and whose end the
+// application has not been told yet. Exactly one of two things empties it: report_end(), followed
+// by a callback, or vask_wait_child_exit(), without one. Both delete the proxy, and with it the
+// watch, so that none of them can follow the other.
 //
-// The child watch of a child on the bus leaves the slot as it is until what the child has sent has
-// been delivered (vask_child_farewell). To the application the child has not ended before.
+// _child_watch() hears of the end of a process. While a child on the bus may have sent something
+// that was not delivered yet, it leaves the slot as it is, and the child's farewell reports the end
+// later (vask_child_farewell). To the application the child has not ended before.
 //
-// Nothing is sent to a process id that has been reaped, because it may be a stranger's by then.
+// Nothing is sent to a process id that has been reaped: it may be a stranger's by then, or that of
+// the other twin.
 
 namespace {
 
@@ -30,33 +38,6 @@ void reap_silently(int pid) {
         pid, [](GPid, gint, gpointer) {}, nullptr);
 }
 
-// Gives the main place back, if the bridge still lives then.
-class main_place_guard {
-public:
-    main_place_guard(int& index, const std::shared_ptr<char>& lifetime)
-        : m_index(index), m_value(index), m_lifetime(lifetime) {}
-    ~main_place_guard() {
-        if (is_needed()) {
-            m_index = m_value;
-        }
-    }
-    main_place_guard(const main_place_guard&) = delete;
-    main_place_guard& operator=(const main_place_guard&) = delete;
-
-    bool is_needed() const { return !m_lifetime.expired(); }
-
-private:
-    int& m_index;
-    const int m_value;
-    const std::weak_ptr<char> m_lifetime;
-};
-
-// How long a wait has taken. When the clock fails, the naps of the wait must do.
-double waited_msec(double start, long long napped_msec) {
-    const double now = vask_object::vask_gettime(VASK_TIME_MSEC);
-    return start < 0 || now < 0 ? static_cast<double>(napped_msec) : now - start;
-}
-
 }  // namespace
 
 void vask_app_bridge::terminate_worker() {
@@ -65,25 +46,31 @@ void vask_app_bridge::terminate_worker() {
         return;
     }
     worker->set_terminating();
-    // Whoever has ended cannot be asked, and its process id may be a stranger's.
-    if (worker->m_farewell->has_begun()) {
+    // A child that has ended cannot be asked, and its process id may be a stranger's.
+    vask_child_farewell& farewell = worker->m_state->farewell;
+    if (farewell.has_begun()) {
         return;
     }
     // An override may delete this bridge, and with it the worker.
-    const std::weak_ptr<vask_child_farewell> farewell = worker->m_farewell;
-    worker->m_farewell->begin_request();
+    const life_mark life(worker->m_state->life);
+    farewell.begin_request();
     // From the destructor this is the base's own, as the header warns.
     terminate_worker_impl();  // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall)
-    if (const auto left = farewell.lock()) {
-        left->end_request();
+    if (!life.is_over()) {
+        farewell.end_request();
     }
 }
 
 void vask_app_bridge::terminate_all_workers() {
-    const main_place_guard main_place(m_main_worker_index, m_lifetime);
+    // An override may run a main loop, in which a callback deletes this bridge.
+    const life_mark life(m_state->life);
+    const scope_exit give_main_place_back([&, main_place = m_main_worker_index] {
+        if (!life.is_over()) {
+            m_main_worker_index = main_place;
+        }
+    });
     for (int slot : {0, 1}) {
-        // An override may run a main loop, in which a callback deletes this bridge.
-        if (main_place.is_needed()) {
+        if (!life.is_over()) {
             m_main_worker_index = slot;
             terminate_worker();
         }
@@ -93,7 +80,7 @@ void vask_app_bridge::terminate_all_workers() {
 void vask_app_bridge::terminate_worker_impl() {
     vask_p(VASK_P_DBG, "%s\n", "virtual void vask_app_bridge::terminate_worker_impl()");
     const vask_child_proxy* worker = main_worker();
-    if (worker == nullptr || worker->m_farewell->has_begun()) {
+    if (worker == nullptr || worker->m_state->farewell.has_begun()) {
         return;
     }
     const int pid = worker->get_pid();
@@ -129,14 +116,13 @@ bool vask_app_bridge::vask_wait_child_exit(unsigned int timeout_ms) {
 bool vask_app_bridge::wait_for_end(const vask_child_proxy& child, unsigned int timeout_ms) const {
     const char* const signature = "bool vask_app_bridge::vask_wait_child_exit(unsigned int)";
     const pid_t pid = child.get_pid();
-    const double start = vask_gettime(VASK_TIME_MSEC);
-    long long napped_msec = 0;
-    for (;;) {
+    double waited_msec = 0;
+    for (double last = vask_gettime(VASK_TIME_MSEC);;) {
         int status = 0;
-        const pid_t waited = child.m_farewell->has_begun() ? pid : waitpid(pid, &status, WNOHANG);
+        const pid_t waited =
+            child.m_state->farewell.has_begun() ? pid : waitpid(pid, &status, WNOHANG);
         if (waited > 0) {
-            vask_p(VASK_P_DBG, "%s: waited time: %.1f (ms)\n", signature,
-                   waited_msec(start, napped_msec));
+            vask_p(VASK_P_DBG, "%s: waited time: %.1f (ms)\n", signature, waited_msec);
             return true;
         }
         if (waited < 0) {
@@ -145,8 +131,11 @@ bool vask_app_bridge::wait_for_end(const vask_child_proxy& child, unsigned int t
             return true;
         }
         usleep(poll_interval_msec * 1000);
-        napped_msec += poll_interval_msec;
-        if (timeout_ms != 0 && waited_msec(start, napped_msec) > timeout_ms) {
+        const double now = vask_gettime(VASK_TIME_MSEC);
+        // A clock that fails must not make the wait endless.
+        waited_msec += last < 0 || now < 0 ? poll_interval_msec : now - last;
+        last = now;
+        if (timeout_ms != 0 && waited_msec > timeout_ms) {
             vask_p(VASK_P_INFO, "%s: timeouted\n", signature);
             return false;
         }
@@ -161,36 +150,56 @@ void vask_app_bridge::child_crash_cb(bool is_main) {
     vask_p(VASK_P_DBG, "%s: %d\n", "virtual void vask_app_bridge::child_crash_cb(bool)", is_main);
 }
 
-void vask_app_bridge::_child_watch(int pid, int status, void* data) {
+void vask_app_bridge::_child_watch(int pid, int, void* data) {
     vask_p("vask_app_bridge", VASK_P_DBG, "_child_watch: %d\n", pid);
-    auto* bridge = static_cast<vask_app_bridge*>(data);
-    vask_child_proxy* child = bridge->m_child_proxy[0];
-    if (child == nullptr || child->get_pid() != pid) {
-        child = bridge->m_child_proxy[1];
-    }
-    if (child != nullptr && child->get_pid() == pid && child->m_farewell->is_needed()) {
-        g_source_remove(child->m_watch_id);
-        child->m_watch_id = child->m_farewell->begin(status);
+    auto* const bridge = static_cast<vask_app_bridge*>(data);
+    vask_child_proxy* const child = bridge->find_child(pid);
+    if (child == nullptr || !child->m_state->farewell.is_needed()) {
+        bridge->report_end_for_c(child, pid);
         return;
     }
-    report_child_end(*bridge, child, pid, status);
+    g_source_remove(child->m_state->end_watch);
+    child->m_state->end_watch =
+        child->m_state->farewell.begin([=] { bridge->report_end_for_c(child, pid); });
+}
+
+// The child with this process id, or null. The id of a twin that has ended may be the other one's
+// while the farewell lasts: then it is the other one that is found.
+vask_child_proxy* vask_app_bridge::find_child(int pid) const {
+    vask_child_proxy* found = nullptr;
+    for (vask_child_proxy* worker : m_child_proxy) {
+        if (worker != nullptr && worker->get_pid() == pid &&
+            (found == nullptr || found->m_state->farewell.has_begun())) {
+            found = worker;
+        }
+    }
+    return found;
 }
 
 void vask_app_bridge::child_watch(int pid, int) {
+    report_end(find_child(pid), pid);
+}
+
+void vask_app_bridge::report_end_for_c(vask_child_proxy* child, int pid) {
+    const bool exits = child != nullptr && child->is_terminating();
+    call_for_c(exits ? "vask_app_bridge::child_exit_cb()" : "vask_app_bridge::child_crash_cb()",
+               [&] { report_end(child, pid); });
+}
+
+// Every end that is followed by a callback comes to here, however it was noticed.
+void vask_app_bridge::report_end(vask_child_proxy* child, int pid) {
     const char* const signature = "void vask_app_bridge::child_watch(GPid, gint)";
     vask_p(VASK_P_DBG, "%s: %d\n", signature, pid);
-    int slot = 0;
-    while (slot < 2 && (m_child_proxy[slot] == nullptr || m_child_proxy[slot]->get_pid() != pid)) {
-        ++slot;
-    }
-    if (slot == 2) {
+    vask_child_proxy** const end = std::end(m_child_proxy);
+    vask_child_proxy** const slot = std::find(std::begin(m_child_proxy), end, child);
+    if (child == nullptr || slot == end) {
         vask_p(VASK_P_ERR, "%s: pid(%d): No such child.\n", signature, pid);
         abort();
     }
-    const bool is_main = slot == m_main_worker_index;
-    const bool terminating = m_child_proxy[slot]->is_terminating();
-    delete m_child_proxy[slot];
-    m_child_proxy[slot] = nullptr;
+    const bool is_main = child == main_worker();
+    const bool terminating = child->is_terminating();
+    delete child;
+    *slot = nullptr;
     free_child_resource();
 
     // Either callback may delete this bridge: nothing may follow.

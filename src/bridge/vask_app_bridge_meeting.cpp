@@ -17,19 +17,16 @@ void vask_app_bridge::connect_name_owner_changed() {
     if (m_bus_daemon_proxy != nullptr) {
         return;
     }
-    GError* error = nullptr;
-    DBusGConnection* connection = open_session_bus(&error);
-    if (connection == nullptr) {
-        unique_g_error owned(error);
+    gerror_holder error;
+    unique_bus_connection connection = open_session_bus(error.out());
+    if (!connection) {
         vask_p(VASK_P_ERR, "Failed to open DBUS session: %s", error->message);
     }
-    if (m_bus_connection != nullptr) {
-        dbus_g_connection_unref(m_bus_connection);
-    }
-    m_bus_connection = connection;
+    const unique_bus_connection former(m_bus_connection);
+    m_bus_connection = connection.release();
 
-    if (connection != nullptr) {
-        m_bus_daemon_proxy = new_bus_daemon_proxy(connection);
+    if (m_bus_connection != nullptr) {
+        m_bus_daemon_proxy = new_bus_daemon_proxy(m_bus_connection).release();
     }
     if (m_bus_daemon_proxy == nullptr) {
         vask_p(VASK_P_ERR, "Failed to get DBUS proxy");
@@ -39,13 +36,13 @@ void vask_app_bridge::connect_name_owner_changed() {
                             G_TYPE_STRING, G_TYPE_INVALID);
     dbus_g_proxy_connect_signal(m_bus_daemon_proxy, "NameOwnerChanged",
                                 G_CALLBACK(_name_owner_changed), this, nullptr);
-    // The rule waits behind everything else that is unsent. A child that is started before the bus
-    // has it would take its name unheard.
+    // The request to hear of names waits behind everything else that is unsent. A child that starts
+    // before the bus has the request would take its name unheard.
     DBusError silence = DBUS_ERROR_INIT;
     if (!wait_for_bus(m_bus_connection, &silence)) {
         vask_p(VASK_P_ERR, "The session bus does not answer: %s\n", silence.message);
-        // The proxy has waited for the bus as long, and would stay deaf. The next attempt makes a
-        // new one.
+        // The proxy has waited for the bus for the same time, and would stay deaf. The next attempt
+        // makes a new one.
         disconnect_name_owner_changed();
     }
     dbus_error_free(&silence);

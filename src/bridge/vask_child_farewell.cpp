@@ -1,11 +1,10 @@
 #include "bridge/vask_child_farewell.h"
 
 #include <dbus/dbus-glib-lowlevel.h>
-#include <string.h>
+
+#include <utility>
 
 #include "bus/session_bus.h"
-#include "foundation/c_border.h"
-#include "vask_app_bridge.h"
 
 namespace {
 
@@ -20,28 +19,13 @@ std::string loss_rule(const std::string& name) {
 
 }  // namespace
 
-void report_child_end(vask_app_bridge& bridge, const vask_child_proxy* child, int pid, int status) {
-    const bool exits = child != nullptr && child->is_terminating();
-    call_for_c(exits ? "vask_app_bridge::child_exit_cb()" : "vask_app_bridge::child_crash_cb()",
-               [&] { bridge.child_watch(pid, status); });
-}
-
-vask_child_farewell::vask_child_farewell(vask_app_bridge& bridge, const vask_child_proxy& child)
-    : m_bridge(bridge),
-      m_child(child),
-      m_connection(nullptr),
-      m_has_owner(false),
-      m_timer_id(0),
-      m_ticks(0),
-      m_status(0) {}
-
 vask_child_farewell::~vask_child_farewell() {
     leave_name();
 }
 
 void vask_child_farewell::watch_name(DBusGConnection* connection, const char* name) {
     leave_name();
-    m_connection = dbus_g_connection_ref(connection);
+    m_connection.reset(dbus_g_connection_ref(connection));
     m_name = name;
     m_has_owner = true;
     DBusConnection* raw = dbus_g_connection_get_connection(connection);
@@ -52,24 +36,23 @@ void vask_child_farewell::watch_name(DBusGConnection* connection, const char* na
 
 void vask_child_farewell::leave_name() {
     m_has_owner = false;
-    if (m_connection == nullptr) {
+    if (!m_connection) {
         return;
     }
-    DBusConnection* raw = dbus_g_connection_get_connection(m_connection);
+    DBusConnection* raw = dbus_g_connection_get_connection(m_connection.get());
     dbus_connection_remove_filter(raw, _filter, this);
-    if (is_bus_connected(m_connection)) {
+    if (is_bus_connected(m_connection.get())) {
         dbus_bus_remove_match(raw, loss_rule(m_name).c_str(), nullptr);
     }
-    dbus_g_connection_unref(m_connection);
-    m_connection = nullptr;
+    m_connection.reset();
 }
 
 bool vask_child_farewell::is_needed() const {
     return m_has_owner && !has_begun();
 }
 
-guint vask_child_farewell::begin(int status) {
-    m_status = status;
+guint vask_child_farewell::begin(std::function<void()> report) {
+    m_report = std::move(report);
     m_timer_id = g_timeout_add(tick_msec, _tick, this);
     return m_timer_id;
 }
@@ -112,8 +95,8 @@ void vask_child_farewell::hear(DBusMessage* message) {
     }
     GSource* timer = m_has_owner ? nullptr : find_timer();
     if (timer != nullptr) {
-        // From a source of its own: while a message is handled, a main loop that the parent runs in
-        // its callback would not hear of the bus.
+        // The timer reports, not this function: while a message is being handled, a main loop that
+        // the parent runs in its callback would hear nothing of the bus.
         g_source_set_ready_time(timer, 0);
     }
 }
@@ -123,7 +106,8 @@ gboolean vask_child_farewell::_tick(gpointer data) {
     if (farewell->m_has_owner && ++farewell->m_ticks < ticks_of_patience) {
         return G_SOURCE_CONTINUE;
     }
-    report_child_end(farewell->m_bridge, &farewell->m_child, farewell->m_child.get_pid(),
-                     farewell->m_status);
+    // The report may end the farewell while it runs.
+    const std::function<void()> report = std::move(farewell->m_report);
+    report();
     return G_SOURCE_REMOVE;
 }

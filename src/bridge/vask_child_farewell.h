@@ -5,14 +5,10 @@
 #include <dbus/dbus.h>
 #include <glib.h>
 
+#include <functional>
 #include <string>
 
-class vask_app_bridge;
-class vask_child_proxy;
-
-// Reports a child's end to its bridge, for C. The child may be null; the bridge may be gone
-// afterwards.
-void report_child_end(vask_app_bridge& bridge, const vask_child_proxy* child, int pid, int status);
+#include "bus/bus_handles.h"
 
 // The time between the end of a child's process and the report of it.
 //
@@ -27,7 +23,7 @@ void report_child_end(vask_app_bridge& bridge, const vask_child_proxy* child, in
 // main loop that is busy with other things still comes to what waits on the bus.
 class vask_child_farewell {
 public:
-    vask_child_farewell(vask_app_bridge& bridge, const vask_child_proxy& child);
+    vask_child_farewell() = default;
     ~vask_child_farewell();
     vask_child_farewell(const vask_child_farewell&) = delete;
     vask_child_farewell& operator=(const vask_child_farewell&) = delete;
@@ -41,19 +37,21 @@ public:
     // Whether something may still come from a child that ends now.
     bool is_needed() const;
 
-    // The process has ended and was reaped: its id may be somebody else's. The returned source
-    // reports the end, and whoever calls this removes it.
-    guint begin(int status);
+    // The process has ended and was reaped: its id may be somebody else's. Whoever calls this
+    // removes the returned source. It calls `report` once, which may end the farewell, and must not
+    // throw.
+    guint begin(std::function<void()> report);
 
     bool has_begun() const;
 
-    // Between these the bridge's application is asking the child to end. Without the second one it
-    // has failed, or has not come to it.
+    // Between these the bridge's application is asking the child to end. If the second one does not
+    // come, the application has failed to ask, or has not asked yet.
     void begin_request() { m_is_being_asked = true; }
     void end_request() { m_is_being_asked = false; }
     bool is_being_asked() const { return m_is_being_asked; }
 
-    // Gives back the time that the child's own signals have taken: not the bus was slow.
+    // Gives back the time that the callbacks for the child's own signals have taken: the bus was
+    // not slow then.
     void lengthen(gint64 usec);
 
 private:
@@ -64,14 +62,12 @@ private:
     void hear(DBusMessage* message);
     GSource* find_timer() const;
 
-    vask_app_bridge& m_bridge;
-    const vask_child_proxy& m_child;
-    DBusGConnection* m_connection;
+    unique_bus_connection m_connection;  // while a name is watched
     std::string m_name;
-    bool m_has_owner;
-    guint m_timer_id;
-    int m_ticks;
-    int m_status;
+    bool m_has_owner = false;  // as far as the bus has said
+    guint m_timer_id = 0;      // not 0 once the process has ended
+    int m_ticks = 0;
+    std::function<void()> m_report;
     bool m_is_being_asked = false;
 };
 

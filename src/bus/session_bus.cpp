@@ -7,17 +7,17 @@
 
 namespace {
 
-// The bus drops the connection of whoever sends a longer message. The header is less than this
-// allowance.
+// The bus drops the connection of a program that sends a longer message. A header takes less than
+// this allowance.
 constexpr size_t header_allowance = 65536;
 constexpr size_t longest_text = static_cast<size_t>(DBUS_MAXIMUM_MESSAGE_LENGTH) - header_allowance;
 
-// The bus library's own, for an answer.
+// How long the bus library itself waits for an answer.
 constexpr int answer_timeout_msec = 25000;
 constexpr gint64 usec_per_msec = 1000;
 
-// False when the bus takes nothing for so long. Signals do not make that longer, as they would in
-// the bus library's own waiting.
+// False when the bus reads nothing for that long. Signals do not prolong it, as they do where the
+// bus library waits.
 bool wait_until_bus_reads(DBusConnection* connection, int patience_msec) {
     pollfd socket = {-1, POLLOUT, 0};
     if (!dbus_connection_get_unix_fd(connection, &socket.fd)) {
@@ -35,15 +35,15 @@ bool wait_until_bus_reads(DBusConnection* connection, int patience_msec) {
 
 }  // namespace
 
-DBusGConnection* open_session_bus(GError** error) {
-    DBusGConnection* connection = dbus_g_bus_get(DBUS_BUS_SESSION, error);
-    if (connection == nullptr) {
+unique_bus_connection open_session_bus(GError** error) {
+    unique_bus_connection connection(dbus_g_bus_get(DBUS_BUS_SESSION, error));
+    if (!connection) {
         return nullptr;
     }
-    dbus_connection_set_exit_on_disconnect(dbus_g_connection_get_connection(connection), FALSE);
+    DBusConnection* raw = dbus_g_connection_get_connection(connection.get());
+    dbus_connection_set_exit_on_disconnect(raw, FALSE);
     // The bus library may hand out a lost connection until a main loop has dispatched the loss.
-    if (!is_bus_connected(connection)) {
-        dbus_g_connection_unref(connection);
+    if (!is_bus_connected(connection.get())) {
         g_set_error_literal(error, DBUS_GERROR, DBUS_GERROR_DISCONNECTED, session_bus_is_lost);
         return nullptr;
     }
@@ -67,35 +67,31 @@ bool hand_over(DBusGConnection* connection, int patience_msec) {
 }
 
 bool wait_for_bus(DBusGConnection* connection, DBusError* error) {
-    DBusConnection* raw = dbus_g_connection_get_connection(connection);
-    DBusMessage* question = dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
-                                                         DBUS_INTERFACE_DBUS, "GetId");
-    DBusPendingCall* pending = nullptr;
-    dbus_connection_send_with_reply(raw, question, &pending, answer_timeout_msec);
-    dbus_message_unref(question);
-    if (pending == nullptr) {
+    const unique_bus_message question(dbus_message_new_method_call(
+        DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "GetId"));
+    DBusPendingCall* call = nullptr;
+    dbus_connection_send_with_reply(dbus_g_connection_get_connection(connection), question.get(),
+                                    &call, answer_timeout_msec);
+    if (call == nullptr) {
         dbus_set_error_const(error, DBUS_ERROR_DISCONNECTED, session_bus_is_lost);
         return false;
     }
-    DBusMessage* answer = nullptr;
+    const unique_pending_call pending(call);
+    unique_bus_message answer;
     if (hand_over(connection, answer_timeout_msec)) {
-        dbus_pending_call_block(pending);
-        answer = dbus_pending_call_steal_reply(pending);
+        dbus_pending_call_block(pending.get());
+        answer.reset(dbus_pending_call_steal_reply(pending.get()));
     }
-    dbus_pending_call_cancel(pending);
-    dbus_pending_call_unref(pending);
-    if (answer == nullptr) {
+    if (!answer) {
         dbus_set_error_const(error, DBUS_ERROR_NO_REPLY, "The bus does not read");
         return false;
     }
-    const bool has_failed = dbus_set_error_from_message(error, answer);
-    dbus_message_unref(answer);
-    return !has_failed;
+    return !dbus_set_error_from_message(error, answer.get());
 }
 
-DBusGProxy* new_bus_daemon_proxy(DBusGConnection* connection) {
-    return dbus_g_proxy_new_for_name(connection, DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
-                                     DBUS_INTERFACE_DBUS);
+unique_bus_proxy new_bus_daemon_proxy(DBusGConnection* connection) {
+    return unique_bus_proxy(dbus_g_proxy_new_for_name(connection, DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
+                                                      DBUS_INTERFACE_DBUS));
 }
 
 const char* find_text_problem(const char* text) {

@@ -4,11 +4,12 @@
 #include <dbus/dbus-glib.h>
 #include <dbus/dbus.h>
 
+#include "bus/bus_handles.h"
+
 // Opens the process's connection to the session bus. The bus library would end the process when
 // the bus goes away; that is switched off here, so whoever opens it has to live with a lost bus.
-// A connection that is lost already counts as none: null with an error. The caller gives the
-// connection back with dbus_g_connection_unref().
-DBusGConnection* open_session_bus(GError** error);
+// A connection that is lost already counts as none: null with an error.
+unique_bus_connection open_session_bus(GError** error);
 
 // False once the bus has gone away. Every bus proxy of such a connection is dead then, and the bus
 // library takes no call on it, not even to disconnect a signal.
@@ -20,12 +21,12 @@ bool is_bus_connected(DBusGConnection* connection);
 bool hand_over(DBusGConnection* connection, int patience_msec);
 
 // Blocks until the bus has taken everything that was sent on this connection, and nothing is
-// handled meanwhile. False with an error when it has not read, or not answered, within the bus
-// library's usual time for an answer, about 25 s, or the connection is lost.
+// handled meanwhile. False with an error when the bus has not read or not answered within the bus
+// library's usual time for an answer, about 25 s, or when the connection is lost.
 bool wait_for_bus(DBusGConnection* connection, DBusError* error);
 
 // A proxy of the bus daemon itself, or null.
-DBusGProxy* new_bus_daemon_proxy(DBusGConnection* connection);
+unique_bus_proxy new_bus_daemon_proxy(DBusGConnection* connection);
 
 // Why a text must not be handed to the bus library, which would end the process or lose the
 // connection over it; null when it may. A null text may: it travels as the empty string.

@@ -8,31 +8,28 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
+#include <utility>
 
 #include "bus/bus_names.h"
 #include "bus/session_bus.h"
 #include "child/vask_child_object.h"
 #include "foundation/exec_call.h"
 #include "foundation/glib_handles.h"
+#include "foundation/life_mark.h"
 
 namespace {
 
-// dbus-glib ends the process when a second object is registered at the same path, and a registered
+// dbus-glib ends the process when a second object is registered at the same path. A registered
 // object stays until the process ends.
 bool process_has_child_on_bus = false;
 
 // How long a bus that reads nothing may hold up the end of a child.
 constexpr int bus_patience_msec = 5000;
 
-struct g_object_deleter {
-    void operator()(void* object) const { g_object_unref(object); }
-};
-
 bool request_name(DBusGConnection* connection, const char* name, GError** error) {
-    std::unique_ptr<DBusGProxy, g_object_deleter> proxy(new_bus_daemon_proxy(connection));
+    const unique_bus_proxy proxy = new_bus_daemon_proxy(connection);
     g_assert(proxy != NULL);
-    // A queued answer counts as success as well, so nobody looks at it.
+    // Nobody looks at the answer: a place in the queue for the name counts as success as well.
     guint answer = 0;
     return dbus_g_proxy_call(proxy.get(), "RequestName", error, G_TYPE_STRING, name, G_TYPE_UINT, 0,
                              G_TYPE_INVALID, G_TYPE_UINT, &answer, G_TYPE_INVALID);
@@ -46,39 +43,47 @@ bool matches(const vask_child_signal_closure& closure, vask_child_signal_cb call
 
 }  // namespace
 
-// A child's presence on the bus: hears of the bus's end while the child lives.
-class vask_child::bus_link {
+// The private data of a vask_child: its presence on the bus, and its life.
+class vask_child_state {
 public:
-    bus_link(vask_child& child, DBusGConnection* connection)
-        : m_child(child), m_connection(connection), m_bus_is_stuck(false) {
-        dbus_connection_add_filter(dbus_g_connection_get_connection(m_connection), on_message, this,
-                                   nullptr);
+    explicit vask_child_state(vask_child& child) : m_child(child) {}
+    ~vask_child_state() {
+        if (is_on_bus()) {
+            dbus_connection_remove_filter(raw_connection(), on_message, this);
+        }
+    }
+    vask_child_state(const vask_child_state&) = delete;
+    vask_child_state& operator=(const vask_child_state&) = delete;
+
+    // From now on the child hears of the bus's end.
+    void join_bus(unique_bus_connection connection) {
+        m_connection = std::move(connection);
+        dbus_connection_add_filter(raw_connection(), on_message, this, nullptr);
     }
 
-    ~bus_link() {
-        dbus_connection_remove_filter(dbus_g_connection_get_connection(m_connection), on_message,
-                                      this);
-        dbus_g_connection_unref(m_connection);
-    }
-
-    bus_link(const bus_link&) = delete;
-    bus_link& operator=(const bus_link&) = delete;
+    bool is_on_bus() const { return m_connection != nullptr; }
 
     // The bus is waited for again, although it was given up before.
     void trust_bus() { m_bus_is_stuck = false; }
 
     // What the bus library still queues would be lost with the process.
     void hand_over_all() {
-        if (!m_bus_is_stuck && !hand_over(m_connection, bus_patience_msec)) {
+        if (!m_bus_is_stuck && !hand_over(m_connection.get(), bus_patience_msec)) {
             m_bus_is_stuck = true;
             m_child.vask_p(VASK_P_ERR, "The bus does not read; messages of this child are lost\n");
         }
     }
 
+    life_marks life;
+
 private:
+    DBusConnection* raw_connection() const {
+        return dbus_g_connection_get_connection(m_connection.get());
+    }
+
     static DBusHandlerResult on_message(DBusConnection*, DBusMessage* message, void* data) {
         if (dbus_message_is_signal(message, DBUS_INTERFACE_LOCAL, "Disconnected")) {
-            static_cast<bus_link*>(data)->bus_lost();
+            static_cast<vask_child_state*>(data)->bus_lost();
         }
         return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
     }
@@ -91,15 +96,16 @@ private:
     }
 
     vask_child& m_child;
-    DBusGConnection* m_connection;
-    bool m_bus_is_stuck;  // and was waited for; the end of run() and that of the child are one end
+    // Null while the child is not on the bus. Once there, it stays until the child ends.
+    unique_bus_connection m_connection;
+    // The bus was waited for in vain: run() and the child's end do not both wait.
+    bool m_bus_is_stuck = false;
 };
 
 vask_child::vask_child(const char* name, int argc, char** argv)
     : vask_app(name, argc, argv),
       m_bus_object(nullptr),
-      m_bus_link(nullptr),
-      m_lifetime(std::make_shared<char>()) {
+      m_state(std::make_unique<vask_child_state>(*this)) {
     if (m_no_sys_init) {
         return;
     }
@@ -113,55 +119,50 @@ vask_child::vask_child(const char* name, int argc, char** argv)
 }
 
 vask_child::~vask_child() {
-    if (m_bus_link != nullptr) {
+    if (m_state->is_on_bus()) {
         // The registered object stays on the bus until the process ends, without an owner.
         vask_child_object_set_owner(m_bus_object, nullptr);
-        m_bus_link->hand_over_all();
-        delete m_bus_link;
+        m_state->hand_over_all();
     } else if (m_bus_object != nullptr) {
         g_object_unref(m_bus_object);
     }
 }
 
 void vask_child::join_bus() {
-    GError* error = nullptr;
-    DBusGConnection* connection = open_session_bus(&error);
-    if (connection == nullptr) {
-        unique_g_error owned(error);
+    gerror_holder error;
+    unique_bus_connection connection = open_session_bus(error.out());
+    if (!connection) {
         vask_p(VASK_P_ERR, "Failed to get DBUS connection: %s", error->message);
         return;
     }
 
     char name[256];
     snprintf(name, sizeof(name), VASK_CHILD_NAME_FORMAT, getpid());
-    if (!request_name(connection, name, &error)) {
-        unique_g_error owned(error);
+    if (!request_name(connection.get(), name, error.out())) {
         vask_p(VASK_P_ERR, "RequestName for '%s'' failed: %s\n", name, error->message);
-        dbus_g_connection_unref(connection);
         return;
     }
 
-    dbus_g_connection_register_g_object(connection, VASK_CHILD_PATH, G_OBJECT(m_bus_object));
+    dbus_g_connection_register_g_object(connection.get(), VASK_CHILD_PATH, G_OBJECT(m_bus_object));
     process_has_child_on_bus = true;
-    m_bus_link = new bus_link(*this, connection);
+    m_state->join_bus(std::move(connection));
 }
 
 int vask_child::run() {
-    if (m_bus_link != nullptr) {
-        m_bus_link->trust_bus();
-    }
+    m_state->trust_bus();
     const int code = vask_app::run();
-    // Not before: the reply of the handler that asks for the end is queued behind that handler.
-    if (m_bus_link != nullptr) {
-        m_bus_link->hand_over_all();
+    // Not before: the reply to the command that asks for the end is queued when its handler
+    // returns.
+    if (m_state->is_on_bus()) {
+        m_state->hand_over_all();
     }
     return code;
 }
 
 void vask_child::emit_signal(int signal_id, const char* data) {
-    const std::weak_ptr<char> lifetime = m_lifetime;
+    const life_mark life(m_state->life);
     observe_signal(signal_id, data);
-    if (lifetime.expired()) {
+    if (life.is_over()) {
         return;
     }
     if (const char* problem = find_text_problem(data)) {
@@ -209,7 +210,7 @@ void vask_child::observe_signal(int signal_id, const char* data) {
     // An observer may connect and disconnect observers: the walk is over those that were there at
     // the start, less those that are gone when their turn comes.
     const std::vector<vask_child_signal_closure> observers = m_signal_closures;
-    const std::weak_ptr<char> lifetime = m_lifetime;
+    const life_mark life(m_state->life);
     for (const vask_child_signal_closure& observer : observers) {
         if (observer.signal_id != signal_id) {
             continue;
@@ -219,7 +220,7 @@ void vask_child::observe_signal(int signal_id, const char* data) {
         };
         if (std::any_of(m_signal_closures.begin(), m_signal_closures.end(), same)) {
             observer.callback(this, signal_id, data, observer.user_data);
-            if (lifetime.expired()) {
+            if (life.is_over()) {
                 return;
             }
         }

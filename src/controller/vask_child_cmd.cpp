@@ -14,7 +14,7 @@ struct option_context_deleter {
     void operator()(GOptionContext* context) const { g_option_context_free(context); }
 };
 
-// The texts name one tool and one program, and are the same for every tool.
+// The texts name one tool and one program, on purpose, whatever the tool.
 const GOptionEntry entries[] = {
     {"version", 'V', 0, G_OPTION_ARG_NONE, &vask_child_cmd::options.version,
      "Show the version number of ruvo_cmd", nullptr},
@@ -30,9 +30,8 @@ bool parse_options(int& argc, char**& argv) {
     const std::unique_ptr<GOptionContext, option_context_deleter> context(
         g_option_context_new("[command] [command_args]"));
     g_option_context_add_main_entries(context.get(), vask_child_cmd::option_entries, nullptr);
-    GError* error = nullptr;
-    if (!g_option_context_parse(context.get(), &argc, &argv, &error)) {
-        const unique_g_error owned(error);
+    gerror_holder error;
+    if (!g_option_context_parse(context.get(), &argc, &argv, error.out())) {
         g_print("option parsing failed: %s\n", error->message);
         return false;
     }
@@ -116,7 +115,7 @@ bool vask_child_cmd::choose_target(const std::vector<int>& pids, int& target) {
         return true;
     }
     if (std::find(pids.begin(), pids.end(), options.pid) == pids.end()) {
-        // It names another program than the target, and is kept.
+        // The text names another program than the target, and is kept.
         g_print("No kelvo-sched process with pid: %d\n", options.pid);
         return false;
     }

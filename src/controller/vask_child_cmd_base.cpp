@@ -115,14 +115,15 @@ bool vask_child_cmd_base::make_proxy(int pid, bool force) {
         }
         release_proxy();
     }
-    GError* error = nullptr;
-    DBusGConnection* connection = open_session_bus(&error);
-    if (connection == nullptr) {
-        const unique_g_error owned(error);
+    gerror_holder error;
+    unique_bus_connection connection = open_session_bus(error.out());
+    if (!connection) {
         vask_p(VASK_P_ERR, "Failed to get DBUS connection: %s", error->message);
         return false;
     }
-    m_connection = connection;
+    // The reference is not given back, on purpose: a subclass may hand the connection on, and its
+    // users may outlive this object. The process has one connection, however often it is opened.
+    m_connection = connection.release();
     m_proxy = dbus_g_proxy_new_for_name(m_connection, make_dbus_servie_name(pid).c_str(),
                                         VASK_CHILD_PATH, VASK_CHILD_INTERFACE);
     m_pid = pid;
@@ -146,10 +147,9 @@ bool vask_child_cmd_base::cmd_func(int cmd_id, const char* arg, std::string* rep
     }
 
     gchar* answer = nullptr;
-    GError* error = nullptr;
-    if (!dbus_g_proxy_call(m_proxy, "Command", &error, G_TYPE_INT, cmd_id, G_TYPE_STRING, arg,
+    gerror_holder error;
+    if (!dbus_g_proxy_call(m_proxy, "Command", error.out(), G_TYPE_INT, cmd_id, G_TYPE_STRING, arg,
                            G_TYPE_INVALID, G_TYPE_STRING, &answer, G_TYPE_INVALID)) {
-        const unique_g_error owned(error);
         vask_p(VASK_P_ERR, "Failed to call: cmd_id: %d. %s\n", cmd_id, error->message);
         return false;
     }

@@ -48,12 +48,12 @@ vask_add_test(NAME lifecycle_end_by_polling_test
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 
 vask_add_test(NAME last_signals_by_pidfd_test BUS
-    SOURCES last_signals_test.cpp
+    SOURCES last_signals_test.cpp recycled_pid_test.cpp
     LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 vask_add_test(NAME last_signals_by_polling_test BUS
-    SOURCES last_signals_test.cpp lifecycle_no_pidfd.cpp
+    SOURCES last_signals_test.cpp recycled_pid_test.cpp lifecycle_no_pidfd.cpp
     LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})

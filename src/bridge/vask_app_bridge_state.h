@@ -1,0 +1,13 @@
+#ifndef VASK_APP_BRIDGE_STATE_H
+#define VASK_APP_BRIDGE_STATE_H
+
+#include "foundation/life_mark.h"
+#include "vask_app_bridge.h"
+
+// The private data of a vask_app_bridge.
+class vask_app_bridge_state {
+public:
+    life_marks life;
+};
+
+#endif
