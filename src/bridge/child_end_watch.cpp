@@ -11,6 +11,7 @@
 #include <string>
 
 #include "foundation/glib_handles.h"
+#include "foundation/unique_fd.h"
 
 namespace {
 
@@ -35,13 +36,32 @@ gboolean poll_child(gpointer data) {
 
 bool has_pidfd(int pid) {
 #ifdef SYS_pidfd_open
-    const auto fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-    if (fd >= 0) {
-        close(fd);
-        return true;
-    }
-#endif
+    return static_cast<bool>(unique_fd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))));
+#else
     return false;
+#endif
+}
+
+guint watch_by_pidfd(int pid, GChildWatchFunc callback, void* data) {
+    const guint watch_id = g_child_watch_add(pid, callback, data);
+    name_child_source(watch_id, "end, by pidfd,", pid);
+    // Somebody may have reaped the child before GLib has opened its pidfd. Nothing would tell GLib
+    // of the end any more.
+    if (has_been_reaped(pid)) {
+        g_source_set_ready_time(g_main_context_find_source_by_id(nullptr, watch_id), 0);
+    }
+    return watch_id;
+}
+
+// Without a pidfd GLib has a thread reap children when SIGCHLD comes. That thread would hear of
+// nothing while the process blocks or ignores the signal, and it could take a child away between a
+// look at it and a signal to it. So the main loop looks for itself.
+guint watch_by_polling(int pid, GChildWatchFunc callback, void* data) {
+    const guint watch_id = g_timeout_add_full(
+        G_PRIORITY_DEFAULT, poll_interval_msec, poll_child, new polled_child{pid, callback, data},
+        [](gpointer child) { delete static_cast<polled_child*>(child); });
+    name_child_source(watch_id, "end, by polling,", pid);
+    return watch_id;
 }
 
 bool is_traced(int pid) {
@@ -65,25 +85,19 @@ bool has_been_reaped(int pid) {
 }
 
 void wake_child(int pid) {
-    // Whoever attaches to a process (a debugger, a sanitizer at its end) waits for it to stop, and
-    // would wait for ever: SIGCONT takes a stop back that has not happened yet.
+    // Whoever attaches to a process (a debugger, a sanitizer at its end) waits for it to stop.
+    // SIGCONT takes back a stop that has not happened yet, so that they would wait for ever.
     if (!is_traced(pid) && !has_been_reaped(pid)) {
         kill(pid, SIGCONT);
     }
 }
 
+void name_child_source(guint source_id, const char* what, int pid) {
+    const std::string name = std::string("vask: ") + what + " of child " + std::to_string(pid);
+    g_source_set_name_by_id(source_id, name.c_str());
+}
+
 guint watch_child_end(int pid, GChildWatchFunc callback, void* data) {
-    if (has_pidfd(pid)) {
-        const guint watch_id = g_child_watch_add(pid, callback, data);
-        if (!has_been_reaped(pid)) {
-            return watch_id;
-        }
-        g_source_remove(watch_id);
-    }
-    // Without a pidfd GLib has a thread reap children when SIGCHLD comes. It would hear of nothing
-    // while the process blocks or ignores that signal, and it could take a child away between a
-    // look at it and a signal to it. So the main loop looks for itself.
-    return g_timeout_add_full(G_PRIORITY_DEFAULT, poll_interval_msec, poll_child,
-                              new polled_child{pid, callback, data},
-                              [](gpointer child) { delete static_cast<polled_child*>(child); });
+    const auto watch = has_pidfd(pid) ? watch_by_pidfd : watch_by_polling;
+    return watch(pid, callback, data);
 }

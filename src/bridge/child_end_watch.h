@@ -7,12 +7,17 @@
 // a parent that ignores SIGCHLD, or by the application.
 bool has_been_reaped(int pid);
 
-// Lets a stopped child go on, so that it gets to its pending signals. Nothing is sent to one that
-// was reaped or is traced.
+// Lets a stopped child go on, so that it receives its pending signals. Nothing is sent to a child
+// that was reaped or is traced.
 void wake_child(int pid);
 
 // Calls back from the main loop, once, when a child of this process has ended, and reaps it. Hears
 // of the end whatever the process does with SIGCHLD. The source is removed with g_source_remove().
+// Whichever way it hears of the end, it calls the callback and nothing else.
 guint watch_child_end(int pid, GChildWatchFunc callback, void* data);
+
+// Names a source after the child that it is for, so that a debugger shows what a bridge waits for:
+// "vask: WHAT of child PID".
+void name_child_source(guint source_id, const char* what, int pid);
 
 #endif

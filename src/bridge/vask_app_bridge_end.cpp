@@ -160,7 +160,7 @@ void vask_app_bridge::_child_watch(int pid, int, void* data) {
     }
     g_source_remove(child->m_state->end_watch);
     child->m_state->end_watch =
-        child->m_state->farewell.begin([=] { bridge->report_end_for_c(child, pid); });
+        child->m_state->farewell.begin(pid, [=] { bridge->report_end_for_c(child, pid); });
 }
 
 // The child with this process id, or null. The id of a twin that has ended may be the other one's

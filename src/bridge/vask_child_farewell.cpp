@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "bridge/child_end_watch.h"
 #include "bus/session_bus.h"
 
 namespace {
@@ -51,9 +52,10 @@ bool vask_child_farewell::is_needed() const {
     return m_has_owner && !has_begun();
 }
 
-guint vask_child_farewell::begin(std::function<void()> report) {
+guint vask_child_farewell::begin(int pid, std::function<void()> report) {
     m_report = std::move(report);
     m_timer_id = g_timeout_add(tick_msec, _tick, this);
+    name_child_source(m_timer_id, "last signals", pid);
     return m_timer_id;
 }
 

@@ -40,7 +40,7 @@ public:
     // The process has ended and was reaped: its id may be somebody else's. Whoever calls this
     // removes the returned source. It calls `report` once, which may end the farewell, and must not
     // throw.
-    guint begin(std::function<void()> report);
+    guint begin(int pid, std::function<void()> report);
 
     bool has_begun() const;
 

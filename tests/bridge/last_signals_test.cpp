@@ -283,6 +283,13 @@ TEST_F(last_signals, Are_waited_for_no_longer_than_about_a_second_when_the_bus_i
     wake_bus();
 }
 
+TEST_F(last_signals, Are_named_by_the_source_that_waits_for_them) {
+    ASSERT_NO_FATAL_FAILURE(meet_and_let_child_end_on_stopped_bus());
+    ASSERT_NO_FATAL_FAILURE(let_end_be_noticed());
+    const std::string child = std::to_string(bridge->get_child_pid());
+    EXPECT_THAT(child_source_names(), ElementsAre("vask: last signals of child " + child));
+}
+
 TEST_F(last_signals, Are_waited_for_no_longer_when_somebody_else_keeps_the_connection) {
     ASSERT_TRUE(bridge->spawn_and_settle());
     const process_end keeper(std::stoi(bridge->ask(CHILD_LEAVE_CONNECTION_OPEN)));

@@ -1,4 +1,5 @@
 #include <errno.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -53,4 +54,12 @@ TEST(kernel_without_pidfd, leaves_SIGCHLD_alone_all_the_same) {
     ASSERT_FALSE(has_handler(SIGCHLD));
     spawn_probe(bridge, {"sleep"});
     EXPECT_FALSE(has_handler(SIGCHLD));
+}
+
+TEST(kernel_without_pidfd, is_named_by_the_source_that_looks_for_the_end) {
+    recording_bridge bridge(true);
+    spawn_probe(bridge, {"sleep"});
+    const std::string child = std::to_string(bridge.get_child_pid());
+    EXPECT_THAT(child_source_names(),
+                testing::ElementsAre("vask: end, by polling, of child " + child));
 }

@@ -13,7 +13,14 @@ namespace {
 
 const std::string wait_signature = "bool vask_app_bridge::vask_wait_child_exit(unsigned int)";
 
-bool is_reaped_while_watch_is_made = false;
+enum class reaping { none, before_glib_has_a_pidfd, after_it };
+
+reaping while_watch_is_made = reaping::none;
+
+void end_and_reap(pid_t pid) {
+    kill(pid, SIGKILL);
+    reap_secretly(pid);
+}
 
 /** Nobody but the main loop and the bridge reaps children here, so what happens is certain. */
 class kernel_with_pidfd : public lifecycle_fixture {
@@ -30,11 +37,13 @@ protected:
 }  // namespace
 
 extern "C" guint g_child_watch_add(GPid pid, GChildWatchFunc function, gpointer data) {
+    if (while_watch_is_made == reaping::before_glib_has_a_pidfd) {
+        end_and_reap(pid);
+    }
     const guint id = next_function<guint(GPid, GChildWatchFunc, gpointer)>("g_child_watch_add")(
         pid, function, data);
-    if (is_reaped_while_watch_is_made) {
-        kill(pid, SIGKILL);
-        reap_secretly(pid);
+    if (while_watch_is_made == reaping::after_it) {
+        end_and_reap(pid);
     }
     return id;
 }
@@ -48,13 +57,23 @@ TEST_F(kernel_with_pidfd, Leaves_SIGCHLD_alone) {
 }
 
 TEST_F(kernel_with_pidfd, Tells_of_the_end_of_a_child_that_is_reaped_while_its_watch_is_made) {
+    for (reaping when : {reaping::before_glib_has_a_pidfd, reaping::after_it}) {
+        recording_bridge bridge(true);
+        while_watch_is_made = when;
+        spawn_probe(bridge, {"sleep"});
+        while_watch_is_made = reaping::none;
+        ASSERT_TRUE(bridge.wait_for_ends(1));
+        EXPECT_THAT(bridge.ends, testing::ElementsAre(main_worker_crash));
+        EXPECT_EQ(bridge.get_child_pid(), -1);
+    }
+}
+
+TEST_F(kernel_with_pidfd, Is_named_by_the_source_that_waits_for_the_end) {
     recording_bridge bridge(true);
-    is_reaped_while_watch_is_made = true;
     spawn_probe(bridge, {"sleep"});
-    is_reaped_while_watch_is_made = false;
-    ASSERT_TRUE(bridge.wait_for_ends(1));
-    EXPECT_THAT(bridge.ends, testing::ElementsAre(main_worker_crash));
-    EXPECT_EQ(bridge.get_child_pid(), -1);
+    const std::string child = std::to_string(bridge.get_child_pid());
+    EXPECT_THAT(child_source_names(),
+                testing::ElementsAre("vask: end, by pidfd, of child " + child));
 }
 
 TEST_F(kernel_with_pidfd, Lets_the_bridge_tell_how_long_it_has_waited) {

@@ -106,6 +106,20 @@ bool spawn_probe(vask_app_bridge& bridge, std::initializer_list<std::string> arg
     return bridge.spawn(argv, envs);
 }
 
+std::vector<std::string> child_source_names() {
+    const guint newest = g_idle_add([](gpointer) { return G_SOURCE_REMOVE; }, nullptr);
+    g_source_remove(newest);
+    std::vector<std::string> names;
+    for (guint id = 1; id < newest; ++id) {
+        GSource* source = g_main_context_find_source_by_id(nullptr, id);
+        const char* name = source != nullptr ? g_source_get_name(source) : nullptr;
+        if (name != nullptr && g_str_has_prefix(name, "vask: ")) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
 std::vector<log_line> own_lines(const log_catcher& log) {
     std::vector<log_line> result;
     for (const log_line& line : log.lines()) {

@@ -39,6 +39,9 @@ pid_t bus_daemon();
 /** Starts lifecycle_probe in the bridge's empty slots. */
 bool spawn_probe(vask_app_bridge& bridge, std::initializer_list<std::string> arguments);
 
+/** The names of the main loop's sources that wait for something of a child. */
+std::vector<std::string> child_source_names();
+
 /** What this process has logged, without its children's lines. */
 std::vector<log_line> own_lines(const log_catcher& log);
 
