@@ -14,7 +14,7 @@ namespace {
 
 const char no_sys_init_marker[] = "--vask-app-no-sys-init";
 
-// The cursor is the caller's to move anywhere; sums with it stop at the ends of int.
+// The caller may move the cursor anywhere. Sums with it stop at the limits of int.
 int clamp_to_int(long long value) {
     return static_cast<int>(std::clamp<long long>(value, INT_MIN, INT_MAX));
 }
@@ -107,7 +107,7 @@ bool vask_app::arg_iter_chk_num_rest(int n, const char* msg) {
         return true;
     }
     if (msg != nullptr) {
-        // The message is the format, as it always was: its caller knows that.
+        // The message is the format, on purpose: its caller knows that.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
