@@ -44,7 +44,7 @@ bool has_pidfd(int pid) {
 
 guint watch_by_pidfd(int pid, GChildWatchFunc callback, void* data) {
     const guint watch_id = g_child_watch_add(pid, callback, data);
-    name_child_source(watch_id, "end, by pidfd,", pid);
+    name_child_source(watch_id, "end by pidfd", pid);
     // Somebody may have reaped the child before GLib has opened its pidfd. Nothing would tell GLib
     // of the end any more.
     if (has_been_reaped(pid)) {
@@ -60,7 +60,7 @@ guint watch_by_polling(int pid, GChildWatchFunc callback, void* data) {
     const guint watch_id = g_timeout_add_full(
         G_PRIORITY_DEFAULT, poll_interval_msec, poll_child, new polled_child{pid, callback, data},
         [](gpointer child) { delete static_cast<polled_child*>(child); });
-    name_child_source(watch_id, "end, by polling,", pid);
+    name_child_source(watch_id, "end by polling", pid);
     return watch_id;
 }
 
@@ -93,7 +93,7 @@ void wake_child(int pid) {
 }
 
 void name_child_source(guint source_id, const char* what, int pid) {
-    const std::string name = std::string("vask: ") + what + " of child " + std::to_string(pid);
+    const std::string name = "vask: child " + std::to_string(pid) + ": " + what;
     g_source_set_name_by_id(source_id, name.c_str());
 }
 

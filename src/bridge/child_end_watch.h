@@ -16,8 +16,8 @@ void wake_child(int pid);
 // Whichever way it hears of the end, it calls the callback and nothing else.
 guint watch_child_end(int pid, GChildWatchFunc callback, void* data);
 
-// Names a source after the child that it is for, so that a debugger shows what a bridge waits for:
-// "vask: WHAT of child PID".
+// Names a source after its child, so that a debugger shows what a bridge waits for:
+// "vask: child PID: WHAT".
 void name_child_source(guint source_id, const char* what, int pid);
 
 #endif

@@ -287,7 +287,7 @@ TEST_F(last_signals, Are_named_by_the_source_that_waits_for_them) {
     ASSERT_NO_FATAL_FAILURE(meet_and_let_child_end_on_stopped_bus());
     ASSERT_NO_FATAL_FAILURE(let_end_be_noticed());
     const std::string child = std::to_string(bridge->get_child_pid());
-    EXPECT_THAT(child_source_names(), ElementsAre("vask: last signals of child " + child));
+    EXPECT_THAT(child_source_names(), ElementsAre("vask: child " + child + ": last signals"));
 }
 
 TEST_F(last_signals, Are_waited_for_no_longer_when_somebody_else_keeps_the_connection) {

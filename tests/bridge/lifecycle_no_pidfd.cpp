@@ -61,5 +61,5 @@ TEST(kernel_without_pidfd, is_named_by_the_source_that_looks_for_the_end) {
     spawn_probe(bridge, {"sleep"});
     const std::string child = std::to_string(bridge.get_child_pid());
     EXPECT_THAT(child_source_names(),
-                testing::ElementsAre("vask: end, by polling, of child " + child));
+                testing::ElementsAre("vask: child " + child + ": end by polling"));
 }

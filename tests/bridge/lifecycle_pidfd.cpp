@@ -73,7 +73,7 @@ TEST_F(kernel_with_pidfd, Is_named_by_the_source_that_waits_for_the_end) {
     spawn_probe(bridge, {"sleep"});
     const std::string child = std::to_string(bridge.get_child_pid());
     EXPECT_THAT(child_source_names(),
-                testing::ElementsAre("vask: end, by pidfd, of child " + child));
+                testing::ElementsAre("vask: child " + child + ": end by pidfd"));
 }
 
 TEST_F(kernel_with_pidfd, Lets_the_bridge_tell_how_long_it_has_waited) {
