@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -12,6 +13,8 @@
 #include "foundation/withheld_signal.h"
 
 namespace {
+
+constexpr int turns_before_sleep = 3;
 
 constexpr int file_lock_attempts = 100;
 constexpr useconds_t file_lock_pause_usec = 10000;
@@ -62,6 +65,20 @@ named_as look_up_sem(const char* name, sem_t* sem) {
     return named == sem ? named_as::itself : named_as::nothing_or_another;
 }
 
+// 0, ETIMEDOUT or what sem_wait() fails with.
+int take_sem_until(sem_t* sem, const timespec& deadline) {
+    while (sem_clockwait(sem, CLOCK_MONOTONIC, &deadline) != 0) {
+        if (errno == ETIMEDOUT) {
+            // Who was stopped meanwhile finds its time over before it has looked again.
+            return sem_trywait(sem) == 0 ? 0 : ETIMEDOUT;
+        }
+        if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
 }  // namespace
 
 std::string named_sem_path(const char* name) {
@@ -89,18 +106,18 @@ bool is_removed_named_sem(const char* name, sem_t* sem) {
     return look_up_sem(name, sem) == named_as::nothing_or_another;
 }
 
-int take_sem_within(sem_t* sem, int msec) {
-    const timespec deadline = monotonic_time_in(msec);
-    while (sem_clockwait(sem, CLOCK_MONOTONIC, &deadline) != 0) {
-        if (errno == ETIMEDOUT) {
-            // Who was stopped meanwhile finds its time over before it has looked again.
-            return sem_trywait(sem) == 0 ? 0 : ETIMEDOUT;
+bool take_sem_awake(sem_t* sem) {
+    for (int turns = 0; sem_trywait(sem) != 0; ++turns) {
+        if (turns == turns_before_sleep) {
+            return false;
         }
-        if (errno != EINTR) {
-            return errno;
-        }
+        sched_yield();
     }
-    return 0;
+    return true;
+}
+
+int take_sem_within(sem_t* sem, int msec) {
+    return take_sem_until(sem, monotonic_time_in(msec));
 }
 
 // Signals let through during the wait could strike between its success and the block; signals kept
@@ -112,7 +129,8 @@ int take_sem_undisturbed(sem_t* sem, signal_block& signals, int slices) {
         if (sem_trywait(sem) == 0) {
             return 0;
         }
-        const int error = take_sem_within(sem, sem_wait_slice_msec);
+        const timespec deadline = monotonic_time_in(sem_wait_slice_msec);
+        const int error = take_sem_awake(sem) ? 0 : take_sem_until(sem, deadline);
         if (error == 0) {
             return 0;
         }

@@ -28,6 +28,12 @@ bool is_named_sem(const char* name, sem_t* sem);
 // Whether it certainly does not: the name is gone, or leads to another one.
 bool is_removed_named_sem(const char* name, sem_t* sem);
 
+// Takes a semaphore without sleeping, but lets others run a few times before it gives up. Who holds
+// it for a few instructions has given it back by then, and going to sleep, being woken and coming
+// to the processor again cost more than that. To look at it again and again instead does not help:
+// a holder who is not running does not give it back. No error is told: the wait that follows does.
+bool take_sem_awake(sem_t* sem);
+
 // Takes a semaphore within the given time: 0, ETIMEDOUT or what sem_wait() fails with. Signals do
 // not end the wait. Setting the clock makes it neither longer nor shorter.
 int take_sem_within(sem_t* sem, int msec);

@@ -90,9 +90,10 @@ access_result read_record(vask_shared_info& info, vask_shm_context* const& ctx, 
     if (result != access_result::done) {
         return result;
     }
-    // Called here, where they can be had for the price of two calls. What fails is repeated, and
+    // The first try is made here, where it costs no more than the call. What fails is repeated, and
     // reported, by the base object.
-    if (sem_wait(found.sem) != 0 && !vask_object::vask_sem_wait(found.sem)) {
+    if (sem_trywait(found.sem) != 0 && !take_sem_awake(found.sem) &&
+        !vask_object::vask_sem_wait(found.sem)) {
         return access_result::not_locked;
     }
     access(*found.record);

@@ -28,6 +28,7 @@ constexpr char context_objects[] = "vask_shm_context_shm_";
 
 template <typename Wait>
 int wait_once(const Wait& wait) {
+    ++seen.sleeping_waits;
     if (now.fails("sem_wait")) {
         return -1;
     }
@@ -130,7 +131,8 @@ int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
 
 // A semaphore whose wait shall fail or be interrupted has to be waited for.
 int sem_trywait(sem_t* sem) noexcept {
-    if (now.failing_call == "sem_wait" || now.interrupted_waits > 0) {
+    const bool is_busy = now.busy_tries > 0 && now.busy_tries-- > 0;
+    if (is_busy || now.failing_call == "sem_wait" || now.interrupted_waits > 0) {
         errno = EAGAIN;
         return -1;
     }

@@ -20,6 +20,9 @@ struct plan : vask_test::call_fault {
 
     int interrupted_waits = 0;
 
+    // So often somebody else has the semaphore when it is tried.
+    int busy_tries = 0;
+
     // Waits that would time out do not.
     bool is_patient = false;
 
@@ -32,6 +35,7 @@ extern plan now;
 /** What the library has asked for since the start of the test. */
 struct counts {
     int sem_wait = 0;
+    int sleeping_waits = 0;
     int sem_post = 0;
     int sem_close = 0;
     int fallocate = 0;

@@ -220,6 +220,30 @@ TEST_F(shared_record_failure, Is_none_when_signals_interrupt_the_wait_for_the_se
     EXPECT_THAT(log.lines(), testing::IsEmpty());
 }
 
+TEST_F(shared_record_failure, Is_none_and_nobody_sleeps_when_the_semaphore_is_held_for_a_moment) {
+    ASSERT_TRUE(info.set_monitor_rotation(VASK_MONITOR_ROTATION_1));
+    seen = shared_info_faults::counts();
+    now.busy_tries = 2;
+    EXPECT_EQ(info.get_monitor_rotation(), VASK_MONITOR_ROTATION_1);
+    now.busy_tries = 2;
+    EXPECT_TRUE(info.set_monitor_rotation(VASK_MONITOR_ROTATION_2));
+    EXPECT_EQ(now.busy_tries, 0);
+    EXPECT_EQ(seen.sleeping_waits, 0);
+    EXPECT_EQ(record.int_at(0), 2);
+}
+
+TEST_F(shared_record_failure, Is_none_when_the_semaphore_is_held_for_longer_and_one_sleeps_then) {
+    ASSERT_TRUE(info.set_monitor_rotation(VASK_MONITOR_ROTATION_1));
+    seen = shared_info_faults::counts();
+    now.busy_tries = 20;
+    EXPECT_EQ(info.get_monitor_rotation(), VASK_MONITOR_ROTATION_1);
+    EXPECT_EQ(seen.sleeping_waits, 1);
+    now.busy_tries = 20;
+    EXPECT_TRUE(info.set_monitor_rotation(VASK_MONITOR_ROTATION_2));
+    EXPECT_EQ(seen.sleeping_waits, 2);
+    EXPECT_EQ(record.int_at(0), 2);
+}
+
 TEST_F(shared_record_failure, Is_none_when_the_semaphore_is_taken_and_given_back_once_per_access) {
     info.map_shared_info(true);
     const auto expect_pairs = [](int pairs) {
