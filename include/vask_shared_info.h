@@ -133,10 +133,20 @@ public:
     void set_sem(sem_t* sem) { m_sem = sem; }
 
 private:
+    // Where m_size bytes of the object are mapped, or null. map_shm() sets it together with m_sem,
+    // and unmap_shm() clears both.
     void* m_addr;
+
+    // This process's handle, or null.
     sem_t* m_sem;
+
+    // Never changes.
     std::string m_name;
+
+    // In bytes. What is mapped has it until it is unmapped.
     std::uint64_t m_size;
+
+    // Whether map_shm() has made the object.
     bool m_created;
 };
 

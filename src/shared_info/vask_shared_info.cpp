@@ -1,11 +1,12 @@
 #include "vask_shared_info.h"
 
 #include <cstddef>
+#include <optional>
 
 #include "foundation/log_place.h"
-#include "foundation/named_sem.h"
 #include "foundation/signal_block.h"
 #include "shared_info/hardware_detection.h"
+#include "shared_info/record_access.h"
 #include "shared_info/shm_mapping.h"
 #include "shared_info/source_unit.h"
 #include "vask_object.h"
@@ -28,23 +29,8 @@ void store(Field& field, Field value) {
     __atomic_store_n(&field, value, __ATOMIC_RELAXED);
 }
 
-// Out of the way, so that the way to the record stays short enough to be inlined.
-__attribute__((noinline, cold)) sem_t* report_nothing_to_lock(const char* format, const char* unit,
-                                                              int line) {
-    vask_object::vask_p("vask", VASK_P_ERR, format, unit, line);
-    return nullptr;
-}
-
-// Null after a line when there is nothing to lock.
-sem_t* sem_of(const vask_shm_context* ctx) {
-    if (ctx == nullptr) {
-        return report_nothing_to_lock(VASK_AT("m_shared_info_ctx == NULL"));
-    }
-    sem_t* sem = ctx->get_sem();
-    return sem != nullptr ? sem : report_nothing_to_lock(VASK_AT("sem == NULL"));
-}
-
-// The record, filled in and free to be locked; null when it cannot be mapped. Out of the way, too.
+// The record, filled in and free to be locked; null when it cannot be mapped. Not inlined, so
+// that the way to a mapped record stays short enough to be.
 __attribute__((noinline)) vask_shm_context* map_record(vask_shared_info& info, bool create) {
     signal_block signals;
     vask_shm_context* ctx =
@@ -63,100 +49,64 @@ __attribute__((noinline)) vask_shm_context* map_record(vask_shared_info& info, b
     return ctx;
 }
 
-enum class access_result { done, not_mapped, not_locked };
-
-// What taking the record needs.
-struct mapped_record {
-    vk_shared_info* record;
-    sem_t* sem;
-};
-
-// Without a record or a semaphore the result says which.
-access_result find(vask_shared_info& info, vask_shm_context* const& ctx, mapped_record& found) {
-    found.record = info.map_shared_info(true);
-    if (found.record == nullptr) {
-        return access_result::not_mapped;
-    }
-    found.sem = sem_of(ctx);
-    return found.sem != nullptr ? access_result::done : access_result::not_locked;
-}
-
-// Runs an access to the record under its semaphore. Nothing in it may block. It makes no system
-// call while the semaphore is free, so a signal that ends the process may strike while it is held.
-template <typename Access>
-access_result read_record(vask_shared_info& info, vask_shm_context* const& ctx, Access access) {
-    mapped_record found;
-    const access_result result = find(info, ctx, found);
-    if (result != access_result::done) {
-        return result;
-    }
-    // The first try is made here, where it costs no more than the call. What fails is repeated, and
-    // reported, by the base object.
-    if (sem_trywait(found.sem) != 0 && !take_sem_awake(found.sem) &&
-        !vask_object::vask_sem_wait(found.sem)) {
-        return access_result::not_locked;
-    }
-    access(*found.record);
-    if (sem_post(found.sem) != 0) {
-        vask_object::vask_sem_post(found.sem);
-    }
-    return access_result::done;
-}
-
-// The same, undisturbed by signals, for two system calls.
-template <typename Access>
-access_result change_record(vask_shared_info& info, vask_shm_context* const& ctx, Access access) {
-    mapped_record found;
-    const access_result result = find(info, ctx, found);
-    if (result != access_result::done) {
-        return result;
-    }
-    signal_block signals;
-    if (const int error = take_sem_undisturbed(found.sem, signals)) {
-        report_failed_sem_wait(error);
-        return access_result::not_locked;
-    }
-    access(*found.record);
-    const bool posted = sem_post(found.sem) == 0;
-    signals.unblock();
-    if (!posted) {
-        vask_object::vask_sem_post(found.sem);
-    }
-    return access_result::done;
-}
-
-void report_when_not_locked(access_result result) {
-    if (result == access_result::not_locked) {
+// For a guard that has no semaphore. Without a record, that was told already.
+void report_missing_lock(const record_access& record) {
+    if (record.is_mapped()) {
         vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call vask_sem_wait()"));
     }
 }
 
-// The detected type that the record keeps in a field. The detection reads files, so it runs without
-// the semaphore: two processes may detect at once, and store the same.
-template <typename Type>
-Type get_or_detect(vask_shared_info& info, vask_shm_context* const& ctx,
-                   std::int32_t vk_shared_info::*field, Type error, bool force,
-                   Type (vask_shared_info::*detect)()) {
-    const vk_shared_info* record = info.map_shared_info(true);
-    if (record == nullptr) {
-        return error;
+// A detected type that the record keeps.
+struct kept_type {
+    std::int32_t vk_shared_info::*field;
+    std::int32_t (*detect)(vask_shared_info& info);
+};
+
+constexpr kept_type kept_cpu = {
+    &vk_shared_info::cpu_type,
+    [](vask_shared_info& info) -> std::int32_t { return info.get_vask_cpu_type_check(); }};
+
+constexpr kept_type kept_gpu = {
+    &vk_shared_info::gpu_type,
+    [](vask_shared_info& info) -> std::int32_t { return info.get_vask_gpu_type_check(); }};
+
+constexpr std::int32_t type_error = 2;
+static_assert(type_error == VASK_CPU_ERROR && type_error == VASK_GPU_ERROR, "one for both");
+
+// Nothing where the record could not be locked.
+std::optional<std::int32_t> look_up(const record_access& record, const kept_type& type) {
+    return record ? std::make_optional(load((*record).*type.field)) : std::nullopt;
+}
+
+bool keep(const record_access& record, const kept_type& type, std::int32_t detected) {
+    if (record) {
+        store((*record).*type.field, detected);
+    }
+    return static_cast<bool>(record);
+}
+
+// The detection reads files, so it runs without the semaphore: two processes may detect at once,
+// and store the same.
+std::int32_t get_or_detect(vask_shared_info& info, vask_shm_context* const& ctx,
+                           const kept_type& type, bool force) {
+    const vk_shared_info* mapped = info.map_shared_info(true);
+    if (mapped == nullptr) {
+        return type_error;
     }
     // A look without the semaphore only decides whether to keep signals away: what is known already
     // costs no system call.
-    const bool is_known = !force && load(record->*field) != 0;
-    std::int32_t cached = 0;
-    const auto read = [&](const vk_shared_info& shared) { cached = load(shared.*field); };
-    const access_result result =
-        is_known ? read_record(info, ctx, read) : change_record(info, ctx, read);
-    if (result != access_result::done) {
-        return error;
+    const bool is_known = !force && load(mapped->*type.field) != 0;
+    const std::optional<std::int32_t> cached =
+        is_known ? look_up(record_reader(ctx), type) : look_up(record_changer(ctx), type);
+    if (!cached) {
+        return type_error;
     }
-    if (!force && cached != 0) {
-        return static_cast<Type>(cached);
+    if (!force && *cached != 0) {
+        return *cached;
     }
-    const Type detected = (info.*detect)();
-    const auto keep = [&](vk_shared_info& shared) { store<std::int32_t>(shared.*field, detected); };
-    return change_record(info, ctx, keep) == access_result::done ? detected : error;
+    const std::int32_t detected = type.detect(info);
+    info.map_shared_info(true);
+    return keep(record_changer(ctx), type, detected) ? detected : type_error;
 }
 
 template <std::size_t Count>
@@ -202,52 +152,55 @@ void vask_shared_info::init_shared_info(vk_shared_info* rec) {
 }
 
 bool vask_shared_info::lock_shared_info() {
-    return vask_object::vask_sem_wait(sem_of(m_shared_info_ctx));
+    return vask_object::vask_sem_wait(sem_to_lock(m_shared_info_ctx));
 }
 
 bool vask_shared_info::unlock_shared_info() {
-    return vask_object::vask_sem_post(sem_of(m_shared_info_ctx));
+    return vask_object::vask_sem_post(sem_to_lock(m_shared_info_ctx));
 }
 
 bool vask_shared_info::set_monitor_rotation(vask_monitor_rotation_type rotation) {
-    return change_record(*this, m_shared_info_ctx, [&](vk_shared_info& record) {
-               store<std::int32_t>(record.monitor_rotation, rotation);
-           }) == access_result::done;
+    map_shared_info(true);
+    const record_changer record(m_shared_info_ctx);
+    if (record) {
+        store<std::int32_t>(record->monitor_rotation, rotation);
+    }
+    return static_cast<bool>(record);
 }
 
 vask_monitor_rotation_type vask_shared_info::get_monitor_rotation() {
-    std::int32_t rotation = VASK_MONITOR_ROTATION_ERROR;
-    read_record(*this, m_shared_info_ctx,
-                [&](const vk_shared_info& record) { rotation = load(record.monitor_rotation); });
-    return static_cast<vask_monitor_rotation_type>(rotation);
+    map_shared_info(true);
+    const record_reader record(m_shared_info_ctx);
+    return record ? static_cast<vask_monitor_rotation_type>(load(record->monitor_rotation))
+                  : VASK_MONITOR_ROTATION_ERROR;
 }
 
 void vask_shared_info::set_pseudo_portrait_flag(bool is_pseudo_portrait) {
-    const access_result result =
-        change_record(*this, m_shared_info_ctx, [&](vk_shared_info& record) {
-            store<std::uint8_t>(record.pseudo_portrait, is_pseudo_portrait);
-        });
-    report_when_not_locked(result);
+    map_shared_info(true);
+    const record_changer record(m_shared_info_ctx);
+    if (record) {
+        store<std::uint8_t>(record->pseudo_portrait, is_pseudo_portrait);
+    } else {
+        report_missing_lock(record);
+    }
 }
 
 bool vask_shared_info::get_pseudo_portrait_flag() {
-    bool is_pseudo_portrait = false;
-    const access_result result =
-        read_record(*this, m_shared_info_ctx, [&](const vk_shared_info& record) {
-            is_pseudo_portrait = load(record.pseudo_portrait) != 0;
-        });
-    report_when_not_locked(result);
-    return is_pseudo_portrait;
+    map_shared_info(true);
+    const record_reader record(m_shared_info_ctx);
+    if (record) {
+        return load(record->pseudo_portrait) != 0;
+    }
+    report_missing_lock(record);
+    return false;
 }
 
 vask_cpu_type vask_shared_info::get_vask_cpu_type(bool force) {
-    return get_or_detect(*this, m_shared_info_ctx, &vk_shared_info::cpu_type, VASK_CPU_ERROR, force,
-                         &vask_shared_info::get_vask_cpu_type_check);
+    return static_cast<vask_cpu_type>(get_or_detect(*this, m_shared_info_ctx, kept_cpu, force));
 }
 
 vask_gpu_type vask_shared_info::get_vask_gpu_type(bool force) {
-    return get_or_detect(*this, m_shared_info_ctx, &vk_shared_info::gpu_type, VASK_GPU_ERROR, force,
-                         &vask_shared_info::get_vask_gpu_type_check);
+    return static_cast<vask_gpu_type>(get_or_detect(*this, m_shared_info_ctx, kept_gpu, force));
 }
 
 vask_cpu_type vask_shared_info::get_vask_cpu_type_check() {
