@@ -4,31 +4,34 @@
 #include <semaphore.h>
 #include <sys/types.h>
 
+#include <string>
+
 class signal_block;
 class vask_object;
 
 constexpr char library_lock_name[] = "vask_shm_lock";
 
-// Waits for the library lock as vask_object::shm_lock() does. The semaphore, which the caller posts
-// and closes, or null.
+// Waits for the library lock as vask_object::shm_lock() does. Returns the semaphore, which the
+// caller posts and closes, or null.
 //
-// With a block, signals are kept away in the same step, and still are when the lock is held. They
-// come through between short waits, and while a line is printed.
+// Given a signal block, it blocks the signals in the step that takes the lock, and leaves them
+// blocked. They come through between short waits, and while a line is printed.
 sem_t* take_library_lock(const vask_object& waiter, signal_block* signals);
 
-// Tells the holder of the library lock whether it still excludes the others. Who has waited for 5
-// seconds takes the holder for dead and replaces the semaphore; a holder that was only stopped or
-// slow has to leave alone then what the lock protects.
+// Tells the holder of the library lock whether it still excludes the others. A process that has
+// waited for 5 seconds takes the holder for dead and replaces the semaphore; a holder that was only
+// stopped or slow must then leave alone what the lock protects.
 class library_lock_watch {
 public:
-    // The handle stays the caller's and must stay open.
+    // The handle stays the caller's and must stay open. Throws std::bad_alloc.
     explicit library_lock_watch(sem_t* held);
 
-    // Whether the lock's name still leads to the semaphore that is held.
+    // Whether the lock's name still leads to the semaphore that is held. Throws nothing.
     bool is_still_held() const;
 
 private:
     sem_t* const m_held;
+    const std::string m_path;
     dev_t m_device = 0;
     ino_t m_number = 0;
 };

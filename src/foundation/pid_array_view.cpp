@@ -26,9 +26,9 @@ bool read_sequence(int fd, std::uint32_t* sequence) {
 pid_array_snapshot pid_array_view::read() {
     pid_array_snapshot snapshot;
     const bool has_sequence = read_sequence(m_fd, &snapshot.sequence);
-    std::atomic_thread_fence(std::memory_order_acquire);
+    std::atomic_thread_fence(std::memory_order_acquire);  // [R6]
     const ssize_t length = pread(m_fd, bytes(), size(), 0);
-    std::atomic_thread_fence(std::memory_order_acquire);
+    std::atomic_thread_fence(std::memory_order_acquire);  // [R7]
     snapshot.is_readable = length >= 0;
     if (!has_sequence || length < static_cast<ssize_t>(entry_offset(0))) {
         // Without a whole header it has no entries, whatever the sequence is.
@@ -62,7 +62,7 @@ void pid_array_view::drop_changed(const pid_array_snapshot& snapshot) {
     constexpr int further_copies = 2;
     constexpr std::size_t at_once = 64;
     for (int copy = 0; copy < further_copies; ++copy) {
-        std::atomic_thread_fence(std::memory_order_acquire);
+        std::atomic_thread_fence(std::memory_order_acquire);  // [R8]
         for (std::size_t begin = 0; begin < snapshot.entry_count; begin += at_once) {
             drop_changed(begin, std::min(begin + at_once, snapshot.entry_count));
         }

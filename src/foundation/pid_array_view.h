@@ -16,7 +16,8 @@ struct pid_array_snapshot {
     std::size_t wanted_size = 0;       // of a view that holds all entries the object claims to have
     bool is_readable = true;           // false for what is no file
 
-    bool is_stable() const { return sequence % 2 == 0 && sequence_after == sequence; }
+    bool is_being_written() const { return sequence % 2 != 0; }
+    bool is_stable() const { return !is_being_written() && sequence_after == sequence; }
 };
 
 // A reader's copy of a registry object that others write, shorten and lengthen meanwhile. It holds
@@ -36,10 +37,8 @@ public:
     bool grow(const pid_array_snapshot& snapshot);
 
     // Copies again, twice, what a snapshot that is not stable shows, and empties the slots that do
-    // not hold the same each time: the first copy may have mixed two pairs there. No writer stores
-    // a pair so that it shows another one meanwhile, so the same pair three times was stored as a
-    // pair. Twice is not enough where a processor may load the key of one copy before its process
-    // and that of the other copy behind it: two processes that take turns in a slot are mixed then.
+    // not hold the same each time: the first copy may have mixed two pairs there. A pair that is
+    // there three times was stored as a pair [R8].
     void drop_changed(const pid_array_snapshot& snapshot);
 
     // What was read last, by an index below its entry_count.

@@ -14,7 +14,8 @@
 
 namespace {
 
-// Opened before it is created: the kernel may refuse O_CREAT for an object that another user owns.
+// Tries to open before it creates: the kernel may refuse O_CREAT for an object that another user
+// owns.
 unique_fd open_or_create(const char* name) {
     unique_fd object(shm_open(name, O_RDWR, 0));
     if (!object && errno == ENOENT) {
@@ -23,7 +24,7 @@ unique_fd open_or_create(const char* name) {
     return object;
 }
 
-// Leaves what the object does not have as it is.
+// What lies behind the object's end is not read, and those bytes stay as they are.
 bool read_all(int fd, void* bytes, std::size_t size, std::size_t offset) {
     auto* to = static_cast<unsigned char*>(bytes);
     while (size > 0) {
@@ -44,13 +45,18 @@ bool is_same(const pid_array_entry& a, const pid_array_entry& b) {
 
 }  // namespace
 
-pid_array_writer::result pid_array_writer::open(const char* name) {
+bool pid_array_writer::open(const char* name) {
+    m_outcome.result = open_object(name);
+    return m_outcome.result == result::done;
+}
+
+pid_array_writer::result pid_array_writer::open_object(const char* name) {
     m_object = open_or_create(name);
     if (!m_object) {
         return fail(call::shm_open);
     }
     VASK_FAIL_POINT("opened");
-    // Nothing is read or written there. It shows that the object is one that can be mapped.
+    // Nobody reads or writes the mapping. It shows that the object can be mapped.
     const auto page_size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     if (!m_mapping.map_file(m_object.get(), page_size)) {
         return fail(call::mmap);
@@ -106,8 +112,8 @@ bool pid_array_writer::copy_entries() {
     return true;
 }
 
-// The unused entry is written as it is, so that there is memory for it: a full file system shows
-// now, not when the sequence is odd. Reserving it by another call may be forbidden in a sandbox.
+// Writes the unused entry as it is, so that there is memory for it: a full file system shows now,
+// not when the sequence is odd. A sandbox may forbid the call that reserves memory.
 pid_array_writer::result pid_array_writer::make_room() {
     const std::size_t offset = entry_offset(m_entry_count);
     const pid_array_entry& unused = m_found[m_entry_count];
@@ -135,13 +141,31 @@ void pid_array_writer::append(std::int32_t pid, std::uint64_t key) {
     entry.key = key;
 }
 
+void pid_array_writer::commit() {
+    m_outcome.result = begin();
+    if (m_outcome.result != result::done) {
+        return;
+    }
+    m_outcome.result = write();
+    if (m_outcome.result == result::robbed) {
+        return;
+    }
+    // After a failure, too: what was written until then is a record.
+    const result ended = end();
+    if (m_outcome.result == result::done) {
+        m_outcome.result = ended;
+    }
+    VASK_FAIL_POINT("released");
+}
+
+// The first store of all that change the record [R3].
 pid_array_writer::result pid_array_writer::begin() {
     std::uint32_t sequence = 0;
     if (!read_all(m_object.get(), &sequence, sizeof(sequence), offsetof(pid_array, sequence))) {
         return fail(call::fstat);
     }
-    m_has_found_odd_sequence = sequence % 2 != 0;
-    m_sequence = m_has_found_odd_sequence ? 1 : sequence + 1;
+    m_outcome.has_found_odd_sequence = sequence % 2 != 0;
+    m_sequence = m_outcome.has_found_odd_sequence ? 1 : sequence + 1;
     const result written = put(offsetof(pid_array, sequence), m_sequence);
     VASK_FAIL_POINT("marked");
     return written;
@@ -167,7 +191,7 @@ pid_array_writer::result pid_array_writer::write() {
 pid_array_writer::result pid_array_writer::write_entry(std::size_t index) {
     const pid_array_entry& entry = array()->entries[index];
     const std::size_t offset = entry_offset(index);
-    // At no instant does the object show a pair that was never stored.
+    // At no instant does the object hold a pair that was never stored [R4].
     result written = put(offset + offsetof(pid_array_entry, pid), std::int32_t{0});
     if (written == result::done) {
         written = put(offset + offsetof(pid_array_entry, key), entry.key);
@@ -178,22 +202,23 @@ pid_array_writer::result pid_array_writer::write_entry(std::size_t index) {
     return written;
 }
 
+// The last store of all [R5].
 pid_array_writer::result pid_array_writer::end() {
     return put(offsetof(pid_array, sequence), m_sequence + 1);
 }
 
 pid_array_writer::result pid_array_writer::fail(call failed) {
-    m_failed_call = failed;
+    m_outcome.failed_call = failed;
     return result::failed;
 }
 
-// Nobody sees this before what was put earlier.
+// Nobody sees this store before the earlier ones [R2].
 template <typename Value>
 pid_array_writer::result pid_array_writer::put(std::size_t offset, Value value) {
-    if (!m_lock.is_still_held()) {
+    if (!m_lock.is_still_held()) {  // [L3]
         return result::robbed;
     }
-    std::atomic_thread_fence(std::memory_order_release);
+    std::atomic_thread_fence(std::memory_order_release);  // [R2]
     const ssize_t written =
         pwrite(m_object.get(), &value, sizeof(value), static_cast<off_t>(offset));
     return written == static_cast<ssize_t>(sizeof(value)) ? result::done : fail(call::ftruncate);
