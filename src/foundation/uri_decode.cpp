@@ -24,8 +24,8 @@ char* decode_alone(const char* text) {
     return decoded;
 }
 
-// Whether libsoup 2.4, loaded now, would end the process. The symbol is the one by which it looks
-// for libsoup 3; the second test finds libsoup 3 where no symbol of it is seen, as in a plug-in.
+// Whether libsoup 2.4, loaded now, would end the process. libsoup 2.4 looks for libsoup 3 by this
+// symbol. The second test finds libsoup 3 where its symbols cannot be seen, as in a plug-in.
 bool has_libsoup_3() {
     if (dlsym(RTLD_DEFAULT, "soup_date_time_new_from_http_string") != nullptr) {
         return true;
@@ -56,13 +56,13 @@ uri_decoder find_decoder() {
 }  // namespace
 
 unique_g_text decode_uri(const char* text) {
-    // Two threads may both find it. A lock around the search could wait for the loader's lock while
-    // another thread waits the other way round: one whose library calls from its constructor.
+    // Two threads may both look for it. A lock around the search could wait for the loader's lock
+    // while another thread waits the other way round: one whose library calls from its constructor.
     static std::atomic<uri_decoder> known{nullptr};
-    uri_decoder decoder = known.load(std::memory_order_acquire);
+    uri_decoder decoder = known.load(std::memory_order_acquire);  // [P1]
     if (decoder == nullptr) {
         decoder = find_decoder();
-        known.store(decoder, std::memory_order_release);
+        known.store(decoder, std::memory_order_release);  // [P1]
     }
     return unique_g_text(decoder(text));
 }
