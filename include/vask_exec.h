@@ -84,7 +84,8 @@ public:
      * Has a member function called when the main loop is idle (G_PRIORITY_DEFAULT_IDLE).
      *
      * An idle source is started when *this* object has no pending idle call, whoever the target is.
-     * Who passes a foreign target makes sure that the target's calls are being dispatched.
+     * A caller that passes a foreign target sees to it that the target's calls are being
+     * dispatched.
      *
      * @param func    called on the target; not null
      * @param data    its argument, not owned; may be null
@@ -110,7 +111,7 @@ public:
      * @param exec  a vask_exec
      * @return what idle_callback() returns; whether calls remain when it throws, which is logged
      *         at ERR as "vask_exec::idle_callback(): An exception was thrown: WHAT". The oldest
-     * call is forgotten then, also where an override has thrown before it came to it
+     *         call is forgotten then, also if an override has thrown before it made the call
      */
     static int _idle_callback(void* exec);
 
@@ -130,7 +131,14 @@ protected:
 private:
     friend class life_mark;
 
+    // Two words in this header, because a server makes thousands of such objects.
+
+    // Whether idle_callback() is making the first call of exec_list. Only that function removes the
+    // call from the list meanwhile.
     bool m_idle_call_runs;
+
+    // The innermost mark of this object, on the stack of a running function; null when there is
+    // none.
     life_mark* m_life_marks;
 };
 

@@ -10,10 +10,13 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 
 #include "vask_np_base.h"
+
+class vask_script_state;
 
 /**
  * @brief A scriptable object: finds what a script calls by name, and keeps the script's callbacks.
@@ -30,8 +33,8 @@
  * and allow callback names with add_jscb_func(). A page then registers a function with
  * `element.attachEvent("name", function)` or `add_callback`, and removes it with
  * `element.detachEvent("name", function)` or `del_callback`; the plug-in calls it through
- * get_jscb_npobj(). A product for pages that it does not trust puts a method of its own in place of
- * the latter two: see del_jscb_request().
+ * get_jscb_npobj(). A product whose pages may be hostile puts a method of its own in place of the
+ * latter two: see del_jscb_request().
  *
  * Members that are numbers have no name: looking one up (`element[0]`) throws std::logic_error out
  * of has_method(), invoke(), has_property(), get_property() and set_property(). That, and what
@@ -62,8 +65,8 @@ public:
      */
     explicit vask_script(const char* name);
 
-    /** Releases every callback that is still registered, except for this object itself. Who calls
-     *  back meanwhile finds no methods, no properties and no names for callbacks. */
+    /** Releases every callback that is still registered, except for this object itself. A script
+     *  that calls back meanwhile finds no methods, no properties and no names for callbacks. */
     ~vask_script() override;
 
     /** @name Called by the browser
@@ -220,7 +223,7 @@ public:
     /**
      * The method "del_callback" and "detachEvent". Takes a reference away from the function that is
      * given, even if it is another one than the registered one, which is then forgotten. So a page
-     * can have the browser free an object that is in use: products whose pages may be hostile
+     * can make the browser free an object that is in use. Products whose pages may be hostile
      * register a method of their own under both names, which hands the registered function to this
      * one whatever the page gives.
      *
@@ -259,8 +262,8 @@ protected:
     std::map<std::string, NPObject*> jscb_map;
 
 private:
-    // What delete_jscb_map() has released and is still in vask_script::jscb_map.
-    std::map<std::string, NPObject*> m_released_jscbs;
+    // What derived classes need not see; null until delete_jscb_map() is called.
+    std::unique_ptr<vask_script_state> m_state;
 
     VASK_HIDDEN std::string name_of(NPIdentifier name, const char* signature);
 };

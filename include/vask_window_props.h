@@ -67,11 +67,14 @@ public:
     bool is_window_data_changed() const;
 
 private:
+    // What was saved last; -1 and window 0 before the first save. In this header, because the
+    // object is a base of others, which may be copied and are made without taking memory.
     int m_x;
     int m_y;
     int m_width;
     int m_height;
     vask_window_id_t m_xid;
+    // Whether that save differed from the one before in any of the five; false before the first.
     bool m_changed;
 };
 

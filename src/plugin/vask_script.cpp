@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "foundation/exec_call.h"
+#include "plugin/script_state.h"
 
 vask_script::vask_script(const char* name) : NPObject(), vask_np_base(name) {
     method_map["add_callback"] = &vask_script::add_jscb_request;

@@ -1,7 +1,9 @@
 #include <stdarg.h>
 
 #include <iterator>
+#include <memory>
 
+#include "plugin/script_state.h"
 #include "vask_script.h"
 
 namespace {
@@ -13,8 +15,8 @@ bool has(const callback_map& callbacks, const callback_map::value_type& callback
     return found != callbacks.end() && found->second == callback.second;
 }
 
-// A release may call back, up to deleting the object whose callbacks these are: the maps must not
-// be that object's.
+// A release may call back and have the object deleted that kept these callbacks, so the maps must
+// not be members of it.
 void release_all_but(const callback_map& released, const callback_map& callbacks) {
     for (const auto& callback : callbacks) {
         if (!has(released, callback)) {
@@ -27,8 +29,8 @@ void release_all_but(const callback_map& released, const callback_map& callbacks
 
 vask_script::~vask_script() {
     vask_p(VASK_P_DBG, "%s\n", "virtual vask_script::~vask_script()");
-    // A release may call back, but the classes of the handlers are gone, and who registered a
-    // function from here on would wait in vain for its release.
+    // A release may call back. The derived classes with the handlers are gone by now, and nobody
+    // would release a function that is registered from here on.
     method_map.clear();
     getter_map.clear();
     setter_map.clear();
@@ -36,8 +38,10 @@ vask_script::~vask_script() {
 
     callback_map callbacks, released;
     callbacks.swap(jscb_map);
-    released.swap(m_released_jscbs);
-    // Without the references of this object to itself, which end with it.
+    if (m_state) {
+        released.swap(m_state->released_jscbs);
+    }
+    // This object's references to itself end with it.
     for (auto callback = callbacks.begin(); callback != callbacks.end();) {
         callback = callback->second == this ? callbacks.erase(callback) : std::next(callback);
     }
@@ -106,11 +110,13 @@ bool vask_script::add_jscb_request(const NPVariant* args, uint32_t argc, NPVaria
     std::string name;
     NPObject* function = nullptr;
     if (chk_jscb_request_param(args, argc, name, function)) {
-        // A function that was here before keeps its reference: it lives as long as its page.
+        // A function that was registered before keeps its reference: it lives as long as its page.
         NPObject*& registered = jscb_map[name];
         NPN_RetainObject(function);
         registered = function;
-        m_released_jscbs.erase(name);
+        if (m_state) {
+            m_state->released_jscbs.erase(name);
+        }
     }
     return true;
 }
@@ -126,11 +132,13 @@ bool vask_script::del_jscb_request(const NPVariant* args, uint32_t argc, NPVaria
         vask_p(VASK_P_ERR, "Requested callback function '%s' is not registered\n", name.c_str());
         return true;
     }
-    const bool is_released = has(m_released_jscbs, *registered);
+    const bool is_released = m_state && has(m_state->released_jscbs, *registered);
     jscb_map.erase(registered);
-    m_released_jscbs.erase(name);
-    // What the script gives is released, whatever is registered: with the same function, that is
-    // the reference of add_jscb_request(). It may be this object, and the reference its last.
+    if (m_state) {
+        m_state->released_jscbs.erase(name);
+    }
+    // Releases what the script gives, whatever is registered: if it is the registered function,
+    // this is the reference of add_jscb_request(). It may be the last reference to this object.
     if (!is_released) {
         NPNFuncs.releaseobject(function);
     }
@@ -140,6 +148,9 @@ bool vask_script::del_jscb_request(const NPVariant* args, uint32_t argc, NPVaria
 void vask_script::delete_jscb_map() {
     const callback_map callbacks = jscb_map;
     callback_map released = callbacks;
-    released.swap(m_released_jscbs);
+    if (!m_state) {
+        m_state = std::make_unique<vask_script_state>();
+    }
+    released.swap(m_state->released_jscbs);
     release_all_but(released, callbacks);
 }
