@@ -10,8 +10,8 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
-#include <memory>
 
+#include "foundation/malloced_text.h"
 #include "vask_object.h"
 
 namespace {
@@ -22,19 +22,14 @@ constexpr size_t usual_room = 1024;
 // How long a message waits for a standard output that does not block and takes nothing.
 constexpr double longest_wait_msec = 1000;
 
-// Waiting was in vain: until something is taken again, messages are dropped at once, so that a
-// reader who has stopped does not hold the program for a second with every line. Stdout's lock
-// guards it.
+// Set when a wait was in vain. From then on messages are dropped at once, until something is taken
+// again: a reader who has stopped must not hold the program up for a second with every line.
+// Guarded by stdout's lock.
 bool output_is_stuck = false;
 
-struct free_deleter {
-    void operator()(void* memory) const { free(memory); }
-};
-using unique_room = std::unique_ptr<char, free_deleter>;
-
-// Null without memory: a message throws nothing.
-unique_room new_room(size_t size) {
-    return unique_room(static_cast<char*>(malloc(size)));
+// Null when memory runs out: a message throws nothing.
+unique_malloced_text new_room(size_t size) {
+    return unique_malloced_text(static_cast<char*>(malloc(size)));
 }
 
 // A thread that is cancelled while it writes gives the lock back too.
@@ -78,15 +73,15 @@ public:
         m_length += static_cast<size_t>(std::max(length, 0));
     }
 
-    // Whether the C library refuses to format it, whatever the room.
+    // Whether the C library refuses the text, however large the room.
     bool failed() const { return m_failed; }
 
-    // With the zero that vsnprintf() puts at the end.
+    // Includes the zero that vsnprintf() puts at the end.
     size_t wanted_size() const { return m_length + 1; }
 
     bool is_whole() const { return !m_failed && wanted_size() <= m_size; }
 
-    // Of what is in the room.
+    // The length of what is in the room.
     size_t length() const { return std::min(m_length, m_size - 1); }
 
 private:
@@ -103,8 +98,8 @@ private:
     bool m_failed = false;
 };
 
-// Without printf where that can be, in which a short message would spend a third of its time for
-// the header alone.
+// Avoids printf where it can: a short message would spend a third of its time there, for the header
+// alone.
 void append_header(text_builder& line, const message_header& header) {
     if (vask_object::print_flags & VASK_P_FLAG_TIME) {
         line.append_printf("%.6f ", header.time);
@@ -187,9 +182,9 @@ size_t write_out(int fd, const char* text, size_t length) {
     return written;
 }
 
-// What a stream drops when a signal interrupts it would be lost, so the stream's descriptor is
-// written to. The stream itself gets what is left: one without a descriptor takes it, another one
-// fails once more and remembers that, for those who ask ferror().
+// Writes to the stream's descriptor, because a stream drops text when a signal interrupts it. The
+// stream itself gets what is left: a stream without a descriptor takes it; another one fails once
+// more and remembers that for ferror().
 void put_out(const char* text, size_t length) {
     stdout_lock lock;
     fflush_unlocked(stdout);
@@ -201,8 +196,8 @@ void put_out(const char* text, size_t length) {
     }
 }
 
-// For what cannot be formatted as a whole: no memory, or a text that the C library refuses and
-// prints up to there.
+// For a message that cannot be formatted as a whole: memory has run out, or the C library refuses
+// the text and prints only what comes before.
 void put_out_in_pieces(const message_header& header, const char* format, va_list args) {
     stdout_lock lock;
     print_message_header(header);
@@ -219,7 +214,7 @@ void print_message_line(const message_header& header, const char* format, va_lis
         put_out(usual, line.length());
         return;
     }
-    const unique_room room = line.failed() ? nullptr : new_room(line.wanted_size());
+    const unique_malloced_text room = line.failed() ? nullptr : new_room(line.wanted_size());
     if (room == nullptr) {
         put_out_in_pieces(header, format, args);
         return;
@@ -231,7 +226,7 @@ void print_message_line(const message_header& header, const char* format, va_lis
 void print_message_header(const message_header& header) {
     char usual[usual_room];
     const text_builder text = build_header(usual, sizeof(usual), header);
-    const unique_room room = text.is_whole() ? nullptr : new_room(text.wanted_size());
+    const unique_malloced_text room = text.is_whole() ? nullptr : new_room(text.wanted_size());
     if (room == nullptr) {
         fwrite(usual, 1, text.length(), stdout);
         return;

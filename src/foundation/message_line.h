@@ -14,12 +14,13 @@ struct message_header {
     double time;
 };
 
-// Prints a message to standard output, behind what stdio still holds: one write, which is repeated
-// until everything is out. Nothing that other threads print comes in between. What a standard
-// output that does not block has not taken for a second is dropped.
+// Prints a message to standard output, behind what stdio still holds. It writes until everything is
+// out, and no other thread prints in between. When a standard output that does not block has taken
+// nothing for a second, the rest is dropped.
 void print_message_line(const message_header& header, const char* format, va_list args);
 
-// vask_object::vask_p() of an object that may be gone by now: with the name and address it had.
+// vask_object::vask_p() for an object that may be gone by now: the caller gives the name and the
+// address that it had.
 __attribute__((format(printf, 4, 5))) void print_message_of(const char* name, const void* address,
                                                             vask_print_level level,
                                                             const char* format, ...);

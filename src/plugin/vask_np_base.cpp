@@ -1,20 +1,15 @@
 #include "vask_np_base.h"
 
 #include <glib.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <iterator>
-#include <memory>
 #include <stdexcept>
 
+#include "foundation/malloced_text.h"
 #include "foundation/message_line.h"
 
 namespace {
-
-struct free_deleter {
-    void operator()(char* text) const { free(text); }
-};
 
 const char unknown[] = "Unknown";
 
@@ -122,7 +117,7 @@ std::string vask_np_base::get_baseURI(NPP npp) {
         print_message_of(name, address, VASK_P_ERR, "Failed to get the base URI");
         fail_without_base_uri();
     }
-    const std::unique_ptr<char, free_deleter> directory(directory_of(uri));
+    const unique_malloced_text directory(directory_of(uri));
     NPNFuncs.releasevariantvalue(&uri);
     if (directory == nullptr) {
         fail_without_base_uri();
