@@ -11,8 +11,8 @@
  * and the library in those of ::vask_script_class and in the timer of vask_np_factory.
  *
  * A script may run inside NPN_Invoke(), NPN_InvokeDefault(), NPN_Construct(), NPN_Evaluate(), the
- * calls about properties and methods, and whatever releases a reference. It may have the object
- * that makes the call deleted, which the caller then must not touch any more.
+ * calls about properties and methods, and whatever releases a reference. The script may have the
+ * calling object deleted; the caller must not touch it any more then.
  *
  * @since 2.0
  */
@@ -54,9 +54,9 @@ public:
      *
      * Each of them hands its arguments to the entry of #NPNFuncs and returns what that returns.
      * None looks whether there is such an entry: a call before the table is filled, or of a
-     * function that this browser does not have, is the caller's fault. What a call does, whose its
-     * result is and whether it may call back into the plug-in is the browser's to say; the
-     * ownership stated here is that of the published interface.
+     * function that this browser does not have, is the caller's fault. The browser decides what a
+     * call does and whether it calls back into the plug-in. The ownership stated here is that of
+     * the published interface.
      */
     ///@{
 

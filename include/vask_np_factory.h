@@ -22,9 +22,9 @@
  * is loaded: timers of a factory with preloading call it after its end. For the same reason a
  * product with preloading must not be unmapped, which linking it with `-z nodelete` prevents.
  *
- * Who owns an instance: the queue of preloaded ones, then the NPP whose private data it is in,
- * until NPP_Destroy; and if the browser holds its scriptable object at that time, the browser,
- * until it drops its last reference to it.
+ * Who owns an instance: first the queue of preloaded ones, then the NPP whose private data it is
+ * in, until NPP_Destroy. If the browser holds the scriptable object at that time, the browser owns
+ * the instance until it drops its last reference.
  *
  *     scriptable object at NPP_Destroy    what destroy_instance() does
  *     --------------------------------    -----------------------------------------------------
@@ -74,7 +74,7 @@ public:
 
     /**
      * NPP_New: attaches the oldest preloaded instance to @p npp, or a new one, and hands it the
-     * element's attributes. What it throws after that leaves the instance attached.
+     * element's attributes. An exception from there leaves the instance attached.
      *
      * @param npp              receives the instance, or null, as its private data
      * @param argc,argn,argv   the element's attributes
@@ -133,9 +133,9 @@ public:
      */
     void set_preload(int count);
 
-    /** Makes one instance, prepares it with vask_np_instance::init_preload() and queues it. What
-     *  either throws comes out of here, with the instance deleted, and std::bad_alloc where
-     *  create_instance() gives none. */
+    /** Makes one instance, prepares it with vask_np_instance::init_preload() and queues it. Lets an
+     *  exception of either out, after it has deleted the instance. Throws std::bad_alloc if
+     *  create_instance() returns null. */
     void make_preload_instance();
 
     /**

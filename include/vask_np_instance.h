@@ -46,8 +46,8 @@ public:
      */
     ///@{
 
-    /** Prepares an instance that is made ahead of time: neither npp nor the browser's window is
-     *  there yet. Called once. Does nothing. */
+    /** Prepares an instance that is made ahead of time: there is no npp and no window of the
+     *  browser yet. Called once. Does nothing. */
     virtual void init_preload();
 
     /**
@@ -159,9 +159,9 @@ public:
 
     /**
      * Answers NPPVpluginNeedsXEmbed with #needs_xembed and NPPVpluginScriptableNPObject with this
-     * instance's object and a reference for the browser. Each question for the object
-     * creates it again in the browser's eyes; a browser whose count starts anew with that forgets
-     * the references of its earlier answers.
+     * instance's object and a reference for the browser. Each question for the object makes the
+     * browser create it again; a browser that starts its count anew then forgets the references of
+     * earlier answers.
      *
      * @param npp       the NPP that this instance is attached to; may be null
      * @param variable  what is asked for

@@ -236,7 +236,7 @@ public:
      *   hears of its own children whatever the caller does with its own signals.
      * - SIGHUP, SIGINT and SIGPIPE are at their defaults, also where the caller ignores them.
      * - Another signal that the caller ignores stays ignored; one that it handles is at its
-     * default.
+     *   default.
      * - All but SIGTERM and SIGCHLD are blocked as in the calling thread. None is pending.
      * - 32 and 33 are the C library's own: it may have them ignored at the start, and sets them up
      *   itself where it needs them.
@@ -245,9 +245,9 @@ public:
      * the terminating entry.
      *
      * The program is started without copying the caller's page tables, so the time does not grow
-     * with the caller's memory. A failure is tried again by GLib, which forks and whose text the
-     * message holds; GLib also runs a script that names no interpreter. (With a C library older
-     * than glibc 2.34, GLib starts every program.) The call blocks until the program has replaced
+     * with the caller's memory. After a failure GLib tries again, by a fork: it also runs a script
+     * that names no interpreter, and the message holds GLib's text. (With a C library older than
+     * glibc 2.34, GLib starts every program.) The call blocks until the program has replaced
      * the new process. It runs no main loop and may be made from any thread.
      *
      * @param argv  the program's path (PATH is not searched) and its arguments; the first element
@@ -496,8 +496,8 @@ public:
      * @param max_count   not below @p init_count; used for nothing else
      * @return a handle for close_named_sem(); null on failure, logged at ERR:
      *         "init_count(N) > max_count(N)" or "Failed to call sem_open(): ERRNO". EINVAL also
-     *         stands for a semaphore of a process with another word size, EFBIG for a limit of the
-     *         size of files
+     *         stands for a semaphore that a process of another word size has made, EFBIG for a
+     *         limit of the size of files
      */
     static sem_t* create_named_sem(const char* name, int init_count, int max_count);
 
@@ -553,8 +553,8 @@ public:
      *
      * One lock for the whole system, "vask_shm_lock", held by an object while it changes the
      * process registry. Hold it for well under 5 seconds: whoever waits longer takes the holder for
-     * dead and breaks the lock. The 5 seconds neither know of the clock being set nor of the time
-     * that the waiter itself was stopped, or the machine asleep.
+     * dead and breaks the lock. Setting the clock does not count, nor does time in which the waiter
+     * is stopped or the machine asleep.
      */
     ///@{
 
@@ -593,9 +593,9 @@ public:
 
     /**
      * Registers this process under this object's name, replacing its earlier registration. Blocks
-     * for the library lock. Signals come through while it waits, not while it holds the lock.
-     * Stopped meanwhile for so long that another process has broken the lock, it leaves the record
-     * alone and begins again. Not for two threads at once with one object. The semaphore of the
+     * for the library lock. Signals come through while it waits, not while it holds the lock. If it
+     * is stopped for so long that another process breaks the lock, it leaves the record alone and
+     * begins again. Two threads must not call it at once with one object. The semaphore of the
      * lock and the registry belong to the user who registered first: other users cannot register.
      *
      * @param key  0 for none; any number of processes may have none. A key that another live
@@ -603,9 +603,9 @@ public:
      * @return true when it is registered; false after a line at ERR: "Key(0xKEY) is already in
      *         use.", "Failed lock shm (shm_name:OBJECT)", or "Failed to call CALL @
      *         store_pid_to_shm" with shm_open, mmap, fstat, ftruncate or mremap. A full /dev/shm
-     * and a limit of file size are reported as ftruncate's failure, a registry that cannot be read
-     * as fstat's, and a lack of memory as mremap's. All lines about the record are printed when the
-     * lock is given back
+     *         and a limit of file size are reported as ftruncate's failure, a registry that cannot
+     *         be read as fstat's, and a lack of memory as mremap's. All lines about the record are
+     *         printed after the lock was given back
      */
     bool store_pid_to_shm(unsigned long key);
 
@@ -635,8 +635,8 @@ public:
 
     /**
      * Drops the entries of this process, of ended processes and unused slots from a registry, in
-     * place. For a writer that holds the library lock, on a copy, or on the record itself with its
-     * sequence odd.
+     * place. For a writer that holds the library lock: on its copy, or on the record itself while
+     * the sequence is odd.
      *
      * @param array  memory with at least its count of entries; not null
      * @return the kept entries by key

@@ -10,9 +10,9 @@ inline bool is_callable(const vask_obj_exec_info& handler) {
     return handler.obj != nullptr && handler.func != nullptr;
 }
 
-// Makes a call by a pointer to a member, which may be one of a derived class. Where the object's
-// own class is not where the derived one begins, the pointer moves the object's address; the
-// sanitizer of gcc goes on taking it for that of the own class.
+// Calls a pointer to a member, which may be a member of a derived class. Where the base is not at
+// the start of the derived class, the pointer moves the object's address; gcc's sanitizer still
+// takes the moved address for one of the base.
 template <typename Object, typename Result, typename... Parameters, typename... Arguments>
 __attribute__((no_sanitize("vptr"))) inline Result call_member(
     Object* object, Result (Object::*member)(Parameters...), Arguments&&... arguments) {

@@ -5,7 +5,7 @@
 #define VASK_AT_FORMAT(text) "<%s:%d> " text "\n"
 
 // That format and its first two arguments, for vask_p(): vask_p(VASK_P_ERR, VASK_AT("no room: %d"),
-// errno). The part is the source_unit that is visible there; the line is that of the call, so a
+// errno). The part is the source_unit that is visible there. The line is the line of the call; a
 // helper that several callers share prints its own.
 #define VASK_AT(text) VASK_AT_FORMAT(text), source_unit, __LINE__
 

@@ -15,11 +15,10 @@ public:
     // Maps a file's start, shared, for reading and writing. False with errno on failure.
     bool map_file(int fd, std::size_t size);
 
-    // Maps zeroed memory that is nobody else's. False with errno on failure.
+    // Maps zeroed memory that is not shared. False with errno on failure.
     bool map_private(std::size_t size);
 
-    // Makes the mapping larger; it may move. False with errno on failure, with the mapping as it
-    // was.
+    // Makes the mapping larger; it may move. False with errno on failure: the mapping is as it was.
     bool grow(std::size_t size);
 
     void* address() const { return m_address; }

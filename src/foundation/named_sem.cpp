@@ -39,7 +39,8 @@ timespec monotonic_time_in(int msec) {
     return time;
 }
 
-// Null with errno, and closed, when it could not be opened or its file has another size.
+// Null with errno for a semaphore that could not be opened, or whose file has another size; that
+// one is closed.
 sem_t* refuse_wrong_size(const char* name, sem_t* sem) {
     if (sem == SEM_FAILED) {
         return nullptr;
@@ -61,7 +62,7 @@ named_as look_up_sem(const char* name, sem_t* sem) {
         return errno == ENOENT ? named_as::nothing_or_another : named_as::unknown;
     }
     sem_close(named);
-    // Of one semaphore a process has one address, as long as it is open.
+    // While a semaphore is open, it has one address in the process.
     return named == sem ? named_as::itself : named_as::nothing_or_another;
 }
 
@@ -69,7 +70,7 @@ named_as look_up_sem(const char* name, sem_t* sem) {
 int take_sem_until(sem_t* sem, const timespec& deadline) {
     while (sem_clockwait(sem, CLOCK_MONOTONIC, &deadline) != 0) {
         if (errno == ETIMEDOUT) {
-            // Who was stopped meanwhile finds its time over before it has looked again.
+            // A process that was stopped finds its time over before it has looked again.
             return sem_trywait(sem) == 0 ? 0 : ETIMEDOUT;
         }
         if (errno != EINTR) {
@@ -89,7 +90,7 @@ std::string named_sem_path(const char* name) {
 }
 
 sem_t* open_named_sem(const char* name, mode_t mode, unsigned int value) {
-    // A new one is a file that is written.
+    // Making a semaphore writes a file.
     const withheld_signal limit(SIGXFSZ);
     return refuse_wrong_size(name, sem_open(name, O_CREAT, mode, value));
 }
@@ -120,9 +121,9 @@ int take_sem_within(sem_t* sem, int msec) {
     return take_sem_until(sem, monotonic_time_in(msec));
 }
 
-// Signals let through during the wait could strike between its success and the block; signals kept
-// out for all of it would leave nobody but SIGKILL to end a process whose wait never ends. So every
-// attempt runs with the signals blocked, and they are let through between two attempts.
+// A signal that comes through during the wait could strike between its success and the block. If
+// signals were blocked for all of it, only SIGKILL could end a process whose wait never ends. So
+// the signals are blocked during each attempt, and come through between two attempts.
 int take_sem_undisturbed(sem_t* sem, signal_block& signals, int slices) {
     for (int i = 0;; ++i) {
         signals.block();
@@ -170,8 +171,8 @@ sem_t* tracked_named_sem::release() {
 }
 
 bool tracked_named_sem::open_existing() {
-    // The file comes first and stays open, so its identity cannot be reused: if the name leads to
-    // it after the semaphore was opened as well, both are the same. A pipe is not waited for.
+    // Opens the file first and keeps it open, so that its inode is not used again: if the name
+    // still leads to it when the semaphore is open, both are the same. A pipe is not waited for.
     m_file = unique_fd(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
     if (!m_file) {
         return false;
@@ -225,7 +226,7 @@ void tracked_named_sem::close_and_remove() {
     }
     sem_close(std::exchange(m_handle, nullptr));
     // The file lock makes test and removal one step among all who break this very semaphore. But
-    // whoever may read the file can lock it and keep it locked, so nobody waits for it long.
+    // everybody who may read the file can lock it and keep it locked, so nobody waits long for it.
     lock_file();
     if (is_file_current()) {
         sem_unlink(m_name);

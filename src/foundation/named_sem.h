@@ -18,36 +18,38 @@ std::string named_sem_path(const char* name);
 // using it would be fatal, or corrupt it.
 sem_t* open_named_sem(const char* name, mode_t mode, unsigned int value);
 
-// The same for one that must exist.
+// The same for a semaphore that must exist.
 sem_t* open_existing_named_sem(const char* name);
 
-// Whether the name leads to this open semaphore, which must have been opened under that name. Not
-// so where that cannot be told.
+// Whether the name leads to this open semaphore, which must have been opened under that name. False
+// also when that cannot be found out.
 bool is_named_sem(const char* name, sem_t* sem);
 
-// Whether it certainly does not: the name is gone, or leads to another one.
+// Whether the name certainly leads elsewhere: it is gone, or another semaphore has it. False also
+// when that cannot be found out.
 bool is_removed_named_sem(const char* name, sem_t* sem);
 
-// Takes a semaphore without sleeping, but lets others run a few times before it gives up. Who holds
-// it for a few instructions has given it back by then, and going to sleep, being woken and coming
-// to the processor again cost more than that. To look at it again and again instead does not help:
-// a holder who is not running does not give it back. No error is told: the wait that follows does.
+// Takes a semaphore without sleeping, but lets others run a few times before it gives up. A holder
+// of a few instructions has given it back by then; to sleep, to be woken and to come to the
+// processor again costs more than that. Looking again and again instead would not help: a holder
+// that does not run does not give it back. Tells no error: the wait that follows does.
 bool take_sem_awake(sem_t* sem);
 
-// Takes a semaphore within the given time: 0, ETIMEDOUT or what sem_wait() fails with. Signals do
-// not end the wait. Setting the clock makes it neither longer nor shorter.
+// Takes a semaphore within the given time. Returns 0, ETIMEDOUT or the error of sem_wait(). Signals
+// do not end the wait. Setting the clock makes it neither longer nor shorter.
 int take_sem_within(sem_t* sem, int msec);
 
 constexpr int sem_wait_slice_msec = 100;
 constexpr int unlimited_sem_wait_slices = -1;
 
-// Takes a semaphore and blocks all signals in one step: nobody is ended by one, or runs its
-// handler, who has the semaphore. Who merely waits sees a signal within a slice. 0 with the signals
-// blocked; otherwise ETIMEDOUT after so many slices, or what sem_wait() fails with, and the signals
+// Takes a semaphore and blocks all signals in one step: no signal ends the holder or runs a handler
+// in it. While it waits, a signal comes through within a slice. Returns 0 with the signals blocked.
+// Otherwise returns ETIMEDOUT after that many slices, or the error of sem_wait(), and the signals
 // are not blocked.
 int take_sem_undisturbed(sem_t* sem, signal_block& signals, int slices = unlimited_sem_wait_slices);
 
-// What vask_object says when a wait, or the removal of a name, fails with an error number.
+// Print the line of vask_object for a wait, or the removal of a name, that failed with this error
+// number.
 void report_failed_sem_wait(int error);
 void report_failed_sem_removal(const char* name, int error);
 
@@ -55,8 +57,8 @@ void report_failed_sem_removal(const char* name, int error);
 // one of the same name.
 class tracked_named_sem {
 public:
-    // Opens or creates it like open_named_sem(). Tells success by handle(). Where named semaphores
-    // have their files elsewhere it does without.
+    // Opens or creates it like open_named_sem(). After a failure handle() is null. Where the C
+    // library keeps its semaphores elsewhere, it does without the file.
     tracked_named_sem(const char* name, mode_t mode, unsigned int value);
     ~tracked_named_sem();
 
@@ -71,10 +73,9 @@ public:
     // Whether the name still leads to this semaphore.
     bool is_current() const;
 
-    // Closes the handle, and removes the name unless it leads to another semaphore by now. Of
-    // several processes that do this for the same semaphore exactly one removes it, unless a
-    // stranger keeps the file locked, or there is none: then they go on without that certainty,
-    // after a second.
+    // Closes the handle, and removes the name unless it leads to another semaphore by now. If
+    // several processes do this for the same semaphore, exactly one removes it. Where there is no
+    // file, or a stranger keeps it locked for a second, they go on without that certainty.
     void close_and_remove();
 
 private:
@@ -84,7 +85,7 @@ private:
 
     const char* const m_name;
     const std::string m_path;
-    // None where semaphores have their files elsewhere.
+    // No descriptor where the C library keeps its semaphores elsewhere.
     unique_fd m_file;
     sem_t* m_handle;
 };

@@ -3,8 +3,8 @@
 
 #include <utility>
 
-// Does something when it goes out of scope, also when that is because of an exception. What it does
-// must not throw.
+// Runs an action when it goes out of scope, also because of an exception. The action must not
+// throw.
 template <typename Action>
 class scope_exit {
 public:

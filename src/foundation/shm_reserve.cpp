@@ -12,11 +12,11 @@
 
 namespace {
 
-// Some kernels undo what an interrupted call has reserved, so a call has to end between two
-// signals.
+// Some kernels undo what an interrupted call has reserved, so a call must be short enough to end
+// between two signals.
 constexpr off_t piece_size = 64 * 1024;
 
-// A file system that cannot, and sandboxes.
+// A file system cannot do it, or a sandbox forbids it.
 bool is_refusal(int error) {
     return error == EOPNOTSUPP || error == ENOSYS || error == EPERM;
 }
@@ -38,7 +38,7 @@ int write_zero(int fd, off_t offset) {
     return written == 1 ? 0 : written == 0 ? ENOSPC : errno;
 }
 
-// Writes to holes alone, which read as zero: what others have stored elsewhere must stay.
+// Writes only to holes, which read as zero: what others have stored elsewhere must stay.
 int write_to_holes(int fd, off_t from, off_t to) {
     const auto page_size = static_cast<off_t>(sysconf(_SC_PAGESIZE));
     off_t at = from;
@@ -47,7 +47,7 @@ int write_to_holes(int fd, off_t from, off_t to) {
         if (hole == -1 && errno != ENXIO) {
             return errno;
         }
-        // Without one: behind the end.
+        // Without a hole, all from here on lies behind the end.
         at = std::max(at, hole);
         if (at >= to) {
             return 0;
@@ -59,14 +59,14 @@ int write_to_holes(int fd, off_t from, off_t to) {
     }
 }
 
-// Whether there cannot be room for so many bytes, the object's own memory counted in. Found out
-// piece by piece it would fill the file system up first, which takes seconds and starves everybody
-// else.
+// Whether the file system cannot have room for so many bytes, the object's own memory counted in.
+// Working piece by piece, reserve_shm() would fill the file system up before it failed, which takes
+// seconds and starves everybody else.
 bool is_beyond_room(int fd, off_t size) {
     struct stat object;
     struct statvfs room;
     if (fstat(fd, &object) != 0 || fstatvfs(fd, &room) != 0 || room.f_blocks == 0) {
-        return false;  // the last: without a limit of its own
+        return false;  // no blocks: a file system without a limit
     }
     const off_t missing = size - static_cast<off_t>(object.st_blocks) * 512;
     return missing > 0 && static_cast<fsblkcnt_t>(missing) / room.f_frsize > room.f_bfree;

@@ -3,7 +3,7 @@
 
 #include <sys/types.h>
 
-// Both answer 0 or an error number, print nothing, and turn the signal of RLIMIT_FSIZE into EFBIG.
+// Both return 0 or an error number, print nothing, and turn the signal of RLIMIT_FSIZE into EFBIG.
 
 // ftruncate(). What it adds has no memory yet: on a full file system a store to it is fatal.
 int set_shm_size(int fd, off_t size);
@@ -13,9 +13,9 @@ int set_shm_size(int fd, off_t size);
 // memory as well, and set_shm_size() may add them afterwards; where the file system or a sandbox
 // refuses fallocate() the object may be longer than it was, also after a failure.
 //
-// Works piece by piece and keeps what it has, so a signal that comes again and again does not keep
-// it from its end. What is larger than the room that is left is refused at once. What was found
-// before a failure stays with the object until it is made shorter or removed.
+// It works piece by piece and keeps each piece, so that repeated signals do not keep it from its
+// end. It refuses at once what is larger than the room that is left. After a failure the object
+// keeps what was found, until it is made shorter or removed.
 int reserve_shm(int fd, off_t from, off_t to);
 
 #endif

@@ -3,11 +3,12 @@
 
 #include <signal.h>
 
-// Keeps signals away from this thread between block() and unblock(), or its end: all but those that
-// tell of a fault of the thread itself, which it would not survive blocked. Whatever was blocked
-// before stays so. Each of both is one system call.
+// Keeps signals away from this thread between block() and unblock() or the destructor. It leaves
+// out those that report a fault of the thread itself: if one of these is blocked, the kernel ends
+// the process. A signal that was blocked before stays blocked. block() and unblock() are one system
+// call each.
 //
-// It guards a thread, not the process: where another thread lets a signal through that ends the
+// It guards a thread, not the process: if another thread lets a signal through that ends the
 // process, this thread ends as well.
 class signal_block {
 public:
@@ -16,10 +17,10 @@ public:
     signal_block(const signal_block&) = delete;
     signal_block& operator=(const signal_block&) = delete;
 
-    // Nothing where it blocks already.
+    // Does nothing if it blocks already.
     void block();
 
-    // What has come meanwhile is delivered in here. Nothing where it does not block.
+    // Delivers what has come meanwhile, before it returns. Does nothing if it does not block.
     void unblock();
 
 private:

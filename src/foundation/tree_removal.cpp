@@ -7,7 +7,8 @@
 
 namespace {
 
-// More would save the way back through ".." in deeper trees, and take descriptors from others.
+// More of them would save the way back through ".." in deeper trees, but take descriptors from
+// others.
 constexpr size_t open_levels = 8;
 
 constexpr size_t buffer_size = 32768;
@@ -18,7 +19,7 @@ bool is_dot_or_dot_dot(const char* name) {
     return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
-// Takes the last of the texts, each of which has its zero.
+// Removes the last text and returns it. Each text ends with its zero.
 std::string take_last(std::string* texts) {
     texts->pop_back();
     const size_t zero = texts->rfind('\0');
@@ -42,8 +43,8 @@ bool tree_removal::run() {
             }
             continue;
         }
-        // Like GLib's reader, it takes a directory that cannot be read on for one at its end: if
-        // entries are left, the directory cannot be removed.
+        // Like GLib's reader, it takes a read error for the end of the directory: if entries are
+        // left, the directory cannot be removed.
         const ssize_t length = getdents64(directory().get(), m_buffer.data(), m_buffer.size());
         if (length > 0) {
             if (!take_entries(static_cast<size_t>(length))) {
@@ -76,14 +77,14 @@ bool tree_removal::take_entries(size_t length) {
     return true;
 }
 
-// Directories have to wait: the buffer is the same for all levels.
+// Directories have to wait, because all levels use the same buffer.
 bool tree_removal::take_entry(const dirent64& entry) {
     const char* const name = entry.d_name;
     if (!is_directory(entry)) {
         if (unlinkat(directory().get(), name, 0) == 0) {
             return true;
         }
-        // It may have become one since it was read.
+        // It may have become a directory since it was read.
         if (errno != EISDIR) {
             return fail(name);
         }
@@ -104,7 +105,7 @@ bool tree_removal::enter_directory() {
     const std::string name = take_last(&m_levels.back().directories);
     unique_fd opened(openat(directory().get(), name.c_str(), how_to_open));
     if (!opened) {
-        // Something else has taken its place meanwhile, or nothing.
+        // Something else has the name by now, or nothing.
         if (errno == ENOTDIR || errno == ELOOP || errno == ENOENT) {
             return remove_directory(name);
         }
@@ -127,14 +128,14 @@ bool tree_removal::leave_directory() {
     return remove_directory(left.name);
 }
 
-// Or what has taken its place, as remove() does.
+// If something else has the directory's name by now, removes that, as remove() does.
 bool tree_removal::remove_directory(const std::string& name) {
     return unlinkat(directory().get(), name.c_str(), AT_REMOVEDIR) == 0 ||
            (errno == ENOTDIR && unlinkat(directory().get(), name.c_str(), 0) == 0) || fail(name);
 }
 
-// Its inode's number cannot change meanwhile: the directories below it that are open hold it. It is
-// closed already where an earlier branch went as deep.
+// The inode's number is not used again meanwhile: the open directories below hold the inode. An
+// earlier branch of this depth may have closed the level already.
 void tree_removal::close_directory(level& upper) {
     struct stat info;
     if (upper.fd && fstat(upper.fd.get(), &info) == 0) {
@@ -144,8 +145,8 @@ void tree_removal::close_directory(level& upper) {
     }
 }
 
-// It is read from its start then; all that was read before has gone. Where ".." leads elsewhere,
-// somebody has moved the directory below out of this tree, and nothing there is ours.
+// The parent is read from its start again; all that was read before is gone. If ".." leads
+// elsewhere, somebody has moved the directory below out of this tree, and nothing there is ours.
 bool tree_removal::open_parent_of(const level& left) {
     level& upper = m_levels.back();
     unique_fd opened(openat(left.fd.get(), "..", how_to_open));

@@ -12,10 +12,10 @@
 
 // Empties one directory, whatever somebody else does with the names in it meanwhile.
 //
-// A path is looked up once, by whoever opened the directory. From there every name is resolved in a
-// directory that is open, and none is followed that is a link: all that goes was an entry of this
-// tree. How deep the tree is costs neither stack nor descriptors: upper levels are closed on the
-// way down, and the way back leads through "..", which must be the directory that was left.
+// The caller looks the path up once, when it opens the directory. From there every name is resolved
+// in an open directory, and no link is followed: only entries of this tree are removed. A deep tree
+// costs neither stack nor descriptors: upper levels are closed on the way down, and the way back
+// leads through "..", which must be the directory that was left.
 class tree_removal {
 public:
     // The directory is open for reading.
@@ -24,7 +24,7 @@ public:
     // False at the first failure; what was not reached stays.
     bool run();
 
-    // After a failure: whether a directory could not be opened; otherwise an entry could not be
+    // After a failure: whether a directory could not be opened. Otherwise an entry could not be
     // removed, and these are its path below the directory and errno.
     bool failed_to_open() const { return m_failed_to_open; }
     std::string failed_path() const;
@@ -35,11 +35,11 @@ private:
         level(unique_fd directory, std::string its_name)
             : fd(std::move(directory)), name(std::move(its_name)) {}
 
-        unique_fd fd;  // none while the removal is many levels below
+        unique_fd fd;  // closed while the removal is many levels below
         dev_t device = 0;
-        ino_t inode = 0;  // both only where there is no descriptor
+        ino_t inode = 0;  // both valid only while the descriptor is closed
         std::string name;
-        std::string directories;  // entries that were read and still have to go, with their zeros
+        std::string directories;  // names that were read and still have to go, each with its zero
     };
 
     const unique_fd& directory() const { return m_levels.back().fd; }

@@ -6,7 +6,7 @@ vask_abstract_error::vask_abstract_error() : next(nullptr), code(VASK_ERR_NONE) 
 
 vask_abstract_error::vask_abstract_error(const vask_abstract_error& source)
     : next(nullptr), code(source.code), message(source.message) {
-    // Cloned last: nothing may throw once the copy of the chain is this object's.
+    // Cloned last: nothing may throw when this object owns the copy of the chain.
     if (source.next != nullptr) {
         next = source.next->clone();
     }
@@ -16,8 +16,8 @@ vask_abstract_error& vask_abstract_error::operator=(const vask_abstract_error& s
     if (this == &source) {
         return *this;
     }
-    // The source may hang in the chain that is about to be deleted: everything is taken from it
-    // before.
+    // The source may be part of the chain that is about to be deleted, so everything is copied
+    // first.
     std::string new_message = source.message;
     const vask_error_code_t new_code = source.code;
     vask_abstract_error* new_next = source.next != nullptr ? source.next->clone() : nullptr;
@@ -62,7 +62,7 @@ std::string& vask_abstract_error::dump_errors(int depth) {
     }
     dump_text += message;
     if (next != nullptr) {
-        // Only what this call adds: an earlier one has left its text in the successor.
+        // Takes only what this call adds: an earlier call has left its text in the successor.
         const std::string::size_type already = next->dump_text.size();
         dump_text.append(next->dump_errors(depth + 1), already, std::string::npos);
     }

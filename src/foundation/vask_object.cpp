@@ -48,7 +48,7 @@ bool goes_to_syslog() {
     return value != nullptr && strcmp(value, "1") == 0;
 }
 
-// Outlined, so that a suppressed message costs its caller's comparison and nothing more.
+// Not inlined, so that a suppressed message costs its caller one comparison and nothing more.
 __attribute__((noinline, cold)) void print_message(const char* name, vask_print_level level,
                                                    const void* address, const char* format,
                                                    va_list args) {

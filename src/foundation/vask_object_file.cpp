@@ -43,7 +43,7 @@ bool make_one_dir(const char* signature, const std::string& path) {
         return true;
     }
     const int error = errno;
-    // Another process may have made it meanwhile, which is as good.
+    // Another process may have made it meanwhile, which is just as good.
     if (error == EEXIST && is_directory(path.c_str())) {
         return true;
     }
@@ -134,7 +134,7 @@ bool vask_object::make_dir_if_necessary(const char* path, bool must_be_absolute)
                path);
         return false;
     }
-    // Not by recursion: whoever wrote the path would decide how much stack it takes.
+    // No recursion: whoever wrote the path would decide how much stack it takes.
     std::vector<size_t> missing;  // their lengths, the deepest first
     std::string dir = path;
     while (!is_directory(dir.c_str())) {
@@ -158,7 +158,7 @@ bool vask_object::delete_path(const char* path) {
     struct stat info;
     if (lstat(path, &info) == 0 && S_ISDIR(info.st_mode)) {
         unique_fd directory = open_directory(path, O_NOFOLLOW);
-        // A link may have taken its place since; it goes as one.
+        // A link may have the name by now; then the link is removed.
         const bool is_other = !directory && (errno == ENOTDIR || errno == ELOOP);
         if (!is_other && !empty_directory(std::move(directory), path)) {
             return false;

@@ -15,9 +15,8 @@ constexpr mode_t library_lock_mode = 0644;
 constexpr int library_lock_timeout_msec = 5000;
 constexpr int library_lock_slice_msec = 500;
 
-// The 5 seconds after which a holder counts as dead are as many short waits. A waiter that is
-// stopped meanwhile has not seen the holder all that time, so the stop counts for no more than one
-// of them.
+// A holder counts as dead after 5 seconds of short waits. A waiter that is stopped meanwhile does
+// not see the holder, so a stop counts for no more than one short wait.
 int wait_for_library_lock(sem_t* sem, signal_block* signals) {
     if (signals != nullptr) {
         return take_sem_undisturbed(sem, *signals, library_lock_timeout_msec / sem_wait_slice_msec);
@@ -30,7 +29,7 @@ int wait_for_library_lock(sem_t* sem, signal_block* signals) {
     return error;
 }
 
-// A lock is not taken where the time cannot be told.
+// The lock is not taken when the clock cannot be read.
 bool has_clock() {
     struct timespec now;
     return clock_gettime(CLOCK_REALTIME, &now) == 0;
@@ -43,7 +42,7 @@ void report_failed_sem_wait(int error) {
 }
 
 void report_failed_sem_removal(const char* name, int error) {
-    // It names the shared-memory call, and is kept.
+    // The text names the shared-memory call: kept.
     vask_object::vask_p("vask", VASK_P_ERR, VASK_AT("Failed to call shm_unlink(%s): %s"), name,
                         strerror(error));
 }
@@ -62,7 +61,7 @@ sem_t* vask_object::create_named_sem(const char* name, int init_count, int max_c
 }
 
 bool vask_object::close_named_sem(sem_t* sem) {
-    // The C library is not asked about no semaphore: it may take that for impossible.
+    // Null does not reach the C library, which may rely on getting a semaphore.
     if (sem == nullptr) {
         errno = EINVAL;
     }
@@ -130,16 +129,16 @@ sem_t* take_library_lock(const vask_object& waiter, signal_block* signals) {
         }
         switch (wait_for_library_lock(sem.handle(), signals)) {
             case 0:
-                // A lock that was broken meanwhile excludes nobody any more. It goes on to the next
-                // of those who wait for it, so that they all turn to the new one.
+                // A lock that was broken meanwhile excludes nobody any more [L2]. It is posted for
+                // the next one who waits for it, so that all of them turn to the new lock.
                 if (!sem.is_current()) {
                     sem_post(sem.handle());
                     continue;
                 }
                 return sem.release();
             case ETIMEDOUT:
-                // Removed first: whoever reads the line may be slow, and the lock in other hands
-                // then.
+                // Removes the lock before it prints: whoever reads the line may be slow, and
+                // somebody else may hold the lock by then.
                 sem.close_and_remove();
                 waiter.vask_p(VASK_P_WARN,
                               "Possibly, the lock-owner was unexpectedly dead. Force unlock the "

@@ -13,7 +13,7 @@
 #include "foundation/log_place.h"
 #include "vask_object.h"
 
-// posix_spawn_file_actions_addclosefrom_np() is the youngest of what a child's start needs.
+// Of all that a child's start needs, posix_spawn_file_actions_addclosefrom_np() came last.
 #if defined(__GLIBC__)
 #if __GLIBC_PREREQ(2, 34)
 #define CHILD_STARTS_BY_POSIX_SPAWN
@@ -78,7 +78,7 @@ void unblock_child_signals(gpointer) {
     sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-// What a child is started with; all of it is borrowed.
+// What a child is started with. Owns nothing.
 struct child_plan {
     const char* directory;
     char** argv;
@@ -103,7 +103,7 @@ public:
     spawn_actions(const spawn_actions&) = delete;
     spawn_actions& operator=(const spawn_actions&) = delete;
 
-    // The directory first: its path may lead through a descriptor that is about to be closed.
+    // The directory comes first: its path may lead through a descriptor that is about to be closed.
     bool prepare(const char* directory) {
         return m_made &&
                (directory == nullptr ||
@@ -137,7 +137,7 @@ public:
         }
         sigdelset(&blocked, SIGTERM);
         sigdelset(&blocked, SIGCHLD);
-        // Those that GLib resets in a child that it forks. Others stay ignored.
+        // GLib resets the same ones in a child that it forks. Others stay ignored.
         sigset_t reset = child_signals();
         sigaddset(&reset, SIGHUP);
         sigaddset(&reset, SIGINT);
@@ -164,10 +164,10 @@ bool start_by_posix_spawn(const child_plan& plan, pid_t* pid) {
 
 #endif
 
-// A fork, as GLib makes one, copies the page tables of all memory that this process has touched;
-// posix_spawn does not. It closes the descriptors in the child, where no other thread can open one
-// meanwhile. After a failure there is no child, so GLib may try: it runs a script without an
-// interpreter's name, and error and text are its own. It is the only way where glibc is too old.
+// GLib forks, which copies the page tables of all memory that this process has touched; posix_spawn
+// does not. It closes the descriptors in the child, where no other thread can open one meanwhile.
+// After a failure there is no child, so GLib may try: it also runs a script that names no
+// interpreter, and the error is in its words. Where glibc is too old, GLib starts every child.
 bool start_child(const child_plan& plan, pid_t* pid, GError** error) {
 #ifdef CHILD_STARTS_BY_POSIX_SPAWN
     if (start_by_posix_spawn(plan, pid)) {
@@ -193,8 +193,8 @@ bool start_shutdown(const char* option, const char* signature) {
     return false;
 }
 
-// Whether the kernel keeps the status of an ended child. Where it does not, GLib complains and
-// makes one up.
+// Whether the kernel keeps the status of an ended child. If it does not, GLib complains and makes a
+// status up.
 bool ended_children_wait() {
     struct sigaction action;
     return sigaction(SIGCHLD, nullptr, &action) == 0 && action.sa_handler != SIG_IGN &&

@@ -3,9 +3,9 @@
 
 #include <signal.h>
 
-// Keeps a signal that a failing call raises in this thread (SIGPIPE, SIGXFSZ) from doing harm: it
-// is blocked while this lives, and taken away in the end unless it was waiting before. The call's
-// error tells the same. Makes four system calls.
+// Keeps a signal that a failing call raises in this thread (SIGPIPE, SIGXFSZ) from doing harm. The
+// signal is blocked while this object lives. The destructor takes it away, unless it was pending
+// before. The call's error tells the same. Costs four system calls.
 class withheld_signal {
 public:
     explicit withheld_signal(int number);

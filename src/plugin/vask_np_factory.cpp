@@ -60,7 +60,7 @@ NPError vask_np_factory::destroy_instance(NPP npp, NPSavedData**) {
            "virtual NPError vask_np_factory::destroy_instance(NPP, NPSavedData**)");
     vask_np_instance* instance = static_cast<vask_np_instance*>(npp->pdata);
     if (instance->npobj_allocated && !instance->npobj_deallocated) {
-        // The release may delete the instance, for which it has to know that before.
+        // The release may delete the instance, which looks at this flag then.
         instance->destroy_pending = true;
         NPN_ReleaseObject(instance);
     } else {
@@ -142,7 +142,7 @@ int vask_np_factory::delayed_spawn_preload_instance() {
 }
 
 int vask_np_factory::_delayed_spawn_preload_instance(void* factory) {
-    // A timer that goes on tries again: nobody else would, where the queue is empty now.
+    // The timer goes on and tries again: nobody else would if the queue is empty now.
     return call_for_c("vask_np_factory::delayed_spawn_preload_instance()", TRUE, [factory] {
         return static_cast<vask_np_factory*>(factory)->delayed_spawn_preload_instance();
     });

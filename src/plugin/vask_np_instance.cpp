@@ -141,7 +141,7 @@ NPObject* vask_np_instance::create_npobj(const char* script) {
         NPString text = {script, static_cast<uint32_t>(strlen(script))};
         NPVariant result;
         VOID_TO_NPVARIANT(result);
-        // Anything else than an object is left alone.
+        // A result that is no object is left alone.
         if (NPNFuncs.evaluate(its_npp, window, &text, &result) && NPVARIANT_IS_OBJECT(result)) {
             object = NPVARIANT_TO_OBJECT(result);
         }
