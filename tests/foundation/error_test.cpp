@@ -8,7 +8,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "plugin/counted_memory.h"
+#include "support/counted_memory.h"
 #include "vask_error.h"
 #include "vask_object.h"
 
@@ -149,8 +149,8 @@ TEST(error, Has_its_fields_in_the_published_order) {
 }
 
 TEST(error, Has_clone_behind_the_destructor_in_its_table) {
-    // A pointer to a virtual member holds one more than the offset in the table, where a destructor
-    // takes two entries.
+    // A pointer to a virtual member holds the offset in the table plus one. A destructor takes two
+    // entries.
     vask_abstract_error* (vask_abstract_error::*member)() const = &vask_abstract_error::clone;
     ptrdiff_t representation;
     memcpy(&representation, &member, sizeof representation);

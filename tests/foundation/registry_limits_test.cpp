@@ -17,6 +17,7 @@
 #include <new>
 
 #include "foundation/registry_member.h"
+#include "support/counted_memory.h"
 #include "support/sanitizers.h"
 #include "support/timeout_factor.h"
 
@@ -27,9 +28,6 @@ using testing::IsEmpty;
 using testing::Pair;
 
 namespace {
-
-// How many allocations succeed; negative for all.
-int allocations_left = -1;
 
 // What a sandbox does to a call that it does not know.
 bool refuse_uncommon_calls(unsigned int answer) {
@@ -102,28 +100,6 @@ bool is_asleep(pid_t pid) {
 }
 
 }  // namespace
-
-void* operator new(size_t size) {
-    if (allocations_left == 0) {
-        throw std::bad_alloc();
-    }
-    if (allocations_left > 0) {
-        --allocations_left;
-    }
-    void* memory = std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
 
 TEST_P(registry_sandbox, Without_uncommon_calls_changes_nothing) {
     forked_process sandboxed([this] {

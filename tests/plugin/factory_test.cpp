@@ -2,8 +2,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "counted_memory.h"
 #include "recorded_plugin.h"
+#include "support/counted_memory.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -1,11 +1,11 @@
-// What the library itself does for a script's call: one name fetched and freed, and no memory but
-// for the copy of a name that is too long for std::string's own room.
+// What the library itself does for a script's call: it fetches and frees one name, and takes no
+// memory but for the copy of a name that is too long for std::string's own room.
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "counted_memory.h"
+#include "support/counted_memory.h"
 #include "vask_script.h"
 
 using namespace vask_test;

@@ -14,6 +14,9 @@ extern int allocation_that_fails;
 /** What that one throws; std::bad_alloc where it is null. */
 extern void (*throw_for_failed_allocation)();
 
+/** How many allocations succeed before all others fail; negative for all of them. */
+extern int allocations_left;
+
 }  // namespace vask_test
 
 #endif

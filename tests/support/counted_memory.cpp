@@ -1,6 +1,6 @@
-// A source of its own: where the compiler sees both operators it distrusts malloc and free.
+// In a separate source, because a compiler that sees both operators warns of malloc and free.
 
-#include "counted_memory.h"
+#include "support/counted_memory.h"
 
 #include <cstdlib>
 #include <new>
@@ -10,13 +10,18 @@ namespace vask_test {
 int allocations = 0;
 int allocation_that_fails = 0;
 void (*throw_for_failed_allocation)() = nullptr;
+int allocations_left = -1;
 
 }  // namespace vask_test
 
 void* operator new(std::size_t size) {
     ++vask_test::allocations;
-    const bool fails =
-        vask_test::allocation_that_fails > 0 && --vask_test::allocation_that_fails == 0;
+    bool fails = vask_test::allocation_that_fails > 0 && --vask_test::allocation_that_fails == 0;
+    if (vask_test::allocations_left > 0) {
+        --vask_test::allocations_left;
+    } else if (vask_test::allocations_left == 0) {
+        fails = true;
+    }
     if (fails && vask_test::throw_for_failed_allocation) {
         vask_test::throw_for_failed_allocation();
     }
