@@ -208,7 +208,7 @@ TEST(exec_idle, The_list_of_the_caller_decides_whether_a_source_is_started_for_a
     drain_main_loop();
     EXPECT_THAT(target.calls, IsEmpty());
 
-    // The source that this one starts serves both.
+    // The source that this call starts serves both.
     noting idle_caller;
     idle_caller.add(&data_c, &target);
     drain_main_loop();

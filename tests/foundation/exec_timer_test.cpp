@@ -219,7 +219,7 @@ TEST(exec_timer, The_callback_of_GLib_makes_the_call_and_ends_the_timer) {
     EXPECT_THAT(object.calls, ElementsAre(&data_a));
 }
 
-// That the memory is given back is what the leak check of the sanitizers shows.
+// The leak check of the sanitizers shows that the memory is given back.
 TEST(exec_timer, Its_record_is_freed_by_the_destroy_notification) {
     delete_vask_exec_info(new vask_obj_exec_info());
 }

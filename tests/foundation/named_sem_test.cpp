@@ -59,7 +59,7 @@ private:
 
 }  // namespace
 
-// Which the C library may take for impossible.
+// The C library may rely on getting a semaphore.
 extern "C" int sem_close(sem_t* sem) noexcept {
     volatile sem_t* const given = sem;
     closed_nulls += given == nullptr;
@@ -146,7 +146,7 @@ TEST_F(named_sem, Is_not_created_under_an_impossible_name) {
 }
 
 TEST_F(named_sem, Of_another_size_is_refused) {
-    // Of the other word size are those of half the size, or twice.
+    // Semaphores of the other word size have half the size, or twice.
     for (const size_t size :
          {size_t{0}, sizeof(sem_t) / 2, sizeof(sem_t) - 1, sizeof(sem_t) + 1, sizeof(sem_t) * 2}) {
         log.clear();

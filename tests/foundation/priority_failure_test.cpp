@@ -12,8 +12,8 @@
 using namespace vask_test;
 using testing::ElementsAre;
 
-// Failures that no healthy process can be brought to, and numbers that not everybody may set: here
-// the kernel is played.
+// Failures that a test cannot cause, and numbers that not everybody may set: the test takes the
+// kernel's place.
 
 namespace {
 

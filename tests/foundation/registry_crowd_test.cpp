@@ -33,7 +33,7 @@ constexpr double slowness = 3;
 constexpr double slowness = 1;
 #endif
 
-// Where the crowd is slow as a whole, a live holder is not to be taken for a dead one.
+// When the whole crowd is slow, nobody must take a live holder for a dead one.
 int extra_patience_sec() {
     return static_cast<int>(5 * (slowness * timeout_factor() - 1));
 }
@@ -95,7 +95,7 @@ protected:
     void kill_one(int i) {
         processes[static_cast<size_t>(i)]->kill_now();
         killed.push_back(i);
-        // It cannot have let go of the lock any more.
+        // The killed process cannot give the lock back any more.
         dead_holders += report_of(i).holds_lock ? 1 : 0;
     }
 
@@ -163,8 +163,8 @@ int note_hold(int result) {
 
 }  // namespace
 
-// Who dies between the call and the note of either function is not told from a dead holder, so that
-// one more than there were may be counted.
+// A process that dies between the call and the note of either function looks like a dead holder, so
+// one holder too many may be counted.
 extern "C" int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
     const timespec late = scaled_deadline(clock, *deadline, slowness * timeout_factor());
     return note_hold(next_time_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(
@@ -222,7 +222,7 @@ TEST_F(registry_crowd, Is_found_but_for_those_that_are_killed_meanwhile) {
 
 TEST_F(registry_crowd, Is_found_when_holders_of_the_lock_are_killed) {
     start();
-    // Whoever is seen with the lock may have given it back by the time the signal arrives.
+    // A process that is seen with the lock may have given it back before the signal arrives.
     for (int attempts = 0; dead_holders < 2 && attempts < 20; ++attempts) {
         int victim = -1;
         wait_until_without_loop(

@@ -1,4 +1,4 @@
-// A /dev/shm without room: a write to memory that cannot be had would end the process.
+// A /dev/shm without room: a store to memory that the kernel cannot provide would end the process.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

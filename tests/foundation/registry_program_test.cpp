@@ -1,4 +1,4 @@
-// Programs of their own, as applications are.
+// Programs that are started, as applications are, instead of forked tests.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// What a lookup makes of calls that fail and of writers that never come to an end.
+// What a lookup does when calls fail and when writers never finish.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -63,7 +63,7 @@ TEST_F(registry_restless, Is_written_at_once_when_nobody_holds_the_lock) {
     EXPECT_THAT(log.lines(), ElementsAre(reset_to_1()));
 }
 
-// A stranger who only ever changes the sequence keeps nobody for longer.
+// A stranger who keeps changing the sequence holds nobody up for longer.
 TEST_F(registry_restless, Is_read_after_5_seconds_at_most_when_it_never_comes_to_rest) {
     registry_object bytes("program");
     bytes.append(my_pid, 1);

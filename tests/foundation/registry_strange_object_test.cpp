@@ -17,7 +17,7 @@ using testing::SizeIs;
 namespace {
 
 constexpr size_t mebibyte = size_t{1} << 20;
-// As large as the word size lets a file be without further ado.
+// As large as a file may be without support for large files.
 constexpr size_t enormous = size_t{1} << (sizeof(size_t) == 8 ? 40 : 30);
 
 class registry_strange_object : public registry_test {

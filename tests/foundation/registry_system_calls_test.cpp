@@ -17,7 +17,7 @@ protected:
         return vask_test::count_system_calls([this, entries] {
             // As in a program that was started, not only forked.
             vask_object::my_pid = getpid();
-            // What the first lookup takes from the allocator is there for the second.
+            // The second lookup uses the memory that the first one took from the kernel.
             find();
             vask_test::system_call_mark::begin();
             const size_t found = find().size();

@@ -103,7 +103,7 @@ TEST_F(power, Is_cycled_by_one_command_in_the_environment_of_the_caller) {
     EXPECT_EQ(log.text(), "");
 }
 
-// The name is a conversion and the number is the address of a text: both are meant to be so.
+// The name is a conversion and the number is the address of a text: both are kept on purpose.
 TEST_F(power, That_cannot_be_switched_off_is_logged_under_an_odd_name) {
     spawn_fails = true;
     log_catcher log;

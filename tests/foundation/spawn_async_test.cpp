@@ -232,7 +232,7 @@ TEST(spawn_async, Does_not_search_PATH) {
 }
 
 TEST(spawn_async, Fails_without_a_program_to_start) {
-    // GLib, if it were asked, would refuse with a critical message instead of an error.
+    // GLib would refuse this with a critical message instead of an error.
     g_log_set_always_fatal(G_LOG_LEVEL_CRITICAL);
     const strlist no_arguments;
     for (const strlist* argv : {static_cast<const strlist*>(nullptr), &no_arguments}) {

@@ -432,7 +432,7 @@ TEST(spawned_child, Keeps_the_terminal_and_the_process_group_of_its_parent) {
                   const int master = posix_openpt(O_RDWR | O_NOCTTY);
                   ASSERT_EQ(grantpt(master), 0);
                   ASSERT_EQ(unlockpt(master), 0);
-                  // The first one that the leader of a session opens becomes its terminal.
+                  // The first terminal that the leader of a session opens becomes the session's.
                   ASSERT_GE(open(ptsname(master), O_RDWR), 0);
                   expect_what_glib_gives();
               }),

@@ -257,7 +257,7 @@ TEST(spawn_sync, Fails_for_a_directory_that_does_not_exist) {
 }
 
 TEST(spawn_sync, Fails_without_a_program_to_run_and_touches_no_result) {
-    // GLib, if it were asked, would refuse with a critical message instead of an error.
+    // GLib would refuse this with a critical message instead of an error.
     g_log_set_always_fatal(G_LOG_LEVEL_CRITICAL);
     const strlist no_arguments;
     for (const strlist* argv : {static_cast<const strlist*>(nullptr), &no_arguments}) {

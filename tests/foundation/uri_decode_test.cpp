@@ -1,4 +1,4 @@
-// What the library decodes by itself, beside what libsoup 2.4 decodes.
+// Compares what the library decodes by itself with what libsoup 2.4 decodes.
 
 #include "foundation/uri_decode.h"
 

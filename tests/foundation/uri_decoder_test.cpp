@@ -137,7 +137,7 @@ TEST(uri_decoder, Is_the_library_s_own_in_a_program_that_contains_libsoup_3) {
 
 TEST(uri_decoder, Does_not_keep_a_libsoup_3_that_its_owner_unloads) {
     run_alone([] {
-        // Its types keep it as soon as there are any, so it is not used.
+        // GLib keeps libsoup loaded once it has registered types, so the test calls nothing in it.
         void* const library = load(libsoup_3, RTLD_LOCAL);
         expect_conversion();
         dlclose(library);

@@ -79,7 +79,7 @@ void expect_forwarded_to(Result (vask_np_base::*wrapper)(Arguments...)) {
     using entry_recorder = recorder<Entry, decltype(Entry)>;
     vask_np_base::NPNFuncs = NPNetscapeFuncs();
     vask_np_base::NPNFuncs.*Entry = entry_recorder::record;
-    // Two answers, so that none is the wrapper's own.
+    // Two answers, so that a wrapper cannot have made one up.
     for (int result_number : {100, 101}) {
         entry_recorder::expect_forwarded(wrapper, result_number,
                                          std::index_sequence_for<Arguments...>());

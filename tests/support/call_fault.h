@@ -11,7 +11,7 @@
 
 namespace vask_test {
 
-/** Whether a descriptor is that of an object whose path has this part. */
+/** Whether a descriptor belongs to an object whose path contains this text. */
 inline bool leads_to(int fd, const char* part) {
     char link[64];
     char target[PATH_MAX];

@@ -1,5 +1,5 @@
-// Part of the library in the coverage build. What writes its counts cannot be seen from outside, so
-// it is handed to the program, if that is one of the tests.
+// Part of the library in the coverage build. The function that writes its counts is hidden, so the
+// library hands it to the program, if that is one of the tests.
 
 void __gcov_dump(void);
 

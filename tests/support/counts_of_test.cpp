@@ -1,5 +1,5 @@
-// Part of every test in the coverage build. Counts are written when a process exits; these are the
-// other ends at which the library has something to count.
+// Part of every test in the coverage build. A process writes its counts when it exits; here it
+// writes them at the other ends at which the library has something to count.
 
 #include <sys/syscall.h>
 #include <unistd.h>

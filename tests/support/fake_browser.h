@@ -67,9 +67,8 @@ struct fake_element {
  * other side. One at a time.
  *
  * It notes every allocation, reference and stream with the place it came from, and complains about
- * whatever a real browser would crash of: memory that is not its own or was freed before, objects
- * that are gone, identifiers that it never gave, calls on another thread than the one it was made
- * on.
+ * whatever would crash a real browser: memory that is not its own or was freed before, objects that
+ * are gone, identifiers that it never gave, calls on another thread than its own.
  */
 class fake_browser {
 public:

@@ -1,4 +1,4 @@
-// The fake browser notices what a real one would crash of, and knows who has not given back what.
+// The fake browser notices what would crash a real one, and knows which references are still held.
 
 #include "fake_browser.h"
 

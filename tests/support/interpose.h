@@ -23,7 +23,7 @@ Function* next_function(const char* name) {
     return reinterpret_cast<Function*>(address);
 }
 
-/** The same for a function of files, which has another name where a word is too short for off_t. */
+/** The same for a function with an off_t, which has another name where a word is too short. */
 template <typename Function>
 Function* next_file_function(const std::string& name) {
     const char* suffix = sizeof(off_t) > sizeof(long) ? "64" : "";

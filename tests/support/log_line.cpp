@@ -16,7 +16,7 @@ const std::regex& header() {
     return expression;
 }
 
-// A line end closes the message; what follows without a header are lines of their own.
+// A line end closes the message; lines that follow without a header are messages of their own.
 void add_lines(log_line current, bool has_header, const std::string& text,
                std::vector<log_line>* lines) {
     size_t begin = 0;

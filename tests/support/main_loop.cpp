@@ -60,7 +60,7 @@ bool wait_until_without_loop(const std::function<bool()>& condition, int deadlin
 }
 
 void drain_main_loop() {
-    // Bounded, since an idle source may keep itself pending for ever.
+    // Bounded, because an idle source may keep itself pending for ever.
     for (int i = 0; i < most_dispatches && g_main_context_iteration(nullptr, FALSE); ++i) {
     }
 }

@@ -15,7 +15,7 @@ namespace vask_test {
 
 namespace {
 
-// No service directories: nothing is ever started on request.
+// No service directories: the bus starts nothing on request.
 const char bus_configuration[] = R"(
   <type>session</type>
   <auth>EXTERNAL</auth>

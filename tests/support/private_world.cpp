@@ -66,8 +66,8 @@ void set_address(sockaddr& place, in_addr_t address) {
     std::memcpy(&place, &ipv4, sizeof ipv4);
 }
 
-// A new network has only a loopback interface, and that is down. It also takes the broadcasts, for
-// which there is no other interface.
+// A new network has only a loopback interface, and that is down. It also carries the broadcasts,
+// because there is no other interface.
 std::string bring_up_loopback() {
     char loopback[] = "lo";
     ifreq interface = {};
@@ -139,8 +139,8 @@ std::string make_private_tmp(const std::string& program) {
     return "";
 }
 
-// Where an X server that root runs compiles its keymap, into a file that is named by the number of
-// the display: the same in every private world.
+// An X server that root runs compiles its keymap here, into a file that is named after the
+// display's number: the same in every private world.
 std::string make_private_keymaps() {
     const char* directory = "/var/lib/xkb";
     if (access(directory, F_OK) == 0 &&
@@ -150,7 +150,7 @@ std::string make_private_keymaps() {
     return "";
 }
 
-// In a chroot the root is no mount of its own. What is mounted below it is made private then.
+// In a chroot the root is not a mount of its own. Then the mounts below it are made private.
 bool make_visible_mounts_private() {
     std::ifstream mounts("/proc/self/mounts");
     std::string source, target, rest;

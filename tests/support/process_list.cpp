@@ -11,7 +11,7 @@ namespace vask_test {
 
 namespace {
 
-// Not by streams: those throw when the process is gone between opening and reading.
+// Does not use streams: they throw when the process ends between opening and reading.
 std::string contents(const std::string& path) {
     std::string result;
     std::FILE* file = std::fopen(path.c_str(), "re");

@@ -10,7 +10,7 @@
 
 namespace vask_test {
 
-/** From now on this process, as in a sandbox, gets the error from a system call. Not to be undone.
+/** From now on a system call of this process fails with this error, as in a sandbox. It stays so.
  *  False where filters are not allowed. */
 inline bool refuse_system_call(long number, int error) {
     sock_filter program[] = {

@@ -14,8 +14,8 @@ struct script_null {
     bool operator==(const script_null&) const { return true; }
 };
 
-/** A value of a page's script: nothing, null, bool, int, double, text or an object, of which it
- *  holds no reference. */
+/** A value of a page's script: nothing, null, bool, int, double, text or an object. It holds no
+ *  reference to the object. */
 using script_value =
     std::variant<std::monostate, script_null, bool, int, double, std::string, NPObject*>;
 
@@ -23,7 +23,7 @@ using script_value =
 script_value value_of(const NPVariant& variant);
 
 /** Variants for a call, valid while the object lives. Their texts are exactly as long as they say,
- *  without a terminator, so that the address sanitizer sees whoever reads on. */
+ *  without a terminator, so that the address sanitizer catches a read behind the end. */
 class script_arguments {
 public:
     explicit script_arguments(const std::vector<script_value>& values);

@@ -300,7 +300,7 @@ int refuse(const std::string& reason, int refusals) {
 }
 
 int be_first_process(const options& wanted, int refusals) {
-    // Without this, the process group is one that has no number in here.
+    // Without this, the process group would have no number in this namespace.
     setsid();
     const std::string error = mount_private_proc();
     if (!error.empty()) {

@@ -25,15 +25,15 @@ void PrintTo(const call_counts& counts, std::ostream* out);
  *  action sets. The process ends with status 0 when the action returns. */
 call_counts count_system_calls(const std::function<void()>& action);
 
-/** How a process ended that stood still before one of its system calls. */
+/** How a process ended that was held before one of its system calls. */
 struct interrupted_run {
     bool reached = false; /**< it made that many calls */
     int status = -1;      /**< the wait status */
 };
 
-/** Runs the action in a forked process. What is to happen meanwhile happens here, right before the
- *  process enters the system call of that number, counted from 0 at the mark that the action
- *  sets. The process ends with status 0 when the action returns. */
+/** Runs the action in a forked process. Calls @p meanwhile in this process right before the other
+ *  one enters the system call of that number, counted from 0 at the mark that the action sets. The
+ * process ends with status 0 when the action returns. */
 interrupted_run interrupt_before_call(int number, const std::function<void()>& action,
                                       const std::function<void()>& meanwhile);
 

@@ -19,7 +19,7 @@ std::string function_in(slot address) {
 
 }  // namespace
 
-// Where the functions end is seen at what lies behind them.
+// What lies behind the functions shows where they end.
 __attribute__((no_sanitize("address"))) std::vector<std::string> functions_from(const slot* table) {
     std::vector<std::string> names;
     for (std::string name; !(name = function_in(*table)).empty(); ++table) {

@@ -8,7 +8,7 @@ namespace vask_test {
 
 using slot = const void*;
 
-/** The functions from a slot on, up to where they end. */
+/** The functions from a slot up to the last one. */
 std::vector<std::string> functions_from(const slot* table);
 
 /** The functions in the first virtual table of an object of exactly this class. */
