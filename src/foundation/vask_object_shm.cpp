@@ -105,10 +105,9 @@ void report(const vask_object& object, const registration& made, const std::stri
     }
 }
 
-// The caller keeps other writers away [R1].
 pid_array_entry load(const pid_array_entry& entry) {
     pid_array_entry copy = {};
-    copy.pid = __atomic_load_n(&entry.pid, __ATOMIC_RELAXED);
+    copy.pid = __atomic_load_n(&entry.pid, __ATOMIC_RELAXED);  // [R1]
     copy.key = __atomic_load_n(&entry.key, __ATOMIC_RELAXED);
     return copy;
 }

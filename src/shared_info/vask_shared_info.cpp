@@ -21,12 +21,14 @@ namespace {
 
 template <typename Field>
 Field load(const Field& field) {
-    return __atomic_load_n(&field, __ATOMIC_RELAXED);
+    static_assert(__atomic_always_lock_free(sizeof(Field), nullptr), "shared by all processes");
+    return __atomic_load_n(&field, __ATOMIC_RELAXED);  // [S1], [S2]
 }
 
 template <typename Field>
 void store(Field& field, Field value) {
-    __atomic_store_n(&field, value, __ATOMIC_RELAXED);
+    static_assert(__atomic_always_lock_free(sizeof(Field), nullptr), "shared by all processes");
+    __atomic_store_n(&field, value, __ATOMIC_RELAXED);  // [S1], [C2]
 }
 
 // The record, filled in and free to be locked; null when it cannot be mapped. Not inlined, so
