@@ -35,6 +35,7 @@ public:
 
     // Makes room for as much of it as there is. False when there is no memory.
     bool grow(const pid_array_snapshot& snapshot);
+    bool has_grown() const { return m_pages.address() != nullptr; }
 
     // Copies again, twice, what a snapshot that is not stable shows, and empties the slots that do
     // not hold the same each time: the first copy may have mixed two pairs there. A pair that is

@@ -39,6 +39,36 @@ void add_living(const pid_array_view& view, std::size_t count,
     }
 }
 
+// Reads until a lookup may take what it has read: the whole record, with no writer at work, or with
+// one when the time is over. False when that fails.
+bool wait_for_record(const vask_object& looker, pid_array_view& view, reader_patience& patience,
+                     pid_array_snapshot& snapshot) {
+    for (;;) {
+        snapshot = view.read();
+        if (!snapshot.is_readable) {
+            looker.vask_p(VASK_P_ERR, "Failed to call mmap @ find_stored_pid_from_shm\n");
+            return false;
+        }
+        const bool can_grow = view.can_grow(snapshot);
+        if (can_grow || !snapshot.is_stable()) {
+            patience.look_at_clock();
+            if (!patience.has_clock()) {
+                return false;
+            }
+        }
+        // It grows once even when the time is over: a reader that was stopped meanwhile still sees
+        // the whole record.
+        if (can_grow && !(patience.is_over() && view.has_grown())) {
+            if (!view.grow(snapshot)) {
+                looker.vask_p(VASK_P_ERR, "Failed to call mremap @ find_stored_pid_from_shm\n");
+                return false;
+            }
+        } else if (!snapshot.is_being_written() || patience.is_over()) {
+            return true;
+        }
+    }
+}
+
 // Looks a registry up, into a map that keeps what was found even where memory runs out:
 // std::bad_alloc.
 void look_up(const vask_object& looker, const char* shm_name, std::map<unsigned long, int>& found) {
@@ -50,34 +80,9 @@ void look_up(const vask_object& looker, const char* shm_name, std::map<unsigned 
     }
     pid_array_view view(object.get());
     reader_patience patience;
-    bool has_grown = false;
-    while (patience.has_clock()) {
-        const pid_array_snapshot snapshot = view.read();
-        if (!snapshot.is_readable) {
-            looker.vask_p(VASK_P_ERR, "Failed to call mmap @ find_stored_pid_from_shm\n");
-            return;
-        }
-        const bool can_grow = view.can_grow(snapshot);
-        if (can_grow || !snapshot.is_stable()) {
-            patience.look_at_clock();
-            if (!patience.has_clock()) {
-                return;
-            }
-        }
-        // It grows once even when the time is over: a reader that was stopped meanwhile still sees
-        // the whole record.
-        if (can_grow && !(patience.is_over() && has_grown)) {
-            if (!view.grow(snapshot)) {
-                looker.vask_p(VASK_P_ERR, "Failed to call mremap @ find_stored_pid_from_shm\n");
-                return;
-            }
-            has_grown = true;
-            continue;
-        }
+    pid_array_snapshot snapshot;
+    while (patience.has_clock() && wait_for_record(looker, view, patience, snapshot)) {
         if (snapshot.is_being_written()) {
-            if (!patience.is_over()) {
-                continue;
-            }
             // The record will hold no more than it holds now.
             looker.vask_p(
                 VASK_P_WARN,
