@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <fstream>
 
 #include "support/process_list.h"
 
@@ -83,20 +82,6 @@ void let_child_watches_run() {
     }
     drain_main_loop();
     sigprocmask(SIG_SETMASK, &mask, nullptr);
-}
-
-pid_t bus_daemon() {
-    std::string first_process;
-    std::getline(std::ifstream("/proc/1/comm"), first_process);
-    if (first_process != "sealed_run") {
-        return 0;
-    }
-    for (const process_entry& process : list_processes()) {
-        if (process.parent == 1 && process.command.find("dbus-daemon") != std::string::npos) {
-            return process.pid;
-        }
-    }
-    return 0;
 }
 
 bool spawn_probe(vask_app_bridge& bridge, std::initializer_list<std::string> arguments) {

@@ -33,9 +33,6 @@ int count_children();
  *  SIGCHLD not ignored. */
 void let_child_watches_run();
 
-/** The private bus of this test, which is process 1's other child; 0 outside of a private world. */
-pid_t bus_daemon();
-
 /** Starts lifecycle_probe in the bridge's empty slots. */
 bool spawn_probe(vask_app_bridge& bridge, std::initializer_list<std::string> arguments);
 

@@ -4,6 +4,7 @@
 
 #include "bridge/lifecycle_support.h"
 #include "support/log_catcher.h"
+#include "support/process_list.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -7,13 +7,13 @@
 
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "controller/open_controller.h"
 #include "controller/running_child.h"
 #include "support/leak_listener.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
+#include "support/process_list.h"
 
 using namespace vask_test;
 using testing::ElementsAre;
@@ -27,9 +27,8 @@ protected:
     void SetUp() override {
         // The connection that the test program holds goes as well.
         leak_listener::accept_leftovers();
-        const std::vector<int> daemons = open_controller("dbus-daemon").find_program();
-        ASSERT_EQ(daemons.size(), 1u);
-        m_daemon = daemons.front();
+        m_daemon = bus_daemon();
+        ASSERT_GT(m_daemon, 0);
         ASSERT_TRUE(controller->make_proxy(child.pid(), false));
         // It does not notice what becomes of the bus.
         child.send(SIGSTOP);

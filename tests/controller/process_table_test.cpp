@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "support/log_catcher.h"
+#include "support/private_mounts.h"
 #include "vask_child_cmd.h"
 
 using namespace vask_test;
@@ -28,9 +28,7 @@ class process_table : public testing::Test {
 protected:
     void SetUp() override {
         // Never beside other processes, wherever this is run.
-        if (unshare(CLONE_NEWNS) != 0 ||
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", "/proc", "tmpfs", 0, nullptr) != 0) {
+        if (!enter_private_mounts() || mount("tmpfs", "/proc", "tmpfs", 0, nullptr) != 0) {
             GTEST_SKIP() << "no private mounts";
         }
         m_is_mounted = true;

@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <stdio.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
@@ -16,6 +15,7 @@
 #include "foundation/file_scratch.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
+#include "support/private_mounts.h"
 #include "support/system_calls.h"
 #include "vask_object.h"
 
@@ -263,9 +263,7 @@ TEST_F(restless_tree, Is_emptied_with_what_is_mounted_in_it_and_stays) {
     const pid_t pid = fork();
     if (pid == 0) {
         const std::string mounted = scratch / "tree/upper";
-        if (unshare(CLONE_NEWNS) != 0 ||
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("none", mounted.c_str(), "tmpfs", 0, nullptr) != 0) {
+        if (!enter_private_mounts() || mount("none", mounted.c_str(), "tmpfs", 0, nullptr) != 0) {
             _exit(77);
         }
         make_file(mounted + "/file");

@@ -1,11 +1,13 @@
 #ifndef VASK_TEST_FILE_SCRATCH_H
 #define VASK_TEST_FILE_SCRATCH_H
 
+#include <ftw.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,7 +25,9 @@ public:
         }
         m_path = name;
     }
-    ~scratch_directory() { std::filesystem::remove_all(m_path); }
+    ~scratch_directory() {
+        nftw(m_path.c_str(), remove_entry, most_descriptors, FTW_DEPTH | FTW_PHYS);
+    }
     scratch_directory(const scratch_directory&) = delete;
     scratch_directory& operator=(const scratch_directory&) = delete;
 
@@ -31,6 +35,13 @@ public:
     const std::string& path() const { return m_path; }
 
 private:
+    // Trees may have more levels than an ordinary user may open descriptors.
+    static constexpr int most_descriptors = 16;
+
+    static int remove_entry(const char* path, const struct stat*, int, FTW*) {
+        return remove(path);
+    }
+
     std::string m_path;
 };
 

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -16,6 +15,7 @@
 
 #include "foundation/named_object.h"
 #include "support/log_catcher.h"
+#include "support/private_mounts.h"
 #include "support/resource_count.h"
 
 using namespace vask_test;
@@ -29,8 +29,7 @@ namespace {
 class private_dev {
 public:
     private_dev()
-        : m_mounted(unshare(CLONE_NEWNS) == 0 &&
-                    mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+        : m_mounted(enter_private_mounts() &&
                     mount("tmpfs", "/dev", "tmpfs", 0, "mode=0755") == 0) {}
     ~private_dev() {
         if (m_mounted) {

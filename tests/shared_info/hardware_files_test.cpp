@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
 
 #include <functional>
@@ -11,6 +10,7 @@
 #include "foundation/file_scratch.h"
 #include "foundation/registry_process.h"
 #include "shared_info/shared_objects.h"
+#include "support/private_mounts.h"
 #include "vask_object.h"
 
 using namespace vask_test;
@@ -28,8 +28,7 @@ protected:
         const scratch_directory scratch;
         std::ofstream(scratch / "file") << text;
         forked_process process([&] {
-            if (unshare(CLONE_NEWNS) != 0 ||
-                mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            if (!enter_private_mounts() ||
                 mount((scratch / "file").c_str(), place, nullptr, MS_BIND, nullptr) != 0) {
                 return not_permitted;
             }

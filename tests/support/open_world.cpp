@@ -40,30 +40,34 @@ open_world::~open_world() {
     if (!m_directory.empty()) {
         fs::remove_all(m_directory, ignored);
     }
-    if (m_turn < 0) {
-        return;
+    if (m_has_begun) {
+        for (const std::string& name : new_objects()) {
+            fs::remove_all(shm / name, ignored);
+        }
     }
-    for (const std::string& name : new_objects()) {
-        fs::remove_all(shm / name, ignored);
+    if (m_turn >= 0) {
+        put_back();
+        close(m_turn);
     }
-    put_back();
-    close(m_turn);
 }
 
 std::string open_world::enter() {
-    m_is_nested = is_in_open_world();
     char name[] = "/tmp/vask_test_XXXXXX";
     if (!mkdtemp(name)) {
         return failure("no temporary directory");
     }
     m_directory = name;
-    if (!m_is_nested) {
+    if (!is_in_open_world()) {
         // Everybody may open the directory, which no file of ours in it could promise.
         m_turn = open(shm.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         while (m_turn >= 0 && flock(m_turn, LOCK_EX) != 0) {
             if (errno != EINTR) {
-                return failure("no lock on /dev/shm");
+                close(m_turn);
+                m_turn = -1;
             }
+        }
+        if (m_turn < 0) {
+            return failure("no lock on /dev/shm");
         }
         const std::string error = put_aside();
         if (!error.empty()) {
@@ -72,6 +76,7 @@ std::string open_world::enter() {
         setenv(open_world_variable, "1", 1);
     }
     m_old_objects = shared_objects();
+    m_has_begun = true;
     return "";
 }
 

@@ -42,7 +42,7 @@ private:
     void put_back() const;
 
     int m_turn = -1;
-    bool m_is_nested = false;
+    bool m_has_begun = false;
     std::string m_directory;
     std::string m_aside;
     std::vector<std::string> m_old_objects;

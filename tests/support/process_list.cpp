@@ -1,6 +1,7 @@
 #include "process_list.h"
 
 #include <dirent.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -95,6 +96,15 @@ std::vector<process_entry> list_descendants(pid_t ancestor) {
         others.erase(rest, others.end());
     }
     return result;
+}
+
+pid_t bus_daemon() {
+    for (const process_entry& process : list_processes()) {
+        if (process.parent == getppid() && process.command.rfind("dbus-daemon ", 0) == 0) {
+            return process.pid;
+        }
+    }
+    return 0;
 }
 
 std::string kernel_position(pid_t pid) {

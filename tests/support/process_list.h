@@ -21,6 +21,9 @@ std::vector<process_entry> list_processes();
 /** Children of a process, their children, and so on. */
 std::vector<process_entry> list_descendants(pid_t ancestor);
 
+/** The daemon of a test's own bus, or 0: it was started by the same process as the test itself. */
+pid_t bus_daemon();
+
 /** Where in the kernel a process waits, as far as the kernel tells; may be empty. */
 std::string kernel_position(pid_t pid);
 

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <string>
 
+#include "support/private_mounts.h"
+
 namespace vask_test {
 
 /**
@@ -27,8 +29,7 @@ inline bool enter_tiny_dev_shm(int pages) {
         std::ofstream("/proc/self/gid_map") << group << ' ' << group << " 1";
     }
     const std::string options = "mode=1777,size=" + std::to_string(pages * sysconf(_SC_PAGESIZE));
-    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("tmpfs", "/dev/shm", "tmpfs", 0, options.c_str()) == 0;
+    return hide_mounts() && mount("tmpfs", "/dev/shm", "tmpfs", 0, options.c_str()) == 0;
 }
 
 }  // namespace vask_test
