@@ -7,7 +7,6 @@
 
 #include "bridge/lifecycle_support.h"
 #include "support/leak_listener.h"
-#include "support/process_list.h"
 
 using namespace vask_test;
 using testing::Contains;

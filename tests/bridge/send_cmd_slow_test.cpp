@@ -4,7 +4,6 @@
 
 #include "bridge/lifecycle_support.h"
 #include "support/log_catcher.h"
-#include "support/process_list.h"
 
 using namespace vask_test;
 using testing::ElementsAre;
