@@ -62,6 +62,7 @@ void by_bridge(benchmark::State& state) {
         g_free(reply);
         end_child(bridge);
     }
+    has_ratio_limit(state, "1.10");
 }
 
 void by_libdbus(benchmark::State& state, char* program) {

@@ -5,7 +5,8 @@ Benchmarks are named "group/competitor". Within a group, ratios are taken to the
 label is "baseline". A label "ratio <= N" or "added ns <= N" is a limit on the medians' ratio or
 difference. A row that counts something else than time has a counter with the name of a unit below,
 and its limit is "amount <= N". The exit status is
-1 when a benchmark failed; a missed limit is only marked.
+1 when a benchmark failed. A missed limit is only marked, unless --check is given: then the exit status
+is 1 also where a median is over its limit by more than its own spread, the distance of the quartiles.
 """
 
 import argparse
@@ -32,6 +33,27 @@ class Row:
 
     def best(self):
         return min(self.values)
+
+    def spread(self):
+        if len(self.values) < 2:
+            return 0
+        first, _, third = statistics.quantiles(self.values, n=4, method="inclusive")
+        return third - first
+
+
+class Limit:
+    """What a row has to reach, and by how much it does not, in the unit of its values."""
+
+    def __init__(self, kind, number, row, baseline):
+        if kind == "amount":
+            self.text, allowed = f"{number} {row.unit}", float(number)
+        elif kind == "ratio":
+            self.text, allowed = number, float(number) * baseline.median()
+        else:
+            self.text, allowed = f"+{number} ns", float(number) + baseline.median()
+        self.excess = row.median() - allowed
+        self.is_missed = self.excess > 0
+        self.is_missed_clearly = self.excess > row.spread()
 
 
 def read_rows(paths):
@@ -83,23 +105,40 @@ def format_ratio(ratio):
     return f"{ratio:.3f}" if ratio < 10 else f"{ratio:.0f}"
 
 
-def format_limit(row, baseline):
+def limit_of(row, baseline):
     match = re.fullmatch(r"(ratio|added ns|amount) <= (.+)", row.label)
     if not match or not (baseline or match[1] == "amount"):
+        return None
+    return Limit(*match.groups(), row, baseline)
+
+
+def format_limit(row, baseline):
+    limit = limit_of(row, baseline)
+    if limit is None:
         return ""
-    kind, limit = match.groups()
-    if kind == "amount":
-        measured, text = row.median(), f"{limit} {row.unit}"
-    elif kind == "ratio":
-        measured, text = row.median() / baseline.median(), limit
-    else:
-        measured, text = row.median() - baseline.median(), f"+{limit} ns"
-    return text if measured <= float(limit) else f"{text} (missed)"
+    return f"{limit.text} (missed)" if limit.is_missed else limit.text
+
+
+def baselines_of(rows):
+    return {row.group: row for row in rows if row.label == "baseline"}
+
+
+def missed_limits(rows):
+    """What is over its limit by more than its spread, and limits that nothing is compared with."""
+    baselines = baselines_of(rows)
+    for row in rows:
+        limit = limit_of(row, baselines.get(row.group))
+        name = f"{row.group}/{row.competitor}"
+        if limit is None and "<=" in row.label:
+            yield f"{name}: there is no baseline for its limit"
+        elif limit is not None and limit.is_missed_clearly:
+            over = 100 * limit.excess / (row.median() - limit.excess)
+            yield f"{name}: {over:.1f} % over its limit of {limit.text}"
 
 
 def table_cells(rows):
     """Lists of cells; a list of one cell opens a group."""
-    baselines = {row.group: row for row in rows if row.label == "baseline"}
+    baselines = baselines_of(rows)
     group = None
     for row in rows:
         if row.group != group:
@@ -141,12 +180,15 @@ def print_text(lines):
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--markdown", action="store_true", help="the form of docs/performance.md")
+    parser.add_argument("--check", action="store_true", help="fail where a limit is clearly missed")
     parser.add_argument("results", nargs="+", help="JSON results")
     options = parser.parse_args()
 
     rows, errors = read_rows(options.results)
     if rows:
         (print_markdown if options.markdown else print_text)(table_cells(rows))
+    if options.check:
+        errors.extend(missed_limits(rows))
     for error in errors:
         print(f"FAILED: {error}", file=sys.stderr)
     return 1 if errors or not rows else 0
