@@ -55,7 +55,9 @@ pid_t start_under_trace(const std::function<void()>& action, int* status) {
     }
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
+            _exit(1);
+        }
         raise(SIGSTOP);
         action();
         _exit(0);
