@@ -19,7 +19,7 @@
 #include "vask_export.h"
 #include "vask_object.h"
 
-class vask_peer_link;
+class vask_socket_inside;
 
 /**
  * The transport of a socket.
@@ -272,37 +272,10 @@ protected:
     void* m_saved_data;
 
 private:
-    friend class vask_peer_link;
-    friend class vask_server_socket;
-    friend class vask_client_socket;
+    friend class vask_socket_inside;
 
-    enum read_outcome { RECEIVED, NOTHING_YET, FAILED };
-
-    VASK_HIDDEN void join_link();
-    VASK_HIDDEN void leave_link();
-    VASK_HIDDEN void set_peer(int fd);
-    VASK_HIDDEN void take_next_peer(int fd);
-    VASK_HIDDEN bool serves_former_peer() const;
-    VASK_HIDDEN void return_to_former_peer();
-    VASK_HIDDEN void leave_former_peer();
-    VASK_HIDDEN void forget_peer(const vask_peer_link& link);
-    VASK_HIDDEN void forget_request();
-    VASK_HIDDEN bool has_peer() const;
-    VASK_HIDDEN bool create_channel();
-    VASK_HIDDEN GIOStatus configure_channel(GError** error);
-    VASK_HIDDEN GIOCondition read_condition() const;
-    VASK_HIDDEN bool open_channel(const char* signature);
-    VASK_HIDDEN read_outcome receive(GIOChannel* channel, GIOCondition condition, int& status);
-    VASK_HIDDEN read_outcome receive_stream(GIOChannel* channel, gsize room, gsize& count,
-                                            int& status);
-    VASK_HIDDEN read_outcome receive_datagram(GIOCondition condition, gsize room, gsize& count,
-                                              int& status);
-    VASK_HIDDEN void log_pending_error(int error) const;
-    VASK_HIDDEN void end_request(int status);
-    VASK_HIDDEN GIOStatus write_all(const gchar* buf, gssize count, GError** error);
-
-    std::shared_ptr<vask_peer_link> m_peer_link;
-    std::shared_ptr<vask_peer_link> m_former_link;
+    // What the library alone does with the members above. Never null, and not shared with a copy.
+    std::unique_ptr<vask_socket_inside> m_inside;
 };
 
 /** What the handler of a server receives for each connection, as its `void*` argument. It is gone
@@ -422,14 +395,9 @@ protected:
     unsigned int m_accept_watch_id;
 
 private:
-    VASK_HIDDEN void stop_service();
-    VASK_HIDDEN void stop_accepting();
-    VASK_HIDDEN void resume_accepting(void* unused);
-    VASK_HIDDEN gboolean go_on(bool wanted, bool error_may_last);
-
-    unsigned int m_living_watch_id;
-    unsigned int m_pause_timer_id;
-    bool m_owns_sock;
+    // Watches the listening socket, pauses, and closes it in the end. Never null.
+    class acceptor;
+    std::unique_ptr<acceptor> m_acceptor;
 };
 
 /**

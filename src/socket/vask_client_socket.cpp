@@ -2,9 +2,9 @@
 #include <errno.h>
 #include <sys/socket.h>
 
-#include "foundation/glib_handles.h"
 #include "foundation/log_place.h"
 #include "socket/socket_descriptor.h"
+#include "socket/socket_inside.h"
 #include "socket/source_unit.h"
 #include "vask_socket.h"
 
@@ -34,7 +34,8 @@ bool vask_client_socket::start_connect() {
         vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call socket(): %d"), signature, errno);
         return false;
     }
-    set_peer(fd);
+    vask_socket_inside& inside = vask_socket_inside::of(*this);
+    inside.turn_to(fd);
     m_peer_addr = sockaddr_in();
     m_peer_addr.sin_family = AF_INET;
     m_peer_addr.sin_port = htons(static_cast<in_port_t>(m_port));
@@ -48,12 +49,11 @@ bool vask_client_socket::start_connect() {
         vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call connect(): %d"), signature, errno);
         return false;
     }
-    GError* error = nullptr;
-    const GIOStatus status = configure_channel(&error);
+    gerror_holder error;
+    const GIOStatus status = inside.configure_channel(error.out());
     if (status != G_IO_STATUS_NORMAL) {
-        unique_g_error owned(error);
         vask_p(VASK_P_ERR, VASK_AT("Failed to call g_io_channel_set_encoding(): %d: %s"), status,
-               error != nullptr ? error->message : "");
+               reason_of(error));
         return false;
     }
     return true;

@@ -10,14 +10,15 @@
 #include "foundation/log_place.h"
 #include "foundation/scope_exit.h"
 #include "socket/socket_descriptor.h"
+#include "socket/socket_inside.h"
 #include "socket/source_unit.h"
-#include "socket/vask_peer_link.h"
 #include "vask_socket.h"
 
-// How accepting goes on: m_living_watch_id is the one watch on the listening socket, as long as
-// GLib has it. m_accept_watch_id is its id as the object is said to know it, and is cleared when
-// the watch is dispatched, also when it is kept. A handler may delete the server or throw: what
-// comes after the call happens in a guard, which asks a life_mark before it touches anything.
+// How accepting goes on: the acceptor's watch id is that of the one watch on the listening
+// socket, as long as GLib has it. m_accept_watch_id is its id as the object is said to know it, and
+// is cleared when the watch is dispatched, also when it is kept. A handler may delete the server or
+// throw: what comes after the call happens in a guard, which asks a life_mark before it touches
+// anything.
 //
 // How two connections stand side by side: one that comes while a request of the server is pending
 // becomes the peer (peer_sock, the address), but the channel stays that of the former one, with the
@@ -53,6 +54,34 @@ bool belongs_to_one_connection(int error) {
 
 }  // namespace
 
+// The listening socket at work.
+class vask_server_socket::acceptor : public vask_exec {
+public:
+    explicit acceptor(vask_server_socket& server) : m_server(server) {}
+
+    // From now on this closes the listening socket, until hand_over().
+    void own_sock() { m_owns_sock = true; }
+    void hand_over() { m_owns_sock = false; }
+
+    void watch();
+    gboolean go_on(bool wanted, bool error_may_last);
+    void stop_accepting();
+    void stop_service();
+
+private:
+    void resume_accepting(void* unused);
+
+    vask_server_socket& m_server;
+
+    // The watch on the listening socket as long as GLib has it; else 0.
+    unsigned int m_watch_id = 0;
+
+    // Armed while accepting pauses, and there is no watch then; else 0.
+    unsigned int m_pause_timer_id = 0;
+
+    bool m_owns_sock = false;
+};
+
 vask_server_socket::vask_server_socket(vask_sock_proto proto, int port)
     : vask_socket(proto, port, nullptr),
       m_sock(0),
@@ -60,9 +89,7 @@ vask_server_socket::vask_server_socket(vask_sock_proto proto, int port)
       m_server_addr(),
       m_accepted_handler(),
       m_accept_watch_id(0),
-      m_living_watch_id(0),
-      m_pause_timer_id(0),
-      m_owns_sock(false) {
+      m_acceptor(std::make_unique<acceptor>(*this)) {
     obj_name = "vask_server_socket::vask_server_socket(vask_sock_proto, int)";
 }
 
@@ -72,24 +99,24 @@ vask_server_socket::~vask_server_socket() {
         // call itself would read the channel's reference count as a pointer.
         g_return_if_fail_warning("GLib-GObject", "g_object_unref", "G_IS_OBJECT (object)");
     }
-    stop_service();
+    m_acceptor->stop_service();
 }
 
-void vask_server_socket::stop_service() {
+void vask_server_socket::acceptor::stop_service() {
     stop_accepting();
-    if (sock_ch != nullptr) {
-        g_io_channel_unref(std::exchange(sock_ch, nullptr));
+    if (m_server.sock_ch != nullptr) {
+        g_io_channel_unref(std::exchange(m_server.sock_ch, nullptr));
     }
     if (std::exchange(m_owns_sock, false)) {
-        close(m_sock);
+        close(m_server.m_sock);
     }
-    m_sock = 0;
+    m_server.m_sock = 0;
 }
 
-void vask_server_socket::stop_accepting() {
-    m_accept_watch_id = 0;
-    if (m_living_watch_id != 0) {
-        g_source_remove(std::exchange(m_living_watch_id, 0));
+void vask_server_socket::acceptor::stop_accepting() {
+    m_server.m_accept_watch_id = 0;
+    if (m_watch_id != 0) {
+        g_source_remove(std::exchange(m_watch_id, 0));
     }
     if (m_pause_timer_id != 0) {
         g_source_remove(std::exchange(m_pause_timer_id, 0));
@@ -107,14 +134,14 @@ bool vask_server_socket::start_service() {
         vask_p(VASK_P_BUG, VASK_AT("Unkown proto: %d"), m_proto);
         return false;
     }
-    stop_service();
+    m_acceptor->stop_service();
     const int fd = open_ipv4_socket(m_proto == VASK_SOCK_TCP ? SOCK_STREAM : SOCK_DGRAM);
     if (fd == -1) {
         vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call socket(): %d"), signature, errno);
         return false;
     }
     m_sock = fd;
-    m_owns_sock = true;
+    m_acceptor->own_sock();
     if (!enable_socket_option(m_sock, SO_REUSEADDR)) {
         vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call setsockopt(): %d"), signature, errno);
         return false;
@@ -128,10 +155,10 @@ bool vask_server_socket::start_service() {
         return false;
     }
     if (m_proto == VASK_SOCK_UDP) {
-        m_owns_sock = false;
-        set_peer(m_sock);
+        m_acceptor->hand_over();
+        vask_socket_inside::of(*this).turn_to(m_sock);
         // With the defaults of GLib: kept.
-        create_channel();
+        vask_socket_inside::of(*this).create_channel();
         return true;
     }
     never_wait_for_connections(m_sock);
@@ -150,16 +177,20 @@ void vask_server_socket::set_watch_accepted() {
                "void vask_server_socket::set_watch_accepted()");
         return;
     }
-    if (m_living_watch_id == 0) {
-        stop_accepting();
-        m_living_watch_id = g_io_add_watch(sock_ch, accept_condition, _watch_accepted, this);
-    }
-    m_accept_watch_id = m_living_watch_id;
+    m_acceptor->watch();
 }
 
-void vask_server_socket::resume_accepting(void*) {
+void vask_server_socket::acceptor::watch() {
+    if (m_watch_id == 0) {
+        stop_accepting();
+        m_watch_id = g_io_add_watch(m_server.sock_ch, accept_condition, _watch_accepted, &m_server);
+    }
+    m_server.m_accept_watch_id = m_watch_id;
+}
+
+void vask_server_socket::acceptor::resume_accepting(void*) {
     m_pause_timer_id = 0;
-    set_watch_accepted();
+    m_server.set_watch_accepted();
 }
 
 gboolean vask_server_socket::_watch_accepted(GIOChannel* channel, GIOCondition condition,
@@ -183,11 +214,10 @@ gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition co
     const bool error_may_last = !ok && !belongs_to_one_connection(errno);
     if (ok) {
         m_peer_addr = peer;
-        take_next_peer(fd);
+        vask_socket_inside& inside = vask_socket_inside::of(*this);
+        inside.turn_to_next(fd);
         // An override of accepted() may keep it for itself.
-        if (m_peer_link && !m_peer_link->is_used()) {
-            m_peer_link->release();
-        }
+        inside.link()->offer();
     } else {
         vask_p(VASK_P_ERR, VASK_AT("%s: Failed to call accept(): %d"), signature, errno);
     }
@@ -199,7 +229,7 @@ gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition co
     {
         const scope_exit settle([&] {
             if (!life.is_over()) {
-                goes_on = go_on(wanted, error_may_last);
+                goes_on = m_acceptor->go_on(wanted, error_may_last);
             }
         });
         wanted = accepted(channel, condition, ok);
@@ -207,26 +237,26 @@ gboolean vask_server_socket::watch_accepted(GIOChannel* channel, GIOCondition co
     return goes_on;
 }
 
-gboolean vask_server_socket::go_on(bool wanted, bool error_may_last) {
-    return_to_former_peer();
+gboolean vask_server_socket::acceptor::go_on(bool wanted, bool error_may_last) {
+    vask_socket_inside::of(m_server).return_to_former_peer();
     // A request of the server may have ended meanwhile, and asked for the watch again.
-    if (!wanted && m_accept_watch_id == 0) {
+    if (!wanted && m_server.m_accept_watch_id == 0) {
         stop_accepting();
         return FALSE;
     }
     if (error_may_last) {
         stop_accepting();
         m_pause_timer_id = add_timer_exec_func(
-            pause_msec, static_cast<vask_exec_func>(&vask_server_socket::resume_accepting),
-            nullptr);
+            pause_msec, static_cast<vask_exec_func>(&acceptor::resume_accepting), nullptr);
         return FALSE;
     }
     return TRUE;
 }
 
 gboolean vask_server_socket::accepted(GIOChannel*, GIOCondition, bool ok) {
-    if (ok && m_peer_link) {
-        m_peer_link->use();
+    peer_link* const link = vask_socket_inside::of(*this).link();
+    if (ok && link != nullptr) {
+        link->claim();
     }
     // Each complains when there is no peer, and in this order.
     const std::string ip_addr = get_peer_ip_addr();
@@ -261,7 +291,7 @@ void vask_server_socket::read_done() {
         }
         set_watch_accepted();
         if (!m_read_context.reading) {
-            leave_former_peer();
+            vask_socket_inside::of(*this).leave_former_peer();
         }
     });
     vask_socket::read_done();

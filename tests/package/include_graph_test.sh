@@ -31,7 +31,7 @@ scratch=$3
 plant src/foundation/vask_error.cpp '#include "vask_child.h"' 'foundation must not include'
 plant src/bus/session_bus.h '#include "child/vask_child_glue.h"' 'bus must not include'
 plant include/vask_object.h '#include "vask_app.h"' 'foundation must not include'
-plant src/socket/socket_channel.h '#include "socket/vask_peer_link.h"
+plant src/socket/socket_channel.h '#include "socket/peer_link.h"
 #include "socket/socket_channel.h"' 'these include each other'
 plant src/socket/socket_channel.h '#include "socket/no_such.h"' "which is nobody's"
 sed 's/child --> bus/child --> bridge/' "$sources/src/README.md" >"$scratch/src/README.md"
