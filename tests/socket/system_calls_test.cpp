@@ -153,5 +153,12 @@ TEST_P(socket_system_calls, Of_an_echoed_request_are_no_more_than_those_of_a_bar
                                      << "\nbare: " << testing::PrintToString(bare);
 }
 
+// The loop's poll, a read and a write; and the peer's write and read in the same process.
+TEST_P(socket_system_calls, Of_an_echoed_request_are_three_at_each_end) {
+    const call_counts library = calls_of_library(GetParam());
+    ASSERT_TRUE(library.complete);
+    EXPECT_EQ(library.all, (3 + 2) * requests) << testing::PrintToString(library);
+}
+
 INSTANTIATE_TEST_SUITE_P(without_and_with_a_time_out, socket_system_calls,
                          testing::Values(no_timeout, timeout_sec));
