@@ -27,7 +27,8 @@ PARTS = [
         "docs/performance.md": "performance.html",
         "docs/abi.md": "abi.html",
         "CHANGELOG.md": "changes.html",
-        "SECURITY.md": "security.html"}),
+        "SECURITY.md": "security.html",
+        "CONTACT.md": "contact.html"}),
 ]
 REFERENCE = "reference/index.html"
 PAGES = {source: page for _, part in PARTS for source, page in part.items()}

@@ -14,8 +14,16 @@ expect() {
     fi
 }
 
-expect CHANGELOG.md "$(sed -n 's/^## \([0-9.]*\).*/\1/p' "$sources/CHANGELOG.md" | head -n 1)" \
-    "$version"
+changes=$sources/CHANGELOG.md
+expect CHANGELOG.md "$(sed -n 's/^## \([0-9][0-9.]*\).*/\1/p' "$changes" | head -n 1)" "$version"
+if grep '^## ' "$changes" | grep -Evx '## (Unreleased|[0-9.]+ - [0-9]{4}-[0-9]{2}-[0-9]{2})'; then
+    echo "CHANGELOG.md has a version without its day"
+    failed=1
+fi
+[ "$(grep -m 1 '^## ' "$changes")" = "## Unreleased" ] || {
+    echo "CHANGELOG.md has no place for what is not released"
+    failed=1
+}
 expect vask_version.h "$(sed -n 's/^#define VASK_VERSION "\(.*\)"/\1/p' "$build/include/vask_version.h")" \
     "$version"
 expect vask.pc "$(sed -n 's/^Version: //p' "$build/vask.pc")" "$version"
