@@ -126,8 +126,12 @@ class Site:
     def read(self, source):
         """The text of a document. Where the start page names a program in braces, it shows it."""
         return re.sub(r"^\{\{(.*)\}\}$",
-                      lambda match: f"```cpp\n{(self.sources / match.group(1)).read_text()}```",
+                      lambda match: f"```cpp\n{self.program(match.group(1))}```",
                       (self.sources / source).read_text(), flags=re.MULTILINE)
+
+    def program(self, source):
+        """Without the lines on its licence."""
+        return re.sub(r"\A(// SPDX-.*\n)+\n", "", (self.sources / source).read_text())
 
     def rewrite(self, element, source, root, heading):
         """Goes through what Pandoc has read, in order, and returns what is shown instead."""
