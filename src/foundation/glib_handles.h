@@ -30,11 +30,6 @@ private:
     GError* m_error = nullptr;
 };
 
-struct g_error_deleter {
-    void operator()(GError* error) const { g_error_free(error); }
-};
-using unique_g_error = std::unique_ptr<GError, g_error_deleter>;
-
 struct g_free_deleter {
     void operator()(void* memory) const { g_free(memory); }
 };
