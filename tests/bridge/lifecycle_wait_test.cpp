@@ -235,6 +235,7 @@ TEST_F(bridge_wait_timeout, Of_one_twin_does_not_keep_the_bridge_from_waiting_fo
     const int second = bridge.m_child_proxy[1]->get_pid();
     bridge.terminate_all_workers();
     kill(second, SIGKILL);
+    ASSERT_TRUE(wait_until_without_loop([second] { return has_ended(second); }));
     EXPECT_FALSE(bridge.vask_wait_child_exit(20));
     EXPECT_EQ(bridge.m_child_proxy[0], nullptr);
     EXPECT_EQ(bridge.m_child_proxy[1], nullptr);
