@@ -38,6 +38,11 @@ BARE_FORMATS = {"%s\\n", "\\n"}
 # Texts with a blank that never reach a log.
 NOT_MESSAGES = {
     "shared by all processes": "an assertion of the compiler",
+    "one for both": "an assertion of the compiler",
+    "vask: child ": "a part of a GLib source's name",
+    "end by pidfd": "a part of a GLib source's name",
+    "end by polling": "a part of a GLib source's name",
+    "last signals": "a part of a GLib source's name",
     "] ": "a part of a message's header",
     ": ": "a part of a message's header",
     "\\nTracerPid:": "looked for in /proc/PID/status",
