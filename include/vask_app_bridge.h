@@ -343,11 +343,11 @@ public:
     void disconnect_name_owner_changed();
 
     /**
-     * Tells whether a child can be met. Without a session bus it cannot, and waiting for it would be
-     * in vain.
+     * Tells whether a child can be met. Without a session bus it cannot, and waiting for it would
+     * be in vain.
      *
-     * @return true while the bus is watched: from the construction or init_proxy() until every child
-     *         is met
+     * @return true while the bus is watched: from the construction or init_proxy() until every
+     *         child is met
      */
     bool is_watching_bus() const { return m_bus_daemon_proxy != nullptr; }
 
