@@ -9,10 +9,9 @@ class vask_socket;
 // a request and the next one when that is set while the source is dispatched, in read_done(): to
 // remove a watch and to add another wakes the main loop for nothing, with system calls.
 //
-// In between the source is spare. A main loop that runs inside read_done() must not find it: it
-// would not sleep while the peer sends what nobody asks for. So the source ends as soon as a main
-// loop looks at it. For the same reason it may be dispatched inside its own dispatch: the next
-// request may be waited for there.
+// In between the source is spare. A main loop that runs inside read_done() must not be woken by it
+// for what nobody asks for, so it ends as soon as a main loop looks at it. It may be dispatched
+// inside its own dispatch, because the next request may be waited for there.
 class read_watch {
 public:
     explicit read_watch(vask_socket& socket) : m_socket(socket) {}

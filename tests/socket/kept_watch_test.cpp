@@ -57,6 +57,13 @@ protected:
         ASSERT_TRUE(wait_until([this] { return pair.owner.calls >= 1; }));
     }
 
+    void wait_until_something_is_there() {
+        EXPECT_TRUE(wait_until_without_loop([this] {
+            char byte;
+            return recv(pair.socket.peer_sock, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
+        }));
+    }
+
     bool request_ends(int number) {
         return wait_until([this, number] { return pair.owner.calls == number; });
     }
@@ -140,6 +147,22 @@ TEST_F(kept_watch, Lets_a_main_loop_in_the_handler_sleep_while_nobody_asks_for_w
     EXPECT_EQ(pair.owner.received, "b");
 }
 
+TEST_F(kept_watch, Is_not_ready_for_what_nobody_asks_for) {
+    bool was_pending = true;
+    pair.owner.then = [&](vask_socket*) {
+        pair.peer.send("b");
+        wait_until_something_is_there();
+        was_pending = g_main_context_pending(nullptr);
+    };
+    pair.read(1, 1);
+    pair.peer.send("a");
+    // There is no other source.
+    while (pair.owner.calls == 0) {
+        g_main_context_iteration(nullptr, TRUE);
+    }
+    EXPECT_FALSE(was_pending);
+}
+
 TEST_F(kept_watch, Serves_the_next_request_in_a_main_loop_in_the_handler) {
     in_first_handler([this] {
         pair.read(1, 1);
@@ -201,10 +224,7 @@ TEST_F(kept_watch, Is_no_watch_of_what_the_application_reads_itself) {
     in_first_handler([this] {
         pair.read(1, 1);
         pair.peer.send("b");
-        EXPECT_TRUE(wait_until_without_loop([this] {
-            char byte;
-            return recv(pair.socket.peer_sock, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
-        }));
+        wait_until_something_is_there();
         EXPECT_FALSE(pair.socket.watch_read(pair.socket.peer_ch, G_IO_IN));
         EXPECT_EQ(pair.owner.calls, 2);
     });
