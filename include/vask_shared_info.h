@@ -157,12 +157,13 @@ private:
  * that forward to it. The record is created by the first access of any process and outlives them
  * all.
  *
- * Every access holds the record's semaphore for a few instructions. Who makes the record, sets
- * something, keeps what was detected or destroys the record lets no signal through meanwhile, but
- * for SIGKILL, SIGSTOP and those of a fault; who only reads makes no system call, and does. A
- * process that is ended in between leaves the semaphore taken, and every later access waits for
- * ever: nobody can tell such a holder from a slow one. Only removing the semaphore and the memory
- * object helps. Who waits for the semaphore sees a signal within 0.1 seconds.
+ * Every access holds the record's semaphore for a few instructions. A process that makes the
+ * record, sets something, keeps what was detected or destroys the record blocks signals meanwhile,
+ * all but SIGKILL, SIGSTOP and those of a fault. One that only reads makes no system call and
+ * blocks none. A process that is ended in between leaves the semaphore taken, and every later
+ * access waits for ever: nobody can tell such a holder from a slow one. Only removing the semaphore
+ * and the memory object helps. A process that waits for the semaphore sees a signal within 0.1
+ * seconds.
  *
  * Failures are logged at ERR under the name "vask", as "<vask_shared_info:LINE> ...", those of a
  * semaphore as "<vask_object_sem:LINE> ...". Within a process the first access has to come from one
@@ -183,9 +184,9 @@ public:
     /**
      * Maps a shared-memory object and takes its semaphore. The caller fills the memory in, if
      * vask_shm_context::get_created() says that it is new, and then gives the semaphore back with
-     * vask_object::post_named_sem(). Blocks while another process holds the semaphore. Signals are
-     * let through while it waits, and again when it returns: who must not leave the semaphore taken
-     * blocks them before the call. Who waited for a semaphore that was removed meanwhile begins
+     * vask_object::post_named_sem(). Blocks while another process holds the semaphore. It does not
+     * block signals while it waits or when it returns: a caller that must not leave the semaphore
+     * taken blocks them before the call. When the semaphore is removed during the wait, it begins
      * again with the one that has the name then.
      *
      * @param name    the object's name, without prefix
@@ -222,8 +223,8 @@ public:
     static bool unmap_shm(vask_shm_context* ctx);
 
     /**
-     * Removes a memory object from the system; its semaphore stays. Whoever has it mapped keeps it.
-     * Remove the semaphore as well, under the semaphore: vask_object::destroy_sem().
+     * Removes a memory object from the system; its semaphore stays. Processes that have it mapped
+     * keep it. Remove the semaphore as well, under the semaphore: vask_object::destroy_sem().
      *
      * @param name  the object's name, without prefix
      * @return false after "Failed to call shm_unlink(OBJECT): REASON"
@@ -246,7 +247,7 @@ public:
      * Unmaps the record; the next access maps it again.
      *
      * @param destroy  whether record and semaphore are removed from the system as well. That waits
-     *                 for who holds the semaphore, for a second: after that it goes on without.
+     *                 a second for the semaphore, and then goes on without it.
      *                 What cannot be removed is logged as "Failed to call shm_unlink(NAME): REASON"
      * @return true, also after "Failed to call unmap_shm()"
      */
@@ -255,8 +256,9 @@ public:
     /** Fills a new record in. @param rec  not null */
     void init_shared_info(vk_shared_info* rec);
 
-    /** Takes the record's semaphore; blocks. Not recursive: who holds it, and calls this, a getter
-     *  or a setter, waits for himself. Signals are let through: block those that end the process.
+    /** Takes the record's semaphore; blocks. Not recursive: a process that holds it and calls this,
+     *  a getter or a setter waits for itself. Signals are not blocked: block those that end the
+     *  process.
      *  @return false after "m_shared_info_ctx == NULL" or "sem == NULL" when it is not mapped, and
      *          after a line of vask_object::vask_sem_wait() or vask_object::vask_sem_post() */
     bool lock_shared_info();

@@ -260,7 +260,7 @@ protected:
     /** Channel on peer_sock; null for none. */
     GIOChannel* peer_ch;
 
-    /** Whom read_done() calls. Its data pointer is this socket once it has been called. */
+    /** The handler that read_done() calls. Its data pointer is this socket from the call on. */
     vask_obj_exec_info m_read_done_handler;
 
 public:
@@ -387,8 +387,8 @@ protected:
      *  getsockname() on m_sock tells the one that the system has chosen. */
     struct sockaddr_in m_server_addr;
 
-    /** Whom accepted() calls. Its data pointer is the vask_accepted_info during the call, and null
-     *  after it. */
+    /** The handler that accepted() calls. Its data pointer is the vask_accepted_info during the call,
+     *  and null after it. */
     vask_obj_exec_info m_accepted_handler;
 
     /** The accept watch, from set_watch_accepted() until it is dispatched; else 0. */

@@ -19,15 +19,15 @@
 
 namespace {
 
-// After this time a holder of the semaphore is not waited for any more.
+// A removal waits so long for the holder of the semaphore.
 constexpr int removal_patience_slices = 10;
 static_assert(removal_patience_slices * sem_wait_slice_msec == 1000);
 
-// How often who waits looks whether the semaphore still has its name.
+// A waiting process looks this often whether the semaphore still has its name.
 constexpr int slices_between_looks = 5;
 
-// What failed after the semaphore was opened. The line about it is written after the semaphore was
-// given back and the signals were let through, because writing may block.
+// What failed after the semaphore was opened. It is logged after the semaphore was given back and
+// the signals were let through, because writing may block.
 enum class map_step { wait, open, size, map };
 
 struct map_failure {
@@ -43,8 +43,8 @@ int size_new_object(int fd, off_t size) {
     return reserve_shm(fd, 0, size);
 }
 
-// Not so where somebody has reserved memory behind the end of an object with holes. That one could
-// as well make holes later, which nobody can prevent.
+// Is mistaken where a process has reserved memory behind the end of an object with holes. But such
+// a process could make holes later as well, and nobody can prevent that.
 bool has_all_memory(const struct stat& object) {
     return object.st_blocks >= object.st_size / 512 + (object.st_size % 512 != 0);
 }
@@ -156,8 +156,8 @@ std::unique_ptr<vask_shm_context> make_context(const char* name, unsigned long s
 }
 
 // Waits for a semaphore as long as its name may lead to it. 0 with the signals blocked; otherwise
-// ETIMEDOUT for one that was removed, or what the wait fails with. Who has removed it need not have
-// had it: its holder may be dead, and then nobody ever gives it to those who wait.
+// ETIMEDOUT for one that was removed, or what the wait fails with. A process may remove the
+// semaphore of a dead holder without having it, and then nobody ever gives it to those that wait.
 int take_sem_unless_removed(const char* name, sem_t* sem, signal_block& signals) {
     int error;
     do {
@@ -199,7 +199,7 @@ sem_t* take_context_sem(const std::string& name, bool create, signal_block& sign
 }
 
 bool map_context(vask_shm_context& ctx, bool create, signal_block& signals) {
-    // Who runs out of memory for it must not have the semaphore yet.
+    // Made before the semaphore is taken, because there may be no memory for it.
     const std::string shm_name = ctx.get_shm_name();
     sem_t* sem = take_context_sem(ctx.get_sem_name(), create, signals);
     if (sem == nullptr) {
@@ -230,7 +230,7 @@ void report_failed_removal(const std::string& name, int error) {
 
 // The semaphore of what is to be removed.
 struct sem_for_removal {
-    sem_t* held;  // null where there is none, it cannot be had, or nobody gives it back
+    sem_t* held;  // null where there is none, it cannot be opened, or nobody gives it back
     bool exists;
 };
 
@@ -248,7 +248,7 @@ sem_for_removal take_sem_for_removal(const char* name, signal_block& signals) {
             sem_post(sem);
             signals.unblock();
         }
-        // One that has come meanwhile has holders of its own, who may live.
+        // A semaphore that has come meanwhile has holders of its own, and they may live.
         const bool is_given_up = !is_taken && !is_removed_named_sem(name, sem);
         sem_close(sem);
         if (is_given_up) {
@@ -268,9 +268,9 @@ std::unique_ptr<vask_shm_context> map_shm_undisturbed(const char* name, unsigned
     return ctx;
 }
 
-// Who waits for the semaphore meanwhile gets it when both are gone, sees that the name leads to
-// another one or to none, and begins again. Who has both mapped goes on with what others cannot
-// reach.
+// A process that waits for the semaphore meanwhile gets it when both are gone, sees that the name
+// leads to another one or to none, and begins again. A process that has both mapped goes on with
+// what others cannot reach.
 void remove_shm_and_sem(const std::string& name) {
     const vask_shm_context names(name.c_str(), 0);
     const std::string shm_name = names.get_shm_name();

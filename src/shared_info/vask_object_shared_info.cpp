@@ -10,7 +10,7 @@ __attribute__((noinline, cold)) void make_shared_info() {
     vask_object::m_shared_info = new vask_shared_info;
 }
 
-// Made by whoever comes first: static objects of other libraries may be constructed, and ask,
+// Made by the first caller: static objects of other libraries may be constructed, and ask,
 // before those of this one.
 vask_shared_info& shared_info() {
     if (vask_object::m_shared_info == nullptr) {

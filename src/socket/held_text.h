@@ -23,7 +23,7 @@ public:
     // one; 0 when more is needed.
     gsize whole() const { return m_whole; }
 
-    // Gives what there is to the one that decodes, which keeps what is not whole for itself; it is
+    // Gives what there is to the decoder, which keeps what is not whole for itself; it is
     // still counted here. Returns the number of bytes that it has not been given before.
     gsize take(char* data);
 
@@ -46,7 +46,7 @@ private:
     std::string m_encoding;
     bool m_is_raw = true;
     GIConv m_converter = nullptr;
-    // The converter has seen that many of the bytes. Those behind m_whole have only changed its
+    // The converter has seen that many of the bytes. The bytes behind m_whole have only changed its
     // state.
     gsize m_seen = 0;
     gsize m_whole = 0;

@@ -31,8 +31,8 @@ public:
     void join(vask_socket_inside& socket);
     void leave(vask_socket_inside& socket);
 
-    // Lets a subclass keep the descriptor for itself. Not so where our sockets use it already:
-    // where it has a channel or more than one socket.
+    // Lets a subclass keep the descriptor for itself. Does nothing where our sockets use it
+    // already: where it has a channel or more than one socket.
     void offer();
 
     // Takes it back.

@@ -1,6 +1,6 @@
-// How a read request ends: its watch and its time-out are gone and their ids cleared before
-// anybody is called, because whoever is called may set the next request or delete the socket.
-// After read_done() nothing of the object is touched.
+// How a read request ends: the watch no longer serves it, its time-out is gone and their ids are
+// cleared before the handler is called, because the handler may set the next request or delete the
+// socket. After read_done() nothing of the object is touched.
 
 #include <errno.h>
 

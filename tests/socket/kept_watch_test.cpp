@@ -36,8 +36,9 @@ int awakenings() {
         },
         &over);
     int count = 0;
-    for (; !over; ++count) {
+    while (!over) {
         g_main_context_iteration(nullptr, TRUE);
+        ++count;
     }
     g_source_remove(timer);
     return count;
