@@ -2,7 +2,9 @@
 // application would call instead.
 
 #include <gio/gio.h>
+#include <sdbus-c++/sdbus-c++.h>
 #include <string.h>
+#include <systemd/sd-bus.h>
 
 #include "bus/bus_names.h"
 #include "child_commands.h"
@@ -81,10 +83,44 @@ void bare_libdbus(benchmark::State& state) {
     }
 }
 
+void bare_sd_bus(benchmark::State& state) {
+    const char* name = met_child::get().bus_name();
+    sd_bus* bus = nullptr;
+    sd_bus_open_user(&bus);
+    for (auto _ : state) {
+        sd_bus_message* answer = nullptr;
+        const char* reply = nullptr;
+        if (sd_bus_call_method(bus, name, VASK_CHILD_PATH, VASK_CHILD_INTERFACE, "Command", nullptr,
+                               &answer, "is", static_cast<int>(BENCH_ECHO), argument) >= 0) {
+            sd_bus_message_read(answer, "s", &reply);
+        }
+        check_echo(state, reply);
+        sd_bus_message_unref(answer);
+    }
+    sd_bus_flush_close_unref(bus);
+}
+
+void sdbus_cpp(benchmark::State& state) {
+    // A connection that the proxy does not own has no thread for signals.
+    const auto connection = sdbus::createSessionBusConnection();
+    const auto proxy =
+        sdbus::createProxy(*connection, met_child::get().bus_name(), VASK_CHILD_PATH);
+    for (auto _ : state) {
+        std::string reply;
+        proxy->callMethod("Command")
+            .onInterface(VASK_CHILD_INTERFACE)
+            .withArguments(static_cast<int>(BENCH_ECHO), argument)
+            .storeResultsTo(reply);
+        check_echo(state, reply.c_str());
+    }
+}
+
 BENCHMARK(bare_dbus_g_proxy_call)->Name("Command and reply/dbus_g_proxy_call")->UseRealTime();
 BENCHMARK(send_cmd)->Name("Command and reply/send_cmd")->UseRealTime();
 BENCHMARK(send_cmd_strings)->Name("Command and reply/send_cmd with strings")->UseRealTime();
 BENCHMARK(bare_gdbus)->Name("Command and reply/GDBus")->UseRealTime();
 BENCHMARK(bare_libdbus)->Name("Command and reply/libdbus")->UseRealTime();
+BENCHMARK(bare_sd_bus)->Name("Command and reply/sd-bus")->UseRealTime();
+BENCHMARK(sdbus_cpp)->Name("Command and reply/sdbus-c++")->UseRealTime();
 
 }  // namespace

@@ -2,6 +2,9 @@
 // and suppressed, against a call that does nothing.
 
 #include <fcntl.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -100,6 +103,28 @@ void two_printf_and_fflush(benchmark::State& state) {
     is_baseline(state);
 }
 
+// The same line, flushed as well. Its sink for one thread, which takes no lock.
+template <typename Destination>
+void printed_by_spdlog(benchmark::State& state) {
+    Destination destination;
+    redirected_stdout redirection(destination.fd());
+    spdlog::logger logger("bench", std::make_shared<spdlog::sinks::stdout_sink_st>());
+    logger.set_formatter(std::make_unique<spdlog::pattern_formatter>("[%n:%P] %l: %v"));
+    logger.flush_on(spdlog::level::info);
+    int frame = 0;
+    for (auto _ : state) {
+        logger.info("frame {} is drawn by {}", frame++, "the child");
+    }
+}
+
+void suppressed_by_spdlog(benchmark::State& state) {
+    spdlog::logger logger("bench", std::make_shared<spdlog::sinks::stdout_sink_st>());
+    int frame = 0;
+    for (auto _ : state) {
+        logger.debug("frame {} is drawn by {}", frame++, "the child");
+    }
+}
+
 template <typename Destination>
 void printed_by_object(benchmark::State& state) {
     talker object;
@@ -158,20 +183,25 @@ BENCHMARK(printed_by_static_code<null_device>)
     ->Name("Message to /dev/null/vask_p, static")
     ->UseRealTime();
 
+BENCHMARK(printed_by_spdlog<null_device>)->Name("Message to /dev/null/spdlog")->UseRealTime();
+
 BENCHMARK(two_printf_and_fflush<temporary_file>)
     ->Name("Message to a file/two printf and fflush")
     ->UseRealTime();
 BENCHMARK(printed_by_object<temporary_file>)->Name("Message to a file/vask_p")->UseRealTime();
+BENCHMARK(printed_by_spdlog<temporary_file>)->Name("Message to a file/spdlog")->UseRealTime();
 
 BENCHMARK(two_printf_and_fflush<drained_pipe>)
     ->Name("Message to a pipe/two printf and fflush")
     ->UseRealTime();
 BENCHMARK(printed_by_object<drained_pipe>)->Name("Message to a pipe/vask_p")->UseRealTime();
+BENCHMARK(printed_by_spdlog<drained_pipe>)->Name("Message to a pipe/spdlog")->UseRealTime();
 
 BENCHMARK(call_that_does_nothing)
     ->Name("Suppressed message/call of an empty function")
     ->UseRealTime();
 BENCHMARK(suppressed_by_object)->Name("Suppressed message/vask_p")->UseRealTime();
 BENCHMARK(suppressed_by_static_code)->Name("Suppressed message/vask_p, static")->UseRealTime();
+BENCHMARK(suppressed_by_spdlog)->Name("Suppressed message/spdlog")->UseRealTime();
 
 }  // namespace
