@@ -10,6 +10,7 @@ vask_add_test(NAME lifecycle_test BUS
         lifecycle_rendezvous_test.cpp
         lifecycle_spawn_test.cpp
         lifecycle_twins_test.cpp
+    APART lifecycle_rendezvous_test.cpp lifecycle_twins_test.cpp
     LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
@@ -58,7 +59,7 @@ vask_add_test(NAME last_signals_by_polling_test BUS
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
 
-vask_add_test(NAME lifecycle_cycles_test BUS TIMEOUT 300
+vask_add_test(NAME lifecycle_cycles_test BUS TIMEOUT 300 SECONDS 48
     SOURCES lifecycle_cycles_test.cpp
     LIBRARIES lifecycle_support
     LABELS bridge
