@@ -27,6 +27,8 @@ PARTS = [
         "docs/performance.md": "performance.html",
         "docs/abi.md": "abi.html",
         "CHANGELOG.md": "changes.html",
+        "docs/releases/2.0.0.md": "releases/2.0.0.html",
+        "docs/porting.md": "porting.html",
         "SECURITY.md": "security.html",
         "CONTACT.md": "contact.html"}),
 ]
