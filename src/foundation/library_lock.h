@@ -6,10 +6,10 @@
 
 #include <string>
 
+#include "foundation/shared_names.h"
+
 class signal_block;
 class vask_object;
-
-constexpr char library_lock_name[] = "vask_shm_lock";
 
 // Waits for the library lock as vask_object::shm_lock() does. Returns the semaphore, which the
 // caller posts and closes, or null.

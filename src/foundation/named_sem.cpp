@@ -82,13 +82,6 @@ int take_sem_until(sem_t* sem, const timespec& deadline) {
 
 }  // namespace
 
-std::string named_sem_path(const char* name) {
-    while (*name == '/') {
-        ++name;
-    }
-    return std::string("/dev/shm/sem.") + name;
-}
-
 sem_t* open_named_sem(const char* name, mode_t mode, unsigned int value) {
     // Making a semaphore writes a file.
     const withheld_signal limit(SIGXFSZ);

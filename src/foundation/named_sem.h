@@ -6,11 +6,9 @@
 
 #include <string>
 
+#include "foundation/shared_names.h"
 #include "foundation/signal_block.h"
 #include "foundation/unique_fd.h"
-
-// The file that stands for a named semaphore.
-std::string named_sem_path(const char* name);
 
 // Opens a named semaphore, creating it with the given mode and value if there is none. An existing
 // one keeps its count. Null with errno on failure; EINVAL for a semaphore whose file has another

@@ -3,6 +3,7 @@
 #include "foundation/fail_point.h"
 #include "foundation/library_lock.h"
 #include "foundation/pid_array_writer.h"
+#include "foundation/shared_names.h"
 #include "foundation/signal_block.h"
 #include "foundation/withheld_signal.h"
 #include "vask_object.h"
@@ -122,7 +123,7 @@ void store(pid_array_entry& entry, int pid, std::uint64_t key) {
 }  // namespace
 
 std::string vask_object::make_stored_pid_name(const char* name) {
-    return std::string("vask_proc_pid_") + name;
+    return std::string(registry_prefix) + name;
 }
 
 bool vask_object::store_pid_to_shm(unsigned long key) try {

@@ -1,21 +1,15 @@
 #include "vask_shared_info.h"
 
-#include <cstddef>
 #include <optional>
 
 #include "foundation/log_place.h"
 #include "foundation/signal_block.h"
 #include "shared_info/hardware_detection.h"
 #include "shared_info/record_access.h"
+#include "shared_info/shared_layout.h"
 #include "shared_info/shm_mapping.h"
 #include "shared_info/source_unit.h"
 #include "vask_object.h"
-
-static_assert(sizeof(vk_shared_info) == 2064, "shared by all processes");
-static_assert(offsetof(vk_shared_info, monitor_rotation) == 0, "shared by all processes");
-static_assert(offsetof(vk_shared_info, cpu_type) == 4, "shared by all processes");
-static_assert(offsetof(vk_shared_info, gpu_type) == 8, "shared by all processes");
-static_assert(offsetof(vk_shared_info, pseudo_portrait) == 12, "shared by all processes");
 
 namespace {
 

@@ -1,3 +1,4 @@
+#include "foundation/shared_names.h"
 #include "vask_shared_info.h"
 
 vask_shm_context::vask_shm_context(const char* name, unsigned long size)
@@ -10,11 +11,11 @@ std::string vask_shm_context::get_name() const {
 }
 
 std::string vask_shm_context::get_shm_name() const {
-    return "vask_shm_context_shm_" + m_name;
+    return context_shm_prefix + m_name;
 }
 
 std::string vask_shm_context::get_sem_name() const {
-    return "vask_shm_context_sem_" + m_name;
+    return context_sem_prefix + m_name;
 }
 
 std::uint32_t vask_shm_context::get_size_msb() const {
