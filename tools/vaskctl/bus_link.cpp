@@ -3,6 +3,9 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <exception>
+#include <utility>
+
 #include "complaint.h"
 
 namespace vaskctl {
@@ -12,8 +15,8 @@ namespace {
 constexpr char bus_name[] = "org.freedesktop.DBus";
 constexpr char bus_path[] = "/org/freedesktop/DBus";
 
-// Where the session bus is. The bus libraries would start one by themselves where there is none, and
-// nobody would take it down.
+// Where the session bus is. The bus libraries would start one by themselves where there is none,
+// and nobody would take it down.
 std::string find_address() {
     const char* address = getenv("DBUS_SESSION_BUS_ADDRESS");
     if (address != nullptr && *address != '\0') {
@@ -63,6 +66,7 @@ struct bus_link::state {
     int open_calls = 0;
     bool is_idle = true;
     bool is_given_up = false;
+    std::exception_ptr problem;
 };
 
 struct bus_link::pending {
@@ -111,9 +115,15 @@ void bus_link::finish(GObject* source, GAsyncResult* result, gpointer data) {
     GError* error = nullptr;
     GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
     const double msec = static_cast<double>(g_get_monotonic_time() - call->begin) / 1000;
-    if (!call->link->is_given_up) {
-        call->handle({reply, error, msec});
-        call->link->is_idle = --call->link->open_calls == 0;
+    state& link = *call->link;
+    if (!link.is_given_up) {
+        // No exception may go through GLib.
+        try {
+            call->handle({reply, error, msec});
+        } catch (...) {
+            link.problem = std::current_exception();
+        }
+        link.is_idle = --link.open_calls == 0;
     }
     g_clear_error(&error);
     g_clear_pointer(&reply, g_variant_unref);
@@ -129,12 +139,35 @@ void bus_link::call(const std::string& name, const char* path, const char* inter
                            G_DBUS_CALL_FLAGS_NO_AUTO_START, timeout_msec, nullptr, finish, call);
 }
 
+void bus_link::send(const std::string& name, const char* path, const char* interface,
+                    const char* method, GVariant* arguments) {
+    GDBusMessage* message = g_dbus_message_new_method_call(name.c_str(), path, interface, method);
+    g_dbus_message_set_flags(message,
+                             static_cast<GDBusMessageFlags>(G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED |
+                                                            G_DBUS_MESSAGE_FLAGS_NO_AUTO_START));
+    g_dbus_message_set_body(message, arguments);
+    GError* error = nullptr;
+    const bool is_sent =
+        g_dbus_connection_send_message(m_connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE,
+                                       nullptr, &error) &&
+        g_dbus_connection_flush_sync(m_connection, nullptr, &error);
+    g_object_unref(message);
+    if (!is_sent) {
+        const std::string reason = error->message;
+        g_error_free(error);
+        throw complaint(status_no_bus, "the session bus does not take it: " + reason);
+    }
+}
+
 void bus_link::call_bus(const char* method, GVariant* arguments, const handler& handle) {
     call(bus_name, bus_path, bus_name, method, arguments, handle);
 }
 
 void bus_link::wait(const deadline& until) {
     run_main_loop_until(m_state->is_idle, until);
+    if (m_state->problem) {
+        std::rethrow_exception(std::exchange(m_state->problem, nullptr));
+    }
     if (!m_state->is_idle) {
         m_state->is_given_up = true;
         m_state = std::make_shared<state>();

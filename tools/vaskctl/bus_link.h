@@ -17,11 +17,11 @@ using unique_variant = std::unique_ptr<GVariant, variant_unref>;
 // An instant up to which something is waited for.
 class deadline {
 public:
-    explicit deadline(int msec) : m_end(g_get_monotonic_time() + gint64{msec} * 1000) {}
+    explicit deadline(gint64 msec) : m_end(g_get_monotonic_time() + msec * 1000) {}
 
     int left_msec() const {
-        const gint64 left = m_end - g_get_monotonic_time();
-        return left > 0 ? static_cast<int>(left / 1000) + 1 : 0;
+        const gint64 left = (m_end - g_get_monotonic_time() + 999) / 1000;
+        return static_cast<int>(CLAMP(left, 0, G_MAXINT));
     }
     bool is_over() const { return left_msec() == 0; }
 
@@ -57,8 +57,13 @@ public:
     // Begins a call of the bus itself.
     void call_bus(const char* method, GVariant* arguments, const handler& handle);
 
+    // Sends a call that wants no reply; returns when the kernel has it. Throws a complaint when the
+    // bus does not take it.
+    void send(const std::string& name, const char* path, const char* interface, const char* method,
+              GVariant* arguments);
+
     // Waits until everything that was begun is answered, or the deadline. What is unanswered then
-    // is given up without its handler.
+    // is given up without its handler. What a handler has thrown is thrown here.
     void wait(const deadline& until);
 
     GDBusConnection* connection() const { return m_connection; }

@@ -35,8 +35,7 @@ int pid_in_child_name(const std::string& name) {
     return is_pid ? static_cast<int>(pid) : 0;
 }
 
-bus_survey::bus_survey(bus_link& link, const deadline& until,
-                       const std::set<int>& unable_to_answer)
+bus_survey::bus_survey(bus_link& link, const deadline& until, const std::set<int>& unable_to_answer)
     : m_link(link) {
     list_names();
     ask_for_rules();
@@ -69,11 +68,9 @@ void bus_survey::list_names() {
 void bus_survey::find_owners() {
     for (auto& entry : m_children) {
         bus_child& child = entry.second;
-        m_link.call_bus("GetConnectionUnixProcessID",
-                        g_variant_new("(s)", child.bus_name.c_str()),
-                        [&child](const call_result& result) {
-                            child.owner_pid = unsigned_in(result.reply);
-                        });
+        m_link.call_bus(
+            "GetConnectionUnixProcessID", g_variant_new("(s)", child.bus_name.c_str()),
+            [&child](const call_result& result) { child.owner_pid = unsigned_in(result.reply); });
     }
 }
 
@@ -97,9 +94,8 @@ void bus_survey::ping(const std::set<int>& unable_to_answer, const deadline& unt
 
 // Not every bus has this interface, and some show it only to their owner.
 void bus_survey::ask_for_rules() {
-    m_link.call("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                "org.freedesktop.DBus.Debug.Stats", "GetAllMatchRules", nullptr,
-                [this](const call_result& result) {
+    m_link.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Debug.Stats",
+                "GetAllMatchRules", nullptr, [this](const call_result& result) {
                     if (result.reply == nullptr ||
                         !g_variant_is_of_type(result.reply, G_VARIANT_TYPE("(a{sas})"))) {
                         return;

@@ -43,9 +43,7 @@ unique_strv make_argv(const std::string& name, const std::vector<std::string>& w
 }  // namespace
 
 command_line::command_line(const char* verb, const char* parameters, const char* description)
-    : m_verb(std::string("vaskctl ") + verb),
-      m_parameters(parameters),
-      m_description(description) {
+    : m_verb(std::string("vaskctl ") + verb), m_parameters(parameters), m_description(description) {
     add_flag("json", "Print JSON", &json);
     add_flag("no-legend", "Print neither a header nor a remark that is not asked for", &no_legend);
 }
@@ -112,8 +110,8 @@ void command_line::parse(const std::vector<std::string>& words) {
     const unique_strv owned = make_argv(m_verb, {words.begin(), dashes});
     // The parser moves the words about; the copy of the pointers keeps all of them to be freed.
     const std::unique_ptr<gchar*, void (*)(gpointer)> left(
-        static_cast<gchar**>(g_memdup2(owned.get(),
-                                       (g_strv_length(owned.get()) + 1) * sizeof(gchar*))),
+        static_cast<gchar**>(
+            g_memdup2(owned.get(), (g_strv_length(owned.get()) + 1) * sizeof(gchar*))),
         g_free);
     gchar** argv = left.get();
     int argc = static_cast<int>(g_strv_length(argv));
@@ -136,7 +134,8 @@ void command_line::parse(const std::vector<std::string>& words) {
 
 void command_line::expect_words(std::size_t least, std::size_t most) const {
     if (m_words.size() < least || m_words.size() > most) {
-        throw complaint(status_usage, "usage: " + m_verb + " [OPTION...] " + (m_parameters != nullptr ? m_parameters : ""));
+        throw complaint(status_usage, "usage: " + m_verb + " [OPTION...] " +
+                                          (m_parameters != nullptr ? m_parameters : ""));
     }
 }
 

@@ -36,9 +36,9 @@ struct relative {
     std::vector<std::string> remarks;
 };
 
-// Who belongs to whom. A bridge's children are told by the nest level that it gives to them: one more
-// than its own. A process between the two was started instead of the child: a wrapper, for which the
-// bridge waits.
+// Who belongs to whom. A bridge's children are told by the nest level that it gives to them: one
+// more than its own. A process between the two was started instead of the child: a wrapper, for
+// which the bridge waits.
 class family {
 public:
     // Without a survey there is no bus.

@@ -26,11 +26,16 @@ struct verb {
 
 const verb verbs[] = {
     {"tree", run_tree, "Show all children below their parents"},
+    {"status", run_status, "Show the shared objects, and what is wrong with them"},
+    {"call", run_call, "Send a command to a child and print its reply"},
+    {"send", run_send, "Send a command to a child that is not to reply"},
+    {"record", run_record, "Show or change a field of the shared record"},
 };
 
 void print_help() {
-    printf("Usage:\n  vaskctl [VERB] [OPTION...] [ARGUMENT...]\n\n"
-           "Shows and mends a running system of vask parents and children.\n\nVerbs:\n");
+    printf(
+        "Usage:\n  vaskctl [VERB] [OPTION...] [ARGUMENT...]\n\n"
+        "Shows and mends a running system of vask parents and children.\n\nVerbs:\n");
     for (const verb& each : verbs) {
         printf("  %-9s %s\n", each.name, each.help);
     }
@@ -46,7 +51,8 @@ const verb* find_verb(const std::string& name) {
     return nullptr;
 }
 
-// Where the verb stands: it may have options in front of it. The number of words where there is none.
+// Where the verb stands: it may have options in front of it. The number of words where there is
+// none.
 std::size_t find_place_of_verb(const std::vector<std::string>& words) {
     for (std::size_t i = 0; i < words.size(); ++i) {
         if (words[i] == "--timeout") {

@@ -111,8 +111,8 @@ bool registry::read_once() {
 bool registry::began_after_last_change(const process_info& process) const {
     const double boot = read_clock(CLOCK_REALTIME) - read_clock(CLOCK_BOOTTIME);
     const double change = seconds(m_file.facts().st_mtim);
-    const double begin = boot + static_cast<double>(process.start_ticks) /
-                                    static_cast<double>(sysconf(_SC_CLK_TCK));
+    const double begin =
+        boot + static_cast<double>(process.start_ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
     return change > boot && begin > change + clock_doubt_sec;
 }
 

@@ -13,8 +13,8 @@ struct table_row {
     colour its_colour = colour::none;
 };
 
-// Lines of cells. On a terminal the columns are as wide as their longest cell, and what does not fit
-// is cut off; elsewhere one tab stands between two cells.
+// Lines of cells. On a terminal the columns are as wide as their longest cell, and what does not
+// fit is cut off; elsewhere one tab stands between two cells.
 class table {
 public:
     explicit table(std::vector<std::string> header) : m_header(std::move(header)) {}

@@ -70,8 +70,8 @@ int target::find() const {
     }
     const int running = m_has_key ? 0 : find_running();
     if (running == 0) {
-        throw complaint(status_no_such_child, "there is no child '" + printable(m_text) +
-                                                  "'; see \"vaskctl tree\"");
+        throw complaint(status_no_such_child,
+                        "there is no child '" + printable(m_text) + "'; see \"vaskctl tree\"");
     }
     return running;
 }

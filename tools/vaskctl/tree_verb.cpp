@@ -115,10 +115,9 @@ private:
     void add_row(const relative& member, const std::string& lines) {
         const std::string program = member.program.empty() ? "-" : printable(member.program, 40);
         m_table.add({{lines + program, std::to_string(member.pid),
-                      member.nest_level ? std::to_string(*member.nest_level) : "-",
-                      keys_of(member), member.bus_name.empty() ? "-" : member.bus_name,
-                      meeting_of(member), name_of(member.state), round_trip_of(member),
-                      joined(member.remarks)},
+                      member.nest_level ? std::to_string(*member.nest_level) : "-", keys_of(member),
+                      member.bus_name.empty() ? "-" : member.bus_name, meeting_of(member),
+                      name_of(member.state), round_trip_of(member), joined(member.remarks)},
                      colour_of(member)});
     }
 
@@ -166,8 +165,8 @@ private:
     }
 
     const family& m_family;
-    table m_table{{"PROCESS", "PID", "NEST", "KEY", "BUS NAME", "MET", "STATE", "ROUND TRIP",
-                   "REMARKS"}};
+    table m_table{
+        {"PROCESS", "PID", "NEST", "KEY", "BUS NAME", "MET", "STATE", "ROUND TRIP", "REMARKS"}};
     json_writer m_json;
 };
 
