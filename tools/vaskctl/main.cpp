@@ -12,6 +12,7 @@
 
 #include "complaint.h"
 #include "printable.h"
+#include "vask_object.h"
 #include "verbs.h"
 
 namespace {
@@ -29,13 +30,15 @@ const verb verbs[] = {
     {"status", run_status, "Show the shared objects, and what is wrong with them"},
     {"call", run_call, "Send a command to a child and print its reply"},
     {"send", run_send, "Send a command to a child that is not to reply"},
+    {"monitor", run_monitor, "Show commands, replies and signals as they happen"},
     {"record", run_record, "Show or change a field of the shared record"},
+    {"repair", run_repair, "Free what dead processes hold"},
+    {"log", run_log, "Merge the logs of several processes"},
 };
 
 void print_help() {
-    printf(
-        "Usage:\n  vaskctl [VERB] [OPTION...] [ARGUMENT...]\n\n"
-        "Shows and mends a running system of vask parents and children.\n\nVerbs:\n");
+    printf("Usage:\n  vaskctl [VERB] [OPTION...] [ARGUMENT...]\n\n"
+           "Shows and mends a running system of vask parents and children.\n\nVerbs:\n");
     for (const verb& each : verbs) {
         printf("  %-9s %s\n", each.name, each.help);
     }
@@ -51,8 +54,7 @@ const verb* find_verb(const std::string& name) {
     return nullptr;
 }
 
-// Where the verb stands: it may have options in front of it. The number of words where there is
-// none.
+// Where the verb stands: it may have options in front of it. The number of words where there is none.
 std::size_t find_place_of_verb(const std::vector<std::string>& words) {
     for (std::size_t i = 0; i < words.size(); ++i) {
         if (words[i] == "--timeout") {
@@ -100,6 +102,8 @@ int finish(int status) {
 
 int main(int argc, char** argv) {
     setlocale(LC_ALL, "");
+    // The library prints where the tool's output goes.
+    vask_object::print_msg_level = VASK_P_EMERG;
     // Whoever reads from a pipe may have seen enough.
     signal(SIGPIPE, SIG_DFL);
     std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);

@@ -124,6 +124,10 @@ bool names_library(const std::string& maps) {
     return false;
 }
 
+std::string describe(const process_info& process) {
+    return printable(process.program) + " " + std::to_string(process.pid);
+}
+
 }  // namespace
 
 std::optional<std::string> read_start(const std::string& path, std::size_t longest) {
@@ -216,8 +220,12 @@ bool process_table::is_thread_of_another(int pid) {
 
 std::string process_table::describe(int pid) const {
     const process_info* process = find(pid);
-    const std::string number = std::to_string(pid);
-    return process == nullptr ? "process " + number : printable(process->program) + " " + number;
+    return process == nullptr ? "process " + std::to_string(pid) : vaskctl::describe(*process);
+}
+
+std::string describe_process(int pid) {
+    const auto process = read_process(pid);
+    return process ? describe(*process) : "process " + std::to_string(pid);
 }
 
 }  // namespace vaskctl

@@ -59,6 +59,9 @@ private:
     mutable std::map<int, answer> m_has_library;
 };
 
+// As process_table::describe(), for one process.
+std::string describe_process(int pid);
+
 // The start of a file, as far as it can be had; nothing with errno where it cannot be opened.
 std::optional<std::string> read_start(const std::string& path, std::size_t longest);
 

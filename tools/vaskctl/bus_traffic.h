@@ -1,0 +1,85 @@
+#ifndef VASKCTL_BUS_TRAFFIC_H
+#define VASKCTL_BUS_TRAFFIC_H
+
+#include <gio/gio.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bus_link.h"
+
+namespace vaskctl {
+
+// One line of a monitor.
+struct traffic_event {
+    double time = 0;
+    int pid = 0;  // of the child
+    std::string child;
+    const char* kind = "";  // for programs
+    std::string what;       // for people
+    std::optional<int> number;
+    std::optional<std::string> text;
+    std::optional<std::vector<std::string>> window;
+    std::string peer;  // who has called; empty for nobody
+    bool is_answer = false;
+    std::optional<double> msec;  // from the command to its reply
+};
+
+// What the bus is to show: all that goes to children and comes from them. Answers carry no interface,
+// so all of them come.
+extern const char* const traffic_rules[5];
+
+// Who is behind the unique names of the bus. Asks the bus by a connection of its own.
+class bus_names {
+public:
+    // Learns the children that are there.
+    void begin();
+
+    // The child that has this name, unique or well-known; 0 for another connection.
+    int child_behind(const std::string& name) const;
+
+    // "notes_parent 812", or the name itself where nobody is behind it any more.
+    std::string describe(const std::string& name);
+
+    void note_owner(int child, const std::string& owner);
+
+private:
+    bus_link& link();
+
+    std::unique_ptr<bus_link> m_link;
+    std::map<std::string, int> m_children;
+    std::map<std::string, std::string> m_described;
+};
+
+// Makes events of messages.
+class bus_traffic {
+public:
+    explicit bus_traffic(bus_names& names) : m_names(names) {}
+
+    // None for a message that is nothing to the children.
+    std::vector<traffic_event> note(GDBusMessage* message, double time);
+
+private:
+    struct open_command {
+        int pid;
+        int number;
+        double time;
+    };
+
+    std::optional<traffic_event> note_call(GDBusMessage* message, double time);
+    std::optional<traffic_event> note_command(GDBusMessage* message, traffic_event event);
+    std::optional<traffic_event> note_signal(GDBusMessage* message, double time);
+    std::optional<traffic_event> note_owner_change(GDBusMessage* message, double time);
+    std::optional<traffic_event> note_answer(GDBusMessage* message, double time);
+    traffic_event event_of(int pid, double time, const char* kind);
+
+    bus_names& m_names;
+    std::map<std::pair<std::string, guint32>, open_command> m_open;
+};
+
+}  // namespace vaskctl
+
+#endif
