@@ -30,6 +30,7 @@ namespace {
 struct options {
     std::string child_program;
     std::string tool_program;
+    std::string vaskctl_program;
     std::string screenshot_directory;
     unsigned int pause_msec = 0;
 };
@@ -82,6 +83,7 @@ public:
             {"Twins: two workers from one program", &demonstration::start_twins},
             {"The main worker is killed, and its twin steps in", &demonstration::lose_main_twin},
             {"The bridge goes, and the last child with it", &demonstration::drop_bridge},
+            {"A last look at the family, from outside", &demonstration::show_family},
         };
         for (const step& current : steps) {
             demo_stage::begin_step(++m_step, static_cast<int>(steps.size()), current.title);
@@ -298,8 +300,42 @@ private:
         return false;
     }
 
+    void show_family() {
+        m_bridge.reset(new demo_bridge(m_options.child_program));
+        m_bridge->enable_twins_mode();
+        m_bridge->start_child();
+        expect(wait_until([this] {
+                   return m_bridge->is_main_worker_on_bus() && m_bridge->is_other_worker_on_bus();
+               }),
+               "both workers appear on the bus");
+        if (access(m_options.vaskctl_program.c_str(), X_OK) != 0) {
+            say("there is no vaskctl at hand to show us");
+            return;
+        }
+        say("I run 'vaskctl tree': this is me, with the twins of a new bridge");
+        std::string tree;
+        expect(wait_until([&] {
+                   tree = output_of(m_options.vaskctl_program, {"tree", "--timeout=5000"});
+                   return is_met(tree, m_bridge->get_child_pid()) &&
+                          is_met(tree, m_bridge->get_other_worker_pid());
+               }),
+               "it shows that I have met both");
+        printf("%s", tree.c_str());
+    }
+
+    // Whether the line of a process, whose cells are separated by tabs, says so.
+    static bool is_met(const std::string& tree, int pid) {
+        const size_t line = tree.find("\t" + std::to_string(pid) + "\t");
+        return line != std::string::npos &&
+               tree.substr(line, tree.find('\n', line) - line).find("\tyes\t") != std::string::npos;
+    }
+
     std::string output_of_tool(const std::vector<std::string>& arguments) {
-        strlist command = {m_options.tool_program};
+        return output_of(m_options.tool_program, arguments);
+    }
+
+    std::string output_of(const std::string& program, const std::vector<std::string>& arguments) {
+        strlist command = {program};
         command.insert(command.end(), arguments.begin(), arguments.end());
         strlist environment;
         for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -308,7 +344,7 @@ private:
         int status = 0;
         std::vector<unsigned char> output;
         expect(vask_object::spawn_sync(&command, &environment, &status, &output, nullptr, nullptr),
-               "the program '" + m_options.tool_program + "' starts");
+               "the program '" + program + "' starts");
         expect(status == 0, "it ends with status 0");
         return std::string(output.begin(), output.end());
     }
@@ -389,6 +425,7 @@ std::string beside_this_program(const std::string& name) {
 bool parse(int argc, char** argv, options* result) {
     result->child_program = beside_this_program("demo_child");
     result->tool_program = beside_this_program("demo_ctl");
+    result->vaskctl_program = beside_this_program("vaskctl");
     for (int i = 1; i < argc; i += 2) {
         const std::string name = argv[i];
         if (i + 1 == argc) {

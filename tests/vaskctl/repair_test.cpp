@@ -152,8 +152,9 @@ TEST_F(vaskctl_repair, Lets_those_go_on_who_wait_for_a_record) {
         const bool is_set = vask_object::set_monitor_rotation(VASK_MONITOR_ROTATION_2);
         return is_set ? 0 : 1;
     });
-    EXPECT_TRUE(wait_until(
-        [] { return run_tool({"repair", "--yes", "shared-record"}).status == 0; }));
+    EXPECT_TRUE(wait_until([] {
+        return run_tool({"repair", "--yes", "shared-record"}).status == 0;
+    }));
     EXPECT_EQ(waiter.wait_for_end(), 0);
     EXPECT_EQ(record.int_at(0), 2);
     EXPECT_EQ(record.sem_value(), 1);
@@ -200,8 +201,7 @@ TEST_F(vaskctl_repair, Drops_the_keys_of_a_zombie_and_of_a_stranger) {
         "  done: dropped key 7 of process $1\n"
         "  done: dropped key 8 of process $2\n"
         "  left: process $1 stays a zombie until its parent reaps it or ends\n";
-    EXPECT_THAT(result.output,
-                testing::EndsWith(with_pids(text, {child->pid(), stranger.pid()})));
+    EXPECT_THAT(result.output, testing::EndsWith(with_pids(text, {child->pid(), stranger.pid()})));
     const vask_object looker;
     EXPECT_THAT(looker.find_stored_pid_from_shm("wanted_child"),
                 testing::ElementsAre(testing::Pair(9, other->pid())));

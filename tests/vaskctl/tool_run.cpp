@@ -173,19 +173,27 @@ tool_in_progress::~tool_in_progress() {
     close(m_errors_fd);
 }
 
+void tool_in_progress::take(int fd, std::string& all) {
+    pollfd pipe = {fd, POLLIN, 0};
+    char piece[4096];
+    while (poll(&pipe, 1, 0) > 0) {
+        const ssize_t length = read(fd, piece, sizeof(piece));
+        if (length <= 0) {
+            break;
+        }
+        all.append(piece, static_cast<std::size_t>(length));
+    }
+}
+
 bool tool_in_progress::wait_for(int fd, std::string& all, const std::string& text) {
     return wait_until([&] {
-        pollfd pipe = {fd, POLLIN, 0};
-        char piece[4096];
-        while (poll(&pipe, 1, 0) > 0) {
-            const ssize_t length = read(fd, piece, sizeof(piece));
-            if (length <= 0) {
-                break;
-            }
-            all.append(piece, static_cast<std::size_t>(length));
-        }
+        take(fd, all);
         return all.find(text) != std::string::npos;
     });
+}
+
+void tool_in_progress::take_output() {
+    take(m_output_fd, m_output);
 }
 
 bool tool_in_progress::wait_for_output(const std::string& text) {

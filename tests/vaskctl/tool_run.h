@@ -73,12 +73,16 @@ public:
     /** False when the deadline comes first. */
     bool wait_for_output(const std::string& text);
     bool wait_for_errors(const std::string& text);
+
+    /** Takes what is there. */
+    void take_output();
     const std::string& output() const { return m_output; }
 
     /** Sends a signal and waits for the end. */
     int end(int signal);
 
 private:
+    static void take(int fd, std::string& all);
     static bool wait_for(int fd, std::string& all, const std::string& text);
 
     pid_t m_pid = -1;

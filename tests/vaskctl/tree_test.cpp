@@ -27,6 +27,16 @@ protected:
 
     tool_result tree() const { return run_tool_evened(patient({"tree"})); }
 
+    // A process that has just been started does not show everything yet.
+    void expect_tree(const tool_result& wanted) const {
+        tool_result last;
+        wait_until([&] {
+            last = tree();
+            return last == wanted;
+        });
+        EXPECT_EQ(last, wanted);
+    }
+
     // The bridge has met its child when the bus knows that it listens.
     void wait_until_met(pid_t child) const {
         const std::string name = child_name(child);
@@ -40,7 +50,7 @@ protected:
 }  // namespace
 
 TEST_F(vaskctl_tree, Is_a_header_where_nobody_is) {
-    EXPECT_EQ(tree(), expected("", {}));
+    expect_tree(expected("", {}));
 }
 
 TEST_F(vaskctl_tree, Has_a_child_below_the_parent_that_has_met_it) {
@@ -49,10 +59,11 @@ TEST_F(vaskctl_tree, Has_a_child_below_the_parent_that_has_met_it) {
     wait_until_on_bus(child);
     wait_until_registered(child, "7");
     wait_until_met(child);
-    EXPECT_EQ(tree(), expected("vaskctl_parent\t$1\t-\t-\t-\t-\trunning\t-\t-\n"
-                               "└─controller_child\t$2\t1\twanted_child:7\t"
-                               "com.example.vask.Child_$2\tyes\trunning\tN ms\t-\n",
-                               {parent->pid(), child}));
+    expect_tree(
+        expected("vaskctl_parent\t$1\t-\t-\t-\t-\trunning\t-\t-\n"
+                 "└─controller_child\t$2\t1\twanted_child:7\t"
+                 "com.example.vask.Child_$2\tyes\trunning\tN ms\t-\n",
+                 {parent->pid(), child}));
 }
 
 TEST_F(vaskctl_tree, Has_both_twins) {
@@ -68,7 +79,7 @@ TEST_F(vaskctl_tree, Has_both_twins) {
         "└─controller_child\t$3\t1\tnot registered\tcom.example.vask.Child_$3\tyes\trunning\t"
         "N ms\t-\n",
         {parent->pid(), first, second});
-    EXPECT_TRUE(wait_until([&] { return tree() == both; })) << tree().output;
+    expect_tree(both);
 }
 
 TEST_F(vaskctl_tree, Says_that_the_parent_of_a_child_has_ended) {
@@ -76,10 +87,11 @@ TEST_F(vaskctl_tree, Says_that_the_parent_of_a_child_has_ended) {
     const pid_t child = wait_for_process_below(parent->pid(), "controller_child");
     wait_until_on_bus(child);
     parent->kill_now();
-    EXPECT_EQ(tree(), expected("controller_child\t$1\t1\tnot registered\t"
-                               "com.example.vask.Child_$1\t-\trunning\tN ms\t"
-                               "its parent has ended\n",
-                               {child}));
+    expect_tree(
+        expected("controller_child\t$1\t1\tnot registered\t"
+                 "com.example.vask.Child_$1\t-\trunning\tN ms\t"
+                 "its parent has ended\n",
+                 {child}));
 }
 
 TEST_F(vaskctl_tree, Says_that_a_parent_waits_for_the_wrapper_of_its_child) {
@@ -88,14 +100,14 @@ TEST_F(vaskctl_tree, Says_that_a_parent_waits_for_the_wrapper_of_its_child) {
     const pid_t wrapper = wait_for_process_below(parent->pid(), "sh");
     const pid_t child = wait_for_process_below(wrapper, "controller_child");
     wait_until_on_bus(child);
-    EXPECT_EQ(tree(),
-              expected("vaskctl_parent\t$1\t-\t-\t-\t-\trunning\t-\t-\n"
-                       "└─sh\t$2\t1\t-\t-\tno\trunning\t-\t"
-                       "never met: it is no program of the library, or a wrapper\n"
-                       "  └─controller_child\t$3\t1\tnot registered\tcom.example.vask.Child_$3\t"
-                       "no\trunning\tN ms\t"
-                       "never met: vaskctl_parent $1 waits for its wrapper, sh $2\n",
-                       {parent->pid(), wrapper, child}));
+    expect_tree(
+        expected("vaskctl_parent\t$1\t-\t-\t-\t-\trunning\t-\t-\n"
+                 "└─sh\t$2\t1\t-\t-\tno\trunning\t-\t"
+                 "never met: it is no program of the library, or a wrapper\n"
+                 "  └─controller_child\t$3\t1\tnot registered\tcom.example.vask.Child_$3\t"
+                 "no\trunning\tN ms\t"
+                 "never met: vaskctl_parent $1 waits for its wrapper, sh $2\n",
+                 {parent->pid(), wrapper, child}));
 }
 
 TEST_F(vaskctl_tree, Says_that_a_child_has_never_come) {
@@ -106,16 +118,17 @@ TEST_F(vaskctl_tree, Says_that_a_child_has_never_come) {
         "└─vaskctl_parent\t$2\t1\t-\t-\tno\trunning\t-\t"
         "never met: it is not on this session bus\n",
         {parent->pid(), child});
-    EXPECT_TRUE(wait_until([&] { return tree() == lines; })) << tree().output;
+    expect_tree(lines);
 }
 
 TEST_F(vaskctl_tree, Says_that_a_program_can_never_come) {
     const auto parent = start_parent({test_program("lifecycle_probe"), "sleep"});
     const pid_t child = wait_for_process_below(parent->pid(), "lifecycle_probe");
-    EXPECT_EQ(tree(), expected("vaskctl_parent\t$1\t-\t-\t-\t-\trunning\t-\t-\n"
-                               "└─lifecycle_probe\t$2\t1\t-\t-\tno\trunning\t-\t"
-                               "never met: it is no program of the library, or a wrapper\n",
-                               {parent->pid(), child}));
+    expect_tree(
+        expected("vaskctl_parent\t$1\t-\t-\t-\t-\trunning\t-\t-\n"
+                 "└─lifecycle_probe\t$2\t1\t-\t-\tno\trunning\t-\t"
+                 "never met: it is no program of the library, or a wrapper\n",
+                 {parent->pid(), child}));
 }
 
 TEST_F(vaskctl_tree, Says_that_a_child_has_another_bus) {
@@ -143,9 +156,10 @@ TEST_F(vaskctl_tree, Does_not_wait_for_a_stopped_child) {
     const auto child = start_child();
     child->send(SIGSTOP);
     ASSERT_TRUE(child->wait_until_stopped());
-    EXPECT_EQ(tree(), expected("wanted_child\t$1\t-\tnot registered\tcom.example.vask.Child_$1\t-\t"
-                               "stopped\t-\t-\n",
-                               {child->pid()}));
+    expect_tree(
+        expected("wanted_child\t$1\t-\tnot registered\tcom.example.vask.Child_$1\t-\t"
+                 "stopped\t-\t-\n",
+                 {child->pid()}));
 }
 
 TEST_F(vaskctl_tree, Waits_for_a_child_that_does_not_answer_until_the_timeout) {
@@ -160,7 +174,7 @@ TEST_F(vaskctl_tree, Waits_for_a_child_that_does_not_answer_until_the_timeout) {
 
 TEST_F(vaskctl_tree, Shows_an_entry_whose_process_is_gone) {
     registry_object("program").append(4000000, 5);
-    EXPECT_EQ(tree(), expected("-\t4000000\t-\tprogram:5\t-\t-\tgone\t-\t-\n", {}));
+    expect_tree(expected("-\t4000000\t-\tprogram:5\t-\t-\tgone\t-\t-\n", {}));
 }
 
 TEST_F(vaskctl_tree, Shows_a_zombie_below_the_parent_that_has_not_reaped_it) {
@@ -176,9 +190,10 @@ TEST_F(vaskctl_tree, Shows_a_zombie_below_the_parent_that_has_not_reaped_it) {
 TEST_F(vaskctl_tree, Says_that_a_registered_number_is_a_strangers_by_now) {
     const idle_process stranger("program");
     registry_object("program").append(stranger.pid(), 5);
-    EXPECT_EQ(tree(), expected("program\t$1\t-\t5\t-\t-\trunning\t-\t"
-                               "it is not the process that registered as program:5\n",
-                               {stranger.pid()}));
+    expect_tree(
+        expected("program\t$1\t-\t5\t-\t-\trunning\t-\t"
+                 "it is not the process that registered as program:5\n",
+                 {stranger.pid()}));
 }
 
 TEST_F(vaskctl_tree, Shows_the_children_of_others_without_a_bus) {

@@ -46,10 +46,9 @@ void bus_names::begin() {
     const bus_survey survey(link(), until, {});
     for (const auto& entry : survey.children()) {
         const int pid = entry.first;
-        link().call_bus("GetNameOwner", g_variant_new("(s)", entry.second.bus_name.c_str()),
-                        [this, pid](const call_result& result) {
-                            note_owner(pid, text_in(result.reply));
-                        });
+        link().call_bus(
+            "GetNameOwner", g_variant_new("(s)", entry.second.bus_name.c_str()),
+            [this, pid](const call_result& result) { note_owner(pid, text_in(result.reply)); });
     }
     link().wait(until);
 }
@@ -143,8 +142,7 @@ std::optional<traffic_event> bus_traffic::note_call(GDBusMessage* message, doubl
     return event;
 }
 
-std::optional<traffic_event> bus_traffic::note_command(GDBusMessage* message,
-                                                       traffic_event event) {
+std::optional<traffic_event> bus_traffic::note_command(GDBusMessage* message, traffic_event event) {
     gint32 number = 0;
     const gchar* argument = nullptr;
     g_variant_get(g_dbus_message_get_body(message), "(i&s)", &number, &argument);
@@ -210,12 +208,11 @@ std::optional<traffic_event> bus_traffic::note_answer(GDBusMessage* message, dou
     const open_command asked = found->second;
     const std::string caller = found->first.first;
     m_open.erase(found);
-    const bool is_error =
-        g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_ERROR;
+    const bool is_error = g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_ERROR;
     traffic_event event = event_of(asked.pid, time, is_error ? "error" : "reply");
     event.number = asked.number;
-    event.what = (is_error ? "failure of command " : "reply to command ") +
-                 std::to_string(asked.number);
+    event.what =
+        (is_error ? "failure of command " : "reply to command ") + std::to_string(asked.number);
     event.text = is_error ? text_of(g_dbus_message_get_error_name(message))
                           : text_in(g_dbus_message_get_body(message));
     event.peer = m_names.describe(caller);

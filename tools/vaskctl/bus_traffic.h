@@ -28,8 +28,8 @@ struct traffic_event {
     std::optional<double> msec;  // from the command to its reply
 };
 
-// What the bus is to show: all that goes to children and comes from them. Answers carry no interface,
-// so all of them come.
+// What the bus is to show: all that goes to children and comes from them. Answers carry no
+// interface, so all of them come.
 extern const char* const traffic_rules[5];
 
 // Who is behind the unique names of the bus. Asks the bus by a connection of its own.

@@ -15,8 +15,8 @@ held_semaphore::held_semaphore(const std::string& name, const process_table& pro
     if (!damage.empty()) {
         throw complaint(status_failed, damage);
     }
-    m_file_lock = unique_fd(open(m_examined.file().path().c_str(),
-                                 O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    m_file_lock = unique_fd(
+        open(m_examined.file().path().c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     if (!m_file_lock || flock(m_file_lock.get(), LOCK_EX | LOCK_NB) != 0) {
         throw complaint(status_failed, "another process is repairing it, or may not be disturbed");
     }
@@ -33,8 +33,7 @@ held_semaphore::held_semaphore(const std::string& name, const process_table& pro
         evidence.its_verdict == verdict::healthy && is_current() && sem_trywait(m_handle) == 0;
     if (!is_free_again) {
         sem_close(m_handle);
-        throw complaint(status_failed,
-                        evidence.text.empty() ? "it is in use" : evidence.text);
+        throw complaint(status_failed, evidence.text.empty() ? "it is in use" : evidence.text);
     }
 }
 

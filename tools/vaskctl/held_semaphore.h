@@ -11,11 +11,11 @@
 
 namespace vaskctl {
 
-// A semaphore in the hands of the tool, for a repair of what it guards: taken in the ordinary way, or
-// left by a holder that is certainly dead. It is given back at the end, whatever happens.
+// A semaphore in the hands of the tool, for a repair of what it guards: taken in the ordinary way,
+// or left by a holder that is certainly dead. It is given back at the end, whatever happens.
 //
-// Two repairs of one semaphore at the same time would give it back twice, so they exclude each other
-// by a lock on its file, as the library's own recovery does.
+// Two repairs of one semaphore at the same time would give it back twice, so they exclude each
+// other by a lock on its file, as the library's own recovery does.
 class held_semaphore {
 public:
     // Throws a complaint where it can be had neither way. A held one is not waited for.

@@ -21,8 +21,7 @@ void append(std::vector<log_entry>& all, const std::vector<log_entry>& more) {
 log_file::log_file(const std::string& path) : m_path(path) {
     open_file();
     if (!m_file) {
-        throw complaint(status_failed,
-                        printable(path) + " cannot be opened: " + strerror(errno));
+        throw complaint(status_failed, printable(path) + " cannot be opened: " + strerror(errno));
     }
 }
 

@@ -134,6 +134,7 @@ void log_reader::take_line(const std::string& line, std::vector<log_entry>& comp
     } else {
         entry = m_entry;
         entry.text = first;
+        entry.continues = true;
         begin(entry, complete);
     }
     if (inner != std::string::npos) {

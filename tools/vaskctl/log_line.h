@@ -16,6 +16,7 @@ struct log_entry {
     int pid = 0;     // 0 for lines in front of the first header
     int level = -1;  // the library's number; -1 for none
     std::string text;
+    bool continues = false;  // the header was shown already
 };
 
 // The number of a level that is given by its name or its number; nothing for another text.
@@ -23,16 +24,15 @@ std::optional<int> parse_level(const std::string& text);
 
 const char* name_of_level(int level);
 
-// Cuts what a process has logged into messages. A message of the library need not end its line, so a
-// header with a time may stand in the middle of one.
+// Cuts what a process has logged into messages. A message of the library need not end its line, so
+// a header with a time may stand in the middle of one.
 class log_reader {
 public:
     // Takes up any piece of a log, and gives the messages that are complete: those behind which the
     // next one has begun.
     std::vector<log_entry> take(const std::string& piece);
 
-    // The last one, which nothing follows for now. What comes later without a header is a message
-    // of its own then, with the header of this one.
+    // The last one, which nothing follows for now. What comes later without a header continues it.
     std::vector<log_entry> flush();
 
 private:

@@ -70,7 +70,7 @@ public:
 
 private:
     static void print_text(const log_entry& entry) {
-        if (entry.level < 0) {
+        if (entry.level < 0 || entry.continues) {
             printf("%s\n", shown(entry.text).c_str());
             return;
         }
@@ -78,8 +78,7 @@ private:
         const std::string header = time + "[" + shown(entry.name) + ":" +
                                    std::to_string(entry.pid) + "] " + name_of_level(entry.level) +
                                    ": ";
-        printf("%s%s\n", coloured(header, colour_of(entry.pid)).c_str(),
-               shown(entry.text).c_str());
+        printf("%s%s\n", coloured(header, colour_of(entry.pid)).c_str(), shown(entry.text).c_str());
     }
 
     static void print_json(const log_entry& entry) {

@@ -31,9 +31,8 @@ std::string context_in(const std::string& object) {
     if (object == shared_record_object) {
         return shared_info_name;
     }
-    return has_prefix(object, context_object_prefix)
-               ? object.substr(strlen(context_object_prefix))
-               : "";
+    return has_prefix(object, context_object_prefix) ? object.substr(strlen(context_object_prefix))
+                                                     : "";
 }
 
 bool is_dead(const std::string& state) {
@@ -99,23 +98,21 @@ void plan_context(const finding& found, repair_plan& plan) {
 }
 
 void write_field(const shared_file& file, int fd, std::size_t offset, std::uint32_t value) {
-    if (!file.is_current() ||
-        pwrite(fd, &value, sizeof(value), static_cast<off_t>(offset)) !=
-            static_cast<ssize_t>(sizeof(value))) {
+    if (!file.is_current() || pwrite(fd, &value, sizeof(value), static_cast<off_t>(offset)) !=
+                                  static_cast<ssize_t>(sizeof(value))) {
         throw complaint(status_failed, "it was replaced meanwhile, or cannot be written to");
     }
 }
 
-// Runs with the library lock in hand. A pid of 0 makes an entry an unused slot in one step: no reader
-// sees anything in between.
+// Runs with the library lock in hand. A pid of 0 makes an entry an unused slot in one step: no
+// reader sees anything in between.
 std::vector<std::string> repair_registry(const std::string& name, const held_semaphore& lock,
                                          const process_table& processes) {
     const registry examined(name);
-    const unique_fd file(open(examined.file().path().c_str(),
-                              O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    const unique_fd file(
+        open(examined.file().path().c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     if (!file) {
-        throw complaint(status_failed,
-                        std::string("it cannot be written to: ") + strerror(errno));
+        throw complaint(status_failed, std::string("it cannot be written to: ") + strerror(errno));
     }
     std::vector<std::string> done;
     for (const registry_entry& entry : examined.entries()) {

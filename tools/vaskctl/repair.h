@@ -19,8 +19,8 @@ struct repair_plan {
 
 repair_plan plan_repair(const finding& found);
 
-// Does it, unless the evidence does not hold any more: it is looked at again with the object in hand.
-// Throws a complaint that says why nothing was done. Gives what was done.
+// Does it, unless the evidence does not hold any more: it is looked at again with the object in
+// hand. Throws a complaint that says why nothing was done. Gives what was done.
 std::vector<std::string> carry_out(const repair_plan& plan, const process_table& processes);
 
 }  // namespace vaskctl

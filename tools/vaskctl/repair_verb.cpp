@@ -115,11 +115,12 @@ void print_json(const outcome& result) {
 }  // namespace
 
 int run_repair(const std::vector<std::string>& words) {
-    command_line line("repair", "[OBJECT...]",
-                      "Frees what dead processes hold: semaphores, keys of a registry, changes that "
-                      "were not finished.\nActs only on what \"vaskctl status\" calls abandoned, "
-                      "looks again before it acts, and asks first.\nIt removes nothing that a "
-                      "living process uses.");
+    command_line line(
+        "repair", "[OBJECT...]",
+        "Frees what dead processes hold: semaphores, keys of a registry, changes that "
+        "were not finished.\nActs only on what \"vaskctl status\" calls abandoned, "
+        "looks again before it acts, and asks first.\nIt removes nothing that a "
+        "living process uses.");
     bool is_agreed_to_all = false;
     bool is_dry_run = false;
     line.add_flag("yes", "Do not ask", &is_agreed_to_all);
@@ -134,8 +135,7 @@ int run_repair(const std::vector<std::string>& words) {
     bool has_plan = false;
     for (const finding& found : choose(examine_system(processes), line.words())) {
         const repair_plan plan = plan_repair(found);
-        const bool is_of_interest =
-            found.its_verdict != verdict::healthy || !plan.steps.empty();
+        const bool is_of_interest = found.its_verdict != verdict::healthy || !plan.steps.empty();
         if (!is_of_interest) {
             continue;
         }
@@ -144,8 +144,8 @@ int run_repair(const std::vector<std::string>& words) {
         if (!line.json) {
             print_plan(plan);
         }
-        const bool is_done = !plan.steps.empty() && !is_dry_run &&
-                             (is_agreed_to_all || is_agreed(plan));
+        const bool is_done =
+            !plan.steps.empty() && !is_dry_run && (is_agreed_to_all || is_agreed(plan));
         if (is_done) {
             fflush(stdout);
             result = repair(plan);
