@@ -74,14 +74,14 @@ void judge_sequence(const registry& first, verdict of_lock, finding& found) {
 
 // Users who do not see each other any more.
 void judge_split(const shared_file& memory, const std::string& sem_path, const std::set<int>& users,
-                 const process_table& processes, finding& found) {
+                 const system_view& system, finding& found) {
     const mapping_table table;
     std::set<int> lost = table.users_of_removed(memory.path());
-    for (const int pid : table.users_of_removed(sem_path)) {
+    for (const int pid : system.mappings.users_of_removed(sem_path)) {
         lost.insert(pid);
     }
     for (const int pid : lost) {
-        found.judge(verdict::damaged, processes.describe(pid) +
+        found.judge(verdict::damaged, system.processes.describe(pid) +
                                           " uses one that was removed, and shares nothing with "
                                           "those who came later: restart it");
     }
@@ -91,10 +91,10 @@ void judge_split(const shared_file& memory, const std::string& sem_path, const s
     }
 }
 
-std::set<int> users_of(const shared_file& file) {
+std::set<int> users_of(const shared_file& file, const mapping_table& table) {
     std::set<int> users;
     if (file.exists()) {
-        for (const shm_mapping& mapping : mapping_table().of(file.facts())) {
+        for (const shm_mapping& mapping : table.of(file.facts())) {
             users.insert(mapping.pid);
         }
     }
@@ -119,19 +119,19 @@ void judge_record(const shared_file& memory, finding& found) {
 
 }  // namespace
 
-finding examine_library_lock(const process_table& processes) {
+finding examine_library_lock(const system_view& system) {
     finding found;
     found.object = library_lock_object;
-    judge_semaphore(library_lock_name, processes, found);
+    judge_semaphore(library_lock_name, system, found);
     return found;
 }
 
-finding examine_registry(const std::string& name, const process_table& processes, verdict of_lock) {
+finding examine_registry(const std::string& name, const system_view& system, verdict of_lock) {
     const registry examined(name);
     finding found;
     found.object = registry_object_prefix + name;
     found.files.push_back(describe_file(examined.file()));
-    found.files.back().mapped_by = users_of(examined.file());
+    found.files.back().mapped_by = users_of(examined.file(), system.mappings);
     if (!examined.damage().empty()) {
         found.judge(verdict::damaged, examined.damage());
     }
@@ -144,40 +144,39 @@ finding examine_registry(const std::string& name, const process_table& processes
     found.count = examined.count();
     judge_sequence(examined, of_lock, found);
     for (const registry_entry& entry : examined.entries()) {
-        const registrant_state state = examined.state_of(entry, processes);
-        found.entries.push_back(describe_entry(entry, state, processes));
-        judge_entry(entry, state, processes, found);
+        const registrant_state state = examined.state_of(entry, system.processes);
+        found.entries.push_back(describe_entry(entry, state, system.processes));
+        judge_entry(entry, state, system.processes, found);
     }
     return found;
 }
 
-finding examine_context(const std::string& name, const process_table& processes) {
+finding examine_context(const std::string& name, const system_view& system) {
     const bool is_record = name == shared_info_name;
     finding found;
     found.object = is_record ? shared_record_object : context_object_prefix + name;
     const shared_file memory(context_shm_prefix + name);
-    const std::set<int> users = users_of(memory);
+    const std::set<int> users = users_of(memory, system.mappings);
     if (memory.exists()) {
         found.files.push_back(describe_file(memory));
         found.files.back().mapped_by = users;
     }
-    judge_semaphore(context_sem_prefix + name, processes, found);
-    judge_split(memory, named_sem_path((context_sem_prefix + name).c_str()), users, processes,
-                found);
+    judge_semaphore(context_sem_prefix + name, system, found);
+    judge_split(memory, named_sem_path((context_sem_prefix + name).c_str()), users, system, found);
     if (is_record && memory.exists()) {
         judge_record(memory, found);
     }
     return found;
 }
 
-std::vector<finding> examine_system(const process_table& processes) {
+std::vector<finding> examine_system(const system_view& system) {
     std::vector<finding> findings;
-    const finding lock = examine_library_lock(processes);
+    const finding lock = examine_library_lock(system);
     if (!lock.files.empty()) {
         findings.push_back(lock);
     }
     for (const std::string& name : list_shared_files(registry_prefix)) {
-        findings.push_back(examine_registry(name, processes, lock.its_verdict));
+        findings.push_back(examine_registry(name, system, lock.its_verdict));
     }
     std::set<std::string> contexts;
     for (const std::string& name : list_shared_files(context_shm_prefix)) {
@@ -188,7 +187,7 @@ std::vector<finding> examine_system(const process_table& processes) {
         contexts.insert(name);
     }
     for (const std::string& name : contexts) {
-        findings.push_back(examine_context(name, processes));
+        findings.push_back(examine_context(name, system));
     }
     return findings;
 }

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "finding.h"
-#include "process_table.h"
 #include "registry.h"
+#include "system_view.h"
 
 namespace vaskctl {
 
@@ -16,16 +16,16 @@ constexpr char shared_record_object[] = "shared-record";
 constexpr char registry_object_prefix[] = "registry:";
 constexpr char context_object_prefix[] = "context:";
 
-finding examine_library_lock(const process_table& processes);
+finding examine_library_lock(const system_view& system);
 
 // The lock's verdict decides whether a record in the middle of a change is still being changed.
-finding examine_registry(const std::string& name, const process_table& processes, verdict of_lock);
+finding examine_registry(const std::string& name, const system_view& system, verdict of_lock);
 
 // The shared record, or another object of that kind.
-finding examine_context(const std::string& name, const process_table& processes);
+finding examine_context(const std::string& name, const system_view& system);
 
 // All objects of the library that there are: the lock, the registries, the record, the others.
-std::vector<finding> examine_system(const process_table& processes);
+std::vector<finding> examine_system(const system_view& system);
 
 // The worst of them.
 verdict worst_of(const std::vector<finding>& findings);

@@ -20,6 +20,9 @@ void append(std::vector<log_entry>& all, const std::vector<log_entry>& more) {
 
 log_file::log_file(const std::string& path) : m_path(path) {
     open_file();
+    if (S_ISDIR(m_facts.st_mode)) {
+        throw complaint(status_usage, printable(path) + " is a directory");
+    }
     if (!m_file) {
         throw complaint(status_failed, printable(path) + " cannot be opened: " + strerror(errno));
     }

@@ -130,10 +130,10 @@ int run_repair(const std::vector<std::string>& words) {
         throw complaint(status_usage, "--json needs --yes or --dry-run: it cannot ask");
     }
 
-    const process_table processes;
+    const system_view system;
     bool has_failed = false;
     bool has_plan = false;
-    for (const finding& found : choose(examine_system(processes), line.words())) {
+    for (const finding& found : choose(examine_system(system), line.words())) {
         const repair_plan plan = plan_repair(found);
         const bool is_of_interest = found.its_verdict != verdict::healthy || !plan.steps.empty();
         if (!is_of_interest) {

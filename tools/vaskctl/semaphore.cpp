@@ -122,14 +122,14 @@ sem_evidence examine(const semaphore& examined, const process_table& processes) 
     return {was_hindered ? verdict::unknown : verdict::held, seen.text, seen.users};
 }
 
-void judge_semaphore(const std::string& name, const process_table& processes, finding& found) {
+void judge_semaphore(const std::string& name, const system_view& system, finding& found) {
     const semaphore examined(name);
     if (!examined.file().exists()) {
         return;
     }
     finding_file file = describe_file(examined.file());
     file.value = examined.value();
-    for (const shm_mapping& mapping : mapping_table().of(examined.file().facts())) {
+    for (const shm_mapping& mapping : system.mappings.of(examined.file().facts())) {
         file.mapped_by.insert(mapping.pid);
     }
     found.files.push_back(file);
@@ -140,7 +140,7 @@ void judge_semaphore(const std::string& name, const process_table& processes, fi
         found.judge(verdict::unknown, "its semaphore belongs to " + file.owner +
                                           " and cannot be read: ask again as that user");
     } else if (*file.value == 0) {
-        const sem_evidence evidence = examine(examined, processes);
+        const sem_evidence evidence = examine(examined, system.processes);
         if (evidence.its_verdict == verdict::healthy) {
             found.files.back().value = examined.value();
         } else {

@@ -9,6 +9,7 @@
 #include "finding.h"
 #include "process_table.h"
 #include "shared_file.h"
+#include "system_view.h"
 
 namespace vaskctl {
 
@@ -45,7 +46,7 @@ struct sem_evidence {
 sem_evidence examine(const semaphore& examined, const process_table& processes);
 
 // Adds a semaphore to a finding.
-void judge_semaphore(const std::string& name, const process_table& processes, finding& found);
+void judge_semaphore(const std::string& name, const system_view& system, finding& found);
 
 }  // namespace vaskctl
 

@@ -156,13 +156,13 @@ int run_status(const std::vector<std::string>& words) {
     line.parse(words);
     line.expect_words(0, 0);
 
-    const process_table processes;
-    const std::vector<finding> findings = examine_system(processes);
+    const system_view system;
+    const std::vector<finding> findings = examine_system(system);
     if (line.json) {
         print_json(findings);
     } else {
         for (const finding& found : findings) {
-            print_text(found, processes);
+            print_text(found, system.processes);
         }
         if (findings.empty() && line.has_legend()) {
             printf("There are no shared objects: nobody has registered or used the record.\n");
