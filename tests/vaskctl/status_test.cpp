@@ -2,7 +2,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <thread>
 
@@ -281,20 +280,17 @@ TEST_F(vaskctl_status, Says_whose_processes_it_cannot_look_into) {
                                     "root cannot be looked into: ask again as root\n"));
 }
 
-TEST_F(vaskctl_status, Of_200_processes_takes_less_than_half_a_second) {
+TEST_F(vaskctl_status, Of_200_processes_needs_less_than_half_a_second) {
     std::vector<std::unique_ptr<record_user>> users;
     for (int i = 0; i < 200; ++i) {
         users.push_back(std::make_unique<record_user>([] { wait_for_a_signal(); }));
         registry_object("program" + std::to_string(i % 10)).append(users.back()->pid(), i + 1U);
     }
-    using clock = std::chrono::steady_clock;
-    // The machine may be busy with something else at any one time.
-    EXPECT_TRUE(wait_until([] {
-        const auto begin = clock::now();
-        const int status = run_tool({"status"}).status;
-        return status == 0 &&
-               clock::now() - begin < std::chrono::milliseconds(500) * timeout_factor();
-    }));
+    EXPECT_EQ(run_tool({"status", "--json"}).status, 0);
+    // Not by the clock: the machine may be busy with something else.
+    const double before = processor_seconds_of_tools();
+    run_tool({"status"});
+    EXPECT_LT(processor_seconds_of_tools() - before, 0.5 * timeout_factor());
 }
 
 TEST_F(vaskctl_status, Is_one_line_of_json) {

@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -103,6 +104,13 @@ tool_result run_tool_evened(const std::vector<std::string>& words, const tool_se
 std::vector<std::string> patient(std::vector<std::string> words) {
     words.push_back("--timeout=30000");
     return words;
+}
+
+double processor_seconds_of_tools() {
+    rusage used = {};
+    getrusage(RUSAGE_CHILDREN, &used);
+    return static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
+           static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec) / 1e6;
 }
 
 parsed_json::parsed_json(const std::string& text) : m_parser(json_parser_new()) {

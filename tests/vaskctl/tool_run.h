@@ -39,6 +39,9 @@ tool_result run_tool_evened(const std::vector<std::string>& words,
 /** The words for a run that waits patiently for slow machines. */
 std::vector<std::string> patient(std::vector<std::string> words);
 
+/** What all runs so far, and other processes that were waited for, have taken of the processor. */
+double processor_seconds_of_tools();
+
 /** One JSON value of the output. */
 class parsed_json {
 public:

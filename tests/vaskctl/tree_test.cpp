@@ -2,8 +2,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
-
 #include "child/served_child.h"
 #include "controller/idle_process.h"
 #include "foundation/registry_object.h"
@@ -255,7 +253,7 @@ TEST_F(vaskctl_tree, Lists_what_can_be_a_target) {
               (tool_result{0, pid + "\nwanted_child\nwanted_child:7\n", ""}));
 }
 
-TEST_F(vaskctl_tree, Of_200_children_takes_less_than_half_a_second) {
+TEST_F(vaskctl_tree, Of_200_children_needs_less_than_half_a_second) {
     std::vector<std::unique_ptr<silent_process>> children;
     for (int i = 0; i < 200; ++i) {
         children.push_back(std::make_unique<silent_process>(test_program("controller_child"),
@@ -265,14 +263,10 @@ TEST_F(vaskctl_tree, Of_200_children_takes_less_than_half_a_second) {
         wait_until_on_bus(child->pid());
     }
     children.front()->send(SIGSTOP);
-    using clock = std::chrono::steady_clock;
-    std::string output;
-    // The machine may be busy with something else at any one time.
-    const bool is_fast = wait_until([&] {
-        const auto begin = clock::now();
-        output = run_tool({"--no-legend"}).output;
-        return clock::now() - begin < std::chrono::milliseconds(500) * timeout_factor();
-    });
-    EXPECT_TRUE(is_fast);
+    const std::string output = run_tool(patient({"--no-legend"})).output;
     EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 200);
+    // Not by the clock: the machine may be busy with something else.
+    const double before = processor_seconds_of_tools();
+    run_tool({"tree"});
+    EXPECT_LT(processor_seconds_of_tools() - before, 0.5 * timeout_factor());
 }
