@@ -109,8 +109,8 @@ int run_call(const std::vector<std::string>& words) {
     command_line line("call", "TARGET COMMAND [ARGUMENT]",
                       "Sends a command to a child and prints its reply. TARGET is a process id, a "
                       "program or PROGRAM:KEY,\nCOMMAND a number.\n\nThe exit status is 3 when "
-                      "there is no such child, 4 when it refuses, 5 when it does not reply\nin "
-                      "time, 6 without a session bus.");
+                      "there is no such child, 4 when it refuses, 5 when it has not replied "
+                      "in time,\n6 without a session bus.");
     int timeout_msec = usual_timeout_msec;
     line.add_number("timeout", "How long to wait for the reply (25000)", "MSEC", &timeout_msec);
     line.parse(words);
