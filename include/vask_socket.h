@@ -387,7 +387,7 @@ protected:
      *  getsockname() on m_sock tells the one that the system has chosen. */
     struct sockaddr_in m_server_addr;
 
-    /** The handler that accepted() calls. Its data pointer is the vask_accepted_info during the call,
+    /** The handler that accepted() calls. Its data pointer is the vask_accepted_info in the call
      *  and null after it. */
     vask_obj_exec_info m_accepted_handler;
 
