@@ -3,6 +3,7 @@
 #include <vask_object.h>
 
 #include <algorithm>
+#include <regex>
 
 #include "met_children.h"
 #include "support/log_catcher.h"
@@ -14,8 +15,13 @@ namespace {
 
 resource_count resources() {
     resource_count result = resource_count::take();
-    // The one of the ready instance is another one each time.
+    // The one of the ready instance is another one each time, and the source that waits for its end
+    // has its process id in the name.
     result.children.clear();
+    for (std::string& source : result.sources) {
+        source = std::regex_replace(source, std::regex("child \\d+"), "child");
+    }
+    std::sort(result.sources.begin(), result.sources.end());
     return result;
 }
 

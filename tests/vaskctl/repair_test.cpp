@@ -265,7 +265,7 @@ TEST_F(vaskctl_repair, Mends_what_a_registration_leaves_that_is_killed_anywhere)
 }
 
 TEST_F(vaskctl_repair, Mends_what_a_record_leaves_whose_maker_is_killed_anywhere) {
-    const auto begin_anew = [this] {
+    const auto begin_anew = [] {
         vask_object::m_shared_info->unmap_shared_info(false);
         for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
             std::filesystem::remove(entry.path());
