@@ -11,6 +11,7 @@
 #include "running_system.h"
 #include "shared_info/shared_objects.h"
 #include "support/main_loop.h"
+#include "support/sanitizers.h"
 #include "support/timeout_factor.h"
 #include "vask_object.h"
 
@@ -281,6 +282,9 @@ TEST_F(vaskctl_status, Says_whose_processes_it_cannot_look_into) {
 }
 
 TEST_F(vaskctl_status, Of_200_processes_needs_less_than_half_a_second) {
+#ifdef VASK_TEST_HAS_ADDRESS_SANITIZER
+    GTEST_SKIP() << "A sanitizer needs more.";
+#endif
     std::vector<std::unique_ptr<record_user>> users;
     for (int i = 0; i < 200; ++i) {
         users.push_back(std::make_unique<record_user>([] { wait_for_a_signal(); }));

@@ -8,6 +8,7 @@
 #include "programs/controller_child_commands.h"
 #include "running_system.h"
 #include "support/main_loop.h"
+#include "support/sanitizers.h"
 #include "support/timeout_factor.h"
 
 using namespace vask_test;
@@ -254,6 +255,9 @@ TEST_F(vaskctl_tree, Lists_what_can_be_a_target) {
 }
 
 TEST_F(vaskctl_tree, Of_200_children_needs_less_than_half_a_second) {
+#ifdef VASK_TEST_HAS_ADDRESS_SANITIZER
+    GTEST_SKIP() << "A sanitizer needs more.";
+#endif
     std::vector<std::unique_ptr<silent_process>> children;
     for (int i = 0; i < 200; ++i) {
         children.push_back(std::make_unique<silent_process>(test_program("controller_child"),
