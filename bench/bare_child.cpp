@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The least that a parent can meet on the bus: a child made of libdbus alone, which answers
 // Command(id, argument) with the argument.
 

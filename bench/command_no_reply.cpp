@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Commands without a reply, until the child has handled the last one: each batch ends with a
 // command that asks the child how many it has counted.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // One command and its reply, from the same running child, by the library and by what an
 // application would call instead.
 

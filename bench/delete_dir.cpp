@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Removing directories: wide, deep, and both.
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A diagnostic message: printed, against the two printf and the fflush that write the same line,
 // and suppressed, against a call that does nothing.
 

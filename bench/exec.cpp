@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Calls that are made later: 1000 idle calls of one object, one idle call, and timers.
 
 #include <glib.h>

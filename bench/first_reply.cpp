@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // From the start of a child until the parent holds the reply to its first command.
 
 #include <glib.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_BENCH_LIBDBUS_CALLER_H
 #define VASK_BENCH_LIBDBUS_CALLER_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What it costs a program that the library is loaded: time and page faults of its start, and the
 // memory of a child that waits for commands.
 

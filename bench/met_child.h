@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_BENCH_MET_CHILD_H
 #define VASK_BENCH_MET_CHILD_H
 

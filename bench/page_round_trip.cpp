@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A command and its reply, from the script of a page in a browser engine, through the sample
 // plug-in, to the plug-in's child; against the same command from a program of its own.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A script's call of a method, against a map that a plug-in would look names up in by itself; and a
 // new element's instance, from the queue of preloaded ones and made on the spot.
 

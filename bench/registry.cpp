@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Finding a process in the registry, against the calls it is made of and against a scan of the
 // process table; and registering beside others that do the same.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // An access to the shared record, against the semaphore calls it is made of and against a robust
 // mutex; and the first access.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Serving connections: each is accepted, has its requests answered, and is closed by its peer.
 
 #include <gio/gio.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Answering the requests of a peer with the same bytes.
 
 #include <gio/gio.h>

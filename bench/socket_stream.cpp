@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Taking a stream in requests of one size, each into a buffer of its own.
 
 #include <gio/gio.h>

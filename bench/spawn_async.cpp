@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Starting a program from a small parent and from one with much touched memory.
 
 #include <glib.h>

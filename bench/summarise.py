@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Prints one table from the JSON results of the benchmark programs.
 
 Benchmarks are named "group/competitor". Within a group, ratios are taken to the competitor whose

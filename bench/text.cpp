@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Cutting up and cleaning a text of 64 KiB.
 
 #include <glib.h>

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 # Compiler and linker flags that every target of this project is built with.
 
 add_compile_options(-Wall -Wextra)

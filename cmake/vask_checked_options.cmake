@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 # Refuses here what would only fail for users of the library, later and in other words.
 # VASK_BUS_PATH_PREFIX is the bus prefix as the beginning of an object path.
 

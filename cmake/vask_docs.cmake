@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 # The target vask_docs makes the documentation for a browser, beginning with docs/html/index.html in the
 # build directory: the manual and the reference of the public headers. A warning is an error.
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 # What is installed: the library, its headers, the bus interface, the manual page, and what other
 # builds find it by.
 

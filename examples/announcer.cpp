@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Announces something every second, to all who listen on a port of the network.
 //
 // usage: announcer PORT TEXT [TIMES [ADDRESS]]

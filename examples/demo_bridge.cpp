@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include "demo_bridge.h"
 
 #include "demo_protocol.h"

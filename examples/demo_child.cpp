@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The child of the demonstration: what an application on vask_child looks like.
 
 #include <glib.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A command-line tool for the children of the demonstration, whoever has started them.
 
 #include <stdio.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The parent of the demonstration. It tells its own story, step by step, and checks for every step
 // that what it tells has really happened; the first step for which that is not so ends it.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef DEMO_STAGE_H
 #define DEMO_STAGE_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Sends the lines of its standard input to an echo server, one after the other, and prints what
 // comes back.
 //

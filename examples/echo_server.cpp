@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Sends every line back to whoever it came from.
 //
 // usage: echo_server [PORT]

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include <glib.h>
 #include <stdio.h>
 #include <vask_app_bridge.h>

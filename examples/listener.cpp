@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Prints the announcements that come to a port, and who made them.
 //
 // usage: listener [PORT [TIMES]]

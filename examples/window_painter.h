@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef WINDOW_PAINTER_H
 #define WINDOW_PAINTER_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_NP_BASE_H
 #define VASK_NP_BASE_H
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 # Builds for ARM of 64 bits on another machine.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 # What the toolchain files of this folder share: the GNU compilers called VASK_TARGET-gcc and -g++, and
 # the libraries of that machine. These come from
 #

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Makes pages for a browser of the start page, the manual and what belongs to them.
 
 usage: make_pages.py SOURCES OUTPUT VERSION

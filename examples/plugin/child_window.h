@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef CHILD_WINDOW_H
 #define CHILD_WINDOW_H
 

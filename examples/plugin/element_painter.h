@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef ELEMENT_PAINTER_H
 #define ELEMENT_PAINTER_H
 

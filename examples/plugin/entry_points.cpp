@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What the browser finds in the shared object. Each function hands its call on, to the factory or
 // to the instance behind the NPP, and lets no exception out.
 

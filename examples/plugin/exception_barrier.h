@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef EXCEPTION_BARRIER_H
 #define EXCEPTION_BARRIER_H
 

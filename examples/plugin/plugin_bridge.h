@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef PLUGIN_BRIDGE_H
 #define PLUGIN_BRIDGE_H
 

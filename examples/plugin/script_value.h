@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef SCRIPT_VALUE_H
 #define SCRIPT_VALUE_H
 

@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: 2026 The libvask authors */
+/* SPDX-License-Identifier: MIT */
+
 #ifndef NPAPI_NPRUNTIME_H
 #define NPAPI_NPRUNTIME_H
 

@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: 2026 The libvask authors */
+/* SPDX-License-Identifier: MIT */
+
 #ifndef NPAPI_NPTYPES_H
 #define NPAPI_NPTYPES_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include "bridge/vask_child_farewell.h"
 
 #include <dbus/dbus-glib-lowlevel.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_CHILD_FAREWELL_H
 #define VASK_CHILD_FAREWELL_H
 

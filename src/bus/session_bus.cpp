@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include "bus/session_bus.h"
 
 #include <dbus/dbus-glib-lowlevel.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include "child/vask_child_object.h"
 
 #include <dbus/dbus-glib.h>

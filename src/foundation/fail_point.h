@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_FAIL_POINT_H
 #define VASK_FAIL_POINT_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_PID_ARRAY_VIEW_H
 #define VASK_PID_ARRAY_VIEW_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_SIGNAL_BLOCK_H
 #define VASK_SIGNAL_BLOCK_H
 

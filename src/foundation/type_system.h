@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_TYPE_SYSTEM_H
 #define VASK_TYPE_SYSTEM_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include "vask_np_base.h"
 
 NPError vask_np_base::GetURL(NPP npp, const char* url, const char* target) {

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include "socket/sigpipe_guard.h"
 
 #include "socket/socket_channel.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_SIGPIPE_GUARD_H
 #define VASK_SIGPIPE_GUARD_H
 

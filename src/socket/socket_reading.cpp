@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // How a read request ends: the watch no longer serves it, its time-out is gone and their ids are
 // cleared before the handler is called, because the handler may set the next request or delete the
 // socket. After read_done() nothing of the object is touched.

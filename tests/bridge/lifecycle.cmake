@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 vask_add_test_program(NAME lifecycle_probe SOURCES ../programs/lifecycle_probe.cpp)
 
 vask_add_test_objects(NAME lifecycle_support SOURCES lifecycle_support.cpp lifecycle_sigterm.cpp)

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What a child has given to the bus before its end.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Outside of run(), what a child calls may delete the child.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The bus library hands out a connection that was lost and is not dispatched any more.
 
 #include <dbus/dbus-glib-lowlevel.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include <dbus/dbus-glib.h>
 #include <glib-object.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Applications that were built against an earlier library call virtual operations by their slots.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // To whom a call goes that names nobody.
 
 #include <gmock/gmock.h>

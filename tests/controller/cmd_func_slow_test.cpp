@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A child that does not answer: the bus library's time-out is about 25 s.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The session bus goes away under a controller.
 
 #include <dbus/dbus-glib-lowlevel.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What the process table may contain, in a table made for the purpose.
 
 #include <dirent.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What a tool initialises: the calls are counted here and go on to the libraries.
 
 #include <dbus/dbus-glib.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A whole run of a tool: what is printed, what is done, and the exit status.
 
 #include <errno.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Built together with the tool's source, with a log domain of the build.
 
 #include <glib.h>

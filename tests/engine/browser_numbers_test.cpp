@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Whether the engine means the same by a number as the headers do.
 
 #include <npapi/npfunctions.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Shows a page of the sample plug-in in a real browser engine.
 
 #include <cstdio>

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 # A browser in a library, for tests and benchmarks of the sample plug-in. There is no such target
 # without QtWebKit. Who links it depends on demo_plugin as well.
 #

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // For sanitizers, whose functions a plug-in that is bound deeply would go past.
 
 #include <dlfcn.h>

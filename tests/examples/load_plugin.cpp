@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include <dlfcn.h>
 #include <npapi/npfunctions.h>
 #include <stdio.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The library lock with real processes and its real time-out.
 
 #include <gmock/gmock.h>

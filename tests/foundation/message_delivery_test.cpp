@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A message arrives whole, whatever standard output is and whoever disturbs the write.
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A writer is killed at every place of a registration, and the next writer and a reader come by.
 // The library's own waiting times are shortened.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Many processes that register at once, and some that are killed meanwhile.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A program that forks without exec keeps the recorded process id of its parent.
 
 #include <gmock/gmock.h>

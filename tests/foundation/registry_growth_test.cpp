@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Registries that outgrow a page of memory, with entries that all count as alive.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What lies in the shared object, byte by byte: other processes with other builds of the library
 // read it.
 

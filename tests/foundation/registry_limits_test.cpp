@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Registering and looking up where the surroundings refuse something: a sandbox, limits of memory
 // or file size, a log that nobody reads.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Programs that are started, as applications are, instead of forked tests.
 
 #include <gmock/gmock.h>

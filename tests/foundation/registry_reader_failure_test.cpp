@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What a lookup does when calls fail and when writers never finish.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Records that are never at rest, with the real clock.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A registration is stopped after each of its instructions: a writer may be killed at any of them.
 
 #include <gmock/gmock.h>

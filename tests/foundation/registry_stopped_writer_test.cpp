@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What happens to a registration from outside, at every place of it: a signal, a stop so long that
 // others take the process for dead, a stranger who changes the object.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Objects that no writer has made: whoever may write to /dev/shm can put anything there.
 
 #include <gmock/gmock.h>

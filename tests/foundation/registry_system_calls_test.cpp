@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // How often a lookup enters the kernel, counted from outside.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Every call that a registration makes, failing.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // How often a process enters the kernel to start a child, counted from outside.
 
 #include <features.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Compares what the library decodes by itself with what libsoup 2.4 decodes.
 
 #include "foundation/uri_decode.h"

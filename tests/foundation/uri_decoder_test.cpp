@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Whose decoder converts a file URI. It is chosen once, so every test has a process of its own.
 
 #include <dlfcn.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What processes see that follow each other under a semaphore, in the memory model of C++: a record
 // that one of them has filled in, and a registry that they change one after the other.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Whether the checker allows what C++ allows, shown by the usual small programs.
 
 #include "model/memory_model.h"

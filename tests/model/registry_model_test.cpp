@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The protocol of the process registry in the memory model of C++: every execution of two changes
 // of a record of two entries beside one lookup, and what becomes of it without each of its fences.
 // A fence of the writer has the name of the store that it stands before.

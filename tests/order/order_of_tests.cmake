@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 # Run by CTest for each group of tests: those that take many seconds start first, because one that
 # starts last is waited for alone. Which comes first otherwise is different every time.
 foreach(test IN LISTS tests)

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: abi.sh check|update LIBRARY HEADERS BASELINE SCRATCH_DIRECTORY
 # Compares types, sizes, offsets, virtual tables and functions that the library exports with the
 # baseline, or writes the baseline anew.

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: cmake_package_test.sh CMAKE GENERATOR PREFIX COMPILER DIRECTORY
 # Builds the consumer project with find_package() against the library installed in PREFIX, or built
 # there.

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Passes when every relative link in the documents leads to a file.
 
 usage: document_links.py SOURCE_DIRECTORY

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: dynamic_section_test.sh LIBRARY
 # The library stays in memory once it is loaded, needs no display, and leaves libsoup to those who
 # convert file URIs.

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: embedding_test.sh SOURCES CMAKE GENERATOR COMPILER DIRECTORY VERSION
 # Builds a product with the library's sources in it, which keep to themselves: no test and no installed
 # file of theirs is the product's, unless it asks. Then the product installs the library, too, with the

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: examples_test.sh cmake|pkg_config LIBDIR CMAKE GENERATOR COMPILER EXAMPLES DIRECTORY
 # Builds a copy of the examples against the library installed in LIBDIR and runs the shortest one.
 set -eu

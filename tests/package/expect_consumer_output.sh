@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
 # Sourced: runs the consumer program and compares what it prints, but for the process id.
 
 expect_consumer_output() {

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: exported_symbols.sh check|update NM LIBRARY LIST WORD_SIZE
 # Compares the symbols that the library exports with the list, or writes the list anew.
 set -eu

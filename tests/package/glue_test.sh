@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: glue_test.sh CMAKE GENERATOR SOURCES DIRECTORY
 # Generates sources of the library, in a fresh build tree of one build tool.
 set -eu

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Passes when no public header names a type whose size an application chooses by a macro: on machines
 of 32 bits the library has 64-bit times and file sizes, whoever includes its headers may have others.
 

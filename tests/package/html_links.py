@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Passes when every link of the pages leads to a page, or to a place on one, that is there, no page is
 reached by nobody, and every diagram has become a picture.
 

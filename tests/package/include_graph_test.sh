@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Plants includes that are not allowed into a copy of the sources: each has to be noticed.
 #
 # usage: include_graph_test.sh PYTHON SOURCE_DIRECTORY SCRATCH_DIRECTORY

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: lean_programs_test.sh LIBDIR COMPILER EXAMPLES DIRECTORY
 # Builds a child and its parent as products for small machines do: for size, as a whole, without type
 # information and exceptions of their own. Classes of theirs derive from classes of the library that

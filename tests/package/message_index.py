@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Compares docs/messages.md with the texts of the sources and of the built library, both ways.
 
 usage: message_index.py INDEX SOURCES [LIBRARY OBJCOPY]

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Compares the atomic accesses and fences of the sources with the argument for their order.
 
 usage: order_labels.py DESIGN SOURCES

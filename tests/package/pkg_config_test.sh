@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: pkg_config_test.sh LIBDIR COMPILER DIRECTORY
 # Builds the consumer program with what pkg-config says of the library installed in LIBDIR.
 set -eu

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: refused_options_test.sh SOURCES CMAKE GENERATOR COMPILER DIRECTORY REASON OPTION
 # Configuring with this option has to fail, with the reason somewhere in what it prints.
 set -eu

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Passes when every public header, and every class, structure, type and function of the library that
 stands on its own in one, says since which version it is there, and none is from the future. Types of
 other libraries have no mark.

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Passes when each test that a list of skipped tests names is there.
 
 usage: skipped_tests.py LIST TEST_SOURCE_DIRECTORY

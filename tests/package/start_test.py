@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
 """Starts an empty program that is linked to the library, beside one that is linked to dbus-glib,
 GObject and the C++ library alone. The first maps the library and nothing else beyond the second, and
 touches a few pages more.

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: system_pkg_config_test.sh CMAKE BUILD LIBDIR DIRECTORY
 # Installs into /usr below DIRECTORY, and asks pkg-config as if that were the root: it must name no
 # directory twice that compilers search anyway. LIBDIR is relative to the prefix.

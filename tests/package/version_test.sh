@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: version_test.sh VERSION SOURCES BUILD
 # The version is that of project() in CMakeLists.txt; whatever else names one has to name the same.
 set -eu

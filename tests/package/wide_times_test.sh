@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: wide_times_test.sh NM LIBRARY
 # On a machine whose words have 32 bits: the library calls no function of the C library that takes a
 # time or a file state of 32 bits.

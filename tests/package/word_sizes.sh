@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+#
 # Usage: word_sizes.sh DIRECTORY
 # Runs in the world that scripts/test-word-sizes has made: DIRECTORY holds the systems amd64 and i386
 # with the examples of both, and what they share.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Each function of the browser is reached with what the caller gave, and its answer comes back.
 
 #include <gmock/gmock.h>

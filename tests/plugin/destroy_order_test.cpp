@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Query, release, destruction and deallocation of an instance's object, in every order in which a
 // browser can bring them.
 

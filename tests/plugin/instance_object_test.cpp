@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The objects that an instance gives to the browser and asks it for.
 
 #include "recorded_plugin.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Data that the browser streams to an instance, and the end of requests.
 
 #include "recorded_plugin.h"

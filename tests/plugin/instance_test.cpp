@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What an instance answers when no product has overridden anything.
 
 #include "recorded_plugin.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What the library itself does for a script's call: it fetches and frees one name, and takes no
 // memory but for the copy of a name that is too long for std::string's own room.
 

@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: 2026 The libvask authors */
+/* SPDX-License-Identifier: MIT */
+
 /* The plug-in interface is binary: a structure of another size or order would reach the wrong
  * function of the browser, and another number would mean something else to it. This source is only
  * compiled: in C and C++, for 64 and 32 bits, with the headers of X11 and without. */

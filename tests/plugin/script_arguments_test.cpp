@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The test of a script's arguments by their number and types.
 
 #include "recorded_plugin.h"

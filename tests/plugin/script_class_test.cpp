@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The record and the functions through which a browser reaches an object.
 
 #include <cstdio>

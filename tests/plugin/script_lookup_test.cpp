@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // How a script's access to a member finds its handler by name.
 
 #include <stdexcept>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The browser calls the plug-in again, or deletes its object, inside a call of that object.
 
 #include <memory>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A child for many tests: what it does depends on the commands that it gets, and on its arguments.
 
 #include <glib-unix.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // controller_child [KEY]: registers itself if there is a key, says "ready PID", and serves
 // commands.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A tool as a product would be: controls controller_child.
 
 #include <stdio.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Converts a URI while it is loaded, as a static object of a plug-in may.
 
 #include "vask_object.h"

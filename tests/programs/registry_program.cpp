@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // registry_program NAME KEY: registers itself, says "registered" or "refused", and stays until its
 // standard input ends.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // retitled_program TITLE: writes the title over its own argv[0], as daemons do that show what they
 // are at, says "retitled", and stays.
 

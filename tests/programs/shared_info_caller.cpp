@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A library with a static object that uses the shared record from its beginning to its end. Every
 // access finds what the one before has set.
 

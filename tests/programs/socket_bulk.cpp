@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Sends bytes in bulk to a port of this machine or takes them from there, as fast as it can.
 //
 // usage: socket_bulk send|receive PORT BYTES

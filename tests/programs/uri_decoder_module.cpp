@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A library whose decoder is told from any other by what it gives.
 
 #include <cstring>

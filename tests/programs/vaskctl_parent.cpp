@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // vaskctl_parent [--twins] [--deaf] PROGRAM [ARGUMENT...]: a parent whose bridge starts the
 // program, and which runs its main loop until it is killed. A deaf one does not run it.
 

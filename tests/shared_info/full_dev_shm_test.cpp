@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A /dev/shm without room: a write to memory that cannot be had would end the process.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The record keeps what was detected, for all processes.
 
 #include <gmock/gmock.h>

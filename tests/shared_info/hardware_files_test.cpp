@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The files that the kernel provides, and others in their place.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Becomes part of a copy of the library, and is constructed before everything else in it.
 
 #include "support/system_call_mark.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Depends on a copy of the library, and so is constructed directly after it.
 
 #include "support/system_call_mark.h"

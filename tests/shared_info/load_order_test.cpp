@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Static objects of other libraries use the record before the library's own are constructed, and
 // after they are destroyed.
 

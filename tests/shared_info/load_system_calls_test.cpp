@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What the library itself asks of the system while it is loaded.
 
 #include <dlfcn.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Every call of a mapping fails once. The semaphore is given back exactly once, and the line tells
 // the error of the call that failed, whatever the calls after it do to errno.
 

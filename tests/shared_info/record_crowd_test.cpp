@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #include "shared_info/record_crowd.h"
 
 #include <gmock/gmock.h>

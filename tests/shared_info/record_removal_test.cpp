@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The record, or another object, is removed while others wait for its semaphore.
 
 #include <gmock/gmock.h>

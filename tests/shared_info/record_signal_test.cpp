@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Signals that come while the semaphore is held, and while it is waited for.
 
 #include <fcntl.h>

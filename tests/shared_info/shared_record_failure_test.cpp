@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // What is returned and logged where the record cannot be had.
 
 #include <gmock/gmock.h>

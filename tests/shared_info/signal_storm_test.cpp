@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Processes that are ended at random instants while they make, change and detect.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Much data from and to a program that does nothing else.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Descriptors that their host closes behind the library's back.
 
 #include <gmock/gmock.h>

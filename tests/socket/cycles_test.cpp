@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Many connections, one in ten of which is reset half-way.
 
 #include <glib.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASK_TEST_FOREIGN_PROGRAM_H
 #define VASK_TEST_FOREIGN_PROGRAM_H
 

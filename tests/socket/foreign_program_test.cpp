@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Clients and servers that know nothing of the library.
 
 #include "foreign_program.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A request that is set inside the handler of the former one may be served by the same watch. What
 // could tell.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // A connection that comes while the server itself reads from another one.
 
 #include <glib.h>

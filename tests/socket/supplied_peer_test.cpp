@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Descriptors and channels that a subclass supplies.
 
 #include <fcntl.h>

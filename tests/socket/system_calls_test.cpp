@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // How often an echoed request enters the kernel, beside a channel without the library.
 
 #include "support/system_calls.h"

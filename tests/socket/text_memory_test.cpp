@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Memory runs out while encoded text is read.
 
 #include <gmock/gmock.h>

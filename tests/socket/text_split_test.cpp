@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Encoded text that comes in pieces, is cut off, or is none.
 
 #include <glib.h>

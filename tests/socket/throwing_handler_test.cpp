@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Handlers and overrides that throw where the main loop has called them.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // In a separate source, because a compiler that sees both operators warns of malloc and free.
 
 #include "support/counted_memory.h"

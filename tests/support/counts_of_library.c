@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: 2026 The libvask authors */
+/* SPDX-License-Identifier: MIT */
+
 // Part of the library in the coverage build. The function that writes its counts is hidden, so the
 // library hands it to the program, if that is one of the tests.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Part of every test in the coverage build. A process writes its counts when it exits; here it
 // writes them at the other ends at which the library has something to count.
 

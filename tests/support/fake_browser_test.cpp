@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The fake browser notices what would crash a real one, and knows which references are still held.
 
 #include "fake_browser.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Runs this program again, with a list of tests to skip.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // Runs a command as in a container that allows no namespaces and no mounts.
 
 #include <errno.h>

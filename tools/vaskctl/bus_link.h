@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASKCTL_BUS_LINK_H
 #define VASKCTL_BUS_LINK_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASKCTL_COMMAND_LINE_H
 #define VASKCTL_COMMAND_LINE_H
 

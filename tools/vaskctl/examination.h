@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASKCTL_EXAMINATION_H
 #define VASKCTL_EXAMINATION_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASKCTL_LOG_FILE_H
 #define VASKCTL_LOG_FILE_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // vaskctl: shows a running system of parents, children and shared objects, and mends it.
 
 #include <errno.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASKCTL_MAPPING_TABLE_H
 #define VASKCTL_MAPPING_TABLE_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 #ifndef VASKCTL_SYSTEM_VIEW_H
 #define VASKCTL_SYSTEM_VIEW_H
 

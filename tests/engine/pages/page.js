@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
 // The plug-in's calls of listeners, in order: each the listener's name and what it was called with.
 var heard = [];
 
