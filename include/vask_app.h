@@ -164,6 +164,7 @@ protected:
     std::vector<std::string> m_args;
 
 private:
+    // The argument that many places behind the iterator; null after a line when there is none.
     VASK_HIDDEN const std::string* arg_at(int off) const;
 };
 

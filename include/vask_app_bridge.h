@@ -131,6 +131,7 @@ public:
 private:
     friend class vask_app_bridge;
 
+    // What the bus calls for a signal of the child; user_data is the vask_child_proxy.
     VASK_HIDDEN static void _child_signal(DBusGProxy* proxy, int signal_id, const char* data,
                                           void* user_data);
 
@@ -588,17 +589,29 @@ protected:
     int m_main_worker_index;
 
 private:
+    // What the bus calls for a new owner of any name.
     VASK_HIDDEN static void _name_owner_changed(DBusGProxy* proxy, const char* name,
                                                 const char* old_owner, const char* new_owner,
                                                 void* bridge);
 
+    // Starts a child in an empty slot.
     VASK_HIDDEN bool spawn_worker(int slot, const strlist& argv, const strlist& environment);
+
+    // Tells one worker of a name's new owner. False when the worker is not on the bus afterwards.
     VASK_HIDDEN bool meet_child(vask_child_proxy* child, const char* name, const char* old_owner,
                                 const char* new_owner);
+    // The child with this process id, or null.
     VASK_HIDDEN vask_child_proxy* find_child(int pid) const;
+
+    // Deletes a child that has ended and calls child_exit_cb() or child_crash_cb(), which may
+    // delete this bridge. The one for C lets no exception through.
     VASK_HIDDEN void report_end_for_c(vask_child_proxy* child, int pid);
     VASK_HIDDEN void report_end(vask_child_proxy* child, int pid);
+
+    // False when the child has outlived the time-out; 0 is none.
     VASK_HIDDEN bool wait_for_end(const vask_child_proxy& child, unsigned int timeout_ms) const;
+
+    // Logs a failure and, unless err is null, stores it there. Returns false.
     VASK_HIDDEN bool report_failure(vask_print_level level, vask_error_code_t code,
                                     const std::string& message, vask_error* err) const;
 

@@ -203,6 +203,7 @@ protected:
 private:
     friend class vask_child_state;
 
+    // Takes the child's name and registers its object on the session bus; a failure is one line.
     VASK_HIDDEN void join_bus();
 
     // What derived classes need not see; never null, and this object's for its whole life.

@@ -134,6 +134,7 @@ protected:
     int m_pid;
 
 private:
+    // Leaves m_proxy null.
     VASK_HIDDEN void release_proxy();
 };
 
@@ -234,6 +235,8 @@ protected:
     std::vector<std::string> m_help_lines;
 
 private:
+    // The child of --pid, or else the first of pids, which is not empty. False after a text when
+    // --pid is not among them.
     VASK_HIDDEN bool choose_target(const std::vector<int>& pids, int& target);
 };
 

@@ -222,6 +222,7 @@ public:
     ///@}
 
 private:
+    // Makes the scriptable object, with a reference for the browser.
     VASK_HIDDEN NPError get_scriptable(NPP for_npp, NPObject** object);
 };
 

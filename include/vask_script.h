@@ -268,6 +268,8 @@ private:
     // What derived classes need not see; null until delete_jscb_map() is called.
     std::unique_ptr<vask_script_state> m_state;
 
+    // Logs a member's name behind the signature and returns it. Throws std::logic_error for a
+    // member that is a number.
     VASK_HIDDEN std::string name_of(NPIdentifier name, const char* signature);
 };
 
