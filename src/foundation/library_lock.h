@@ -34,7 +34,8 @@ public:
 
 private:
     sem_t* const m_held;
-    const std::string m_path;
+    const std::string m_path;  // of the semaphore's file
+    // Of the held semaphore's file; 0 where that is unknown. Then its handle is compared each time.
     dev_t m_device = 0;
     ino_t m_number = 0;
 };

@@ -19,7 +19,7 @@ public:
 private:
     friend class life_mark;
 
-    life_mark* m_innermost = nullptr;
+    life_mark* m_innermost = nullptr;  // null when there is none
 };
 
 // Tells a function of an object whether what it has called has deleted the object. A local
@@ -57,7 +57,7 @@ private:
     }
 
     life_mark** m_innermost;  // the object's first link of the chain; null once the object is gone
-    life_mark* m_outer;
+    life_mark* m_outer;       // the mark that was there before, or null
 };
 
 inline life_marks::~life_marks() {

@@ -30,7 +30,7 @@ public:
 private:
     bool map(int fd, std::size_t size, int flags);
 
-    void* m_address = nullptr;
+    void* m_address = nullptr;  // null while nothing is mapped
     std::size_t m_size = 0;
 };
 

@@ -85,10 +85,10 @@ private:
     void lock_file() const;
 
     const char* const m_name;
-    const std::string m_path;
+    const std::string m_path;  // of the semaphore's file
     // No descriptor where the C library keeps its semaphores elsewhere.
     unique_fd m_file;
-    sem_t* m_handle;
+    sem_t* m_handle;  // null after a failure, release() or close_and_remove()
 };
 
 #endif

@@ -75,11 +75,11 @@ private:
 
     const library_lock_watch m_lock;
     unique_fd m_object;
-    memory_mapping m_mapping;
+    memory_mapping m_mapping;              // shows that the object can be mapped, nothing else
     std::size_t m_entry_count = 0;         // found in the object; not read a second time
     std::vector<pid_array_entry> m_found;  // those entries and the unused one behind them
-    std::vector<unsigned char> m_copy;
-    std::uint32_t m_sequence = 0;
+    std::vector<unsigned char> m_copy;     // the bytes of array()
+    std::uint32_t m_sequence = 0;          // odd: what begin() has stored
     outcome m_outcome;
 };
 

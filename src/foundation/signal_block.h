@@ -27,7 +27,7 @@ public:
     void unblock();
 
 private:
-    sigset_t m_former;
+    sigset_t m_former;  // this thread's mask before block(), while it blocks
     bool m_blocks = false;
 };
 

@@ -58,8 +58,8 @@ private:
     bool fail(const std::string& entry);
 
     std::vector<level> m_levels;  // the directory itself first
-    std::vector<char> m_buffer;
-    std::string m_failed_entry;
+    std::vector<char> m_buffer;   // for the entries of one read
+    std::string m_failed_entry;   // its name in the innermost level
     bool m_failed_to_open = false;
     int m_error = 0;
 };

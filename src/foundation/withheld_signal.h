@@ -17,9 +17,9 @@ public:
     withheld_signal& operator=(const withheld_signal&) = delete;
 
 private:
-    sigset_t m_signal;
-    sigset_t m_former;
-    bool m_takes;
+    sigset_t m_signal;  // that one signal
+    sigset_t m_former;  // this thread's mask before
+    bool m_takes;       // the destructor takes the signal away
 };
 
 #endif

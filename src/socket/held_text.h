@@ -17,7 +17,7 @@ public:
     held_text(const held_text&) = delete;
     held_text& operator=(const held_text&) = delete;
 
-    // Null for raw bytes. What is held is looked at anew when it changes.
+    // Null for raw bytes. When the encoding changes, what is held is examined again.
     void set_encoding(const char* encoding);
 
     void append(const char* data, gsize count);
@@ -26,17 +26,17 @@ public:
     // one; 0 when more is needed.
     gsize whole() const { return m_whole; }
 
-    // Gives what there is to the decoder, which keeps what is not whole for itself; it is
-    // still counted here. Returns the number of bytes that it has not been given before.
+    // Copies what the decoder shall have and was not given yet; returns how much that is. Of that
+    // the decoder keeps what is not whole, which is still counted here.
     gsize take(char* data);
 
     gsize size() const { return m_bytes.size(); }
 
-    // What comes next is no text, whatever follows.
+    // The next bytes are not text, whatever follows them.
     bool is_bad() const { return m_is_bad && m_whole == 0; }
     void give_up() { m_is_bad = true; }
 
-    // The stream is over, and with it a character that is not whole or waits for the next one.
+    // At the stream's end: whether it has cut a character, or one that waits for the next one.
     bool is_cut();
 
 private:
@@ -46,17 +46,17 @@ private:
     void convert();
 
     std::string m_bytes;
-    std::string m_encoding;
+    std::string m_encoding;  // empty for raw bytes
     bool m_is_raw = true;
     GIConv m_converter = nullptr;
-    // The converter has seen that many of the bytes. The bytes behind m_whole have only changed its
+    // How many of the bytes the converter has seen. Those behind m_whole have only changed its
     // state.
     gsize m_seen = 0;
     gsize m_whole = 0;
-    // So many of the first bytes wait where they are decoded.
+    // How many of the first bytes the decoder has been given and keeps.
     gsize m_given = 0;
-    bool m_is_bad = false;
-    bool m_is_cut = false;
+    bool m_is_bad = false;  // the bytes behind m_whole are not text
+    bool m_is_cut = false;  // is_cut() was true; it resets the converter
 };
 
 #endif

@@ -26,7 +26,7 @@ public:
     int fd() const { return m_fd; }
 
     // Null until there is one; owned. A further one takes the place of the former for all sockets.
-    // To set one claims the descriptor.
+    // Setting one claims the descriptor.
     GIOChannel* channel() const { return m_channel; }
     void set_channel(GIOChannel* channel);
 
@@ -49,9 +49,9 @@ public:
 
 private:
     const int m_fd;
-    GIOChannel* m_channel;
+    GIOChannel* m_channel;  // owned; null until there is one
     bool m_is_claimed;
-    std::vector<vask_socket_inside*> m_sockets;
+    std::vector<vask_socket_inside*> m_sockets;  // all that stand on the connection
 };
 
 #endif
