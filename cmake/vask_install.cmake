@@ -59,6 +59,6 @@ install(CODE "
     if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
         set(pc_file \"\$ENV{DESTDIR}/usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig/vask.pc\")
         file(READ \${pc_file} pc_text)
-        string(REGEX REPLACE \"^prefix=[^\n]*\" \"prefix=/usr\" pc_text \"\${pc_text}\")
+        string(REGEX REPLACE \"\nprefix=[^\n]*\" \"\nprefix=/usr\" pc_text \"\${pc_text}\")
         file(WRITE \${pc_file} \"\${pc_text}\")
     endif()")
