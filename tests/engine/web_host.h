@@ -34,7 +34,7 @@ public:
     std::string run(const std::string& script);
 
     /** Lets the page live until the condition holds; false when the deadline comes first. */
-    bool wait_until(const std::function<bool()>& condition, int deadline_msec = 30000);
+    bool wait_until(const std::function<bool()>& condition, int deadline_msec = 120000);
 
     /** The same with an expression in the page, which must become true. */
     bool wait_until(const std::string& script);

@@ -42,6 +42,8 @@ TEST_F(vaskctl_monitor, Shows_all_that_passes_between_a_child_and_others) {
     served.command(CONTROLLER_CHILD_FAIL, "");
     served.command_without_reply(CONTROLLER_CHILD_ECHO, "a\nb");
     served.set_window(1, 2, 3, 4, 0x50);
+    // A process that is gone has no name any more.
+    ASSERT_TRUE(monitor.wait_for_output("size 3x4"));
     child->kill_now();
     ASSERT_TRUE(monitor.wait_for_output("leaves the bus\n"));
     const std::string lines =
