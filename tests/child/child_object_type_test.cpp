@@ -13,21 +13,13 @@
 
 #include "bus/vask_marshal.h"
 #include "child/vask_child_object.h"
+#include "child_marshallers.h"
 #include "glib_log_catcher.h"
 #include "support/interpose.h"
 
 using namespace vask_test;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-extern "C" {
-void dbus_glib_marshal_vask_child_BOOLEAN__INT_STRING_POINTER_POINTER(GClosure*, GValue*, guint,
-                                                                      const GValue*, gpointer,
-                                                                      gpointer);
-void dbus_glib_marshal_vask_child_BOOLEAN__INT_INT_INT_INT_UINT_POINTER(GClosure*, GValue*, guint,
-                                                                        const GValue*, gpointer,
-                                                                        gpointer);
-}
 
 static_assert(offsetof(_VaskChild, owner) == sizeof(GObject), "nothing between the two");
 static_assert(sizeof(_VaskChild) == sizeof(GObject) + sizeof(void*), "one pointer");

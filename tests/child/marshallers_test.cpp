@@ -9,20 +9,12 @@
 #include <vector>
 
 #include "bus/vask_marshal.h"
+#include "child_marshallers.h"
 #include "glib_log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-extern "C" {
-void dbus_glib_marshal_vask_child_BOOLEAN__INT_STRING_POINTER_POINTER(GClosure*, GValue*, guint,
-                                                                      const GValue*, gpointer,
-                                                                      gpointer);
-void dbus_glib_marshal_vask_child_BOOLEAN__INT_INT_INT_INT_UINT_POINTER(GClosure*, GValue*, guint,
-                                                                        const GValue*, gpointer,
-                                                                        gpointer);
-}
 
 namespace {
 
