@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <array>
 #include <new>
 #include <string>
 
@@ -81,6 +82,59 @@ bool call_method(NPObject* object, const char* method, const NPVariant* args, ui
     return object->_class->invoke(object, &name, args, count, &result);
 }
 
+void ask_for_name(void* plugin) {
+    const char* plugin_name = nullptr;
+    entry_point<NPError(void*, NPPVariable, void*)>(plugin, "NP_GetValue")(
+        nullptr, NPPVpluginNameString, &plugin_name);
+    puts(plugin_name);
+}
+
+NPObject* ask_for_object(const NPPluginFuncs& functions, NPP npp) {
+    NPObject* object = nullptr;
+    is_out_of_memory = true;
+    printf("out of memory: error %d\n",
+           functions.getvalue(npp, NPPVpluginScriptableNPObject, &object));
+    is_out_of_memory = false;
+    functions.getvalue(npp, NPPVpluginScriptableNPObject, &object);
+    return object;
+}
+
+// Returns the arguments of a page that registers the function, or removes it.
+std::array<NPVariant, 2> registration_of(NPObject* function) {
+    std::array<NPVariant, 2> args;
+    STRINGZ_TO_NPVARIANT("counted", args[0]);
+    OBJECT_TO_NPVARIANT(function, args[1]);
+    return args;
+}
+
+void count(NPObject* object) {
+    NPVariant by;
+    INT32_TO_NPVARIANT(5, by);
+    call_method(object, "count", &by, 1);
+}
+
+void count_with_and_without_callback(NPObject* object, NPObject* function) {
+    const std::array<NPVariant, 2> registration = registration_of(function);
+    call_method(object, "attachEvent", registration.data(), 2);
+    count(object);
+    call_method(object, "detachEvent", registration.data(), 2);
+    count(object);
+
+    std::string name = "value";
+    NPVariant value;
+    object->_class->getProperty(object, &name, &value);
+    printf("value %d, callback held %u times\n", NPVARIANT_TO_INT32(value),
+           function->referenceCount);
+}
+
+void remove_by_another_function(NPObject* object, NPObject* function) {
+    NPObject other = {nullptr, 1};
+    call_method(object, "attachEvent", registration_of(function).data(), 2);
+    call_method(object, "detachEvent", registration_of(&other).data(), 2);
+    printf("removed by another function, callback held %u times, the other one %u times\n",
+           function->referenceCount, other.referenceCount);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -91,12 +145,7 @@ int main(int argc, char** argv) {
     }
     NPNetscapeFuncs browser = browser_functions();
     NPPluginFuncs functions = {};
-
-    const char* plugin_name = nullptr;
-    entry_point<NPError(void*, NPPVariable, void*)>(plugin, "NP_GetValue")(
-        nullptr, NPPVpluginNameString, &plugin_name);
-    puts(plugin_name);
-
+    ask_for_name(plugin);
     entry_point<NPError(NPNetscapeFuncs*, NPPluginFuncs*)>(plugin, "NP_Initialize")(&browser,
                                                                                     &functions);
     puts(entry_point<char*()>(plugin, "NP_GetMIMEDescription")());
@@ -104,41 +153,16 @@ int main(int argc, char** argv) {
     _NPP instance = {};
     char type[] = "application/x-counter";
     functions.newp(type, &instance, NP_EMBED, 0, nullptr, nullptr, nullptr);
-    NPObject* object = nullptr;
-    is_out_of_memory = true;
-    printf("out of memory: error %d\n",
-           functions.getvalue(&instance, NPPVpluginScriptableNPObject, &object));
-    is_out_of_memory = false;
-    functions.getvalue(&instance, NPPVpluginScriptableNPObject, &object);
+    NPObject* object = ask_for_object(functions, &instance);
 
     NPObject function = {nullptr, 1};
-    NPVariant registration[2], one[1];
-    STRINGZ_TO_NPVARIANT("counted", registration[0]);
-    OBJECT_TO_NPVARIANT(&function, registration[1]);
-    INT32_TO_NPVARIANT(5, one[0]);
-    call_method(object, "attachEvent", registration, 2);
-    call_method(object, "count", one, 1);
-    call_method(object, "detachEvent", registration, 2);
-    call_method(object, "count", one, 1);
-
-    std::string name = "value";
-    NPVariant value;
-    object->_class->getProperty(object, &name, &value);
-    printf("value %d, callback held %u times\n", NPVARIANT_TO_INT32(value),
-           function.referenceCount);
-
-    NPObject other = {nullptr, 1};
-    NPVariant removal[2] = {registration[0]};
-    OBJECT_TO_NPVARIANT(&other, removal[1]);
-    call_method(object, "attachEvent", registration, 2);
-    call_method(object, "detachEvent", removal, 2);
-    printf("removed by another function, callback held %u times, the other one %u times\n",
-           function.referenceCount, other.referenceCount);
+    count_with_and_without_callback(object, &function);
+    remove_by_another_function(object, &function);
 
     // The page goes on with the object when the instance is gone.
-    call_method(object, "attachEvent", registration, 2);
+    call_method(object, "attachEvent", registration_of(&function).data(), 2);
     functions.destroy(&instance, nullptr);
-    call_method(object, "count", one, 1);
+    count(object);
     release_object(object);
     printf("callback held %u times in the end\n", function.referenceCount);
     entry_point<NPError()>(plugin, "NP_Shutdown")();
