@@ -95,6 +95,21 @@ protected:
         std::ofstream(library_lock::path) << std::string(size, '\0');
     }
 
+    // The first wait finds the semaphore removed.
+    void expect_a_new_lock_after_a_removal() {
+        int waits = 0;
+        wait_for_lock = [&waits](sem_t*, const timespec&) {
+            if (++waits == 1) {
+                sem_unlink(library_lock::name);
+            }
+            return wait_really;
+        };
+        EXPECT_TRUE(object.shm_lock());
+        EXPECT_EQ(waits, 2);
+        EXPECT_EQ(library_lock::value(), 0);
+        EXPECT_THAT(log.lines(), IsEmpty());
+    }
+
     std::vector<timespec> deadlines;
     shared_objects_removed cleanup;
     log_catcher log;
@@ -367,17 +382,7 @@ TEST_F(library_lock_test, That_somebody_else_has_broken_and_made_anew_is_not_bro
 
 TEST_F(library_lock_test, That_is_removed_during_the_wait_is_made_anew) {
     library_lock::create(1);
-    int waits = 0;
-    wait_for_lock = [&waits](sem_t*, const timespec&) {
-        if (++waits == 1) {
-            sem_unlink(library_lock::name);
-        }
-        return wait_really;
-    };
-    EXPECT_TRUE(object.shm_lock());
-    EXPECT_EQ(waits, 2);
-    EXPECT_EQ(library_lock::value(), 0);
-    EXPECT_THAT(log.lines(), IsEmpty());
+    expect_a_new_lock_after_a_removal();
 }
 
 TEST_F(library_lock_test, That_is_broken_lets_nobody_in_when_it_is_posted_late) {
@@ -571,17 +576,7 @@ TEST_F(library_lock_test,
        That_is_removed_during_the_wait_is_made_anew_where_its_file_is_elsewhere) {
     library_lock::create(1);
     file_is_elsewhere = true;
-    int waits = 0;
-    wait_for_lock = [&waits](sem_t*, const timespec&) {
-        if (++waits == 1) {
-            sem_unlink(library_lock::name);
-        }
-        return wait_really;
-    };
-    EXPECT_TRUE(object.shm_lock());
-    EXPECT_EQ(waits, 2);
-    EXPECT_EQ(library_lock::value(), 0);
-    EXPECT_THAT(log.lines(), IsEmpty());
+    expect_a_new_lock_after_a_removal();
 }
 
 // Whoever reads the line may be slow, and the lock in other hands by then.

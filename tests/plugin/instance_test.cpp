@@ -31,6 +31,16 @@ public:
     without_xembed() : vask_np_instance("without_xembed") { needs_xembed = false; }
 };
 
+NPWindow some_window() {
+    NPWindow window{};
+    window.window = reinterpret_cast<void*>(0xabcd);
+    window.x = 1;
+    window.y = -2;
+    window.width = 3;
+    window.height = 4;
+    return window;
+}
+
 }  // namespace
 
 TEST_F(plain_instance, starts_unattached) {
@@ -70,12 +80,7 @@ TEST_F(plain_instance, shows_the_number_of_attributes) {
 }
 
 TEST_F(plain_instance, shows_its_window_and_does_not_store_it) {
-    NPWindow window{};
-    window.window = reinterpret_cast<void*>(0xabcd);
-    window.x = 1;
-    window.y = -2;
-    window.width = 3;
-    window.height = 4;
+    NPWindow window = some_window();
     EXPECT_EQ(instance.set_window(&npp, &window), NPERR_NO_ERROR);
     expect_line(
         "virtual NPError vask_np_instance::set_window(NPP, NPWindow*): (x, y, h, w, id) = "
@@ -190,12 +195,7 @@ TEST_F(plain_instance, leaves_every_other_question_to_the_factory) {
 }
 
 TEST_F(plain_instance, stores_the_window_for_a_derived_class) {
-    NPWindow window{};
-    window.window = reinterpret_cast<void*>(0xabcd);
-    window.x = 1;
-    window.y = -2;
-    window.width = 3;
-    window.height = 4;
+    NPWindow window = some_window();
     instance.save_window_data(&window);
     EXPECT_EQ(instance.get_window_x(), 1);
     EXPECT_EQ(instance.get_window_y(), -2);
