@@ -7,8 +7,8 @@
 #include <climits>
 #include <string>
 
-#include "open_app.h"
 #include "support/log_catcher.h"
+#include "support/open_app.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -8,9 +8,9 @@
 #include <functional>
 #include <type_traits>
 
-#include "open_app.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
+#include "support/open_app.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

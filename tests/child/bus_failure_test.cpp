@@ -9,8 +9,8 @@
 #include <cstdarg>
 #include <string>
 
-#include "served_child.h"
 #include "support/log_catcher.h"
+#include "support/served_child.h"
 #include "vask_child.h"
 
 using namespace vask_test;

@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "open_app.h"
 #include "support/log_catcher.h"
+#include "support/open_app.h"
 #include "vask_child.h"
 
 using namespace vask_test;

@@ -10,10 +10,10 @@
 
 #include "../programs/child_servant_commands.h"
 #include "second_bus.h"
-#include "served_child.h"
-#include "started_process.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
+#include "support/served_child.h"
+#include "support/started_process.h"
 
 using namespace vask_test;
 using testing::Contains;

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "../programs/child_servant_commands.h"
-#include "served_child.h"
-#include "started_process.h"
+#include "support/served_child.h"
+#include "support/started_process.h"
 
 using namespace vask_test;
 

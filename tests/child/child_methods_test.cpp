@@ -7,9 +7,9 @@
 #include <climits>
 
 #include "../programs/child_servant_commands.h"
-#include "served_child.h"
-#include "started_process.h"
 #include "support/log_catcher.h"
+#include "support/served_child.h"
+#include "support/started_process.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

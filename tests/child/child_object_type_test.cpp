@@ -14,7 +14,7 @@
 #include "bus/vask_marshal.h"
 #include "child/vask_child_object.h"
 #include "child_marshallers.h"
-#include "glib_log_catcher.h"
+#include "support/glib_log_catcher.h"
 #include "support/interpose.h"
 
 using namespace vask_test;

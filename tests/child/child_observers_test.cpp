@@ -10,8 +10,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "open_app.h"
 #include "support/log_catcher.h"
+#include "support/open_app.h"
 #include "vask_child.h"
 
 using namespace vask_test;

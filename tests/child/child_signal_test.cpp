@@ -7,10 +7,10 @@
 #include <unistd.h>
 
 #include "../programs/child_servant_commands.h"
-#include "open_app.h"
-#include "served_child.h"
-#include "started_process.h"
 #include "support/log_catcher.h"
+#include "support/open_app.h"
+#include "support/served_child.h"
+#include "support/started_process.h"
 #include "vask_child.h"
 
 using namespace vask_test;

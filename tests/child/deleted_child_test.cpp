@@ -9,8 +9,8 @@
 
 #include <stdexcept>
 
-#include "served_child.h"
 #include "support/log_catcher.h"
+#include "support/served_child.h"
 #include "vask_child.h"
 
 using namespace vask_test;

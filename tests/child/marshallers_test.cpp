@@ -10,7 +10,7 @@
 
 #include "bus/vask_marshal.h"
 #include "child_marshallers.h"
-#include "glib_log_catcher.h"
+#include "support/glib_log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "open_app.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
+#include "support/open_app.h"
 #include "vask_child.h"
 
 using namespace vask_test;

@@ -8,10 +8,10 @@
 
 #include <memory>
 
-#include "open_app.h"
-#include "served_child.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
+#include "support/open_app.h"
+#include "support/served_child.h"
 #include "vask_child.h"
 
 using namespace vask_test;

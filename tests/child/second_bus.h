@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "started_process.h"
+#include "support/started_process.h"
 
 namespace vask_test {
 

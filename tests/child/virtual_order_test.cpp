@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "open_app.h"
+#include "support/open_app.h"
 #include "support/virtual_table.h"
 #include "vask_app_bridge.h"
 #include "vask_child.h"

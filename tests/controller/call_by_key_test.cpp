@@ -9,7 +9,7 @@
 
 #include "controller/open_controller.h"
 #include "controller/running_child.h"
-#include "foundation/library_lock_state.h"
+#include "support/library_lock_state.h"
 #include "support/log_catcher.h"
 
 using namespace vask_test;

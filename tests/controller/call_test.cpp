@@ -12,9 +12,9 @@
 
 #include "controller/open_controller.h"
 #include "controller/running_child.h"
-#include "foundation/library_lock_state.h"
-#include "foundation/registry_object.h"
+#include "support/library_lock_state.h"
 #include "support/log_catcher.h"
+#include "support/registry_object.h"
 
 using namespace vask_test;
 using testing::AnyOf;

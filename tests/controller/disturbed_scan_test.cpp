@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "controller/idle_process.h"
+#include "support/idle_process.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "vask_child_cmd.h"

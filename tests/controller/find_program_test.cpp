@@ -17,11 +17,11 @@
 #include <string>
 #include <vector>
 
-#include "child/started_process.h"
-#include "controller/idle_process.h"
-#include "foundation/file_scratch.h"
+#include "support/file_scratch.h"
+#include "support/idle_process.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
+#include "support/started_process.h"
 #include "vask_child_cmd.h"
 
 using namespace vask_test;

@@ -7,11 +7,11 @@
 
 #include <string>
 
-#include "controller/idle_process.h"
 #include "controller/open_controller.h"
 #include "controller/tool_fixture.h"
-#include "foundation/library_lock_state.h"
-#include "foundation/registry_object.h"
+#include "support/idle_process.h"
+#include "support/library_lock_state.h"
+#include "support/registry_object.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "child/open_app.h"
 #include "programs/controller_child_commands.h"
+#include "support/open_app.h"
 #include "vask_child_cmd.h"
 
 namespace vask_test {

@@ -11,9 +11,9 @@
 #include <stdexcept>
 #include <vector>
 
-#include "child/bus_client.h"
-#include "child/served_child.h"
+#include "support/bus_client.h"
 #include "support/main_loop.h"
+#include "support/served_child.h"
 
 namespace vask_test {
 

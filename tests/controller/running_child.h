@@ -6,9 +6,9 @@
 
 #include <string>
 
-#include "child/started_process.h"
 #include "programs/controller_child_commands.h"
 #include "support/log_catcher.h"
+#include "support/started_process.h"
 
 namespace vask_test {
 

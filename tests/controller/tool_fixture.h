@@ -9,8 +9,8 @@
 
 #include <string>
 
-#include "child/glib_log_catcher.h"
 #include "controller/open_tool.h"
+#include "support/glib_log_catcher.h"
 #include "support/log_catcher.h"
 
 namespace vask_test {

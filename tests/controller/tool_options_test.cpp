@@ -7,8 +7,8 @@
 
 #include <string>
 
-#include "controller/idle_process.h"
 #include "controller/tool_fixture.h"
+#include "support/idle_process.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "child/started_process.h"
 #include "controller/running_child.h"
 #include "support/log_catcher.h"
+#include "support/started_process.h"
 
 using namespace vask_test;
 using testing::Contains;

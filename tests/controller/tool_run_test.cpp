@@ -12,7 +12,7 @@
 
 #include "controller/running_child.h"
 #include "controller/tool_fixture.h"
-#include "foundation/library_lock_state.h"
+#include "support/library_lock_state.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

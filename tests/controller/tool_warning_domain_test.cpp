@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "controller/idle_process.h"
 #include "controller/open_tool.h"
+#include "support/idle_process.h"
 
 #ifndef G_LOG_DOMAIN
 #error "The build has to define a log domain."

@@ -11,9 +11,9 @@
 #include <memory>
 #include <type_traits>
 
-#include "foundation/named_object.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
+#include "support/named_object.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "foundation/file_scratch.h"
+#include "support/file_scratch.h"
 #include "support/log_catcher.h"
 #include "vask_object.h"
 

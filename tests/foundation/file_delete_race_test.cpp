@@ -15,7 +15,7 @@
 #include <functional>
 #include <utility>
 
-#include "foundation/file_scratch.h"
+#include "support/file_scratch.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "support/private_mounts.h"

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "foundation/file_scratch.h"
+#include "support/file_scratch.h"
 #include "support/log_catcher.h"
 #include "vask_object.h"
 

@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "foundation/file_scratch.h"
+#include "support/file_scratch.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "vask_object.h"

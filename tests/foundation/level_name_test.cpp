@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/source_line.h"
 #include "support/log_catcher.h"
+#include "support/source_line.h"
 #include "vask_object.h"
 
 using namespace vask_test;

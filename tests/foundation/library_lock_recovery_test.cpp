@@ -13,7 +13,7 @@
 #include <memory>
 #include <thread>
 
-#include "foundation/library_lock_state.h"
+#include "support/library_lock_state.h"
 #include "support/process_list.h"
 #include "support/shown_clock.h"
 #include "support/timeout_factor.h"

@@ -14,9 +14,9 @@
 #include <functional>
 #include <utility>
 
-#include "foundation/library_lock_state.h"
 #include "support/call_fault.h"
 #include "support/interpose.h"
+#include "support/library_lock_state.h"
 #include "support/shown_clock.h"
 
 using namespace vask_test;

@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/named_object.h"
+#include "support/named_object.h"
 
 using testing::ElementsAre;
 

@@ -23,10 +23,10 @@
 #include <thread>
 #include <utility>
 
-#include "foundation/named_object.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
+#include "support/named_object.h"
 #include "support/sanitizers.h"
 
 using namespace vask_test;

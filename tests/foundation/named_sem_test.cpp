@@ -15,9 +15,9 @@
 #include <fstream>
 #include <thread>
 
-#include "foundation/library_lock_state.h"
-#include "foundation/source_line.h"
 #include "support/interpose.h"
+#include "support/library_lock_state.h"
+#include "support/source_line.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

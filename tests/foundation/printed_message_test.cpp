@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "foundation/named_object.h"
 #include "support/log_catcher.h"
+#include "support/named_object.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <string>
 
-#include "foundation/named_object.h"
 #include "support/log_catcher.h"
+#include "support/named_object.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

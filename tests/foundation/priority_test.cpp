@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <string>
 
-#include "foundation/named_object.h"
 #include "foundation/paused_child.h"
 #include "support/log_catcher.h"
+#include "support/named_object.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

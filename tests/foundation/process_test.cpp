@@ -14,8 +14,8 @@
 #include <thread>
 
 #include "foundation/paused_child.h"
-#include "foundation/source_line.h"
 #include "support/log_catcher.h"
+#include "support/source_line.h"
 #include "vask_object.h"
 
 using namespace vask_test;

@@ -9,10 +9,10 @@
 #include <map>
 #include <string>
 
-#include "foundation/library_lock_state.h"
-#include "foundation/registry_object.h"
-#include "foundation/registry_process.h"
+#include "support/forked_process.h"
+#include "support/library_lock_state.h"
 #include "support/main_loop.h"
+#include "support/registry_object.h"
 
 using registry_map = std::map<unsigned long, int>;
 

@@ -14,8 +14,8 @@
 #include <cerrno>
 #include <string>
 
-#include "foundation/registry_process.h"
 #include "foundation/unique_fd.h"
+#include "support/forked_process.h"
 #include "support/interpose.h"
 #include "support/refused_call.h"
 #include "support/tiny_dev_shm.h"

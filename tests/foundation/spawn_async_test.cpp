@@ -14,9 +14,9 @@
 #include <string>
 
 #include "foundation/child_report.h"
-#include "foundation/file_scratch.h"
-#include "foundation/source_line.h"
+#include "support/file_scratch.h"
 #include "support/log_catcher.h"
+#include "support/source_line.h"
 #include "vask_object.h"
 
 using namespace vask_test;

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "foundation/child_report.h"
-#include "foundation/source_line.h"
 #include "support/log_catcher.h"
+#include "support/source_line.h"
 #include "vask_object.h"
 
 using namespace vask_test;

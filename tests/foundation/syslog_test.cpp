@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "foundation/named_object.h"
 #include "support/log_catcher.h"
+#include "support/named_object.h"
 #include "support/private_mounts.h"
 #include "support/resource_count.h"
 

@@ -7,8 +7,8 @@
 #include <climits>
 #include <string>
 
-#include "foundation/source_line.h"
 #include "support/log_catcher.h"
+#include "support/source_line.h"
 #include "vask_object.h"
 
 using namespace vask_test;

@@ -13,10 +13,10 @@
 #include <future>
 #include <thread>
 
-#include "foundation/source_line.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "support/mapped_file.h"
+#include "support/source_line.h"
 #include "vask_object.h"
 
 using namespace vask_test;

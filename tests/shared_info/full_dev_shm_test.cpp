@@ -11,9 +11,9 @@
 #include <fstream>
 #include <functional>
 
-#include "foundation/registry_process.h"
-#include "shared_info/shared_objects.h"
+#include "support/forked_process.h"
 #include "support/refused_call.h"
+#include "support/shared_objects.h"
 #include "support/tiny_dev_shm.h"
 #include "vask_object.h"
 

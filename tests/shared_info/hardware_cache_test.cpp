@@ -13,9 +13,9 @@
 #include <thread>
 #include <vector>
 
-#include "foundation/registry_process.h"
 #include "shared_info/hardware_scratch.h"
-#include "shared_info/shared_objects.h"
+#include "support/forked_process.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using namespace vask_test;

@@ -7,7 +7,7 @@
 #include <climits>
 
 #include "shared_info/hardware_scratch.h"
-#include "shared_info/shared_objects.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using namespace vask_test;

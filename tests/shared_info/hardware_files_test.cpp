@@ -10,10 +10,10 @@
 #include <functional>
 #include <sstream>
 
-#include "foundation/file_scratch.h"
-#include "foundation/registry_process.h"
-#include "shared_info/shared_objects.h"
+#include "support/file_scratch.h"
+#include "support/forked_process.h"
 #include "support/private_mounts.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using namespace vask_test;

@@ -7,8 +7,8 @@
 #include <fstream>
 #include <string>
 
-#include "foundation/file_scratch.h"
 #include "shared_info/hardware_detection.h"
+#include "support/file_scratch.h"
 
 /** Files with texts of our own take the place of the kernel's. Missing until they are written. */
 class hardware_scratch {

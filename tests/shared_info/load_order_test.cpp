@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "shared_info/shared_objects.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using namespace vask_test;

@@ -10,8 +10,8 @@
 #include <filesystem>
 
 #include "shared_info/shared_info_faults.h"
-#include "shared_info/shared_objects.h"
 #include "support/mapped_file.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using namespace vask_test;

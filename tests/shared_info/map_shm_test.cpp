@@ -8,10 +8,10 @@
 #include <atomic>
 #include <cstring>
 
-#include "foundation/registry_process.h"
-#include "shared_info/shared_objects.h"
+#include "support/forked_process.h"
 #include "support/main_loop.h"
 #include "support/process_list.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using namespace vask_test;

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "foundation/registry_process.h"
+#include "support/forked_process.h"
 #include "support/main_loop.h"
 #include "vask_object.h"
 #include "vask_shared_info.h"

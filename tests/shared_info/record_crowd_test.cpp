@@ -10,8 +10,8 @@
 #include <memory>
 #include <thread>
 
-#include "foundation/registry_process.h"
-#include "shared_info/shared_objects.h"
+#include "support/forked_process.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using testing::IsEmpty;

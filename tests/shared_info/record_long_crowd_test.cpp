@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "shared_info/record_crowd.h"
-#include "shared_info/shared_objects.h"
+#include "support/shared_objects.h"
 
 using testing::IsEmpty;
 

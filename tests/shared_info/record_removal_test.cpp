@@ -12,11 +12,11 @@
 #include <memory>
 #include <thread>
 
-#include "foundation/registry_process.h"
 #include "shared_info/shared_info_faults.h"
-#include "shared_info/shared_objects.h"
+#include "support/forked_process.h"
 #include "support/main_loop.h"
 #include "support/process_list.h"
+#include "support/shared_objects.h"
 #include "support/timeout_factor.h"
 #include "vask_object.h"
 

@@ -14,11 +14,11 @@
 #include <filesystem>
 #include <memory>
 
-#include "foundation/registry_process.h"
 #include "shared_info/shared_info_faults.h"
-#include "shared_info/shared_objects.h"
+#include "support/forked_process.h"
 #include "support/main_loop.h"
 #include "support/process_list.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using namespace vask_test;

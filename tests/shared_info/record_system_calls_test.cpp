@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
-#include "shared_info/shared_objects.h"
 #include "support/interpose.h"
+#include "support/shared_objects.h"
 #include "support/system_calls.h"
 #include "vask_object.h"
 

@@ -9,11 +9,11 @@
 #include <climits>
 #include <cstring>
 
-#include "foundation/file_scratch.h"
-#include "foundation/registry_process.h"
-#include "shared_info/shared_objects.h"
+#include "support/file_scratch.h"
+#include "support/forked_process.h"
 #include "support/main_loop.h"
 #include "support/process_list.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using namespace vask_test;

@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <random>
 
-#include "foundation/registry_process.h"
-#include "shared_info/shared_objects.h"
+#include "support/forked_process.h"
+#include "support/shared_objects.h"
 #include "vask_object.h"
 
 using namespace vask_test;

@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include "child/glib_log_catcher.h"
 #include "socket_owners.h"
+#include "support/glib_log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

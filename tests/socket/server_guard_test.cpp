@@ -14,9 +14,9 @@
 #include <cerrno>
 #include <memory>
 
-#include "child/glib_log_catcher.h"
 #include "socket_faults.h"
 #include "socket_owners.h"
+#include "support/glib_log_catcher.h"
 
 using namespace vask_test;
 using testing::Contains;

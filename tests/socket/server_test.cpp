@@ -13,8 +13,8 @@
 #include <memory>
 #include <vector>
 
-#include "child/glib_log_catcher.h"
 #include "socket_owners.h"
+#include "support/glib_log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "foundation/source_line.h"
 #include "raw_socket.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
 #include "support/resource_count.h"
+#include "support/source_line.h"
 #include "support/timeout_factor.h"
 #include "vask_socket.h"
 

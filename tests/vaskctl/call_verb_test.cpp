@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
-#include "foundation/registry_object.h"
 #include "programs/controller_child_commands.h"
 #include "running_system.h"
+#include "support/registry_object.h"
 
 using namespace vask_test;
 

@@ -8,9 +8,9 @@
 
 #include <regex>
 
-#include "child/served_child.h"
 #include "programs/controller_child_commands.h"
 #include "running_system.h"
+#include "support/served_child.h"
 
 using namespace vask_test;
 

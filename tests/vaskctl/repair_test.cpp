@@ -9,15 +9,15 @@
 #include <chrono>
 #include <filesystem>
 
-#include "controller/idle_process.h"
-#include "foundation/library_lock_state.h"
-#include "foundation/named_object.h"
-#include "foundation/registry_object.h"
-#include "foundation/registry_process.h"
 #include "running_system.h"
-#include "shared_info/shared_objects.h"
+#include "support/forked_process.h"
+#include "support/idle_process.h"
+#include "support/library_lock_state.h"
 #include "support/main_loop.h"
+#include "support/named_object.h"
 #include "support/process_list.h"
+#include "support/registry_object.h"
+#include "support/shared_objects.h"
 #include "support/system_call_mark.h"
 #include "support/system_calls.h"
 #include "support/timeout_factor.h"

@@ -11,13 +11,13 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "child/served_child.h"
-#include "foundation/registry_object.h"
-#include "foundation/registry_process.h"
 #include "programs/controller_child_commands.h"
+#include "support/forked_process.h"
 #include "support/main_loop.h"
 #include "support/open_world.h"
 #include "support/process_list.h"
+#include "support/registry_object.h"
+#include "support/served_child.h"
 
 namespace vask_test {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "child/bus_client.h"
-#include "child/started_process.h"
+#include "support/bus_client.h"
+#include "support/started_process.h"
 #include "tool_run.h"
 
 namespace vask_test {

@@ -8,13 +8,13 @@
 #include <filesystem>
 #include <thread>
 
-#include "controller/idle_process.h"
-#include "foundation/registry_object.h"
-#include "foundation/registry_process.h"
 #include "running_system.h"
-#include "shared_info/shared_objects.h"
+#include "support/forked_process.h"
+#include "support/idle_process.h"
 #include "support/main_loop.h"
+#include "support/registry_object.h"
 #include "support/sanitizers.h"
+#include "support/shared_objects.h"
 #include "support/timeout_factor.h"
 #include "vask_object.h"
 

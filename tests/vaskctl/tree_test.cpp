@@ -5,13 +5,13 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include "child/served_child.h"
-#include "controller/idle_process.h"
-#include "foundation/registry_object.h"
 #include "programs/controller_child_commands.h"
 #include "running_system.h"
+#include "support/idle_process.h"
 #include "support/main_loop.h"
+#include "support/registry_object.h"
 #include "support/sanitizers.h"
+#include "support/served_child.h"
 #include "support/timeout_factor.h"
 
 using namespace vask_test;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "served_child.h"
+#include "support/served_child.h"
 
 namespace vask_test {
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "started_process.h"
+#include "support/started_process.h"
 
 #include <signal.h>
 #include <spawn.h>

@@ -16,11 +16,11 @@
 #include <string>
 #include <vector>
 
-#include "foundation/named_object.h"
-#include "foundation/registry_process.h"
+#include "support/forked_process.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
 #include "support/mapped_file.h"
+#include "support/named_object.h"
 
 /** Lets the library's shared objects be made anew in every test. */
 class shared_objects_removed {

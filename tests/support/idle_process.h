@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "child/started_process.h"
 #include "support/main_loop.h"
+#include "support/started_process.h"
 
 namespace vask_test {
 

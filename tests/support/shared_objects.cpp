@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "shared_info/shared_objects.h"
+#include "support/shared_objects.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -13,8 +13,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "foundation/source_line.h"
 #include "support/mapped_file.h"
+#include "support/source_line.h"
 #include "vask_object.h"
 
 namespace {

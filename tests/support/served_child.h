@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "bus_client.h"
+#include "support/bus_client.h"
 
 namespace vask_test {
 

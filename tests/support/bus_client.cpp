@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "bus_client.h"
+#include "support/bus_client.h"
 
 #include <poll.h>
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#ifndef VASK_TEST_REGISTRY_PROCESS_H
-#define VASK_TEST_REGISTRY_PROCESS_H
+#ifndef VASK_TEST_FORKED_PROCESS_H
+#define VASK_TEST_FORKED_PROCESS_H
 
 #include <signal.h>
 #include <sys/mman.h>
