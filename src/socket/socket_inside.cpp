@@ -40,6 +40,10 @@ void vask_socket_inside::stand_on(std::shared_ptr<peer_link> next) {
 void vask_socket_inside::follow_members() {
     const int fd = m_socket.peer_sock;
     if (m_link ? m_link->fd() != fd : fd != 0) {
+        // The channel of the former descriptor may end with the link.
+        if (m_link && m_socket.peer_ch == m_link->channel()) {
+            m_socket.peer_ch = nullptr;
+        }
         stand_on(fd != 0 ? std::make_shared<peer_link>(fd) : nullptr);
     }
     GIOChannel* const channel = m_socket.peer_ch;
@@ -90,6 +94,7 @@ void vask_socket_inside::leave_former_peer() {
 
 void vask_socket_inside::share(vask_socket_inside& other) {
     other.follow_members();
+    m_socket.peer_ch = other.serves_former_peer() ? nullptr : other.m_socket.peer_ch;
     stand_on(other.m_link);
 }
 
@@ -151,8 +156,12 @@ void vask_socket_inside::replace_channel(GIOChannel* former, GIOChannel* latter)
 
 void vask_socket_inside::forget_peer(const peer_link& link) {
     const bool is_former = &link == m_former_link.get();
-    if (is_former || !m_former_link) {
+    // While accepted() runs, peer_ch may be that of the connection without the request.
+    const peer_link* const kept = is_former ? m_link.get() : m_former_link.get();
+    if (kept == nullptr || m_socket.peer_ch != kept->channel()) {
         m_socket.peer_ch = nullptr;
+    }
+    if (is_former || !m_former_link) {
         forget_request();
         m_watch.remove();
     }

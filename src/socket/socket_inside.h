@@ -60,7 +60,7 @@ public:
     void return_to_former_peer();
     void leave_former_peer();
 
-    // Stands on the peer of another socket, too.
+    // Stands on the peer of another socket, too, with its channel.
     void share(vask_socket_inside& other);
 
     // The peer, for offer() and claim(); null for none.

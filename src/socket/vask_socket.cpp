@@ -53,7 +53,7 @@ vask_socket::vask_socket(vask_socket& other)
       peer_sock(other.peer_sock),
       m_peer_addr(other.m_peer_addr),
       m_read_watch_id(0),
-      peer_ch(other.m_inside->serves_former_peer() ? nullptr : other.peer_ch),
+      peer_ch(nullptr),
       m_read_done_handler(),
       m_saved_data(nullptr),
       m_inside(std::make_unique<vask_socket_inside>(*this)) {

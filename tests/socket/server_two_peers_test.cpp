@@ -239,6 +239,22 @@ TEST(two_peers, Another_owner_that_closes_the_former_ends_the_request_without_a_
     EXPECT_EQ(reader.received, "2222");
 }
 
+TEST(two_peers,
+     Another_owner_that_closes_the_latter_takes_away_a_channel_that_was_supplied_for_it) {
+    reading_server service;
+    bool keeps_channel = true;
+    service.owner.then = [&] {
+        service.server.peer_ch = g_io_channel_unix_new(service.server.peer_sock);
+        vask_socket(service.server).close_peer_sock(FALSE);
+        keeps_channel = service.server.peer_ch != nullptr;
+    };
+    raw_socket second = service.client();
+    EXPECT_FALSE(keeps_channel);
+    service.first.send("1111");
+    EXPECT_TRUE(service.wait_for_end_of_request());
+    EXPECT_EQ(service.reader.received, "1111");
+}
+
 TEST(two_peers, The_end_of_the_server_closes_the_former_and_leaves_the_latter_to_its_owner) {
     accept_owner owner;
     raw_socket first, second;

@@ -161,6 +161,19 @@ TEST(supplied_descriptor, In_place_of_another_leaves_the_former_connection_to_th
     EXPECT_EQ(former.peer().receive(4), "more");
 }
 
+TEST(supplied_descriptor, In_place_of_another_that_was_read_from_leaves_its_channel) {
+    connection former, latter;
+    supplied socket(former.take_descriptor());
+    EXPECT_EQ(received(socket, former.peer(), "ping"), "ping");
+    socket.peer_sock = latter.take_descriptor();
+    vask_socket copy(socket);
+    EXPECT_TRUE(former.is_closed());
+    EXPECT_EQ(received(copy, latter.peer(), "pong"), "pong");
+    EXPECT_EQ(received(socket, latter.peer(), "ping"), "ping");
+    socket.close_peer_sock(TRUE);
+    EXPECT_TRUE(latter.is_closed());
+}
+
 TEST(supplied_descriptor, That_is_taken_back_stays_with_the_copy) {
     connection only;
     {
