@@ -351,9 +351,9 @@ public:
      * be in vain.
      *
      * @return true while the bus is watched: from the construction or init_proxy() until every
-     *         child is met
+     *         child is met, or the bus is gone
      */
-    bool is_watching_bus() const { return m_bus_daemon_proxy != nullptr; }
+    bool is_watching_bus() const;
 
     ///@}
     /** @name Commands and window data

@@ -51,6 +51,10 @@ void vask_app_bridge::connect_name_owner_changed() {
     dbus_error_free(&silence);
 }
 
+bool vask_app_bridge::is_watching_bus() const {
+    return m_bus_daemon_proxy != nullptr && is_bus_connected(m_bus_connection);
+}
+
 void vask_app_bridge::disconnect_name_owner_changed() {
     if (m_bus_daemon_proxy == nullptr) {
         return;

@@ -98,6 +98,13 @@ TEST_F(lost_bus, Fails_a_command) {
     wake_child();
 }
 
+TEST_F(lost_bus, Is_not_watched_any_more) {
+    bridge->init_proxy();
+    ASSERT_TRUE(bridge->is_watching_bus());
+    end_bus_daemon();
+    EXPECT_TRUE(wait_until([this] { return !bridge->is_watching_bus(); }));
+}
+
 TEST_F(lost_bus, Fails_a_command_without_reply) {
     meet_child_and_lose_bus();
 
