@@ -3,11 +3,14 @@
 
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "running_system.h"
 #include "support/forked_process.h"
@@ -177,6 +180,59 @@ TEST_F(vaskctl_repair, Never_lets_two_into_a_record_that_is_in_use) {
         run_tool({"repair", "--yes"});
         ASSERT_LE(record.sem_value(), 1);
     }
+}
+
+// Of a process whose first thread has ended /proc/PID/maps is empty, and its state is that of a
+// zombie.
+TEST_F(vaskctl_repair, Leaves_a_record_and_a_key_to_threads_that_have_outlived_the_first) {
+    run_tool({"record", "set", "monitor-rotation", "1"});
+    const shared_value<std::atomic<bool>> holds;
+    const forked_process holder([&holds]() -> int {
+        std::thread([&holds] {
+            vask_object::m_shared_info->map_shared_info(true);
+            *holds = vask_object::m_shared_info->lock_shared_info();
+            wait_for_a_signal();
+        }).detach();
+        return static_cast<int>(syscall(SYS_exit, 0));  // only of this thread
+    });
+    registry_object("program").append(holder.pid(), 7);
+    ASSERT_TRUE(wait_until_without_loop([&holds] { return holds->load(); }));
+    ASSERT_TRUE(wait_until_zombie(holder.pid()));
+    const tool_result result = run_tool({"repair", "--yes"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, HasSubstr("  seen: it is taken, and may be held by "));
+    EXPECT_EQ(record.sem_value(), 0);
+    EXPECT_THAT(run_tool({"status"}).output,
+                HasSubstr("    key 7  pid " + std::to_string(holder.pid())));
+    EXPECT_THAT(result.output, testing::Not(HasSubstr("registry:program")));
+}
+
+TEST_F(vaskctl_repair, Gives_nothing_back_where_other_users_are_invisible) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root has the rights to become somebody else";
+    }
+    run_tool({"record", "set", "monitor-rotation", "1"});
+    std::filesystem::permissions("/dev/shm/sem." + std::string(record_sem),
+                                 std::filesystem::perms(0666));
+    leave_sem_to_a_dead_holder(record_sem);
+    tool_setting nobody;
+    nobody.user = 65534;
+    nobody.hides_processes = true;
+    const tool_result result = run_tool({"repair", "--yes", "shared-record"}, nobody);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output,
+                HasSubstr("  seen: it is taken, and the processes of other users cannot be looked "
+                          "into: ask again as root\n"));
+    EXPECT_EQ(record.sem_value(), 0);
+}
+
+TEST_F(vaskctl_repair, Promises_nothing_of_what_is_no_regular_file) {
+    std::filesystem::create_directory("/dev/shm/vask_proc_pid_program");
+    ASSERT_EQ(mkfifo("/dev/shm/vask_shm_context_shm_vask_shared_info", 0644), 0);
+    const std::string output = run_tool({"repair", "--dry-run"}).output;
+    EXPECT_THAT(output, HasSubstr("  left: it is none of the library's: remove it by hand\n"));
+    EXPECT_THAT(output, testing::Not(HasSubstr("registration")));
+    EXPECT_THAT(output, testing::Not(HasSubstr("to do")));
 }
 
 TEST_F(vaskctl_repair, By_two_at_once_gives_a_semaphore_back_once) {

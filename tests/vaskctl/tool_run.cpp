@@ -3,9 +3,13 @@
 
 #include "tool_run.h"
 
+#include <fcntl.h>
 #include <glib.h>
+#include <grp.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,8 +50,24 @@ unique_strv make_environment(const tool_setting& setting) {
     return unique_strv(environment);
 }
 
-void become(gpointer user) {
-    const auto id = *static_cast<uid_t*>(user);
+bool hide_processes() {
+    return unshare(CLONE_NEWNS) == 0 &&
+           mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, "hidepid=2") == 0;
+}
+
+void become(gpointer data) {
+    const auto& setting = *static_cast<const tool_setting*>(data);
+    if (setting.hides_processes && !hide_processes()) {
+        _exit(99);
+    }
+    if (setting.has_full_output && dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0) {
+        _exit(99);
+    }
+    const uid_t id = setting.user;
+    // The group 0 would see everybody.
+    if (setting.hides_processes && (setgroups(0, nullptr) != 0 || setresgid(id, id, id) != 0)) {
+        _exit(99);
+    }
     if (id != 0 && setresuid(id, id, id) != 0) {
         _exit(99);
     }
@@ -76,13 +96,13 @@ void PrintTo(const tool_result& result, std::ostream* out) {
 tool_result run_tool(const std::vector<std::string>& words, const tool_setting& setting) {
     const unique_strv argv = make_argv(words);
     const unique_strv environment = make_environment(setting);
-    uid_t user = setting.user;
+    tool_setting data = setting;
     GPid pid = -1;
     int input = -1;
     int output = -1;
     int errors = -1;
     if (!g_spawn_async_with_pipes(nullptr, argv.get(), environment.get(), G_SPAWN_DO_NOT_REAP_CHILD,
-                                  become, &user, &pid, &input, &output, &errors, nullptr)) {
+                                  become, &data, &pid, &input, &output, &errors, nullptr)) {
         throw std::runtime_error("vaskctl does not start");
     }
     if (write(input, setting.input.data(), setting.input.size()) < 0) {

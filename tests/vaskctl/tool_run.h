@@ -30,6 +30,8 @@ struct tool_setting {
     uid_t user = 0;                        // 0 for the test's own
     std::vector<std::string> environment;  // "NAME=value", or "NAME" for none of that name
     std::string input;
+    bool hides_processes = false;  // the user sees only his own in /proc; needs root
+    bool has_full_output = false;  // nothing that is printed arrives
 };
 
 /** The whole of a run, waited for. */

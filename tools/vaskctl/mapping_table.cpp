@@ -3,7 +3,6 @@
 
 #include "mapping_table.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <inttypes.h>
 #include <stdio.h>
@@ -13,7 +12,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <memory>
+#include <algorithm>
 
 #include "process_table.h"
 #include "shared_file.h"
@@ -26,22 +25,6 @@ namespace {
 constexpr std::size_t longest_maps = std::size_t{1} << 24;
 constexpr std::size_t longest_syscall = 512;
 constexpr char removed_mark[] = " (deleted)";
-
-struct dir_closer {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
-
-std::vector<int> numbers_in(const std::string& path) {
-    std::vector<int> numbers;
-    const std::unique_ptr<DIR, dir_closer> directory(opendir(path.c_str()));
-    while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
-        const int number = atoi(entry->d_name);
-        if (number > 0) {
-            numbers.push_back(number);
-        }
-    }
-    return numbers;
-}
 
 // False for a line that is none of a shared file.
 bool parse_line(const char* line, std::size_t length, shm_mapping& mapping) {
@@ -97,24 +80,37 @@ bool is_thread_asleep_in(const std::string& task, const std::vector<shm_mapping>
     return false;
 }
 
+// As /proc counts, which may be that of another namespace than getpid()'s; 0 where it does not.
+int own_number_in_proc() {
+    char number[32] = {};
+    return readlink("/proc/self", number, sizeof(number) - 1) > 0 ? atoi(number) : 0;
+}
+
 }  // namespace
 
 mapping_table::mapping_table() {
-    for (const int pid : numbers_in("/proc")) {
-        if (pid != getpid()) {
+    const int own = own_number_in_proc();
+    const std::vector<int> pids = numbers_in("/proc");
+    for (const int pid : pids) {
+        if (pid != own) {
             read(pid);
         }
     }
+    // There always is a first process: who does not see it does not see others either.
+    m_has_invisible = std::find(pids.begin(), pids.end(), 1) == pids.end();
 }
 
 void mapping_table::read(int pid) {
     const std::string directory = "/proc/" + std::to_string(pid);
-    const auto maps = read_start(directory + "/maps", longest_maps);
-    if (!maps) {
+    const auto maps = read_maps(pid, longest_maps);
+    const bool is_gone = !maps && (errno == ENOENT || errno == ESRCH);
+    if (!maps || maps->size() >= longest_maps) {
         struct stat owner = {};
-        if ((errno == EACCES || errno == EPERM) && stat(directory.c_str(), &owner) == 0) {
+        if (!is_gone && stat(directory.c_str(), &owner) == 0) {
             m_hidden.insert(owner.st_uid);
         }
+    }
+    if (!maps) {
         return;
     }
     for (std::size_t begin = 0; begin < maps->size();) {
@@ -152,6 +148,9 @@ std::string mapping_table::hidden_users() const {
     std::string users;
     for (const uid_t user : m_hidden) {
         users += (users.empty() ? "" : " and ") + name_of_user(user);
+    }
+    if (m_has_invisible) {
+        users += users.empty() ? "other users" : " and others";
     }
     return users;
 }

@@ -43,6 +43,7 @@ private:
 
     std::vector<shm_mapping> m_mappings;
     std::set<uid_t> m_hidden;
+    bool m_has_invisible = false;
 };
 
 // Whether each thread of a process sleeps in a wait for something in these mappings. Says no where

@@ -61,13 +61,18 @@ bool parse_stat(const std::string& text, process_info& process) {
     process.program = text.substr(open + 1, close - open - 1);
     char letter = '?';
     unsigned int flags = 0;
+    int threads = 0;
     const int fields = sscanf(text.c_str() + close + 1,
                               " %c %d %*d %*d %*d %*d %u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d "
-                              "%*d %*d %llu",
-                              &letter, &process.parent, &flags, &process.start_ticks);
+                              "%d %*d %llu",
+                              &letter, &process.parent, &flags, &threads, &process.start_ticks);
     process.state = state_of_letter(letter);
+    process.has_lost_first_thread = process.state == process_state::zombie && threads > 1;
+    if (process.has_lost_first_thread) {
+        process.state = process_state::running;
+    }
     process.is_kernel_thread = (flags & kernel_thread_flag) != 0;
-    return fields == 4;
+    return fields == 5;
 }
 
 // argv[0] behind its last '/', which is what the library compares.
@@ -102,7 +107,8 @@ std::optional<process_info> read_process(int pid) {
     struct stat directory = {};
     stat(path_in_proc(pid, "").c_str(), &directory);
     process.owner = directory.st_uid;
-    if (process.is_kernel_thread || process.state == process_state::zombie) {
+    if (process.is_kernel_thread || process.has_lost_first_thread ||
+        process.state == process_state::zombie) {
         return process;
     }
     const auto command_line = read_start(path_in_proc(pid, "cmdline"), longest_command_line);
@@ -156,6 +162,34 @@ std::optional<std::string> read_start(const std::string& path, std::size_t longe
     return text;
 }
 
+std::vector<int> numbers_in(const std::string& path) {
+    std::vector<int> numbers;
+    const std::unique_ptr<DIR, dir_closer> directory(opendir(path.c_str()));
+    while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
+        const int number = atoi(entry->d_name);
+        if (number > 0) {
+            numbers.push_back(number);
+        }
+    }
+    return numbers;
+}
+
+std::optional<std::string> read_maps(int pid, std::size_t longest) {
+    const auto maps = read_start(path_in_proc(pid, "maps"), longest);
+    if (maps ? !maps->empty() : errno != ESRCH) {
+        return maps;
+    }
+    const std::string tasks = path_in_proc(pid, "task/");
+    for (const int thread : numbers_in(tasks)) {
+        const auto same = read_start(tasks + std::to_string(thread) + "/maps", longest);
+        const bool is_hidden = !same && errno != ENOENT && errno != ESRCH;
+        if (is_hidden || (same && !same->empty())) {
+            return same;
+        }
+    }
+    return "";
+}
+
 const char* name_of(process_state state) {
     switch (state) {
         case process_state::running:
@@ -173,15 +207,7 @@ const char* name_of(process_state state) {
 }
 
 process_table::process_table() {
-    const std::unique_ptr<DIR, dir_closer> directory(opendir("/proc"));
-    if (!directory) {
-        return;
-    }
-    while (const dirent* entry = readdir(directory.get())) {
-        const int pid = atoi(entry->d_name);
-        if (pid <= 0) {
-            continue;
-        }
+    for (const int pid : numbers_in("/proc")) {
         if (const auto process = read_process(pid)) {
             m_processes[pid] = *process;
         }
@@ -206,7 +232,7 @@ answer process_table::has_library(int pid) const {
     if (known != m_has_library.end()) {
         return known->second;
     }
-    const auto maps = read_start(path_in_proc(pid, "maps"), longest_maps);
+    const auto maps = read_maps(pid, longest_maps);
     answer result = answer::unknown;
     if (maps && (names_library(*maps) || maps->size() < longest_maps)) {
         result = names_library(*maps) ? answer::yes : answer::no;

@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace vaskctl {
 
@@ -25,6 +26,7 @@ struct process_info {
     process_state state = process_state::gone;
     uid_t owner = 0;
     bool is_kernel_thread = false;
+    bool has_lost_first_thread = false;  // others run on, and /proc/PID shows no memory
     unsigned long long start_ticks = 0;  // since the system was started
     std::string program;                 // as the library's tools find it, else the kernel's name
 
@@ -67,6 +69,12 @@ std::string describe_process(int pid);
 
 // The start of a file, as far as it can be had; nothing with errno where it cannot be opened.
 std::optional<std::string> read_start(const std::string& path, std::size_t longest);
+
+// The same of what a process has mapped, also where its first thread has ended before others.
+std::optional<std::string> read_maps(int pid, std::size_t longest);
+
+// The entries of a directory that are numbers above 0; none where it cannot be read.
+std::vector<int> numbers_in(const std::string& path);
 
 }  // namespace vaskctl
 

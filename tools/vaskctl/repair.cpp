@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "complaint.h"
@@ -24,6 +25,7 @@ namespace {
 
 constexpr char cannot_know[] =
     "cannot be known: whether a process outside of this /proc holds it, or one waits for itself";
+constexpr char none_of_ours[] = "it is none of the library's: remove it by hand";
 
 bool has_prefix(const std::string& text, const std::string& prefix) {
     return text.compare(0, prefix.size(), prefix) == 0;
@@ -43,6 +45,12 @@ bool is_dead(const std::string& state) {
            state == name_of(registrant_state::recycled);
 }
 
+bool is_regular(const finding& found) {
+    struct stat facts = {};
+    return !found.files.empty() && lstat(found.files[0].path.c_str(), &facts) == 0 &&
+           S_ISREG(facts.st_mode);
+}
+
 void plan_registry(const finding& found, repair_plan& plan) {
     const bool has_odd_sequence = found.sequence.value_or(0) % 2 != 0;
     for (const finding_entry& entry : found.entries) {
@@ -59,7 +67,9 @@ void plan_registry(const finding& found, repair_plan& plan) {
         plan.steps.push_back("end the change that its writer has not finished");
     }
     if (found.its_verdict == verdict::damaged) {
-        plan.remaining.push_back("the next registration under this name sets it right");
+        plan.remaining.push_back(is_regular(found)
+                                     ? "the next registration under this name sets it right"
+                                     : none_of_ours);
     }
 }
 
@@ -77,7 +87,9 @@ void plan_short_record(const finding& found, repair_plan& plan) {
     const bool is_short = found.object == shared_record_object && !found.files.empty() &&
                           has_prefix(found.files[0].path, path) &&
                           found.files[0].size < static_cast<std::int64_t>(sizeof(vk_shared_info));
-    if (is_short && found.files[0].mapped_by.empty()) {
+    if (is_short && !is_regular(found)) {
+        plan.remaining.push_back(none_of_ours);
+    } else if (is_short && found.files[0].mapped_by.empty()) {
         plan.steps.push_back("remove the record, which is too short and in nobody's memory");
     }
 }
