@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "running_system.h"
@@ -256,6 +257,13 @@ TEST_F(vaskctl_status, Distrusts_what_strangers_have_made) {
     EXPECT_THAT(result.output, HasSubstr("shared-record  damaged\n  its semaphore was given back "
                                          "once too often, and lets 2 in at the same time\n"
                                          "  monitor-rotation is -1, which means nothing\n"));
+}
+
+TEST_F(vaskctl_status, Counts_a_semaphore_as_the_processes_do_that_take_it) {
+    record.create_sem(1);
+    std::fstream("/dev/shm/sem." + std::string(record_sem), std::ios::in | std::ios::out)
+        << "\xff\xff\xff\xff";
+    EXPECT_THAT(status().output, HasSubstr("and lets 4294967295 in at the same time\n"));
 }
 
 TEST_F(vaskctl_status, Finds_a_record_that_its_users_do_not_share) {

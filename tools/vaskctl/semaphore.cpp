@@ -98,9 +98,11 @@ std::string semaphore::damage() const {
                ": it was emptied, or made by a process of another word size";
     }
     const std::optional<int> count = value();
-    return count && *count > 1 ? "its semaphore was given back once too often, and lets " +
-                                     std::to_string(*count) + " in at the same time"
-                               : "";
+    // Those who take it do not know a count below 0.
+    const auto places = static_cast<unsigned int>(count.value_or(1));
+    return places > 1 ? "its semaphore was given back once too often, and lets " +
+                            std::to_string(places) + " in at the same time"
+                      : "";
 }
 
 sem_evidence examine(const semaphore& examined, const process_table& processes) {
