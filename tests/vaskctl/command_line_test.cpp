@@ -50,6 +50,18 @@ TEST(vaskctl_command_line, Refuses_what_it_does_not_know_in_one_line) {
 }
 
 TEST(vaskctl_command_line, Fails_when_its_output_cannot_be_written) {
+    tool_setting full;
+    full.has_full_output = true;
+    full.input = "1.000000 [a:1] INFO: one\n";
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"--version"}, {"tree"}, {"tree", "--json"}, {"log"}, {"log", "--json"}}) {
+        const tool_result result = run_tool(words, full);
+        EXPECT_EQ(result.status, 1) << words.back();
+        EXPECT_THAT(result.errors, testing::HasSubstr("vaskctl: the output cannot be written"));
+    }
+}
+
+TEST(vaskctl_command_line, Tells_the_version) {
     const tool_result result = run_tool({"--version"});
     EXPECT_THAT(result.output, StartsWith("vaskctl "));
     EXPECT_EQ(result.status, 0);

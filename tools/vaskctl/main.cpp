@@ -96,8 +96,11 @@ int run(std::vector<std::string> words) {
 
 // What was printed is only done when it has arrived.
 int finish(int status) {
-    if (fflush(stdout) != 0 && status == status_done) {
-        fprintf(stderr, "vaskctl: the output cannot be written: %s\n", strerror(errno));
+    errno = 0;
+    const bool is_lost = fflush(stdout) != 0 || ferror(stdout) != 0;
+    if (is_lost && status == status_done) {
+        fprintf(stderr, "vaskctl: the output cannot be written%s%s\n", errno != 0 ? ": " : "",
+                errno != 0 ? strerror(errno) : "");
         return status_failed;
     }
     return status;
