@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "running_system.h"
@@ -107,6 +108,27 @@ TEST(vaskctl_log, Gives_each_message_as_json) {
     const parsed_json second(output.substr(end + 1));
     EXPECT_EQ(second.at("time"), "null");
     EXPECT_EQ(second.at("text"), "\xef\xbf\xbd");
+}
+
+TEST(vaskctl_log, Keeps_what_stands_behind_a_zero) {
+    tool_setting setting;
+    setting.input = std::string("1.000000 [a:1] INFO: one\n\0\0two\n", 31);
+    EXPECT_EQ(run_tool({"log"}, setting), (tool_result{0, setting.input, ""}));
+    const parsed_json json(run_tool({"log", "--json"}, setting).output);
+    EXPECT_EQ(json.at("text"), "one\n  two");
+}
+
+TEST(vaskctl_log, Escapes_each_control_character_in_json) {
+    tool_setting setting;
+    setting.input = "1.000000 [a:1] INFO: ";
+    for (char c = 1; c < 32; ++c) {
+        setting.input += c == '\n' ? ' ' : c;
+    }
+    const std::string output = run_tool({"log", "--json"}, setting).output;
+    EXPECT_EQ(std::count_if(output.begin(), output.end(), [](char c) { return c > 0 && c < 32; }),
+              1)
+        << output;
+    EXPECT_THAT(output, HasSubstr("\\u001f"));
 }
 
 TEST(vaskctl_log, Says_which_file_cannot_be_opened) {

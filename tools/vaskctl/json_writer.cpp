@@ -5,6 +5,8 @@
 
 #include <stdio.h>
 
+#include <algorithm>
+
 namespace vaskctl {
 
 json_writer::json_writer() : m_builder(json_builder_new()) {}
@@ -30,7 +32,10 @@ void json_writer::name(const char* member) {
 }
 
 void json_writer::add(const std::string& text) {
-    gchar* valid = g_utf8_make_valid(text.c_str(), -1);
+    // No reader of JSON has to take a text with a zero in it, and GLib's end there.
+    std::string whole = text;
+    std::replace(whole.begin(), whole.end(), '\0', ' ');
+    gchar* valid = g_utf8_make_valid(whole.c_str(), -1);
     json_builder_add_string_value(m_builder.get(), valid);
     g_free(valid);
 }
@@ -62,7 +67,15 @@ void json_writer::add(const std::vector<std::string>& texts) {
 void json_writer::print_line() {
     JsonNode* root = json_builder_get_root(m_builder.get());
     gchar* text = json_to_string(root, FALSE);
-    printf("%s\n", text);
+    // JSON forbids this character in a text, and the library leaves it as it is.
+    for (const char* c = text; *c != '\0'; ++c) {
+        if (*c == '\x1f') {
+            fputs("\\u001f", stdout);
+        } else {
+            putchar(*c);
+        }
+    }
+    putchar('\n');
     fflush(stdout);
     g_free(text);
     json_node_unref(root);

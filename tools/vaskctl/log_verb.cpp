@@ -72,16 +72,22 @@ public:
     }
 
 private:
+    // After the loss of power a log has zeros in it.
+    static void print_line(const std::string& line) {
+        fwrite(line.data(), 1, line.size(), stdout);
+        putchar('\n');
+    }
+
     static void print_text(const log_entry& entry) {
         if (entry.level < 0 || entry.continues) {
-            printf("%s\n", shown(entry.text).c_str());
+            print_line(shown(entry.text));
             return;
         }
         const std::string time = entry.has_time ? decimal(entry.time, 6) + " " : "";
         const std::string header = time + "[" + shown(entry.name) + ":" +
                                    std::to_string(entry.pid) + "] " + name_of_level(entry.level) +
                                    ": ";
-        printf("%s%s\n", coloured(header, colour_of(entry.pid)).c_str(), shown(entry.text).c_str());
+        print_line(coloured(header, colour_of(entry.pid)) + shown(entry.text));
     }
 
     static void print_json(const log_entry& entry) {
