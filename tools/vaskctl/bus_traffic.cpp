@@ -93,9 +93,20 @@ traffic_event bus_traffic::event_of(int pid, double time, const char* kind) {
     traffic_event event;
     event.time = time;
     event.pid = pid;
-    event.child = describe_process(pid);
+    event.child = child_name(pid);
     event.kind = kind;
     return event;
+}
+
+const std::string& bus_traffic::child_name(int pid) {
+    if (m_child_names.size() >= most_described_names) {
+        m_child_names.clear();
+    }
+    std::string& name = m_child_names[pid];
+    if (name.empty()) {
+        name = describe_process(pid);
+    }
+    return name;
 }
 
 std::vector<traffic_event> bus_traffic::note(GDBusMessage* message, double time) {
@@ -197,8 +208,14 @@ std::optional<traffic_event> bus_traffic::note_owner_change(GDBusMessage* messag
     }
     const bool comes = *after != '\0';
     m_names.note_owner(pid, after);
+    if (comes) {
+        m_child_names.erase(pid);
+    }
     traffic_event event = event_of(pid, time, comes ? "comes" : "goes");
     event.what = comes ? "comes to the bus" : "leaves the bus";
+    if (!comes) {
+        m_child_names.erase(pid);
+    }
     return event;
 }
 

@@ -78,8 +78,15 @@ private:
     std::optional<traffic_event> note_owner_change(GDBusMessage* message, double time);
     std::optional<traffic_event> note_answer(GDBusMessage* message, double time);
     traffic_event event_of(int pid, double time, const char* kind);
+    const std::string& child_name(int pid);
 
     bus_names& m_names;
+
+    // As they were when a child came or was first heard of: its process loses the name with its
+    // end, and what it has sent may be read later.
+    std::map<int, std::string> m_child_names;
+
+    // Commands that were not answered yet, by caller and serial number.
     std::map<std::pair<std::string, guint32>, open_command> m_open;
 };
 
