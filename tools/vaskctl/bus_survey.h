@@ -44,10 +44,10 @@ private:
     void find_listeners();
 
     bus_link& m_link;
-    std::map<int, bus_child> m_children;
-    bool m_knows_rules = false;
-    std::map<std::string, std::set<int>> m_heard_by_connection;
-    std::set<std::pair<int, int>> m_listeners;  // process, child
+    std::map<int, bus_child> m_children;  // by process id
+    bool m_knows_rules = false;           // not every bus tells who listens to whom
+    std::map<std::string, std::set<int>> m_heard_by_connection;  // children by unique name
+    std::set<std::pair<int, int>> m_listeners;                   // process, child
 };
 
 // The process id in the name of a child; 0 for another name.

@@ -52,9 +52,9 @@ public:
 private:
     bus_link& link();
 
-    std::unique_ptr<bus_link> m_link;
-    std::map<std::string, int> m_children;
-    std::map<std::string, std::string> m_described;
+    std::unique_ptr<bus_link> m_link;                // opened for the first question
+    std::map<std::string, int> m_children;           // process ids by unique name
+    std::map<std::string, std::string> m_described;  // answers of the bus by unique name
 };
 
 // Makes events of messages.

@@ -53,8 +53,8 @@ private:
     const char* const m_parameters;
     const char* const m_description;
     std::vector<option*> m_options;
-    std::vector<std::string> m_words;
-    std::vector<std::string> m_behind_dashes;
+    std::vector<std::string> m_words;          // what is no option, before "--"
+    std::vector<std::string> m_behind_dashes;  // a command line of its own
     bool m_has_dashes = false;
 };
 

@@ -66,8 +66,8 @@ private:
     void remark_on_absence(relative& member);
 
     const process_table& m_processes;
-    const bus_survey* const m_survey;
-    std::map<int, relative> m_members;
+    const bus_survey* const m_survey;   // null without a bus
+    std::map<int, relative> m_members;  // by process id
 };
 
 // Processes that cannot answer a call, so that nobody has to wait for them.

@@ -38,9 +38,9 @@ public:
 private:
     void open_handle(const std::string& name);
 
-    const semaphore m_examined;
-    unique_fd m_file_lock;
-    sem_t* m_handle = nullptr;
+    const semaphore m_examined;  // what the repair was decided on
+    unique_fd m_file_lock;       // keeps other repairs away while it is open
+    sem_t* m_handle = nullptr;   // closed by the destructor; null for none
     bool m_is_adopted = false;
 };
 

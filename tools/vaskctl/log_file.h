@@ -35,8 +35,8 @@ private:
 
     std::string m_path;
     unique_fd m_file;
-    struct stat m_facts = {};
-    bool m_is_regular = false;
+    struct stat m_facts = {};   // of what is open, to see when the path leads elsewhere
+    bool m_is_regular = false;  // else it cannot have been cut off
     log_reader m_reader;
 };
 

@@ -61,9 +61,9 @@ private:
 
     std::string m_name;
     shared_file m_file;
-    std::string m_damage;
-    std::uint32_t m_sequence = 0;
-    std::int32_t m_count = 0;
+    std::string m_damage;          // empty while the object can be believed
+    std::uint32_t m_sequence = 0;  // odd in the middle of a change
+    std::int32_t m_count = 0;      // as the object claims, however long it is
     std::vector<registry_entry> m_entries;
 };
 

@@ -38,9 +38,9 @@ public:
 
 private:
     std::string m_path;
-    struct stat m_facts = {};
+    struct stat m_facts = {};  // valid when it exists
     bool m_exists = false;
-    unique_fd m_fd;
+    unique_fd m_fd;  // none where it cannot be read
 };
 
 // The rest of the names below /dev/shm that begin with a prefix, sorted.

@@ -26,8 +26,8 @@ private:
     int find_running() const;
 
     std::string m_text;
-    int m_pid = 0;
-    std::string m_program;
+    int m_pid = 0;          // 0 where a program is wanted
+    std::string m_program;  // not looked at where a process is wanted
     bool m_has_key = false;
     unsigned long long m_key = 0;
 };
