@@ -47,19 +47,19 @@ bool has_handler(int signal_number) {
 
 }  // namespace
 
-TEST(kernel_without_pidfd, refuses_pidfd_open) {
+TEST(kernel_without_pidfd, Refuses_pidfd_open) {
     EXPECT_EQ(syscall(SYS_pidfd_open, getpid(), 0), -1);
     EXPECT_EQ(errno, ENOSYS);
 }
 
-TEST(kernel_without_pidfd, leaves_SIGCHLD_alone_all_the_same) {
+TEST(kernel_without_pidfd, Leaves_SIGCHLD_alone_all_the_same) {
     recording_bridge bridge(true);
     ASSERT_FALSE(has_handler(SIGCHLD));
     spawn_probe(bridge, {"sleep"});
     EXPECT_FALSE(has_handler(SIGCHLD));
 }
 
-TEST(kernel_without_pidfd, is_named_by_the_source_that_looks_for_the_end) {
+TEST(kernel_without_pidfd, Is_named_by_the_source_that_looks_for_the_end) {
     recording_bridge bridge(true);
     spawn_probe(bridge, {"sleep"});
     const std::string child = std::to_string(bridge.get_child_pid());

@@ -46,7 +46,7 @@ private:
 
 }  // namespace
 
-TEST_F(argument_iterator, visits_the_arguments_without_the_program_name) {
+TEST_F(argument_iterator, Visits_the_arguments_without_the_program_name) {
     std::vector<std::string> visited;
     for (app.arg_iter_begin(); !app.arg_iter_end(); app.arg_iter_inc(1)) {
         visited.push_back(app.arg_iter_elem());
@@ -56,7 +56,7 @@ TEST_F(argument_iterator, visits_the_arguments_without_the_program_name) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(argument_iterator, is_at_its_end_only_behind_the_last_argument) {
+TEST_F(argument_iterator, Is_at_its_end_only_behind_the_last_argument) {
     app.arg_iter_inc(2);
     EXPECT_FALSE(app.arg_iter_end());
     app.arg_iter_inc(1);
@@ -65,19 +65,19 @@ TEST_F(argument_iterator, is_at_its_end_only_behind_the_last_argument) {
     EXPECT_TRUE(app.arg_iter_end());
 }
 
-TEST_F(argument_iterator, moves_backwards_too) {
+TEST_F(argument_iterator, Moves_backwards_too) {
     app.arg_iter_inc(2);
     app.arg_iter_inc(-1);
     EXPECT_EQ(app.arg_iter_elem(), "two");
 }
 
-TEST_F(argument_iterator, begins_anew) {
+TEST_F(argument_iterator, Begins_anew) {
     app.arg_iter_inc(2);
     app.arg_iter_begin();
     EXPECT_EQ(app.arg_iter_elem(), "one");
 }
 
-TEST_F(argument_iterator, counts_the_arguments_behind_the_cursor) {
+TEST_F(argument_iterator, Counts_the_arguments_behind_the_cursor) {
     EXPECT_EQ(app.arg_iter_num_rest(), 2);
     app.arg_iter_inc(2);
     EXPECT_EQ(app.arg_iter_num_rest(), 0);
@@ -87,12 +87,12 @@ TEST_F(argument_iterator, counts_the_arguments_behind_the_cursor) {
     EXPECT_EQ(app.arg_iter_num_rest(), 3);
 }
 
-TEST_F(argument_iterator, gives_out_the_argument_itself) {
+TEST_F(argument_iterator, Gives_out_the_argument_itself) {
     app.arg_iter_elem() = "changed";
     EXPECT_STREQ(app.arg_iter_get_char_p(0), "changed");
 }
 
-TEST_F(argument_iterator, keeps_copies_of_the_command_line) {
+TEST_F(argument_iterator, Keeps_copies_of_the_command_line) {
     std::string first = "first";
     char* argv[] = {nullptr, &first[0], nullptr};
     open_app copying(2, argv);
@@ -102,7 +102,7 @@ TEST_F(argument_iterator, keeps_copies_of_the_command_line) {
     EXPECT_EQ(copying.arg_iter_elem(), "first");
 }
 
-TEST_F(argument_iterator, has_getters_that_do_not_move_the_cursor) {
+TEST_F(argument_iterator, Has_getters_that_do_not_move_the_cursor) {
     app.arg_iter_elem();
     app.arg_iter_get_int(1);
     app.arg_iter_get_char_p(2);
@@ -110,7 +110,7 @@ TEST_F(argument_iterator, has_getters_that_do_not_move_the_cursor) {
     EXPECT_EQ(app.m_arg_index, 0);
 }
 
-TEST_F(argument_iterator, has_getters_that_count_from_the_cursor) {
+TEST_F(argument_iterator, Has_getters_that_count_from_the_cursor) {
     app.arg_iter_inc(1);
     EXPECT_STREQ(app.arg_iter_get_char_p(-1), "one");
     EXPECT_STREQ(app.arg_iter_get_char_p(0), "two");
@@ -118,7 +118,7 @@ TEST_F(argument_iterator, has_getters_that_count_from_the_cursor) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(argument_iterator, tests_an_index_against_the_number_of_arguments) {
+TEST_F(argument_iterator, Tests_an_index_against_the_number_of_arguments) {
     EXPECT_TRUE(app.arg_iter_chk_idx(0, true));
     EXPECT_TRUE(app.arg_iter_chk_idx(2, true));
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -126,13 +126,13 @@ TEST_F(argument_iterator, tests_an_index_against_the_number_of_arguments) {
     EXPECT_THAT(log.lines(), ElementsAre(invalid_index));
 }
 
-TEST_F(argument_iterator, tests_silently_on_request) {
+TEST_F(argument_iterator, Tests_silently_on_request) {
     EXPECT_FALSE(app.arg_iter_chk_idx(3, false));
     EXPECT_FALSE(app.arg_iter_chk_idx(INT_MAX, false));
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(argument_iterator, takes_a_negative_index_for_the_cursor) {
+TEST_F(argument_iterator, Takes_a_negative_index_for_the_cursor) {
     EXPECT_TRUE(app.arg_iter_chk_idx(-1, true));
     EXPECT_TRUE(app.arg_iter_chk_idx(INT_MIN, true));
     app.arg_iter_inc(3);
@@ -141,13 +141,13 @@ TEST_F(argument_iterator, takes_a_negative_index_for_the_cursor) {
     EXPECT_THAT(log.lines(), ElementsAre(invalid_index));
 }
 
-TEST_F(argument_iterator, tests_only_the_upper_bound) {
+TEST_F(argument_iterator, Tests_only_the_upper_bound) {
     app.arg_iter_inc(-1);
     EXPECT_TRUE(app.arg_iter_chk_idx(-1, true));
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(argument_iterator, gives_failure_values_behind_the_last_argument) {
+TEST_F(argument_iterator, Gives_failure_values_behind_the_last_argument) {
     app.arg_iter_inc(3);
     EXPECT_EQ(app.arg_iter_elem(), "");
     EXPECT_EQ(app.arg_iter_get_int(0), 0);
@@ -157,14 +157,14 @@ TEST_F(argument_iterator, gives_failure_values_behind_the_last_argument) {
                 ElementsAre(invalid_index, invalid_index, invalid_index, invalid_index));
 }
 
-TEST_F(argument_iterator, gives_failure_values_for_an_offset_that_leads_out) {
+TEST_F(argument_iterator, Gives_failure_values_for_an_offset_that_leads_out) {
     EXPECT_EQ(app.arg_iter_get_int(3), 0);
     EXPECT_EQ(app.arg_iter_get_char_p(3), nullptr);
     EXPECT_EQ(app.arg_iter_get_uint_hex(3), 0u);
     EXPECT_THAT(log.lines(), ElementsAre(invalid_index, invalid_index, invalid_index));
 }
 
-TEST_F(argument_iterator, gives_failure_values_for_a_negative_index_that_passes_the_test) {
+TEST_F(argument_iterator, Gives_failure_values_for_a_negative_index_that_passes_the_test) {
     EXPECT_EQ(app.arg_iter_get_int(-1), 0);
     EXPECT_EQ(app.arg_iter_get_char_p(-1), nullptr);
     EXPECT_EQ(app.arg_iter_get_uint_hex(-1), 0u);
@@ -176,7 +176,7 @@ TEST_F(argument_iterator, gives_failure_values_for_a_negative_index_that_passes_
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(argument_iterator, complains_about_a_negative_index_while_the_cursor_is_out_of_range) {
+TEST_F(argument_iterator, Complains_about_a_negative_index_while_the_cursor_is_out_of_range) {
     app.arg_iter_inc(3);
     EXPECT_EQ(app.arg_iter_get_int(-4), 0);
     EXPECT_EQ(app.arg_iter_get_char_p(-4), nullptr);
@@ -184,7 +184,7 @@ TEST_F(argument_iterator, complains_about_a_negative_index_while_the_cursor_is_o
     EXPECT_THAT(log.lines(), ElementsAre(invalid_index, invalid_index, invalid_index));
 }
 
-TEST_F(argument_iterator, reaches_arguments_again_from_before_the_first) {
+TEST_F(argument_iterator, Reaches_arguments_again_from_before_the_first) {
     app.arg_iter_inc(-2);
     EXPECT_STREQ(app.arg_iter_get_char_p(2), "one");
     EXPECT_FALSE(app.arg_iter_end());
@@ -192,7 +192,7 @@ TEST_F(argument_iterator, reaches_arguments_again_from_before_the_first) {
     EXPECT_EQ(app.arg_iter_elem(), "one");
 }
 
-TEST_F(argument_iterator, stays_behind_the_end_however_far_it_is_moved_forward) {
+TEST_F(argument_iterator, Stays_behind_the_end_however_far_it_is_moved_forward) {
     app.arg_iter_inc(INT_MAX);
     app.arg_iter_inc(INT_MAX);
     EXPECT_TRUE(app.arg_iter_end());
@@ -204,7 +204,7 @@ TEST_F(argument_iterator, stays_behind_the_end_however_far_it_is_moved_forward) 
     EXPECT_EQ(app.arg_iter_get_uint_hex(INT_MAX), 0u);
 }
 
-TEST_F(argument_iterator, stays_before_the_first_argument_however_far_it_is_moved_back) {
+TEST_F(argument_iterator, Stays_before_the_first_argument_however_far_it_is_moved_back) {
     app.arg_iter_inc(INT_MIN);
     app.arg_iter_inc(INT_MIN);
     EXPECT_FALSE(app.arg_iter_end());
@@ -216,7 +216,7 @@ TEST_F(argument_iterator, stays_before_the_first_argument_however_far_it_is_move
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(argument_iterator, gives_out_an_empty_element_whatever_was_written_to_it) {
+TEST_F(argument_iterator, Gives_out_an_empty_element_whatever_was_written_to_it) {
     app.arg_iter_inc(3);
     std::string& element = app.arg_iter_elem();
     element = "written by a caller";
@@ -224,7 +224,7 @@ TEST_F(argument_iterator, gives_out_an_empty_element_whatever_was_written_to_it)
     EXPECT_EQ(&app.arg_iter_elem(), &element);
 }
 
-TEST_F(argument_iterator, requires_a_number_of_arguments_behind_the_cursor) {
+TEST_F(argument_iterator, Requires_a_number_of_arguments_behind_the_cursor) {
     EXPECT_TRUE(app.arg_iter_chk_num_rest(2, "too few\n"));
     EXPECT_TRUE(app.arg_iter_chk_num_rest(0, "too few\n"));
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -232,30 +232,30 @@ TEST_F(argument_iterator, requires_a_number_of_arguments_behind_the_cursor) {
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "app", "too few")));
 }
 
-TEST_F(argument_iterator, compares_the_required_number_with_its_sign) {
+TEST_F(argument_iterator, Compares_the_required_number_with_its_sign) {
     app.arg_iter_inc(3);
     EXPECT_TRUE(app.arg_iter_chk_num_rest(-1, "too few\n"));
     EXPECT_FALSE(app.arg_iter_chk_num_rest(0, "too few\n"));
 }
 
-TEST_F(argument_iterator, takes_the_message_for_the_format) {
+TEST_F(argument_iterator, Takes_the_message_for_the_format) {
     EXPECT_FALSE(app.arg_iter_chk_num_rest(9, "100%% too few\n"));
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "app", "100% too few")));
 }
 
-TEST_F(argument_iterator, fails_silently_without_a_message) {
+TEST_F(argument_iterator, Fails_silently_without_a_message) {
     EXPECT_FALSE(app.arg_iter_chk_num_rest(9, nullptr));
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(argument_iterator, leaves_the_application_alone_when_arguments_are_missing) {
+TEST_F(argument_iterator, Leaves_the_application_alone_when_arguments_are_missing) {
     app.arg_iter_inc(1);
     EXPECT_FALSE(app.arg_iter_chk_num_rest(2, "one more, please\n"));
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "app", "one more, please")));
     EXPECT_FALSE(app.init_failed());
 }
 
-TEST_F(argument_iterator, makes_run_fail_when_missing_arguments_are_fatal) {
+TEST_F(argument_iterator, Makes_run_fail_when_missing_arguments_are_fatal) {
     app.set_arg_error_fatal(true);
     app.arg_iter_inc(1);
     EXPECT_FALSE(app.arg_iter_chk_num_rest(2, "one more, please\n"));
@@ -265,13 +265,13 @@ TEST_F(argument_iterator, makes_run_fail_when_missing_arguments_are_fatal) {
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "app", "one more, please")));
 }
 
-TEST_F(argument_iterator, is_fatal_without_a_message_too) {
+TEST_F(argument_iterator, Is_fatal_without_a_message_too) {
     app.set_arg_error_fatal(true);
     EXPECT_FALSE(app.arg_iter_chk_num_rest(9, nullptr));
     EXPECT_TRUE(app.init_failed());
 }
 
-TEST_F(argument_iterator, is_fatal_only_for_arguments_that_are_missing) {
+TEST_F(argument_iterator, Is_fatal_only_for_arguments_that_are_missing) {
     app.set_arg_error_fatal(true);
     EXPECT_TRUE(app.arg_iter_chk_num_rest(2, "too few\n"));
     EXPECT_FALSE(app.arg_iter_chk_idx(9, false));
@@ -279,14 +279,14 @@ TEST_F(argument_iterator, is_fatal_only_for_arguments_that_are_missing) {
     EXPECT_FALSE(app.init_failed());
 }
 
-TEST_F(argument_iterator, can_be_made_harmless_again) {
+TEST_F(argument_iterator, Can_be_made_harmless_again) {
     app.set_arg_error_fatal(true);
     app.set_arg_error_fatal(false);
     EXPECT_FALSE(app.arg_iter_chk_num_rest(9, nullptr));
     EXPECT_FALSE(app.init_failed());
 }
 
-TEST(no_arguments, are_an_iterator_at_its_end) {
+TEST(no_arguments, Are_an_iterator_at_its_end) {
     open_app app(command_line{"program"});
     log_catcher log;
     app.arg_iter_begin();
@@ -297,7 +297,7 @@ TEST(no_arguments, are_an_iterator_at_its_end) {
     EXPECT_THAT(log.lines(), ElementsAre(invalid_index));
 }
 
-TEST(no_arguments, are_what_an_empty_command_line_gives) {
+TEST(no_arguments, Are_what_an_empty_command_line_gives) {
     char* argv[] = {nullptr};
     open_app app(0, argv);
     app.arg_iter_begin();
@@ -307,25 +307,25 @@ TEST(no_arguments, are_what_an_empty_command_line_gives) {
     EXPECT_FALSE(app.m_no_sys_init);
 }
 
-TEST(no_arguments, are_what_no_command_line_at_all_gives) {
+TEST(no_arguments, Are_what_no_command_line_at_all_gives) {
     open_app app(0, nullptr);
     EXPECT_EQ(app.get_arg_num(), 0);
     EXPECT_FALSE(app.m_no_sys_init);
 }
 
-TEST_F(number_arguments, are_read_up_to_the_first_other_character) {
+TEST_F(number_arguments, Are_read_up_to_the_first_other_character) {
     EXPECT_EQ(as_int("12abc"), 12);
     EXPECT_EQ(as_int(" -7"), -7);
     EXPECT_EQ(as_int("0x10"), 0);
 }
 
-TEST_F(number_arguments, are_zero_without_a_number) {
+TEST_F(number_arguments, Are_zero_without_a_number) {
     EXPECT_EQ(as_int("abc"), 0);
     EXPECT_EQ(as_int(""), 0);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(number_arguments, are_truncated_to_int) {
+TEST_F(number_arguments, Are_truncated_to_int) {
     if (sizeof(long) == sizeof(int)) {
         GTEST_SKIP() << "nothing to truncate";
     }
@@ -333,12 +333,12 @@ TEST_F(number_arguments, are_truncated_to_int) {
     EXPECT_EQ(as_int("2147483648"), INT_MIN);
 }
 
-TEST_F(number_arguments, stop_at_the_limits_of_long) {
+TEST_F(number_arguments, Stop_at_the_limits_of_long) {
     EXPECT_EQ(as_int("99999999999999999999"), static_cast<int>(LONG_MAX));
     EXPECT_EQ(as_int("-99999999999999999999"), static_cast<int>(LONG_MIN));
 }
 
-TEST_F(number_arguments, are_hexadecimal_with_and_without_prefix) {
+TEST_F(number_arguments, Are_hexadecimal_with_and_without_prefix) {
     EXPECT_EQ(as_hex("ff"), 255u);
     EXPECT_EQ(as_hex("0x1A"), 26u);
     EXPECT_EQ(as_hex("FFFFFFFF"), UINT_MAX);
@@ -346,7 +346,7 @@ TEST_F(number_arguments, are_hexadecimal_with_and_without_prefix) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(number_arguments, are_complained_about_when_they_are_not_hexadecimal) {
+TEST_F(number_arguments, Are_complained_about_when_they_are_not_hexadecimal) {
     EXPECT_EQ(as_hex("zz"), 0u);
     EXPECT_EQ(as_hex(""), 0u);
     EXPECT_THAT(log.lines(),

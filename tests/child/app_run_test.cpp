@@ -52,7 +52,7 @@ extern "C" void g_main_loop_unref(GMainLoop* loop) {
     next_function<void(GMainLoop*)>("g_main_loop_unref")(loop);
 }
 
-TEST(application, starts_out_sound_and_without_a_loop) {
+TEST(application, Starts_out_sound_and_without_a_loop) {
     open_app app(command_line{"program"});
     EXPECT_FALSE(app.init_failed());
     EXPECT_EQ(app.m_exit_code, 0);
@@ -61,14 +61,14 @@ TEST(application, starts_out_sound_and_without_a_loop) {
     EXPECT_EQ(app.m_main_loop, nullptr);
 }
 
-TEST(application, carries_its_name_in_diagnostics) {
+TEST(application, Carries_its_name_in_diagnostics) {
     vask_app app("a name", 0, nullptr);
     log_catcher log;
     app.vask_p(VASK_P_INFO, "text\n");
     EXPECT_THAT(log.lines(), ElementsAre(line("INFO", "a name", "text")));
 }
 
-TEST(application, logs_its_end_under_its_name) {
+TEST(application, Logs_its_end_under_its_name) {
     auto* app = new open_app(command_line{"program"});
     vask_object::print_msg_level = VASK_P_DBG;
     log_catcher log;
@@ -77,35 +77,35 @@ TEST(application, logs_its_end_under_its_name) {
                 ElementsAre(line("DBG", "app", "virtual vask_object::~vask_object()")));
 }
 
-TEST(application, initialises_the_type_system_once_per_object) {
+TEST(application, Initialises_the_type_system_once_per_object) {
     open_app first(command_line{"program"});
     EXPECT_EQ(type_system_inits, 1);
     open_app second(command_line{"program"});
     EXPECT_EQ(type_system_inits, 2);
 }
 
-TEST(application, leaves_the_type_system_alone_with_the_marker_as_its_name) {
+TEST(application, Leaves_the_type_system_alone_with_the_marker_as_its_name) {
     open_app app(command_line{no_sys_init_marker, "argument"});
     EXPECT_TRUE(app.m_no_sys_init);
     EXPECT_EQ(type_system_inits, 0);
     EXPECT_THAT(app.m_args, ElementsAre("argument"));
 }
 
-TEST(application, takes_the_marker_behind_its_name_for_an_argument) {
+TEST(application, Takes_the_marker_behind_its_name_for_an_argument) {
     open_app app(command_line{"program", no_sys_init_marker});
     EXPECT_FALSE(app.m_no_sys_init);
     EXPECT_EQ(type_system_inits, 1);
     EXPECT_THAT(app.m_args, ElementsAre(no_sys_init_marker));
 }
 
-TEST(application, compares_the_marker_as_a_whole) {
+TEST(application, Compares_the_marker_as_a_whole) {
     EXPECT_FALSE(open_app(command_line{"--vask-app-no-sys-init2"}).m_no_sys_init);
     EXPECT_FALSE(open_app(command_line{"--vask-app-no-sys-ini"}).m_no_sys_init);
     EXPECT_FALSE(open_app(command_line{"/bin/--vask-app-no-sys-init"}).m_no_sys_init);
     EXPECT_EQ(type_system_inits, 3);
 }
 
-TEST(application, does_without_a_program_name) {
+TEST(application, Does_without_a_program_name) {
     std::string argument = "argument";
     char* argv[] = {nullptr, &argument[0], nullptr};
     open_app app(2, argv);
@@ -114,12 +114,12 @@ TEST(application, does_without_a_program_name) {
     EXPECT_THAT(app.m_args, ElementsAre("argument"));
 }
 
-TEST(application, ends_with_the_code_of_a_quit_request) {
+TEST(application, Ends_with_the_code_of_a_quit_request) {
     open_app app(command_line{"program"});
     EXPECT_EQ(run_with(app, [&app] { app.app_quit_request(5); }), 5);
 }
 
-TEST(application, runs_the_default_main_context_while_it_runs) {
+TEST(application, Runs_the_default_main_context_while_it_runs) {
     open_app app(command_line{"program"});
     bool running = false;
     run_with(app, [&] {
@@ -130,14 +130,14 @@ TEST(application, runs_the_default_main_context_while_it_runs) {
     EXPECT_TRUE(running);
 }
 
-TEST(application, keeps_its_loop_when_it_has_ended) {
+TEST(application, Keeps_its_loop_when_it_has_ended) {
     open_app app(command_line{"program"});
     run_with(app, [&app] { app.app_quit_request(0); });
     ASSERT_NE(app.m_main_loop, nullptr);
     EXPECT_FALSE(g_main_loop_is_running(app.m_main_loop));
 }
 
-TEST(application, ends_with_the_last_of_several_requests) {
+TEST(application, Ends_with_the_last_of_several_requests) {
     open_app app(command_line{"program"});
     const int code = run_with(app, [&app] {
         app.app_quit_request(5);
@@ -146,7 +146,7 @@ TEST(application, ends_with_the_last_of_several_requests) {
     EXPECT_EQ(code, 6);
 }
 
-TEST(application, fails_at_once_when_its_construction_failed) {
+TEST(application, Fails_at_once_when_its_construction_failed) {
     open_app app(command_line{"program"});
     app.app_quit_request(5);
     app.m_init_ok = false;
@@ -155,7 +155,7 @@ TEST(application, fails_at_once_when_its_construction_failed) {
     EXPECT_EQ(loops_created, 0);
 }
 
-TEST(application, runs_although_arguments_are_missing_unless_that_is_fatal) {
+TEST(application, Runs_although_arguments_are_missing_unless_that_is_fatal) {
     open_app app(command_line{"program", "one", "two", "three"});
     app.arg_iter_begin();
     app.arg_iter_inc(1);
@@ -167,7 +167,7 @@ TEST(application, runs_although_arguments_are_missing_unless_that_is_fatal) {
     EXPECT_EQ(app.run(), 1);
 }
 
-TEST(application, only_stores_the_code_of_a_quit_request_before_it_runs) {
+TEST(application, Only_stores_the_code_of_a_quit_request_before_it_runs) {
     open_app app(command_line{"program"});
     app.app_quit_request(5);
     EXPECT_EQ(app.m_exit_code, 5);
@@ -182,13 +182,13 @@ TEST(application, only_stores_the_code_of_a_quit_request_before_it_runs) {
     EXPECT_EQ(code, 5);
 }
 
-TEST(application, can_run_again) {
+TEST(application, Can_run_again) {
     open_app app(command_line{"program"});
     EXPECT_EQ(run_with(app, [&app] { app.app_quit_request(5); }), 5);
     EXPECT_EQ(run_with(app, [&app] { app.app_quit_request(6); }), 6);
 }
 
-TEST(application, releases_every_loop_it_has_created) {
+TEST(application, Releases_every_loop_it_has_created) {
     {
         open_app app(command_line{"program"});
         run_with(app, [&app] { app.app_quit_request(0); });
@@ -198,12 +198,12 @@ TEST(application, releases_every_loop_it_has_created) {
     EXPECT_EQ(loops_released, 2);
 }
 
-TEST(application, that_never_ran_releases_nothing) {
+TEST(application, That_never_ran_releases_nothing) {
     delete new open_app(command_line{"program"});
     EXPECT_EQ(loops_released, 0);
 }
 
-TEST(application, runs_what_a_subclass_makes_of_run) {
+TEST(application, Runs_what_a_subclass_makes_of_run) {
     struct own_run : vask_app {
         own_run() : vask_app("app", 0, nullptr) {}
         int run() override { return 42; }

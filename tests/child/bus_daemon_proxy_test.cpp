@@ -24,7 +24,7 @@ extern "C" DBusGProxy* dbus_g_proxy_new_for_name(DBusGConnection* connection, co
         "dbus_g_proxy_new_for_name")(connection, name, path, interface);
 }
 
-TEST(bus_daemon_proxy_death_test, is_required_by_every_child) {
+TEST(bus_daemon_proxy_death_test, Is_required_by_every_child) {
     EXPECT_DEATH(
         {
             no_proxies = true;

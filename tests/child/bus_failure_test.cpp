@@ -55,7 +55,7 @@ extern "C" gboolean dbus_g_proxy_call(DBusGProxy* proxy, const char* method, GEr
     return FALSE;
 }
 
-TEST(a_request_for_the_name, goes_to_the_bus_itself_without_flags) {
+TEST(a_request_for_the_name, Goes_to_the_bus_itself_without_flags) {
     open_child child;
     EXPECT_EQ(request.bus_name, "org.freedesktop.DBus");
     EXPECT_EQ(request.path, "/org/freedesktop/DBus");
@@ -65,7 +65,7 @@ TEST(a_request_for_the_name, goes_to_the_bus_itself_without_flags) {
     EXPECT_EQ(request.flags, 0u);
 }
 
-TEST(a_failed_request_for_the_name, is_logged_with_name_and_reason) {
+TEST(a_failed_request_for_the_name, Is_logged_with_name_and_reason) {
     log_catcher log;
     open_child child;
     EXPECT_THAT(log.lines(),
@@ -75,7 +75,7 @@ TEST(a_failed_request_for_the_name, is_logged_with_name_and_reason) {
     EXPECT_FALSE(child.init_failed());
 }
 
-TEST(a_failed_request_for_the_name, leaves_the_object_off_the_bus) {
+TEST(a_failed_request_for_the_name, Leaves_the_object_off_the_bus) {
     open_child child;
     EXPECT_NE(child.m_bus_object, nullptr);
     bus_client client;
@@ -86,7 +86,7 @@ TEST(a_failed_request_for_the_name, leaves_the_object_off_the_bus) {
     EXPECT_TRUE(client.signals().empty());
 }
 
-TEST(a_failed_request_for_the_name, does_not_bar_a_second_child) {
+TEST(a_failed_request_for_the_name, Does_not_bar_a_second_child) {
     open_child first;
     log_catcher log;
     open_child second;

@@ -90,11 +90,11 @@ log_line received(int id) {
 
 }  // namespace
 
-TEST_F(commands, are_empty_in_the_base) {
+TEST_F(commands, Are_empty_in_the_base) {
     EXPECT_THAT(child.m_cmd_handlers, IsEmpty());
 }
 
-TEST_F(commands, reach_their_handler_with_the_callers_argument) {
+TEST_F(commands, Reach_their_handler_with_the_callers_argument) {
     child.add(1, &commanded_child::succeed);
     const char argument[] = "argument";
     EXPECT_TRUE(child.command(1, argument, &reply));
@@ -102,57 +102,57 @@ TEST_F(commands, reach_their_handler_with_the_callers_argument) {
     EXPECT_STREQ(reply, "done");
 }
 
-TEST_F(commands, show_their_handler_no_reply_at_first) {
+TEST_F(commands, Show_their_handler_no_reply_at_first) {
     child.add(1, &commanded_child::succeed);
     child.command(1, "", &reply);
     EXPECT_EQ(child.reply_on_entry, nullptr);
 }
 
-TEST_F(commands, have_a_null_reply_when_the_handler_stores_none) {
+TEST_F(commands, Have_a_null_reply_when_the_handler_stores_none) {
     child.add(1, &commanded_child::say_nothing);
     EXPECT_TRUE(child.command(1, "", &reply));
     EXPECT_EQ(reply, nullptr);
 }
 
-TEST_F(commands, fail_when_the_handler_fails) {
+TEST_F(commands, Fail_when_the_handler_fails) {
     child.add(1, &commanded_child::fail);
     EXPECT_FALSE(child.command(1, "", &reply));
     EXPECT_EQ(reply, nullptr);
 }
 
-TEST_F(commands, honour_virtual_handlers) {
+TEST_F(commands, Honour_virtual_handlers) {
     child.add(1, &commanded_child::overridable);
     EXPECT_TRUE(child.command(1, "", &reply));
     EXPECT_STREQ(reply, "subclass");
 }
 
-TEST(command, reaches_a_handler_of_a_class_that_does_not_begin_with_the_child) {
+TEST(command, Reaches_a_handler_of_a_class_that_does_not_begin_with_the_child) {
     listening_child child(command_line{no_sys_init_marker});
     const char* reply = untouched;
     EXPECT_TRUE(child.command(1, "", &reply));
     EXPECT_STREQ(reply, "listening");
 }
 
-TEST_F(commands, are_told_apart_by_their_ids) {
+TEST_F(commands, Are_told_apart_by_their_ids) {
     child.add(1, &commanded_child::succeed);
     child.add(-1, &commanded_child::fail);
     EXPECT_TRUE(child.command(1, "", &reply));
     EXPECT_FALSE(child.command(-1, "", &reply));
 }
 
-TEST_F(commands, have_the_handler_that_was_added_last) {
+TEST_F(commands, Have_the_handler_that_was_added_last) {
     child.add(1, &commanded_child::fail);
     child.add(1, &commanded_child::succeed);
     EXPECT_TRUE(child.command(1, "", &reply));
     EXPECT_EQ(child.m_cmd_handlers.size(), 1u);
 }
 
-TEST_F(commands, may_also_be_put_into_the_map) {
+TEST_F(commands, May_also_be_put_into_the_map) {
     child.m_cmd_handlers[5] = static_cast<vask_child::cmd_handler>(&commanded_child::say_nothing);
     EXPECT_TRUE(child.command(5, "", &reply));
 }
 
-TEST_F(commands, are_logged_for_debugging) {
+TEST_F(commands, Are_logged_for_debugging) {
     child.add(1, &commanded_child::succeed);
     vask_object::print_msg_level = VASK_P_DBG;
     log_catcher log;
@@ -160,14 +160,14 @@ TEST_F(commands, are_logged_for_debugging) {
     EXPECT_THAT(log.lines(), ElementsAre(received(1)));
 }
 
-TEST_F(commands, without_a_handler_fail_and_leave_the_reply_alone) {
+TEST_F(commands, Without_a_handler_fail_and_leave_the_reply_alone) {
     log_catcher log;
     EXPECT_FALSE(child.command(-3, "", &reply));
     EXPECT_EQ(reply, untouched);
     EXPECT_THAT(log.lines(), ElementsAre(line("WARN", "child", "Command ID: -3 is not supported")));
 }
 
-TEST_F(commands, without_a_handler_are_logged_for_debugging_first) {
+TEST_F(commands, Without_a_handler_are_logged_for_debugging_first) {
     vask_object::print_msg_level = VASK_P_DBG;
     log_catcher log;
     child.command(9, "", &reply);
@@ -175,7 +175,7 @@ TEST_F(commands, without_a_handler_are_logged_for_debugging_first) {
                 ElementsAre(received(9), line("WARN", "child", "Command ID: 9 is not supported")));
 }
 
-TEST_F(commands, set_window_is_only_logged_by_the_base) {
+TEST_F(commands, Set_window_is_only_logged_by_the_base) {
     vask_object::print_msg_level = VASK_P_DBG;
     log_catcher log;
     child.set_window(1, 2, 3, 4, 0xabc);

@@ -37,7 +37,7 @@ log_line thrown(const std::string& callback, const std::string& what) {
 
 }  // namespace
 
-TEST_F(throwing_child, answers_the_command_with_an_error_and_obeys_the_next_one) {
+TEST_F(throwing_child, Answers_the_command_with_an_error_and_obeys_the_next_one) {
     const bus_reply reply = child.command(SERVANT_THROW, "out of ink");
 
     EXPECT_FALSE(reply.ok);
@@ -47,13 +47,13 @@ TEST_F(throwing_child, answers_the_command_with_an_error_and_obeys_the_next_one)
     expect_service();
 }
 
-TEST_F(throwing_child, may_throw_anything) {
+TEST_F(throwing_child, May_throw_anything) {
     EXPECT_FALSE(child.command(SERVANT_THROW_NUMBER).ok);
     EXPECT_THAT(log.lines(), ElementsAre(thrown("vask_child::command()", "unknown")));
     expect_service();
 }
 
-TEST_F(throwing_child, answers_set_window_with_an_error_and_obeys_the_next_one) {
+TEST_F(throwing_child, Answers_set_window_with_an_error_and_obeys_the_next_one) {
     ASSERT_TRUE(child.command(SERVANT_THROW_IN_WINDOW, "no screen").ok);
 
     EXPECT_FALSE(child.set_window(1, 2, 3, 4, 5).ok);

@@ -70,7 +70,7 @@ const log_line gave_up =
 
 }  // namespace
 
-TEST_F(farewell, with_a_long_reply_arrives) {
+TEST_F(farewell, With_a_long_reply_arrives) {
     started_process process(test_program("child_servant"), {});
     ASSERT_TRUE(client.wait_for_name(child_name(process.pid())));
     served_child child(client, child_name(process.pid()));
@@ -83,7 +83,7 @@ TEST_F(farewell, with_a_long_reply_arrives) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(farewell, with_many_signals_arrives) {
+TEST_F(farewell, With_many_signals_arrives) {
     started_process process(test_program("child_servant"), {});
     ASSERT_TRUE(client.wait_for_name(child_name(process.pid())));
     client.subscribe(every_signal);
@@ -95,7 +95,7 @@ TEST_F(farewell, with_many_signals_arrives) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(farewell, of_a_child_that_has_never_run_arrives) {
+TEST_F(farewell, Of_a_child_that_has_never_run_arrives) {
     client.subscribe(every_signal);
     started_process process(test_program("child_servant"), {"--say-farewell-only"});
     ASSERT_TRUE(process.wait_until_stopped());
@@ -106,17 +106,17 @@ TEST_F(farewell, of_a_child_that_has_never_run_arrives) {
     EXPECT_EQ(process.wait_for_end(), 0);
 }
 
-TEST_F(farewell_to_a_stopped_bus, is_given_up_after_five_seconds_with_one_line) {
+TEST_F(farewell_to_a_stopped_bus, Is_given_up_after_five_seconds_with_one_line) {
     EXPECT_GE(seconds_until_end("--farewell-at-usr1"), 4.9);
     EXPECT_THAT(log.lines(), ElementsAre(said, gave_up));
 }
 
-TEST_F(farewell_to_a_stopped_bus, is_given_up_although_signals_interrupt_it) {
+TEST_F(farewell_to_a_stopped_bus, Is_given_up_although_signals_interrupt_it) {
     EXPECT_GE(seconds_until_end("--farewell-at-usr1-with-signals"), 4.9);
     EXPECT_THAT(log.lines(), ElementsAre(said, gave_up));
 }
 
-TEST_F(farewell_to_a_stopped_bus, arrives_when_the_bus_goes_on) {
+TEST_F(farewell_to_a_stopped_bus, Arrives_when_the_bus_goes_on) {
     bus_client client(bus.address());
     client.subscribe(every_signal);
     start("--farewell-at-usr1");
@@ -131,7 +131,7 @@ TEST_F(farewell_to_a_stopped_bus, arrives_when_the_bus_goes_on) {
     EXPECT_THAT(log.lines(), ElementsAre(said));
 }
 
-TEST_F(farewell_to_a_stopped_bus, ends_with_the_bus) {
+TEST_F(farewell_to_a_stopped_bus, Ends_with_the_bus) {
     start("--farewell-at-usr1");
     bus.stop();
     process->send(SIGUSR1);

@@ -162,11 +162,11 @@ const char* const interface_names[] = {child_interface, "", "org.freedesktop.DBu
 
 }  // namespace
 
-TEST(installed_interface, is_that_of_a_child) {
+TEST(installed_interface, Is_that_of_a_child) {
     EXPECT_EQ(child_interface_in(installed_description()), expected_interface);
 }
 
-TEST(installed_interface, is_at_the_path_of_a_child) {
+TEST(installed_interface, Is_at_the_path_of_a_child) {
     const std::unique_ptr<GDBusNodeInfo, node_unref> node(
         g_dbus_node_info_new_for_xml(installed_description().c_str(), nullptr));
     ASSERT_NE(node, nullptr);
@@ -174,19 +174,19 @@ TEST(installed_interface, is_at_the_path_of_a_child) {
     EXPECT_THAT(interfaces_in(installed_description()), testing::ElementsAre(child_interface));
 }
 
-TEST_F(running_child, has_the_installed_interface) {
+TEST_F(running_child, Has_the_installed_interface) {
     const bus_reply description = child.introspect();
     ASSERT_TRUE(description.ok) << description.error_name;
     EXPECT_EQ(child_interface_in(description.text), child_interface_in(installed_description()));
 }
 
-TEST_F(running_child, has_no_interfaces_but_its_own_and_those_of_every_object) {
+TEST_F(running_child, Has_no_interfaces_but_its_own_and_those_of_every_object) {
     EXPECT_THAT(interfaces_in(child.introspect().text),
                 testing::UnorderedElementsAre(child_interface, DBUS_INTERFACE_INTROSPECTABLE,
                                               DBUS_INTERFACE_PROPERTIES));
 }
 
-TEST_F(running_child, looks_the_same_to_an_independent_tool) {
+TEST_F(running_child, Looks_the_same_to_an_independent_tool) {
     if (!is_there("gdbus")) {
         GTEST_SKIP() << "gdbus is not installed";
     }
@@ -195,7 +195,7 @@ TEST_F(running_child, looks_the_same_to_an_independent_tool) {
     EXPECT_EQ(child_interface_in(xml), expected_interface);
 }
 
-TEST_F(running_child, lets_nobody_read_the_address_of_its_object) {
+TEST_F(running_child, Lets_nobody_read_the_address_of_its_object) {
     for (const char* interface : interface_names) {
         for (const char* property : property_names) {
             EXPECT_FALSE(get(interface, property).ok) << interface << " " << property;
@@ -204,7 +204,7 @@ TEST_F(running_child, lets_nobody_read_the_address_of_its_object) {
     expect_alive();
 }
 
-TEST_F(running_child, lets_nobody_write_the_address_of_its_object) {
+TEST_F(running_child, Lets_nobody_write_the_address_of_its_object) {
     const dbus_uint64_t address = 0x41414141;
     const dbus_uint32_t short_address = 0x41414141;
     const char* text = "AAAA";
@@ -219,7 +219,7 @@ TEST_F(running_child, lets_nobody_write_the_address_of_its_object) {
     expect_alive();
 }
 
-TEST_F(running_child, lists_no_properties) {
+TEST_F(running_child, Lists_no_properties) {
     for (const char* interface : interface_names) {
         const bus_reply reply = client.call(properties_call("GetAll", interface));
         EXPECT_TRUE(!reply.ok || reply.signature == "a{sv}") << reply.signature;

@@ -81,7 +81,7 @@ extern "C" guint g_signal_new(const char* name, GType type, GSignalFlags flags, 
     return id;
 }
 
-TEST_F(child_object, has_a_type_of_its_own) {
+TEST_F(child_object, Has_a_type_of_its_own) {
     const GType type = G_OBJECT_TYPE(object.get());
     EXPECT_STREQ(g_type_name(type), "VaskChild");
     EXPECT_EQ(g_type_parent(type), G_TYPE_OBJECT);
@@ -91,19 +91,19 @@ TEST_F(child_object, has_a_type_of_its_own) {
     EXPECT_EQ(interfaces, 0u);
 }
 
-TEST_F(child_object, is_a_gobject_and_one_pointer) {
+TEST_F(child_object, Is_a_gobject_and_one_pointer) {
     GTypeQuery query;
     g_type_query(G_OBJECT_TYPE(object.get()), &query);
     EXPECT_EQ(query.instance_size, sizeof(GObject) + sizeof(void*));
     EXPECT_EQ(query.class_size, sizeof(GObjectClass));
 }
 
-TEST_F(child_object, has_the_same_type_at_every_call) {
+TEST_F(child_object, Has_the_same_type_at_every_call) {
     EXPECT_EQ(vask_child_get_type(), vask_child_get_type());
     EXPECT_EQ(vask_child_get_type(), G_OBJECT_TYPE(object.get()));
 }
 
-TEST(child_object_type, is_registered_once_by_many_threads) {
+TEST(child_object_type, Is_registered_once_by_many_threads) {
     const auto get = [](gpointer) -> gpointer { return GSIZE_TO_POINTER(vask_child_get_type()); };
     std::vector<GThread*> threads;
     for (int i = 0; i < 8; ++i) {
@@ -114,11 +114,11 @@ TEST(child_object_type, is_registered_once_by_many_threads) {
     }
 }
 
-TEST_F(child_object, starts_with_its_owner) {
+TEST_F(child_object, Starts_with_its_owner) {
     EXPECT_EQ(object->owner, owner);
 }
 
-TEST_F(child_object, has_one_signal) {
+TEST_F(child_object, Has_one_signal) {
     guint count = 0;
     guint* ids = g_signal_list_ids(G_OBJECT_TYPE(object.get()), &count);
     ASSERT_EQ(count, 1u);
@@ -133,13 +133,13 @@ TEST_F(child_object, has_one_signal) {
     EXPECT_EQ(query.param_types[1], G_TYPE_STRING);
 }
 
-TEST_F(child_object, has_a_signal_with_its_own_marshaller_and_nothing_else) {
+TEST_F(child_object, Has_a_signal_with_its_own_marshaller_and_nothing_else) {
     EXPECT_EQ(noted_signal.marshaller, g_cclosure_user_marshal_VOID__INT_STRING);
     EXPECT_EQ(noted_signal.class_offset, 0u);
     EXPECT_EQ(noted_signal.accumulator, nullptr);
 }
 
-TEST_F(child_object, raises_its_signal_without_detail) {
+TEST_F(child_object, Raises_its_signal_without_detail) {
     struct heard {
         int signal_id;
         std::string data;
@@ -159,7 +159,7 @@ TEST_F(child_object, raises_its_signal_without_detail) {
     EXPECT_EQ(ear.detail, 0u);
 }
 
-TEST_F(child_object, has_one_property_that_can_only_be_written) {
+TEST_F(child_object, Has_one_property_that_can_only_be_written) {
     guint count = 0;
     GParamSpec** specs = g_object_class_list_properties(object_class, &count);
     ASSERT_EQ(count, 1u);
@@ -175,7 +175,7 @@ TEST_F(child_object, has_one_property_that_can_only_be_written) {
                  "The address of the object");
 }
 
-TEST_F(child_object, stores_the_address_that_is_set) {
+TEST_F(child_object, Stores_the_address_that_is_set) {
     int other = 0;
     g_object_set(object.get(), "obj_addr", &other, nullptr);
     EXPECT_EQ(static_cast<void*>(object->owner), &other);
@@ -183,7 +183,7 @@ TEST_F(child_object, stores_the_address_that_is_set) {
     EXPECT_EQ(object->owner, nullptr);
 }
 
-TEST_F(child_object, complains_about_a_property_that_it_does_not_know) {
+TEST_F(child_object, Complains_about_a_property_that_it_does_not_know) {
     GValue value = G_VALUE_INIT;
     g_value_init(&value, G_TYPE_POINTER);
     glib_log_catcher log;
@@ -197,14 +197,14 @@ TEST_F(child_object, complains_about_a_property_that_it_does_not_know) {
     g_value_unset(&value);
 }
 
-TEST_F(child_object, describes_its_interface_to_the_bus_library_at_every_construction) {
+TEST_F(child_object, Describes_its_interface_to_the_bus_library_at_every_construction) {
     EXPECT_EQ(installations, 1);
     EXPECT_EQ(installed_for, G_OBJECT_TYPE(object.get()));
     g_object_unref(vask_child_object_new(owner));
     EXPECT_EQ(installations, 2);
 }
 
-TEST_F(child_object, has_two_methods_with_their_marshallers) {
+TEST_F(child_object, Has_two_methods_with_their_marshallers) {
     ASSERT_NE(installed_info, nullptr);
     ASSERT_EQ(installed_info->n_method_infos, 2);
     const DBusGMethodInfo* methods = installed_info->method_infos;
@@ -216,7 +216,7 @@ TEST_F(child_object, has_two_methods_with_their_marshallers) {
               dbus_glib_marshal_vask_child_BOOLEAN__INT_INT_INT_INT_UINT_POINTER);
 }
 
-TEST_F(child_object, describes_synchronous_methods_and_a_reply_that_is_not_freed) {
+TEST_F(child_object, Describes_synchronous_methods_and_a_reply_that_is_not_freed) {
     static const char command[] =
         "com.example.vask.Child\0Command\0S\0"
         "CommandId\0I\0i\0Argument\0I\0s\0Reply\0O\0C\0N\0s\0";
@@ -230,14 +230,14 @@ TEST_F(child_object, describes_synchronous_methods_and_a_reply_that_is_not_freed
               bytes(set_window, sizeof set_window));
 }
 
-TEST_F(child_object, exports_its_signal_and_no_property) {
+TEST_F(child_object, Exports_its_signal_and_no_property) {
     static const char signals[] = "com.example.vask.Child\0ChildSignal\0";
     EXPECT_EQ(bytes(installed_info->exported_signals, sizeof signals),
               bytes(signals, sizeof signals));
     EXPECT_EQ(bytes(installed_info->exported_properties, 1), bytes("", 1));
 }
 
-TEST_F(child_object, without_an_owner_fails_every_call_and_leaves_the_error_empty) {
+TEST_F(child_object, Without_an_owner_fails_every_call_and_leaves_the_error_empty) {
     vask_child_object_set_owner(object.get(), nullptr);
     const char untouched[] = "untouched";
     const char* reply = untouched;

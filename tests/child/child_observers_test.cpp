@@ -72,7 +72,7 @@ protected:
 
 }  // namespace
 
-TEST_F(observers, are_kept_as_they_were_given) {
+TEST_F(observers, Are_kept_as_they_were_given) {
     connect(first, 42);
     ASSERT_EQ(child.m_signal_closures.size(), 1u);
     EXPECT_EQ(child.m_signal_closures[0].callback, record);
@@ -80,7 +80,7 @@ TEST_F(observers, are_kept_as_they_were_given) {
     EXPECT_EQ(child.m_signal_closures[0].signal_id, 42);
 }
 
-TEST_F(observers, are_told_the_child_the_signal_the_data_and_their_own_pointer) {
+TEST_F(observers, Are_told_the_child_the_signal_the_data_and_their_own_pointer) {
     struct told {
         vask_child* child;
         int signal_id;
@@ -97,7 +97,7 @@ TEST_F(observers, are_told_the_child_the_signal_the_data_and_their_own_pointer) 
     EXPECT_EQ(heard.data, data);
 }
 
-TEST_F(observers, are_called_in_the_order_of_registration) {
+TEST_F(observers, Are_called_in_the_order_of_registration) {
     connect(second);
     connect(first);
     connect(third);
@@ -105,7 +105,7 @@ TEST_F(observers, are_called_in_the_order_of_registration) {
     EXPECT_THAT(calls, ElementsAre("second 1 x", "first 1 x", "third 1 x"));
 }
 
-TEST_F(observers, hear_only_their_own_signal) {
+TEST_F(observers, Hear_only_their_own_signal) {
     connect(first, 1);
     connect(second, 2);
     child.observe_signal(2, "x");
@@ -113,20 +113,20 @@ TEST_F(observers, hear_only_their_own_signal) {
     EXPECT_THAT(calls, ElementsAre("second 2 x"));
 }
 
-TEST_F(observers, are_called_as_often_as_they_are_registered) {
+TEST_F(observers, Are_called_as_often_as_they_are_registered) {
     connect(first);
     connect(first);
     child.observe_signal(1, "x");
     EXPECT_THAT(calls, ElementsAre("first 1 x", "first 1 x"));
 }
 
-TEST_F(observers, are_called_by_emit_signal) {
+TEST_F(observers, Are_called_by_emit_signal) {
     connect(first);
     child.emit_signal(1, "x");
     EXPECT_THAT(calls, ElementsAre("first 1 x"));
 }
 
-TEST_F(observers, may_be_missing) {
+TEST_F(observers, May_be_missing) {
     log_catcher log;
     child.observe_signal(1, "x");
     child.emit_signal(1, "x");
@@ -134,13 +134,13 @@ TEST_F(observers, may_be_missing) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(observers, are_given_null_as_null) {
+TEST_F(observers, Are_given_null_as_null) {
     connect(first);
     child.emit_signal(1, nullptr);
     EXPECT_THAT(calls, ElementsAre("first 1 (null)"));
 }
 
-TEST_F(observers, are_given_text_that_the_bus_would_not_take) {
+TEST_F(observers, Are_given_text_that_the_bus_would_not_take) {
     log_catcher log;
     connect(first);
     child.emit_signal(1, "caf\xe9");
@@ -150,7 +150,7 @@ TEST_F(observers, are_given_text_that_the_bus_would_not_take) {
         ElementsAre(line("ERR", "child", "Failed to emit signal 1: The text is not valid UTF-8")));
 }
 
-TEST_F(observers, are_removed_by_the_arguments_of_their_registration) {
+TEST_F(observers, Are_removed_by_the_arguments_of_their_registration) {
     connect(first);
     connect(second);
     disconnect(first);
@@ -158,7 +158,7 @@ TEST_F(observers, are_removed_by_the_arguments_of_their_registration) {
     EXPECT_THAT(calls, ElementsAre("second 1 x"));
 }
 
-TEST_F(observers, stay_when_any_argument_differs) {
+TEST_F(observers, Stay_when_any_argument_differs) {
     log_catcher log;
     connect(first);
     child.disconnect_child_signal(record, 1, &second);
@@ -170,7 +170,7 @@ TEST_F(observers, stay_when_any_argument_differs) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(observers, are_removed_as_often_as_they_are_registered_and_the_others_keep_their_order) {
+TEST_F(observers, Are_removed_as_often_as_they_are_registered_and_the_others_keep_their_order) {
     connect(first);
     connect(third);
     connect(first);
@@ -182,7 +182,7 @@ TEST_F(observers, are_removed_as_often_as_they_are_registered_and_the_others_kee
     EXPECT_THAT(calls, ElementsAre("third 1 x", "first in other words", "second 1 x"));
 }
 
-TEST_F(observers, may_remove_themselves) {
+TEST_F(observers, May_remove_themselves) {
     connect(first);
     connect(second);
     first.action = [this] { disconnect(first); };
@@ -191,7 +191,7 @@ TEST_F(observers, may_remove_themselves) {
     EXPECT_THAT(calls, ElementsAre("first 1 x", "second 1 x", "second 1 y"));
 }
 
-TEST_F(observers, that_remove_themselves_are_gone_at_once_even_if_registered_twice) {
+TEST_F(observers, That_remove_themselves_are_gone_at_once_even_if_registered_twice) {
     connect(first);
     connect(first);
     first.action = [this] { disconnect(first); };
@@ -199,7 +199,7 @@ TEST_F(observers, that_remove_themselves_are_gone_at_once_even_if_registered_twi
     EXPECT_THAT(calls, ElementsAre("first 1 x"));
 }
 
-TEST_F(observers, may_remove_a_later_one_which_is_not_called_any_more) {
+TEST_F(observers, May_remove_a_later_one_which_is_not_called_any_more) {
     connect(first);
     connect(second);
     connect(third);
@@ -208,7 +208,7 @@ TEST_F(observers, may_remove_a_later_one_which_is_not_called_any_more) {
     EXPECT_THAT(calls, ElementsAre("first 1 x", "third 1 x"));
 }
 
-TEST_F(observers, may_remove_an_earlier_one_without_skipping_another) {
+TEST_F(observers, May_remove_an_earlier_one_without_skipping_another) {
     connect(first);
     connect(second);
     connect(third);
@@ -219,7 +219,7 @@ TEST_F(observers, may_remove_an_earlier_one_without_skipping_another) {
                 ElementsAre("first 1 x", "second 1 x", "third 1 x", "second 1 y", "third 1 y"));
 }
 
-TEST_F(observers, may_remove_everybody) {
+TEST_F(observers, May_remove_everybody) {
     connect(first);
     connect(second);
     connect(third);
@@ -233,7 +233,7 @@ TEST_F(observers, may_remove_everybody) {
     EXPECT_THAT(calls, ElementsAre("first 1 x", "second 1 x"));
 }
 
-TEST_F(observers, that_are_added_meanwhile_hear_only_the_next_signal) {
+TEST_F(observers, That_are_added_meanwhile_hear_only_the_next_signal) {
     connect(first);
     first.action = [this] { connect(second); };
     child.observe_signal(1, "x");
@@ -242,7 +242,7 @@ TEST_F(observers, that_are_added_meanwhile_hear_only_the_next_signal) {
     EXPECT_THAT(calls, ElementsAre("first 1 x", "first 1 y", "second 1 y"));
 }
 
-TEST_F(observers, may_be_added_in_great_numbers_meanwhile) {
+TEST_F(observers, May_be_added_in_great_numbers_meanwhile) {
     connect(first);
     connect(third);
     first.action = [this] {
@@ -254,7 +254,7 @@ TEST_F(observers, may_be_added_in_great_numbers_meanwhile) {
     EXPECT_THAT(calls, ElementsAre("first 1 x", "third 1 x"));
 }
 
-TEST_F(observers, may_raise_another_signal) {
+TEST_F(observers, May_raise_another_signal) {
     connect(first, 1);
     connect(second, 1);
     connect(third, 2);
@@ -263,7 +263,7 @@ TEST_F(observers, may_raise_another_signal) {
     EXPECT_THAT(calls, ElementsAre("first 1 x", "third 2 y", "second 1 x"));
 }
 
-TEST_F(observers, are_reached_through_the_virtual_operations_of_a_subclass) {
+TEST_F(observers, Are_reached_through_the_virtual_operations_of_a_subclass) {
     struct counting : vask_child {
         counting(int argc, char** argv) : vask_child("counting", argc, argv) {}
         void connect_child_signal(vask_child_signal_cb callback, int id, void* data) override {

@@ -33,7 +33,7 @@ std::string child_name_of(const started_process& process) {
 
 }  // namespace
 
-TEST(a_child, is_on_the_bus_under_a_name_with_its_process_id) {
+TEST(a_child, Is_on_the_bus_under_a_name_with_its_process_id) {
     bus_client client;
     client.subscribe(any_name_change);
     started_process process(test_program("child_servant"), {});
@@ -43,7 +43,7 @@ TEST(a_child, is_on_the_bus_under_a_name_with_its_process_id) {
               "com.example.vask.Child_" + std::to_string(process.pid()));
 }
 
-TEST(a_child, serves_its_path_and_interface) {
+TEST(a_child, Serves_its_path_and_interface) {
     bus_client client;
     started_process process(test_program("child_servant"), {});
     const std::string name = child_name_of(process);
@@ -57,7 +57,7 @@ TEST(a_child, serves_its_path_and_interface) {
     EXPECT_EQ(client.call(message).text, servant_literal);
 }
 
-TEST(a_child, shares_the_bus_with_another) {
+TEST(a_child, Shares_the_bus_with_another) {
     bus_client client;
     started_process first(test_program("child_servant"), {});
     started_process second(test_program("child_servant"), {});
@@ -73,7 +73,7 @@ TEST(a_child, shares_the_bus_with_another) {
               "2 2 2 2 2");
 }
 
-TEST(a_child, leaves_the_bus_with_its_process) {
+TEST(a_child, Leaves_the_bus_with_its_process) {
     bus_client client;
     started_process process(test_program("child_servant"), {});
     ASSERT_TRUE(client.wait_for_name(child_name_of(process)));
@@ -81,7 +81,7 @@ TEST(a_child, leaves_the_bus_with_its_process) {
     EXPECT_TRUE(wait_until([&] { return !client.is_owned(child_name_of(process)); }));
 }
 
-TEST(a_child, with_the_marker_as_its_name_never_appears_on_the_bus) {
+TEST(a_child, With_the_marker_as_its_name_never_appears_on_the_bus) {
     log_catcher log;
     bus_client client;
     client.subscribe(any_name_change);
@@ -94,7 +94,7 @@ TEST(a_child, with_the_marker_as_its_name_never_appears_on_the_bus) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST(a_child, runs_without_a_session_bus) {
+TEST(a_child, Runs_without_a_session_bus) {
     log_catcher log;
     started_process process(test_program("child_servant"), {"--emit-and-quit"},
                             {{"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus"}, "", -1});
@@ -105,7 +105,7 @@ TEST(a_child, runs_without_a_session_bus) {
                               "/nonexistent/bus: No such file or directory");
 }
 
-TEST(a_child, runs_without_a_name_when_the_bus_denies_it) {
+TEST(a_child, Runs_without_a_name_when_the_bus_denies_it) {
     log_catcher log;
     second_bus bus(second_bus::names::denied);
     bus_client client(bus.address());
@@ -126,7 +126,7 @@ TEST(a_child, runs_without_a_name_when_the_bus_denies_it) {
     EXPECT_EQ(client.signals().size(), 2u);
 }
 
-TEST(a_child, serves_nothing_without_its_name) {
+TEST(a_child, Serves_nothing_without_its_name) {
     second_bus bus(second_bus::names::denied);
     bus_client client(bus.address());
     client.subscribe(any_name_change);
@@ -137,7 +137,7 @@ TEST(a_child, serves_nothing_without_its_name) {
               DBUS_ERROR_UNKNOWN_METHOD);
 }
 
-TEST(a_child, ends_when_the_bus_is_lost) {
+TEST(a_child, Ends_when_the_bus_is_lost) {
     log_catcher log;
     second_bus bus;
     started_process process(test_program("child_servant"), {}, on_bus(bus));
@@ -147,7 +147,7 @@ TEST(a_child, ends_when_the_bus_is_lost) {
     EXPECT_THAT(log.lines(), ElementsAre(bus_lost));
 }
 
-TEST(a_child, ends_when_the_bus_was_lost_before_it_ran) {
+TEST(a_child, Ends_when_the_bus_was_lost_before_it_ran) {
     log_catcher log;
     second_bus bus;
     started_process process(test_program("child_servant"), {"--stop-before-run"}, on_bus(bus));
@@ -158,7 +158,7 @@ TEST(a_child, ends_when_the_bus_was_lost_before_it_ran) {
     EXPECT_THAT(log.lines(), ElementsAre(bus_lost));
 }
 
-TEST(a_child, ends_when_the_loss_of_the_bus_was_noticed_before_it_ran) {
+TEST(a_child, Ends_when_the_loss_of_the_bus_was_noticed_before_it_ran) {
     log_catcher log;
     second_bus bus;
     started_process process(test_program("child_servant"), {"--stop-and-settle-before-run"},
@@ -170,7 +170,7 @@ TEST(a_child, ends_when_the_loss_of_the_bus_was_noticed_before_it_ran) {
     EXPECT_THAT(log.lines(), ElementsAre(bus_lost));
 }
 
-TEST(a_child, returns_from_run_when_the_bus_is_lost_and_may_raise_signals_still) {
+TEST(a_child, Returns_from_run_when_the_bus_is_lost_and_may_raise_signals_still) {
     log_catcher log;
     second_bus bus;
     started_process process(test_program("child_servant"), {"--emit-after-run"}, on_bus(bus));
@@ -181,7 +181,7 @@ TEST(a_child, returns_from_run_when_the_bus_is_lost_and_may_raise_signals_still)
                 ElementsAre(bus_lost, line("INFO", "child_servant", "run() has returned 1")));
 }
 
-TEST(a_child, that_has_ended_does_not_take_its_process_with_it_when_the_bus_is_lost) {
+TEST(a_child, That_has_ended_does_not_take_its_process_with_it_when_the_bus_is_lost) {
     log_catcher log;
     second_bus bus;
     started_process process(test_program("child_servant"), {"--outlive-child"}, on_bus(bus));

@@ -44,7 +44,7 @@ void send_marker(vask_child*, int, const char*, void*) {
 
 }  // namespace
 
-TEST_F(child_signal, reaches_every_stranger_on_the_bus) {
+TEST_F(child_signal, Reaches_every_stranger_on_the_bus) {
     child.command(SERVANT_EMIT, "gr\xc3\xbc\xc3\x9f dich");
     ASSERT_TRUE(client.wait_for_signals(1));
     const bus_signal signal = client.signals()[0];
@@ -58,12 +58,12 @@ TEST_F(child_signal, reaches_every_stranger_on_the_bus) {
     EXPECT_EQ(client.signals().size(), 1u);
 }
 
-TEST_F(child_signal, arrives_before_the_reply_to_the_command_that_raised_it) {
+TEST_F(child_signal, Arrives_before_the_reply_to_the_command_that_raised_it) {
     child.command(SERVANT_EMIT, "first");
     EXPECT_EQ(client.signals().size(), 1u);
 }
 
-TEST_F(child_signal, carries_the_empty_string_for_null) {
+TEST_F(child_signal, Carries_the_empty_string_for_null) {
     child.command(SERVANT_EMIT_NULL);
     ASSERT_TRUE(client.wait_for_signals(1));
     EXPECT_EQ(client.signals()[0].number, 8);
@@ -71,7 +71,7 @@ TEST_F(child_signal, carries_the_empty_string_for_null) {
     EXPECT_EQ(client.signals()[0].text, "");
 }
 
-TEST_F(child_signal, is_not_sent_with_text_that_is_not_utf8) {
+TEST_F(child_signal, Is_not_sent_with_text_that_is_not_utf8) {
     EXPECT_TRUE(child.command(SERVANT_EMIT_INVALID_UTF8).ok);
     EXPECT_THAT(log.lines(),
                 ElementsAre(line("ERR", "child_servant",
@@ -81,7 +81,7 @@ TEST_F(child_signal, is_not_sent_with_text_that_is_not_utf8) {
     EXPECT_EQ(client.signals()[0].text, "the next one");
 }
 
-TEST(emit_signal, calls_local_observers_before_it_sends_the_signal) {
+TEST(emit_signal, Calls_local_observers_before_it_sends_the_signal) {
     vask_child child("child", 0, nullptr);
     bus_client client;
     client.subscribe("type='signal',interface='com.example.vask.Child'");
@@ -92,7 +92,7 @@ TEST(emit_signal, calls_local_observers_before_it_sends_the_signal) {
     EXPECT_EQ(client.signals()[1].member, "ChildSignal");
 }
 
-TEST(emit_signal, sends_each_signal_once) {
+TEST(emit_signal, Sends_each_signal_once) {
     vask_child child("child", 0, nullptr);
     bus_client client;
     client.subscribe("type='signal',interface='com.example.vask.Child'");
@@ -105,7 +105,7 @@ TEST(emit_signal, sends_each_signal_once) {
     EXPECT_EQ(client.signals()[1].number, -2);
 }
 
-TEST(observe_signal, sends_nothing) {
+TEST(observe_signal, Sends_nothing) {
     vask_child child("child", 0, nullptr);
     bus_client client;
     client.subscribe("type='signal',interface='com.example.vask.Child'");

@@ -67,25 +67,25 @@ void throw_data(vask_child*, int, const char* data, void*) {
 
 }  // namespace
 
-TEST_F(deleted_child, has_sent_the_reply_of_the_handler_that_deletes_it) {
+TEST_F(deleted_child, Has_sent_the_reply_of_the_handler_that_deletes_it) {
     EXPECT_EQ(served.command(1).text, "farewell");
     EXPECT_FALSE(served.command(1).ok);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(deleted_child, may_end_in_a_command_that_throws) {
+TEST_F(deleted_child, May_end_in_a_command_that_throws) {
     EXPECT_FALSE(served.command(2).ok);
     EXPECT_THAT(log.lines(), ElementsAre(thrown("vask_child::command()")));
     EXPECT_FALSE(served.command(1).ok);
 }
 
-TEST_F(deleted_child, may_end_in_a_window_that_throws) {
+TEST_F(deleted_child, May_end_in_a_window_that_throws) {
     EXPECT_FALSE(served.set_window(1, 2, 3, 4, 5).ok);
     EXPECT_THAT(log.lines(), ElementsAre(thrown("vask_child::set_window()")));
     EXPECT_FALSE(served.command(1).ok);
 }
 
-TEST_F(deleted_child, calls_no_further_observer_and_sends_no_signal) {
+TEST_F(deleted_child, Calls_no_further_observer_and_sends_no_signal) {
     int calls = 0;
     child->connect_child_signal(delete_child, 1, nullptr);
     child->connect_child_signal(count_call, 1, &calls);
@@ -98,7 +98,7 @@ TEST_F(deleted_child, calls_no_further_observer_and_sends_no_signal) {
     EXPECT_THAT(client.signals(), IsEmpty());
 }
 
-TEST_F(deleted_child, may_end_in_a_signal_that_an_observer_raises) {
+TEST_F(deleted_child, May_end_in_a_signal_that_an_observer_raises) {
     int calls = 0;
     const auto raise_next = [](vask_child* child, int, const char* data, void*) {
         child->emit_signal(2, data);
@@ -112,7 +112,7 @@ TEST_F(deleted_child, may_end_in_a_signal_that_an_observer_raises) {
     EXPECT_EQ(calls, 0);
 }
 
-TEST_F(deleted_child, is_not_needed_for_what_an_observer_throws) {
+TEST_F(deleted_child, Is_not_needed_for_what_an_observer_throws) {
     client.subscribe("type='signal',interface='com.example.vask.Child'");
     child->connect_child_signal(throw_data, 1, nullptr);
 

@@ -180,14 +180,14 @@ protected:
 
 }  // namespace
 
-TEST_F(command_marshaller, calls_with_every_value_and_keeps_the_result) {
+TEST_F(command_marshaller, Calls_with_every_value_and_keeps_the_result) {
     set_callback(G_CALLBACK(on_command));
     call(marshaller, parameters, &result);
     EXPECT_THAT(calls, ElementsAre("instance 7 text third_party instance user_data"));
     EXPECT_TRUE(g_value_get_boolean(&result));
 }
 
-TEST_F(command_marshaller, keeps_a_failure_too) {
+TEST_F(command_marshaller, Keeps_a_failure_too) {
     set_callback(G_CALLBACK(on_command));
     values other;
     other.add_int(0).add_string("").add_pointer(nullptr).add_pointer(nullptr);
@@ -196,91 +196,91 @@ TEST_F(command_marshaller, keeps_a_failure_too) {
     EXPECT_FALSE(g_value_get_boolean(&result));
 }
 
-TEST_F(command_marshaller, exchanges_instance_and_data_of_a_swapped_closure) {
+TEST_F(command_marshaller, Exchanges_instance_and_data_of_a_swapped_closure) {
     set_callback(G_CALLBACK(on_command), true);
     call(marshaller, parameters, &result);
     EXPECT_THAT(calls, ElementsAre("user_data 7 text third_party instance instance"));
 }
 
-TEST_F(command_marshaller, requires_room_for_the_result) {
+TEST_F(command_marshaller, Requires_room_for_the_result) {
     set_callback(G_CALLBACK(on_command));
     call(marshaller, parameters, nullptr);
     EXPECT_THAT(calls, IsEmpty());
     EXPECT_THAT(log.entries, ElementsAre(failed_check(name, "return_value != NULL")));
 }
 
-TEST_F(command_marshaller, requires_five_values) {
+TEST_F(command_marshaller, Requires_five_values) {
     set_callback(G_CALLBACK(on_command));
     call(marshaller, values().add_int(7), &result);
     EXPECT_THAT(calls, IsEmpty());
     EXPECT_THAT(log.entries, ElementsAre(failed_check(name, "n_param_values == 5")));
 }
 
-TEST_F(set_window_marshaller, calls_with_every_value_and_keeps_the_result) {
+TEST_F(set_window_marshaller, Calls_with_every_value_and_keeps_the_result) {
     set_callback(G_CALLBACK(on_set_window));
     call(marshaller, parameters, &result);
     EXPECT_THAT(calls, ElementsAre("instance 1 2 3 4 4000000000 third_party user_data"));
     EXPECT_TRUE(g_value_get_boolean(&result));
 }
 
-TEST_F(set_window_marshaller, exchanges_instance_and_data_of_a_swapped_closure) {
+TEST_F(set_window_marshaller, Exchanges_instance_and_data_of_a_swapped_closure) {
     set_callback(G_CALLBACK(on_set_window), true);
     call(marshaller, parameters, &result);
     EXPECT_THAT(calls, ElementsAre("user_data 1 2 3 4 4000000000 third_party instance"));
 }
 
-TEST_F(set_window_marshaller, requires_room_for_the_result) {
+TEST_F(set_window_marshaller, Requires_room_for_the_result) {
     set_callback(G_CALLBACK(on_set_window));
     call(marshaller, parameters, nullptr);
     EXPECT_THAT(calls, IsEmpty());
     EXPECT_THAT(log.entries, ElementsAre(failed_check(name, "return_value != NULL")));
 }
 
-TEST_F(set_window_marshaller, requires_seven_values) {
+TEST_F(set_window_marshaller, Requires_seven_values) {
     set_callback(G_CALLBACK(on_set_window));
     call(marshaller, parameters.add_pointer(nullptr), &result);
     EXPECT_THAT(calls, IsEmpty());
     EXPECT_THAT(log.entries, ElementsAre(failed_check(name, "n_param_values == 7")));
 }
 
-TEST_F(int_string_marshaller, calls_with_every_value) {
+TEST_F(int_string_marshaller, Calls_with_every_value) {
     set_callback(G_CALLBACK(on_int_string));
     call(marshaller, parameters);
     EXPECT_THAT(calls, ElementsAre("instance -7 text user_data"));
 }
 
-TEST_F(int_string_marshaller, exchanges_instance_and_data_of_a_swapped_closure) {
+TEST_F(int_string_marshaller, Exchanges_instance_and_data_of_a_swapped_closure) {
     set_callback(G_CALLBACK(on_int_string), true);
     call(marshaller, parameters);
     EXPECT_THAT(calls, ElementsAre("user_data -7 text instance"));
 }
 
-TEST_F(int_string_marshaller, prefers_the_function_in_its_marshal_data) {
+TEST_F(int_string_marshaller, Prefers_the_function_in_its_marshal_data) {
     set_callback(G_CALLBACK(on_int_string));
     call(marshaller, parameters, nullptr, reinterpret_cast<gpointer>(on_marshal_data));
     EXPECT_THAT(calls, ElementsAre("marshal data"));
 }
 
-TEST_F(int_string_marshaller, requires_three_values) {
+TEST_F(int_string_marshaller, Requires_three_values) {
     set_callback(G_CALLBACK(on_int_string));
     call(marshaller, values().add_int(1));
     EXPECT_THAT(calls, IsEmpty());
     EXPECT_THAT(log.entries, ElementsAre(failed_check(name, "n_param_values == 3")));
 }
 
-TEST_F(uint_int_string_marshaller, calls_with_every_value) {
+TEST_F(uint_int_string_marshaller, Calls_with_every_value) {
     set_callback(G_CALLBACK(on_uint_int_string));
     call(marshaller, parameters);
     EXPECT_THAT(calls, ElementsAre("instance 4000000000 -7 text user_data"));
 }
 
-TEST_F(uint_int_string_marshaller, exchanges_instance_and_data_of_a_swapped_closure) {
+TEST_F(uint_int_string_marshaller, Exchanges_instance_and_data_of_a_swapped_closure) {
     set_callback(G_CALLBACK(on_uint_int_string), true);
     call(marshaller, parameters);
     EXPECT_THAT(calls, ElementsAre("user_data 4000000000 -7 text instance"));
 }
 
-TEST_F(uint_int_string_marshaller, requires_four_values) {
+TEST_F(uint_int_string_marshaller, Requires_four_values) {
     set_callback(G_CALLBACK(on_uint_int_string));
     call(marshaller, parameters.add_int(1));
     EXPECT_THAT(calls, IsEmpty());

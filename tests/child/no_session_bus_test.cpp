@@ -58,7 +58,7 @@ extern "C" DBusGConnection* dbus_g_bus_get(DBusBusType type, GError** error) {
     return next_function<DBusGConnection*(DBusBusType, GError**)>("dbus_g_bus_get")(type, error);
 }
 
-TEST(without_a_session_bus, a_child_says_so_without_a_line_end) {
+TEST(without_a_session_bus, A_child_says_so_without_a_line_end) {
     log_catcher log;
     open_child child;
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "child", bus_failure)));
@@ -66,20 +66,20 @@ TEST(without_a_session_bus, a_child_says_so_without_a_line_end) {
     EXPECT_FALSE(child.init_failed());
 }
 
-TEST(without_a_session_bus, a_child_still_has_its_object) {
+TEST(without_a_session_bus, A_child_still_has_its_object) {
     open_child child;
     ASSERT_NE(child.m_bus_object, nullptr);
     EXPECT_STREQ(G_OBJECT_TYPE_NAME(child.m_bus_object), "VaskChild");
 }
 
-TEST(without_a_session_bus, a_child_has_prepared_the_bus_library_for_threads_before_use) {
+TEST(without_a_session_bus, A_child_has_prepared_the_bus_library_for_threads_before_use) {
     was_used_unprepared = false;
     open_child child;
     EXPECT_EQ(thread_initialisations, 1);
     EXPECT_FALSE(was_used_unprepared);
 }
 
-TEST(without_a_session_bus, a_child_releases_its_object) {
+TEST(without_a_session_bus, A_child_releases_its_object) {
     gpointer object;
     {
         open_child child;
@@ -90,7 +90,7 @@ TEST(without_a_session_bus, a_child_releases_its_object) {
     EXPECT_EQ(object, nullptr);
 }
 
-TEST(without_a_session_bus, a_second_child_may_try_again) {
+TEST(without_a_session_bus, A_second_child_may_try_again) {
     log_catcher log;
     open_child first;
     open_child second;
@@ -98,7 +98,7 @@ TEST(without_a_session_bus, a_second_child_may_try_again) {
                 ElementsAre(line("ERR", "child", bus_failure), line("ERR", "child", bus_failure)));
 }
 
-TEST(without_a_session_bus, a_signal_reaches_observers_and_then_the_object) {
+TEST(without_a_session_bus, A_signal_reaches_observers_and_then_the_object) {
     std::vector<std::string> calls;
     order = &calls;
     open_child child;
@@ -108,7 +108,7 @@ TEST(without_a_session_bus, a_signal_reaches_observers_and_then_the_object) {
     EXPECT_THAT(calls, ElementsAre("observer", "object 5 data"));
 }
 
-TEST(without_system_initialisation, a_child_leaves_the_bus_library_alone) {
+TEST(without_system_initialisation, A_child_leaves_the_bus_library_alone) {
     command_line arguments{no_sys_init_marker};
     const vask_child child("child", arguments.argc(), arguments.argv());
     EXPECT_EQ(thread_initialisations, 0);

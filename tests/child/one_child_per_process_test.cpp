@@ -103,7 +103,7 @@ const log_line refused = line("ERR", "second", "This process has a child on the 
 
 }  // namespace
 
-TEST_F(own_process, serves_its_child) {
+TEST_F(own_process, Serves_its_child) {
     named_child child("first");
     EXPECT_EQ(ask_for_name(), "first");
     EXPECT_EQ(client.owner_of(name), shared_address());
@@ -111,26 +111,26 @@ TEST_F(own_process, serves_its_child) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(own_process, serves_a_child_by_its_virtual_command) {
+TEST_F(own_process, Serves_a_child_by_its_virtual_command) {
     dispatching_child child;
     EXPECT_EQ(served.command(2).text, "own dispatch");
 }
 
-TEST_F(own_process, hears_nothing_from_the_bus_in_a_main_loop_inside_a_handler) {
+TEST_F(own_process, Hears_nothing_from_the_bus_in_a_main_loop_inside_a_handler) {
     looping_child child;
     EXPECT_TRUE(served.command(1).ok);
     EXPECT_EQ(child.counted_in_loop, 0);
     EXPECT_TRUE(wait_until([&] { return child.counted == 1; }));
 }
 
-TEST_F(own_process, sends_the_empty_string_for_a_reply_that_was_never_touched) {
+TEST_F(own_process, Sends_the_empty_string_for_a_reply_that_was_never_touched) {
     dispatching_child child;
     const bus_reply reply = served.command(1);
     EXPECT_TRUE(reply.ok) << reply.error_name;
     EXPECT_EQ(reply.text, "");
 }
 
-TEST_F(own_process, refuses_a_second_child) {
+TEST_F(own_process, Refuses_a_second_child) {
     named_child first("first");
     named_child second("second");
     EXPECT_THAT(log.lines(), ElementsAre(refused));
@@ -139,7 +139,7 @@ TEST_F(own_process, refuses_a_second_child) {
     EXPECT_EQ(ask_for_name(), "first");
 }
 
-TEST_F(own_process, sends_no_signals_of_a_second_child) {
+TEST_F(own_process, Sends_no_signals_of_a_second_child) {
     named_child first("first");
     named_child second("second");
     client.subscribe("type='signal',interface='com.example.vask.Child'");
@@ -149,20 +149,20 @@ TEST_F(own_process, sends_no_signals_of_a_second_child) {
     EXPECT_EQ(client.signals()[0].text, "heard");
 }
 
-TEST_F(own_process, serves_the_first_child_after_the_end_of_a_second) {
+TEST_F(own_process, Serves_the_first_child_after_the_end_of_a_second) {
     named_child first("first");
     delete new named_child("second");
     EXPECT_EQ(ask_for_name(), "first");
 }
 
-TEST_F(own_process, refuses_a_second_child_even_after_the_end_of_the_first) {
+TEST_F(own_process, Refuses_a_second_child_even_after_the_end_of_the_first) {
     delete new named_child("first");
     named_child second("second");
     EXPECT_THAT(log.lines(), ElementsAre(refused));
     EXPECT_EQ(second.m_bus_object, nullptr);
 }
 
-TEST_F(own_process, answers_with_failures_after_the_end_of_its_child) {
+TEST_F(own_process, Answers_with_failures_after_the_end_of_its_child) {
     delete new named_child("first");
     EXPECT_EQ(client.owner_of(name), shared_address());
     EXPECT_FALSE(served.command(1).ok);
@@ -170,7 +170,7 @@ TEST_F(own_process, answers_with_failures_after_the_end_of_its_child) {
     EXPECT_FALSE(served.command(1).ok);
 }
 
-TEST_F(own_process, answers_with_failures_for_a_refused_child_too) {
+TEST_F(own_process, Answers_with_failures_for_a_refused_child_too) {
     delete new named_child("first");
     named_child second("second");
     EXPECT_FALSE(served.command(1).ok);
@@ -178,7 +178,7 @@ TEST_F(own_process, answers_with_failures_for_a_refused_child_too) {
     EXPECT_EQ(second.window, 0u);
 }
 
-TEST_F(own_process, answers_a_call_that_was_sent_before_the_end_of_its_child) {
+TEST_F(own_process, Answers_a_call_that_was_sent_before_the_end_of_its_child) {
     auto child = std::make_unique<named_child>("first");
     const message_ptr message = served.new_call(child_interface, "SetWindow");
     const dbus_int32_t number = 1;
@@ -193,7 +193,7 @@ TEST_F(own_process, answers_a_call_that_was_sent_before_the_end_of_its_child) {
     EXPECT_EQ(client.unexpected_replies(), 1);
 }
 
-TEST_F(own_process, has_room_for_a_child_beside_one_without_system_initialisation) {
+TEST_F(own_process, Has_room_for_a_child_beside_one_without_system_initialisation) {
     named_child outside("outside", {no_sys_init_marker});
     named_child child("first");
     named_child also_outside("also_outside", {no_sys_init_marker});
@@ -203,7 +203,7 @@ TEST_F(own_process, has_room_for_a_child_beside_one_without_system_initialisatio
     EXPECT_EQ(ask_for_name(), "first");
 }
 
-TEST_F(own_process, serves_a_child_whose_name_it_has_to_queue_for) {
+TEST_F(own_process, Serves_a_child_whose_name_it_has_to_queue_for) {
     ASSERT_EQ(client.request_name(name), DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER);
     named_child child("first");
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -215,7 +215,7 @@ TEST_F(own_process, serves_a_child_whose_name_it_has_to_queue_for) {
     EXPECT_EQ(ask_for_name(), "first");
 }
 
-TEST_F(own_process, serves_a_child_whose_name_it_has_already) {
+TEST_F(own_process, Serves_a_child_whose_name_it_has_already) {
     DBusGConnection* shared = dbus_g_bus_get(DBUS_BUS_SESSION, nullptr);
     ASSERT_EQ(
         dbus_bus_request_name(dbus_g_connection_get_connection(shared), name.c_str(), 0, nullptr),

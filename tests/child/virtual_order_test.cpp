@@ -37,18 +37,18 @@ std::size_t slot_number(Member member) {
 
 // Every destructor has two slots: one leaves the memory alone, the other one frees it.
 
-TEST(virtual_order, of_the_base_object) {
+TEST(virtual_order, Of_the_base_object) {
     const vask_object object;
     EXPECT_THAT(virtual_functions(object),
                 ElementsAre("vask_object::~vask_object()", "vask_object::~vask_object()"));
 }
 
-TEST(virtual_order, of_an_abstract_error) {
+TEST(virtual_order, Of_an_abstract_error) {
     // There are no objects of this class: the destructor's slots show in those of its subclass.
     EXPECT_EQ(slot_number(&vask_abstract_error::clone), 2u);
 }
 
-TEST(virtual_order, of_an_error) {
+TEST(virtual_order, Of_an_error) {
     const vask_error error;
     // It adds nothing to the destructor of its base class, which may stand in its place.
     EXPECT_THAT(virtual_functions(error),
@@ -57,13 +57,13 @@ TEST(virtual_order, of_an_error) {
                             "vask_error::~vask_error()", "vask_error::clone() const"));
 }
 
-TEST(virtual_order, of_an_application) {
+TEST(virtual_order, Of_an_application) {
     const vask_app app("app", 0, nullptr);
     EXPECT_THAT(virtual_functions(app),
                 ElementsAre("vask_app::run()", "vask_app::~vask_app()", "vask_app::~vask_app()"));
 }
 
-TEST(virtual_order, of_a_child) {
+TEST(virtual_order, Of_a_child) {
     command_line outside_the_bus{no_sys_init_marker};
     const vask_child child("child", outside_the_bus.argc(), outside_the_bus.argv());
     EXPECT_THAT(
@@ -79,20 +79,20 @@ TEST(virtual_order, of_a_child) {
             "int, void*)"));
 }
 
-TEST(virtual_order, of_window_properties) {
+TEST(virtual_order, Of_window_properties) {
     const vask_window_props props;
     EXPECT_THAT(virtual_functions(props), ElementsAre("vask_window_props::~vask_window_props()",
                                                       "vask_window_props::~vask_window_props()"));
 }
 
-TEST(virtual_order, of_a_child_proxy) {
+TEST(virtual_order, Of_a_child_proxy) {
     vask_app_bridge bridge("bridge", true);
     const vask_child_proxy proxy(bridge, "proxy", 0, 0);
     EXPECT_THAT(virtual_functions(proxy), ElementsAre("vask_child_proxy::~vask_child_proxy()",
                                                       "vask_child_proxy::~vask_child_proxy()"));
 }
 
-TEST(virtual_order, of_a_bridge) {
+TEST(virtual_order, Of_a_bridge) {
     const vask_app_bridge bridge("bridge", true);
     EXPECT_THAT(
         virtual_functions(bridge),
@@ -104,34 +104,34 @@ TEST(virtual_order, of_a_bridge) {
                     "vask_app_bridge::terminate_worker_impl()"));
 }
 
-TEST(virtual_order, of_a_controller) {
+TEST(virtual_order, Of_a_controller) {
     const vask_child_cmd_base controller("controller", "program");
     EXPECT_THAT(virtual_functions(controller),
                 ElementsAre("vask_child_cmd_base::~vask_child_cmd_base()",
                             "vask_child_cmd_base::~vask_child_cmd_base()"));
 }
 
-TEST(virtual_order, of_a_controller_tool) {
+TEST(virtual_order, Of_a_controller_tool) {
     const vask_child_cmd tool("tool", "program", "1", true);
     EXPECT_THAT(virtual_functions(tool), ElementsAre("vask_child_cmd::~vask_child_cmd()",
                                                      "vask_child_cmd::~vask_child_cmd()"));
 }
 
-TEST(virtual_order, of_a_deferred_call) {
+TEST(virtual_order, Of_a_deferred_call) {
     const vask_exec exec;
     EXPECT_THAT(virtual_functions(exec),
                 ElementsAre("vask_exec::idle_callback()", "vask_exec::~vask_exec()",
                             "vask_exec::~vask_exec()"));
 }
 
-TEST(virtual_order, of_a_socket) {
+TEST(virtual_order, Of_a_socket) {
     const vask_socket socket(VASK_SOCK_TCP, 0, nullptr);
     EXPECT_THAT(virtual_functions(socket),
                 ElementsAre("vask_exec::idle_callback()", "vask_socket::~vask_socket()",
                             "vask_socket::~vask_socket()", "vask_socket::read_done()"));
 }
 
-TEST(virtual_order, of_a_server_socket) {
+TEST(virtual_order, Of_a_server_socket) {
     const vask_server_socket server(VASK_SOCK_TCP, 0);
     EXPECT_THAT(
         virtual_functions(server),
@@ -140,7 +140,7 @@ TEST(virtual_order, of_a_server_socket) {
                     "vask_server_socket::accepted(_GIOChannel*, GIOCondition, bool)"));
 }
 
-TEST(virtual_order, of_a_client_socket) {
+TEST(virtual_order, Of_a_client_socket) {
     const vask_client_socket client("127.0.0.1", VASK_SOCK_TCP, 0, nullptr);
     EXPECT_THAT(
         virtual_functions(client),

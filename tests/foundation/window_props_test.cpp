@@ -21,7 +21,7 @@ protected:
 
 }  // namespace
 
-TEST_F(window_properties, start_with_no_geometry) {
+TEST_F(window_properties, Start_with_no_geometry) {
     EXPECT_EQ(props.get_window_x(), -1);
     EXPECT_EQ(props.get_window_y(), -1);
     EXPECT_EQ(props.get_window_width(), -1);
@@ -30,7 +30,7 @@ TEST_F(window_properties, start_with_no_geometry) {
     EXPECT_FALSE(props.is_window_data_changed());
 }
 
-TEST_F(window_properties, keep_what_was_saved) {
+TEST_F(window_properties, Keep_what_was_saved) {
     save_first();
     EXPECT_EQ(props.get_window_x(), 1);
     EXPECT_EQ(props.get_window_y(), 2);
@@ -39,7 +39,7 @@ TEST_F(window_properties, keep_what_was_saved) {
     EXPECT_EQ(props.get_window_xid(), 5ul);
 }
 
-TEST_F(window_properties, are_copied_out_together) {
+TEST_F(window_properties, Are_copied_out_together) {
     constexpr auto id = static_cast<vask_window_id_t>(0xfedcba9876543210ull);
     props.save_window_data(1, 2, 3, 4, id);
     int x = 0, y = 0, width = 0, height = 0;
@@ -52,17 +52,17 @@ TEST_F(window_properties, are_copied_out_together) {
     EXPECT_EQ(xid, id);
 }
 
-TEST_F(window_properties, change_with_the_first_geometry_even_if_it_is_all_zero) {
+TEST_F(window_properties, Change_with_the_first_geometry_even_if_it_is_all_zero) {
     props.save_window_data(0, 0, 0, 0, 0);
     EXPECT_TRUE(props.is_window_data_changed());
 }
 
-TEST_F(window_properties, do_not_change_when_the_initial_values_are_saved) {
+TEST_F(window_properties, Do_not_change_when_the_initial_values_are_saved) {
     props.save_window_data(-1, -1, -1, -1, 0);
     EXPECT_FALSE(props.is_window_data_changed());
 }
 
-TEST_F(window_properties, are_unchanged_after_the_same_save_again) {
+TEST_F(window_properties, Are_unchanged_after_the_same_save_again) {
     save_first();
     EXPECT_TRUE(props.is_window_data_changed());
     save_first();
@@ -70,13 +70,13 @@ TEST_F(window_properties, are_unchanged_after_the_same_save_again) {
     EXPECT_EQ(props.get_window_width(), 3);
 }
 
-TEST_F(window_properties, stay_changed_however_often_one_asks) {
+TEST_F(window_properties, Stay_changed_however_often_one_asks) {
     save_first();
     EXPECT_TRUE(props.is_window_data_changed());
     EXPECT_TRUE(props.is_window_data_changed());
 }
 
-TEST_F(window_properties, change_with_any_single_value) {
+TEST_F(window_properties, Change_with_any_single_value) {
     const int steps[][5] = {
         {9, 2, 3, 4, 5}, {9, 9, 3, 4, 5}, {9, 9, 9, 4, 5}, {9, 9, 9, 9, 5}, {9, 9, 9, 9, 9}};
     save_first();
@@ -87,7 +87,7 @@ TEST_F(window_properties, change_with_any_single_value) {
     }
 }
 
-TEST_F(window_properties, compare_the_whole_window_id) {
+TEST_F(window_properties, Compare_the_whole_window_id) {
     if (sizeof(vask_window_id_t) == 4) {
         GTEST_SKIP() << "Window ids have 32 bits here.";
     }
@@ -96,14 +96,14 @@ TEST_F(window_properties, compare_the_whole_window_id) {
     EXPECT_TRUE(props.is_window_data_changed());
 }
 
-TEST_F(window_properties, change_back_too) {
+TEST_F(window_properties, Change_back_too) {
     save_first();
     props.save_window_data(1, 2, 3, 4, 6);
     save_first();
     EXPECT_TRUE(props.is_window_data_changed());
 }
 
-TEST(window_properties_base, ends_its_subclass_too) {
+TEST(window_properties_base, Ends_its_subclass_too) {
     struct noticing : vask_window_props {
         explicit noticing(bool* noticed) : ended(noticed) {}
         ~noticing() override { *ended = true; }

@@ -91,7 +91,7 @@ void expect_forwarded_to(Result (vask_np_base::*wrapper)(Arguments...)) {
 
 }  // namespace
 
-TEST(browser_functions, are_null_until_the_product_fills_the_table) {
+TEST(browser_functions, Are_null_until_the_product_fills_the_table) {
     const NPNetscapeFuncs empty{};
     EXPECT_EQ(std::memcmp(&vask_np_base::NPNFuncs, &empty, sizeof empty), 0);
     EXPECT_FALSE(vask_np_base::setNPNFuncs);

@@ -42,12 +42,12 @@ INSTANTIATE_TEST_SUITE_P(with, in_a_browser_that_counts_on, testing::Values(obje
 
 }  // namespace
 
-TEST_P(in_any_browser, destruction_alone_deletes) {
+TEST_P(in_any_browser, Destruction_alone_deletes) {
     destroy();
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_P(in_any_browser, destruction_after_the_page_has_let_go_deletes_within_its_release) {
+TEST_P(in_any_browser, Destruction_after_the_page_has_let_go_deletes_within_its_release) {
     query();
     drop();
     EXPECT_FALSE(is_deleted());
@@ -58,7 +58,7 @@ TEST_P(in_any_browser, destruction_after_the_page_has_let_go_deletes_within_its_
     EXPECT_EQ(deallocated[0].place.function(), "vask_np_factory::destroy_instance");
 }
 
-TEST_P(in_any_browser, destruction_while_the_page_holds_the_object_leaves_it_to_the_page) {
+TEST_P(in_any_browser, Destruction_while_the_page_holds_the_object_leaves_it_to_the_page) {
     query();
     destroy();
     EXPECT_FALSE(is_deleted());
@@ -68,7 +68,7 @@ TEST_P(in_any_browser, destruction_while_the_page_holds_the_object_leaves_it_to_
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_P(in_any_browser, destruction_while_the_page_holds_more_references_waits_for_the_last) {
+TEST_P(in_any_browser, Destruction_while_the_page_holds_more_references_waits_for_the_last) {
     query();
     browser.hold(object);
     destroy();
@@ -78,7 +78,7 @@ TEST_P(in_any_browser, destruction_while_the_page_holds_more_references_waits_fo
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_P(in_any_browser, deallocation_before_destruction_keeps_the_instance) {
+TEST_P(in_any_browser, Deallocation_before_destruction_keeps_the_instance) {
     query();
     browser.tear_down(object);
     EXPECT_FALSE(is_deleted());
@@ -88,7 +88,7 @@ TEST_P(in_any_browser, deallocation_before_destruction_keeps_the_instance) {
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_P(in_any_browser, deallocation_after_destruction_deletes_whatever_references_are_left) {
+TEST_P(in_any_browser, Deallocation_after_destruction_deletes_whatever_references_are_left) {
     query();
     browser.hold(object);
     destroy();
@@ -96,7 +96,7 @@ TEST_P(in_any_browser, deallocation_after_destruction_deletes_whatever_reference
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_P(in_any_browser, destruction_after_a_deallocation_deletes_even_an_object_held_again) {
+TEST_P(in_any_browser, Destruction_after_a_deallocation_deletes_even_an_object_held_again) {
     query();
     browser.tear_down(object);
     query();
@@ -106,7 +106,7 @@ TEST_P(in_any_browser, destruction_after_a_deallocation_deletes_even_an_object_h
     browser.forget(object);
 }
 
-TEST_P(in_any_browser, the_flags_are_never_cleared) {
+TEST_P(in_any_browser, The_flags_are_never_cleared) {
     query();
     browser.tear_down(object);
     query();
@@ -116,14 +116,14 @@ TEST_P(in_any_browser, the_flags_are_never_cleared) {
     browser.forget(object);
 }
 
-TEST_P(in_any_browser, a_failed_query_counts_as_none) {
+TEST_P(in_any_browser, A_failed_query_counts_as_none) {
     browser.on_create_object = [](NPP, NPClass*) -> NPObject* { return nullptr; };
     EXPECT_EQ(browser.scriptable(npp), nullptr);
     destroy();
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_P(in_any_browser, callbacks_are_released_when_the_page_deletes_the_instance) {
+TEST_P(in_any_browser, Callbacks_are_released_when_the_page_deletes_the_instance) {
     NPObject* function = browser.make_function();
     instance_of(npp)->add_jscb_func("x");
     query();
@@ -134,7 +134,7 @@ TEST_P(in_any_browser, callbacks_are_released_when_the_page_deletes_the_instance
     EXPECT_EQ(browser.references_of_plugin(function), 0);
 }
 
-TEST_P(in_any_browser, an_instance_may_be_destroyed_by_a_script_call_of_its_own) {
+TEST_P(in_any_browser, An_instance_may_be_destroyed_by_a_script_call_of_its_own) {
     NPObject* function = browser.make_function([this](const std::vector<script_value>&) {
         destroy();
         return script_value();
@@ -151,7 +151,7 @@ TEST_P(in_any_browser, an_instance_may_be_destroyed_by_a_script_call_of_its_own)
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_P(in_a_browser_that_counts_anew, two_queries_and_two_releases_deallocate) {
+TEST_P(in_a_browser_that_counts_anew, Two_queries_and_two_releases_deallocate) {
     query();
     query();
     EXPECT_EQ(object->referenceCount, 2u);
@@ -163,7 +163,7 @@ TEST_P(in_a_browser_that_counts_anew, two_queries_and_two_releases_deallocate) {
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_P(in_a_browser_that_counts_anew, a_second_query_after_a_release_is_like_the_first_one) {
+TEST_P(in_a_browser_that_counts_anew, A_second_query_after_a_release_is_like_the_first_one) {
     query();
     drop();
     query();
@@ -173,7 +173,7 @@ TEST_P(in_a_browser_that_counts_anew, a_second_query_after_a_release_is_like_the
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_P(in_a_browser_that_counts_on, every_further_query_keeps_a_reference) {
+TEST_P(in_a_browser_that_counts_on, Every_further_query_keeps_a_reference) {
     query();
     drop();
     query();

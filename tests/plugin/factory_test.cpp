@@ -45,7 +45,7 @@ protected:
 
 }  // namespace
 
-TEST_F(plain_factory, shows_its_life) {
+TEST_F(plain_factory, Shows_its_life) {
     show_everything();
     { vask_np_factory other("", "other", "", ""); }
     EXPECT_THAT(log.lines(),
@@ -56,7 +56,7 @@ TEST_F(plain_factory, shows_its_life) {
                             line("DBG", "other", "virtual vask_object::~vask_object()")));
 }
 
-TEST_F(plain_factory, answers_with_the_mime_description_that_it_was_given) {
+TEST_F(plain_factory, Answers_with_the_mime_description_that_it_was_given) {
     show_everything();
     EXPECT_EQ(factory.NP_GetMimeDescription(), mime);
     EXPECT_THAT(log.lines(),
@@ -64,17 +64,17 @@ TEST_F(plain_factory, answers_with_the_mime_description_that_it_was_given) {
                                  "virtual char* vask_np_factory::NP_GetMimeDescription()")));
 }
 
-TEST_F(plain_factory, answers_with_the_plugins_name) {
+TEST_F(plain_factory, Answers_with_the_plugins_name) {
     EXPECT_EQ(ask(NPPVpluginNameString), NPERR_NO_ERROR);
     EXPECT_EQ(answer, plugin_name);
 }
 
-TEST_F(plain_factory, answers_with_the_plugins_description) {
+TEST_F(plain_factory, Answers_with_the_plugins_description) {
     EXPECT_EQ(ask(NPPVpluginDescriptionString), NPERR_NO_ERROR);
     EXPECT_EQ(answer, description);
 }
 
-TEST_F(plain_factory, shows_that_it_was_asked) {
+TEST_F(plain_factory, Shows_that_it_was_asked) {
     show_everything();
     ask(NPPVpluginNameString);
     EXPECT_THAT(log.lines(), ElementsAre(line("DBG", "factory",
@@ -82,14 +82,14 @@ TEST_F(plain_factory, shows_that_it_was_asked) {
                                               "NPPVariable, void*)")));
 }
 
-TEST_F(plain_factory, does_not_answer_whether_xembed_is_needed) {
+TEST_F(plain_factory, Does_not_answer_whether_xembed_is_needed) {
     EXPECT_EQ(ask(NPPVpluginNeedsXEmbed), NPERR_INVALID_PARAM);
     EXPECT_EQ(answer, untouched);
     EXPECT_THAT(log.lines(), ElementsAre(line("WARN", "factory", "Unknown variable 14")));
     EXPECT_EQ(log.text().back(), '\n');
 }
 
-TEST_F(plain_factory, answers_no_other_question) {
+TEST_F(plain_factory, Answers_no_other_question) {
     for (int variable : {0, 3, 13, 15, 17, 1000}) {
         log.clear();
         EXPECT_EQ(ask(variable), NPERR_INVALID_PARAM);
@@ -99,7 +99,7 @@ TEST_F(plain_factory, answers_no_other_question) {
     }
 }
 
-TEST_F(plain_factory, fills_no_table) {
+TEST_F(plain_factory, Fills_no_table) {
     show_everything();
     NPNetscapeFuncs browser_table{}, empty_browser_table{};
     NPPluginFuncs plugin_table{}, empty_plugin_table{};
@@ -111,14 +111,14 @@ TEST_F(plain_factory, fills_no_table) {
                                               "NPNetscapeFuncs*, NPPluginFuncs*)")));
 }
 
-TEST_F(plain_factory, has_nothing_to_shut_down) {
+TEST_F(plain_factory, Has_nothing_to_shut_down) {
     show_everything();
     EXPECT_EQ(factory.NP_Shutdown(), NPERR_NO_ERROR);
     EXPECT_THAT(log.lines(), ElementsAre(line("DBG", "factory",
                                               "virtual NPError vask_np_factory::NP_Shutdown()")));
 }
 
-TEST_F(plain_factory, makes_instances_of_its_own_name) {
+TEST_F(plain_factory, Makes_instances_of_its_own_name) {
     show_everything();
     std::unique_ptr<vask_np_instance> instance(factory.create_instance());
     ASSERT_NE(instance, nullptr);
@@ -129,21 +129,21 @@ TEST_F(plain_factory, makes_instances_of_its_own_name) {
                     line("DBG", "factory", "vask_script::vask_script(const char*)(const char*)")));
 }
 
-TEST_F(plain_factory, makes_no_instance_when_there_is_no_memory_for_it) {
+TEST_F(plain_factory, Makes_no_instance_when_there_is_no_memory_for_it) {
     allocation_that_fails = 1;
     EXPECT_EQ(factory.create_instance(), nullptr);
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "factory", "Failed to create data")));
     EXPECT_EQ(log.text().back(), '\n');
 }
 
-TEST_F(plain_factory, makes_no_instance_when_there_is_no_memory_in_its_constructor) {
+TEST_F(plain_factory, Makes_no_instance_when_there_is_no_memory_in_its_constructor) {
     allocation_that_fails = 3;
     EXPECT_EQ(factory.create_instance(), nullptr);
     EXPECT_EQ(allocation_that_fails, 0);
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "factory", "Failed to create data")));
 }
 
-TEST_F(plain_factory, lets_through_what_else_the_constructor_throws) {
+TEST_F(plain_factory, Lets_through_what_else_the_constructor_throws) {
     allocation_that_fails = 3;
     throw_for_failed_allocation = [] { throw std::runtime_error("not for want of memory"); };
     EXPECT_THROW(factory.create_instance(), std::runtime_error);
@@ -151,7 +151,7 @@ TEST_F(plain_factory, lets_through_what_else_the_constructor_throws) {
     throw_for_failed_allocation = nullptr;
 }
 
-TEST_F(plain_factory, serves_a_whole_instance) {
+TEST_F(plain_factory, Serves_a_whole_instance) {
     NPP_t npp{};
     EXPECT_EQ(factory.new_instance(nullptr, &npp, NP_EMBED, 0, nullptr, nullptr, nullptr),
               NPERR_NO_ERROR);
@@ -159,7 +159,7 @@ TEST_F(plain_factory, serves_a_whole_instance) {
     EXPECT_EQ(factory.destroy_instance(&npp, nullptr), NPERR_NO_ERROR);
 }
 
-TEST_F(loaded_factory, keeps_the_texts_that_it_was_given) {
+TEST_F(loaded_factory, Keeps_the_texts_that_it_was_given) {
     EXPECT_STREQ(factory.mime_description, "application/x-fake:fake:Fake");
     EXPECT_STREQ(factory.plugin_name, "Fake plug-in");
     EXPECT_STREQ(factory.plugin_description, "A plug-in for tests");
@@ -168,7 +168,7 @@ TEST_F(loaded_factory, keeps_the_texts_that_it_was_given) {
     EXPECT_THAT(factory.preload_queue, IsEmpty());
 }
 
-TEST_F(loaded_factory, attaches_a_new_instance) {
+TEST_F(loaded_factory, Attaches_a_new_instance) {
     NPError answer = -1;
     NPP opened = browser.open({{"src", "a.html"}, {"width", "100"}}, &answer);
     EXPECT_EQ(answer, NPERR_NO_ERROR);
@@ -181,21 +181,21 @@ TEST_F(loaded_factory, attaches_a_new_instance) {
     browser.close(opened);
 }
 
-TEST_F(loaded_factory, attaches_a_new_instance_before_it_hands_over_the_attributes) {
+TEST_F(loaded_factory, Attaches_a_new_instance_before_it_hands_over_the_attributes) {
     NPP opened = browser.open();
     EXPECT_EQ(instance_of(opened)->npp_at_attributes, opened);
     EXPECT_EQ(instance_of(opened)->private_data_at_attributes, opened->pdata);
     browser.close(opened);
 }
 
-TEST_F(loaded_factory, shows_that_it_attaches) {
+TEST_F(loaded_factory, Shows_that_it_attaches) {
     show_everything();
     factory.new_instance(nullptr, &npp, NP_FULL, 0, nullptr, nullptr, nullptr);
     EXPECT_EQ(log.lines().front(), line("DBG", plugin_object_name, new_instance_text));
     factory.destroy_instance(&npp, nullptr);
 }
 
-TEST_F(loaded_factory, attaches_nothing_when_there_is_no_instance) {
+TEST_F(loaded_factory, Attaches_nothing_when_there_is_no_instance) {
     factory.out_of_memory = true;
     npp.pdata = this;
     EXPECT_EQ(factory.new_instance(nullptr, &npp, NP_EMBED, 0, nullptr, nullptr, nullptr), 5);
@@ -205,7 +205,7 @@ TEST_F(loaded_factory, attaches_nothing_when_there_is_no_instance) {
     EXPECT_EQ(log.text().find('\n'), std::string::npos);
 }
 
-TEST_F(loaded_factory, lets_through_what_a_products_class_throws) {
+TEST_F(loaded_factory, Lets_through_what_a_products_class_throws) {
     class throwing_factory : public vask_np_factory {
     public:
         throwing_factory() : vask_np_factory("", "throwing", "", "") {}
@@ -215,21 +215,21 @@ TEST_F(loaded_factory, lets_through_what_a_products_class_throws) {
                  std::runtime_error);
 }
 
-TEST_F(loaded_factory, deletes_an_instance_whose_object_nobody_asked_for) {
+TEST_F(loaded_factory, Deletes_an_instance_whose_object_nobody_asked_for) {
     NPP opened = browser.open();
     EXPECT_EQ(recorded_instance::alive, 1);
     EXPECT_EQ(browser.close(opened), NPERR_NO_ERROR);
     EXPECT_EQ(recorded_instance::alive, 0);
 }
 
-TEST_F(loaded_factory, shows_that_it_destroys) {
+TEST_F(loaded_factory, Shows_that_it_destroys) {
     factory.new_instance(nullptr, &npp, NP_EMBED, 0, nullptr, nullptr, nullptr);
     show_everything();
     factory.destroy_instance(&npp, nullptr);
     EXPECT_EQ(log.lines().front(), line("DBG", plugin_object_name, destroy_instance_text));
 }
 
-TEST_F(loaded_factory, leaves_private_data_and_saved_data_as_they_are) {
+TEST_F(loaded_factory, Leaves_private_data_and_saved_data_as_they_are) {
     factory.new_instance(nullptr, &npp, NP_EMBED, 0, nullptr, nullptr, nullptr);
     void* const attached = npp.pdata;
     NPSavedData data{};
@@ -239,7 +239,7 @@ TEST_F(loaded_factory, leaves_private_data_and_saved_data_as_they_are) {
     EXPECT_EQ(saved, &data);
 }
 
-TEST_F(loaded_factory, serves_instances_independently) {
+TEST_F(loaded_factory, Serves_instances_independently) {
     NPP first = browser.open(), second = browser.open();
     EXPECT_NE(instance_of(first), instance_of(second));
     browser.close(first);

@@ -35,7 +35,7 @@ protected:
 
 }  // namespace
 
-TEST_F(instance_object, is_the_instance_itself) {
+TEST_F(instance_object, Is_the_instance_itself) {
     NPObject* object = browser.scriptable(npp);
     EXPECT_EQ(object, instance->object());
     EXPECT_EQ(object->_class, &vask_script_class);
@@ -43,7 +43,7 @@ TEST_F(instance_object, is_the_instance_itself) {
     browser.drop(object);
 }
 
-TEST_F(instance_object, comes_with_one_reference_more_than_the_browser_has_set) {
+TEST_F(instance_object, Comes_with_one_reference_more_than_the_browser_has_set) {
     NPObject* object = browser.scriptable(npp);
     EXPECT_EQ(object->referenceCount, 2u);
     EXPECT_EQ(browser.entries_of(ledger_entry::created, object).size(), 1u);
@@ -51,14 +51,14 @@ TEST_F(instance_object, comes_with_one_reference_more_than_the_browser_has_set) 
     browser.drop(object);
 }
 
-TEST_F(instance_object, is_created_again_with_every_question) {
+TEST_F(instance_object, Is_created_again_with_every_question) {
     browser.drop(browser.scriptable(npp));
     browser.drop(browser.scriptable(npp));
     EXPECT_EQ(browser.entries_of(ledger_entry::created, instance->object()).size(), 2u);
     EXPECT_EQ(browser.entries_of(ledger_entry::retained, instance->object()).size(), 2u);
 }
 
-TEST_F(instance_object, is_shown_in_the_log) {
+TEST_F(instance_object, Is_shown_in_the_log) {
     show_everything();
     browser.drop(browser.scriptable(npp));
     EXPECT_EQ(log.lines().front(),
@@ -67,7 +67,7 @@ TEST_F(instance_object, is_shown_in_the_log) {
                    "(NPPVpluginScriptableNPObject)"));
 }
 
-TEST_F(instance_object, is_refused_without_an_npp) {
+TEST_F(instance_object, Is_refused_without_an_npp) {
     EXPECT_EQ(ask_for_object(nullptr), NPERR_GENERIC_ERROR);
     EXPECT_EQ(given, untouched);
     EXPECT_THAT(log.lines(),
@@ -75,7 +75,7 @@ TEST_F(instance_object, is_refused_without_an_npp) {
     EXPECT_EQ(log.text().back(), '\n');
 }
 
-TEST_F(instance_object, is_refused_for_an_npp_without_an_instance) {
+TEST_F(instance_object, Is_refused_for_an_npp_without_an_instance) {
     NPP_t empty{};
     EXPECT_EQ(ask_for_object(&empty), NPERR_GENERIC_ERROR);
     EXPECT_EQ(given, untouched);
@@ -83,7 +83,7 @@ TEST_F(instance_object, is_refused_for_an_npp_without_an_instance) {
                 ElementsAre(line("ERR", plugin_object_name, "instance or instace->pdata is NULL")));
 }
 
-TEST_F(instance_object, is_refused_when_the_browser_makes_none) {
+TEST_F(instance_object, Is_refused_when_the_browser_makes_none) {
     NPClass* asked = nullptr;
     browser.on_create_object = [&](NPP, NPClass* its_class) -> NPObject* {
         asked = its_class;
@@ -97,7 +97,7 @@ TEST_F(instance_object, is_refused_when_the_browser_makes_none) {
     EXPECT_EQ(log.text().back(), '\n');
 }
 
-TEST_F(instance_object, calls_a_function_of_the_page) {
+TEST_F(instance_object, Calls_a_function_of_the_page) {
     std::vector<script_value> heard;
     NPObject* function = browser.make_function([&](const std::vector<script_value>& arguments) {
         heard = arguments;
@@ -139,7 +139,7 @@ protected:
 
 }  // namespace
 
-TEST_F(object_by_script, is_what_the_script_yields) {
+TEST_F(object_by_script, Is_what_the_script_yields) {
     NPObject* object = browser.make_function();
     answer_with(object);
     EXPECT_EQ(instance->create_npobj("new Object()"), object);
@@ -149,7 +149,7 @@ TEST_F(object_by_script, is_what_the_script_yields) {
     instance->NPN_ReleaseObject(object);
 }
 
-TEST_F(object_by_script, is_looked_for_in_the_window) {
+TEST_F(object_by_script, Is_looked_for_in_the_window) {
     const auto retained = [this] {
         return browser.entries_of(ledger_entry::retained, browser.window()).size();
     };
@@ -159,7 +159,7 @@ TEST_F(object_by_script, is_looked_for_in_the_window) {
     EXPECT_EQ(references_to_window(), 0);
 }
 
-TEST_F(object_by_script, is_looked_for_in_the_window_for_its_own_instance) {
+TEST_F(object_by_script, Is_looked_for_in_the_window_for_its_own_instance) {
     static NPP asked_npp;
     static NPObject* asked_object;
     vask_np_base::NPNFuncs.evaluate = [](NPP of, NPObject* object, NPString*, NPVariant*) {
@@ -172,20 +172,20 @@ TEST_F(object_by_script, is_looked_for_in_the_window_for_its_own_instance) {
     EXPECT_EQ(asked_object, browser.window());
 }
 
-TEST_F(object_by_script, may_come_from_an_empty_script) {
+TEST_F(object_by_script, May_come_from_an_empty_script) {
     answer_with(script_null());
     EXPECT_EQ(instance->create_npobj(""), nullptr);
     EXPECT_EQ(script, "");
 }
 
-TEST_F(object_by_script, is_none_when_the_script_yields_a_number) {
+TEST_F(object_by_script, Is_none_when_the_script_yields_a_number) {
     answer_with(42);
     EXPECT_EQ(instance->create_npobj("42"), nullptr);
     EXPECT_EQ(references_to_window(), 0);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(object_by_script, is_none_when_the_script_yields_a_text_which_stays) {
+TEST_F(object_by_script, Is_none_when_the_script_yields_a_text_which_stays) {
     answer_with("text");
     EXPECT_EQ(instance->create_npobj("'text'"), nullptr);
     EXPECT_EQ(references_to_window(), 0);
@@ -194,13 +194,13 @@ TEST_F(object_by_script, is_none_when_the_script_yields_a_text_which_stays) {
     browser.free_everything();
 }
 
-TEST_F(object_by_script, is_none_when_the_script_fails) {
+TEST_F(object_by_script, Is_none_when_the_script_fails) {
     EXPECT_EQ(instance->create_npobj("syntax error"), nullptr);
     EXPECT_EQ(references_to_window(), 0);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(object_by_script, is_none_when_the_script_fails_and_leaves_an_object) {
+TEST_F(object_by_script, Is_none_when_the_script_fails_and_leaves_an_object) {
     vask_np_base::NPNFuncs.evaluate = [](NPP, NPObject* object, NPString*, NPVariant* result) {
         OBJECT_TO_NPVARIANT(object, *result);
         return false;
@@ -209,19 +209,19 @@ TEST_F(object_by_script, is_none_when_the_script_fails_and_leaves_an_object) {
     EXPECT_EQ(references_to_window(), 0);
 }
 
-TEST_F(object_by_script, is_none_without_a_script) {
+TEST_F(object_by_script, Is_none_without_a_script) {
     EXPECT_EQ(instance->create_npobj(nullptr), nullptr);
     EXPECT_THAT(browser.entries_of(ledger_entry::retained, browser.window()), IsEmpty());
 }
 
-TEST_F(object_by_script, is_none_when_there_is_no_window) {
+TEST_F(object_by_script, Is_none_when_there_is_no_window) {
     browser.on_get_value = [](NPP, NPNVariable, void*) -> NPError { return NPERR_NO_ERROR; };
     answer_with(42);
     EXPECT_EQ(instance->create_npobj("42"), nullptr);
     EXPECT_EQ(script, "(none)");
 }
 
-TEST_F(object_by_script, asks_for_the_window_of_its_own_page) {
+TEST_F(object_by_script, Asks_for_the_window_of_its_own_page) {
     NPP asked_npp = nullptr;
     int asked_variable = 0;
     browser.on_get_value = [&](NPP of, NPNVariable variable, void*) -> NPError {
@@ -234,7 +234,7 @@ TEST_F(object_by_script, asks_for_the_window_of_its_own_page) {
     EXPECT_EQ(asked_variable, 15);
 }
 
-TEST_F(object_by_script, gives_a_window_back_that_came_with_an_error) {
+TEST_F(object_by_script, Gives_a_window_back_that_came_with_an_error) {
     answer_with(42);
     browser.on_get_value = [this](NPP, NPNVariable, void* value) -> NPError {
         *static_cast<NPObject**>(value) = vask_np_base::NPNFuncs.retainobject(browser.window());
@@ -245,7 +245,7 @@ TEST_F(object_by_script, gives_a_window_back_that_came_with_an_error) {
     EXPECT_EQ(references_to_window(), 0);
 }
 
-TEST_F(object_by_script, is_not_asked_for_before_the_instance_is_attached) {
+TEST_F(object_by_script, Is_not_asked_for_before_the_instance_is_attached) {
     browser.on_get_value = [](NPP, NPNVariable, void*) -> NPError {
         ADD_FAILURE() << "the browser is called";
         return NPERR_GENERIC_ERROR;

@@ -42,19 +42,19 @@ protected:
 
 }  // namespace
 
-TEST_F(instance_stream, comes_in_the_portions_that_a_derived_class_asks_for) {
+TEST_F(instance_stream, Comes_in_the_portions_that_a_derived_class_asks_for) {
     instance_of(npp)->bytes_at_a_time = 4;
     EXPECT_EQ(browser.stream_to(npp, "http://host/", "0123456789"), 10u);
     EXPECT_EQ(instance_of(npp)->written, "0123456789");
 }
 
-TEST_F(instance_stream, may_be_empty) {
+TEST_F(instance_stream, May_be_empty) {
     instance_of(npp)->bytes_at_a_time = 4;
     EXPECT_EQ(browser.stream_to(npp, "http://host/", ""), 0u);
     EXPECT_EQ(instance_of(npp)->written, "");
 }
 
-TEST_F(plain_instance_stream, brings_nothing_where_nobody_asks_for_data) {
+TEST_F(plain_instance_stream, Brings_nothing_where_nobody_asks_for_data) {
     show_everything();
     EXPECT_EQ(browser.stream_to(npp, "http://host/", "0123456789"), 0u);
     EXPECT_THAT(
@@ -68,7 +68,7 @@ TEST_F(plain_instance_stream, brings_nothing_where_nobody_asks_for_data) {
                  "virtual NPError vask_np_instance::destroy_stream(NPP, NPStream*, NPError)")));
 }
 
-TEST_F(plain_instance_stream, is_asked_for_and_its_end_is_heard_of) {
+TEST_F(plain_instance_stream, Is_asked_for_and_its_end_is_heard_of) {
     vask_np_base base("base");
     EXPECT_EQ(base.NPN_GetURLNotify(npp, "http://host/", nullptr, nullptr), NPERR_NO_ERROR);
     show_everything();

@@ -43,7 +43,7 @@ NPWindow some_window() {
 
 }  // namespace
 
-TEST_F(plain_instance, starts_unattached) {
+TEST_F(plain_instance, Starts_unattached) {
     const recorded_instance fresh("fresh");
     EXPECT_EQ(fresh.npp, nullptr);
     EXPECT_TRUE(fresh.needs_xembed);
@@ -55,7 +55,7 @@ TEST_F(plain_instance, starts_unattached) {
     EXPECT_FALSE(fresh.is_window_data_changed());
 }
 
-TEST_F(plain_instance, shows_its_life) {
+TEST_F(plain_instance, Shows_its_life) {
     { vask_np_instance other("other"); }
     EXPECT_THAT(log.lines(),
                 ElementsAre(line("DBG", "other",
@@ -67,19 +67,19 @@ TEST_F(plain_instance, shows_its_life) {
                             line("DBG", "other", "virtual vask_object::~vask_object()")));
 }
 
-TEST_F(plain_instance, prepares_nothing) {
+TEST_F(plain_instance, Prepares_nothing) {
     instance.init_preload();
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(plain_instance, shows_the_number_of_attributes) {
+TEST_F(plain_instance, Shows_the_number_of_attributes) {
     char name[] = "src", value[] = "a.html";
     char *names[] = {name}, *values[] = {value};
     instance.parse_props(1, names, values);
     expect_line("virtual void vask_np_instance::parse_props(int16_t, char**, char**): 1");
 }
 
-TEST_F(plain_instance, shows_its_window_and_does_not_store_it) {
+TEST_F(plain_instance, Shows_its_window_and_does_not_store_it) {
     NPWindow window = some_window();
     EXPECT_EQ(instance.set_window(&npp, &window), NPERR_NO_ERROR);
     expect_line(
@@ -89,12 +89,12 @@ TEST_F(plain_instance, shows_its_window_and_does_not_store_it) {
     EXPECT_EQ(instance.get_window_xid(), 0ul);
 }
 
-TEST_F(plain_instance, accepts_that_there_is_no_window) {
+TEST_F(plain_instance, Accepts_that_there_is_no_window) {
     EXPECT_EQ(instance.set_window(&npp, nullptr), NPERR_NO_ERROR);
     expect_line("virtual NPError vask_np_instance::set_window(NPP, NPWindow*)");
 }
 
-TEST_F(plain_instance, accepts_a_stream_as_it_comes) {
+TEST_F(plain_instance, Accepts_a_stream_as_it_comes) {
     char type[] = "text/plain";
     uint16_t stype = 42;
     EXPECT_EQ(instance.new_stream(&npp, type, &stream, 1, &stype), NPERR_NO_ERROR);
@@ -104,49 +104,49 @@ TEST_F(plain_instance, accepts_a_stream_as_it_comes) {
         "uint16*)");
 }
 
-TEST_F(plain_instance, accepts_the_end_of_a_stream) {
+TEST_F(plain_instance, Accepts_the_end_of_a_stream) {
     EXPECT_EQ(instance.destroy_stream(&npp, &stream, NPRES_NETWORK_ERR), NPERR_NO_ERROR);
     expect_line("virtual NPError vask_np_instance::destroy_stream(NPP, NPStream*, NPError)");
 }
 
-TEST_F(plain_instance, wants_no_data) {
+TEST_F(plain_instance, Wants_no_data) {
     EXPECT_EQ(instance.write_ready(&npp, &stream), 0);
     expect_line("virtual int32_t vask_np_instance::write_ready(NPP, NPStream*)");
 }
 
-TEST_F(plain_instance, takes_no_data) {
+TEST_F(plain_instance, Takes_no_data) {
     char data[] = "data";
     EXPECT_EQ(instance.write(&npp, &stream, 0, 4, data), 0);
     expect_line("virtual int32_t vask_np_instance::write(NPP, NPStream*, int32_t, int32_t, void*)");
 }
 
-TEST_F(plain_instance, hears_of_a_stream_in_a_file) {
+TEST_F(plain_instance, Hears_of_a_stream_in_a_file) {
     instance.stream_as_file(&npp, &stream, "/tmp/file");
     expect_line("virtual void vask_np_instance::stream_as_file(NPP, NPStream*, const char*)");
 }
 
-TEST_F(plain_instance, hears_of_the_end_of_a_request) {
+TEST_F(plain_instance, Hears_of_the_end_of_a_request) {
     instance.url_notify(&npp, "http://host/", NPRES_DONE, nullptr);
     expect_line("virtual void vask_np_instance::url_notify(NPP, const char*, NPReason, void*)");
 }
 
-TEST_F(plain_instance, hears_of_printing) {
+TEST_F(plain_instance, Hears_of_printing) {
     NPPrint print{};
     instance.print(&npp, &print);
     expect_line("virtual void vask_np_instance::print(NPP, NPPrint*)");
 }
 
-TEST_F(plain_instance, handles_no_event) {
+TEST_F(plain_instance, Handles_no_event) {
     EXPECT_EQ(instance.handle_event(&npp, nullptr), 0);
     expect_line("virtual int16_t vask_np_instance::handle_event(NPP, void*)");
 }
 
-TEST_F(plain_instance, accepts_every_value) {
+TEST_F(plain_instance, Accepts_every_value) {
     EXPECT_EQ(instance.set_value(&npp, NPNVisOfflineBool, nullptr), NPERR_NO_ERROR);
     expect_line("virtual NPError vask_np_instance::set_value(NPP, NPNVariable, void*)");
 }
 
-TEST_F(plain_instance, needs_xembed) {
+TEST_F(plain_instance, Needs_xembed) {
     // One byte, with neighbours that have to stay as they are.
     NPBool answer[3] = {42, 42, 42};
     EXPECT_EQ(instance.get_value(&npp, NPPVpluginNeedsXEmbed, &answer[1]), NPERR_NO_ERROR);
@@ -156,14 +156,14 @@ TEST_F(plain_instance, needs_xembed) {
         "(NPPVpluginNeedsXEmbed)");
 }
 
-TEST_F(plain_instance, needs_no_xembed_when_a_derived_class_says_so) {
+TEST_F(plain_instance, Needs_no_xembed_when_a_derived_class_says_so) {
     without_xembed other;
     NPBool answer[3] = {42, 42, 42};
     EXPECT_EQ(other.get_value(&npp, NPPVpluginNeedsXEmbed, &answer[1]), NPERR_NO_ERROR);
     EXPECT_THAT(answer, ElementsAre(42, 0, 42));
 }
 
-TEST_F(plain_instance, has_no_object_of_the_old_interface) {
+TEST_F(plain_instance, Has_no_object_of_the_old_interface) {
     int value = 42;
     EXPECT_EQ(instance.get_value(&npp, NPPVpluginScriptableInstance, &value), NPERR_GENERIC_ERROR);
     expect_line(
@@ -172,7 +172,7 @@ TEST_F(plain_instance, has_no_object_of_the_old_interface) {
     EXPECT_EQ(value, 42);
 }
 
-TEST_F(plain_instance, has_no_interface_id_of_the_old_interface) {
+TEST_F(plain_instance, Has_no_interface_id_of_the_old_interface) {
     int value = 42;
     EXPECT_EQ(instance.get_value(&npp, NPPVpluginScriptableIID, &value), NPERR_GENERIC_ERROR);
     expect_line(
@@ -181,7 +181,7 @@ TEST_F(plain_instance, has_no_interface_id_of_the_old_interface) {
     EXPECT_EQ(value, 42);
 }
 
-TEST_F(plain_instance, leaves_every_other_question_to_the_factory) {
+TEST_F(plain_instance, Leaves_every_other_question_to_the_factory) {
     for (int variable : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 12, 13, 16, 17, 1000}) {
         log.clear();
         int value = 42;
@@ -194,7 +194,7 @@ TEST_F(plain_instance, leaves_every_other_question_to_the_factory) {
     }
 }
 
-TEST_F(plain_instance, stores_the_window_for_a_derived_class) {
+TEST_F(plain_instance, Stores_the_window_for_a_derived_class) {
     NPWindow window = some_window();
     instance.save_window_data(&window);
     EXPECT_EQ(instance.get_window_x(), 1);
@@ -205,14 +205,14 @@ TEST_F(plain_instance, stores_the_window_for_a_derived_class) {
     EXPECT_TRUE(instance.is_window_data_changed());
 }
 
-TEST_F(plain_instance, notices_a_window_that_has_not_changed) {
+TEST_F(plain_instance, Notices_a_window_that_has_not_changed) {
     NPWindow window{};
     instance.save_window_data(&window);
     instance.save_window_data(&window);
     EXPECT_FALSE(instance.is_window_data_changed());
 }
 
-TEST_F(plain_instance, keeps_its_window_when_there_is_none) {
+TEST_F(plain_instance, Keeps_its_window_when_there_is_none) {
     NPWindow window{};
     window.width = 3;
     instance.save_window_data(&window);
@@ -221,7 +221,7 @@ TEST_F(plain_instance, keeps_its_window_when_there_is_none) {
     EXPECT_TRUE(instance.is_window_data_changed());
 }
 
-TEST_F(plain_instance, stores_a_window_value_by_value_as_well) {
+TEST_F(plain_instance, Stores_a_window_value_by_value_as_well) {
     instance.save_window_data(1, 2, 3, 4, 5);
     EXPECT_EQ(instance.get_window_xid(), 5ul);
 }

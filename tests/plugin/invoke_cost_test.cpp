@@ -65,21 +65,21 @@ protected:
 
 }  // namespace
 
-TEST_F(invoke_cost, of_a_short_name_has_no_allocation) {
+TEST_F(invoke_cost, Of_a_short_name_has_no_allocation) {
     EXPECT_EQ(invoke("short"), 0);
 }
 
-TEST_F(invoke_cost, of_a_long_name_has_one_allocation) {
+TEST_F(invoke_cost, Of_a_long_name_has_one_allocation) {
     EXPECT_EQ(invoke(quiet_script::long_name), 1);
 }
 
-TEST_F(invoke_cost, has_one_fetch_and_one_free_of_the_name) {
+TEST_F(invoke_cost, Has_one_fetch_and_one_free_of_the_name) {
     invoke("short");
     EXPECT_EQ(names_fetched, 1);
     EXPECT_EQ(names_freed, 1);
 }
 
-TEST_F(invoke_cost, frees_the_name_when_there_is_no_memory_for_its_copy) {
+TEST_F(invoke_cost, Frees_the_name_when_there_is_no_memory_for_its_copy) {
     NPVariant result;
     allocation_that_fails = 1;
     EXPECT_FALSE(vask_script_class.invoke(&script, const_cast<char*>(quiet_script::long_name),

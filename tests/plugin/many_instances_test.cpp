@@ -53,7 +53,7 @@ INSTANTIATE_TEST_SUITE_P(with, many_instances,
 
 }  // namespace
 
-TEST_P(many_instances, leave_nothing_behind) {
+TEST_P(many_instances, Leave_nothing_behind) {
     vask_object::print_msg_level = VASK_P_EMERG;
     visit(true);
     visit(false);
@@ -66,7 +66,7 @@ TEST_P(many_instances, leave_nothing_behind) {
     EXPECT_LE(bytes_in_use(), before + 4096);
 }
 
-TEST_P(many_instances, leave_nothing_behind_with_preloading) {
+TEST_P(many_instances, Leave_nothing_behind_with_preloading) {
     vask_object::print_msg_level = VASK_P_EMERG;
     factory.set_preload(2);
     const auto visit_and_refill = [this](bool holds_on) {

@@ -40,18 +40,18 @@ protected:
 
 }  // namespace
 
-TEST_F(page_uri, is_the_directory_of_the_page) {
+TEST_F(page_uri, Is_the_directory_of_the_page) {
     set_base_uri("http://host/docs/page.html");
     EXPECT_EQ(base.get_baseURI(npp), "http://host/docs/");
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(page_uri, comes_from_an_unterminated_text) {
+TEST_F(page_uri, Comes_from_an_unterminated_text) {
     set_base_uri("/");
     EXPECT_EQ(base.get_baseURI(npp), "/");
 }
 
-TEST_F(page_uri, keeps_one_more_reference_to_the_element_with_every_question) {
+TEST_F(page_uri, Keeps_one_more_reference_to_the_element_with_every_question) {
     set_base_uri("/docs/");
     base.get_baseURI(npp);
     base.get_baseURI(npp);
@@ -61,7 +61,7 @@ TEST_F(page_uri, keeps_one_more_reference_to_the_element_with_every_question) {
     vask_np_base::NPNFuncs.releaseobject(dom_object());
 }
 
-TEST_F(page_uri, is_asked_of_the_element_for_its_own_instance) {
+TEST_F(page_uri, Is_asked_of_the_element_for_its_own_instance) {
     static NPP asked_npp;
     static NPObject* asked_object;
     static NPIdentifier asked_name;
@@ -78,13 +78,13 @@ TEST_F(page_uri, is_asked_of_the_element_for_its_own_instance) {
     EXPECT_EQ(asked_name, browser.name("baseURI"));
 }
 
-TEST_F(page_uri, fails_when_the_element_has_none) {
+TEST_F(page_uri, Fails_when_the_element_has_none) {
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
     EXPECT_EQ(log.text().find('\n'), std::string::npos);
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "base", "Failed to get the base URI")));
 }
 
-TEST_F(page_uri, fails_with_the_address_of_the_object_that_asked) {
+TEST_F(page_uri, Fails_with_the_address_of_the_object_that_asked) {
     const vask_object* const address = &base;
     vask_object::print_flags |= VASK_P_FLAG_ADDR;
 
@@ -96,30 +96,30 @@ TEST_F(page_uri, fails_with_the_address_of_the_object_that_asked) {
     vask_object::print_flags &= ~static_cast<unsigned int>(VASK_P_FLAG_ADDR);
 }
 
-TEST_F(page_uri, fails_without_a_line_when_it_has_no_slash) {
+TEST_F(page_uri, Fails_without_a_line_when_it_has_no_slash) {
     set_base_uri("about:blank");
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(page_uri, fails_when_the_page_has_put_a_number_in_its_place) {
+TEST_F(page_uri, Fails_when_the_page_has_put_a_number_in_its_place) {
     set_base_uri(0x41414141);
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
 }
 
-TEST_F(page_uri, fails_when_the_page_has_put_an_object_in_its_place) {
+TEST_F(page_uri, Fails_when_the_page_has_put_an_object_in_its_place) {
     NPObject* object = browser.make_function();
     set_base_uri(object);
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
     EXPECT_EQ(browser.references_of_plugin(object), 0);
 }
 
-TEST_F(page_uri, fails_when_the_page_has_put_nothing_in_its_place) {
+TEST_F(page_uri, Fails_when_the_page_has_put_nothing_in_its_place) {
     set_base_uri(script_null());
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
 }
 
-TEST_F(page_uri_without_element, fails_when_the_browser_refuses_the_element) {
+TEST_F(page_uri_without_element, Fails_when_the_browser_refuses_the_element) {
     browser.on_get_value = [](NPP, NPNVariable, void*) -> NPError { return NPERR_GENERIC_ERROR; };
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
     EXPECT_EQ(log.text().find('\n'), std::string::npos);
@@ -127,7 +127,7 @@ TEST_F(page_uri_without_element, fails_when_the_browser_refuses_the_element) {
                 ElementsAre(line("ERR", "base", "Failed to get our DOM Element NPObject")));
 }
 
-TEST_F(page_uri_without_element, fails_when_the_browser_gives_the_element_and_refuses_it) {
+TEST_F(page_uri_without_element, Fails_when_the_browser_gives_the_element_and_refuses_it) {
     set_base_uri("http://host/docs/page.html");
     browser.on_get_value = [this](NPP, NPNVariable, void* value) -> NPError {
         *static_cast<NPObject**>(value) = dom_object();
@@ -138,7 +138,7 @@ TEST_F(page_uri_without_element, fails_when_the_browser_gives_the_element_and_re
                 ElementsAre(line("ERR", "base", "Failed to get our DOM Element NPObject")));
 }
 
-TEST_F(page_uri_without_element, asks_for_the_element_of_its_own_instance) {
+TEST_F(page_uri_without_element, Asks_for_the_element_of_its_own_instance) {
     NPP asked_npp = nullptr;
     int asked_variable = 0;
     browser.on_get_value = [&](NPP of, NPNVariable variable, void*) -> NPError {
@@ -151,7 +151,7 @@ TEST_F(page_uri_without_element, asks_for_the_element_of_its_own_instance) {
     EXPECT_EQ(asked_variable, 16);
 }
 
-TEST_F(page_uri_without_element, fails_when_the_browser_gives_no_object) {
+TEST_F(page_uri_without_element, Fails_when_the_browser_gives_no_object) {
     browser.on_get_value = [](NPP, NPNVariable, void*) -> NPError { return NPERR_NO_ERROR; };
     EXPECT_THROW(base.get_baseURI(npp), std::logic_error);
     EXPECT_THAT(log.lines(),

@@ -80,14 +80,14 @@ extern "C" int rand() noexcept {
     return next_random >= 0 ? next_random : next_function<int()>("rand")();
 }
 
-TEST_F(preloading, is_off_at_first) {
+TEST_F(preloading, Is_off_at_first) {
     EXPECT_FALSE(open()->preloaded);
     EXPECT_EQ(factory.created, 1);
     EXPECT_THAT(scheduled, IsEmpty());
     EXPECT_EQ(factory.pending_spawns, 0);
 }
 
-TEST_F(preloading, prepares_every_instance_once) {
+TEST_F(preloading, Prepares_every_instance_once) {
     factory.set_preload(2);
     EXPECT_EQ(factory.preload_count, 2);
     ASSERT_EQ(factory.preload_queue.size(), 2u);
@@ -99,12 +99,12 @@ TEST_F(preloading, prepares_every_instance_once) {
     EXPECT_THAT(scheduled, IsEmpty());
 }
 
-TEST_F(preloading, calls_an_instance_preloaded_once_it_is_prepared) {
+TEST_F(preloading, Calls_an_instance_preloaded_once_it_is_prepared) {
     factory.set_preload(1);
     EXPECT_FALSE(factory.queued(0)->preloaded_at_preparation);
 }
 
-TEST_F(preloading, hands_out_the_oldest_instance_first) {
+TEST_F(preloading, Hands_out_the_oldest_instance_first) {
     factory.set_preload(2);
     recorded_instance *first = factory.queued(0), *second = factory.queued(1);
     EXPECT_EQ(open(), first);
@@ -114,14 +114,14 @@ TEST_F(preloading, hands_out_the_oldest_instance_first) {
     EXPECT_TRUE(wait_for_spawns());
 }
 
-TEST_F(preloading, gives_a_prepared_instance_the_attributes_of_its_element) {
+TEST_F(preloading, Gives_a_prepared_instance_the_attributes_of_its_element) {
     factory.set_preload(1);
     opened.push_back(browser.open({{"src", "a.html"}}));
     EXPECT_THAT(instance_of(opened[0])->properties, ElementsAre(testing::Pair("src", "a.html")));
     EXPECT_TRUE(wait_for_spawns());
 }
 
-TEST_F(preloading, schedules_one_spawn_for_each_instance_taken_until_the_queue_is_full_again) {
+TEST_F(preloading, Schedules_one_spawn_for_each_instance_taken_until_the_queue_is_full_again) {
     factory.set_preload(2);
     open();
     EXPECT_EQ(factory.preload_queue.size(), 1u);
@@ -139,7 +139,7 @@ TEST_F(preloading, schedules_one_spawn_for_each_instance_taken_until_the_queue_i
     EXPECT_EQ(factory.queued(0)->preparations, 1);
 }
 
-TEST_F(preloading, counts_a_spawn_before_it_schedules_it) {
+TEST_F(preloading, Counts_a_spawn_before_it_schedules_it) {
     factory.set_preload(1);
     open();
     EXPECT_EQ(factory.pending_spawns_at_delay, 1);
@@ -148,14 +148,14 @@ TEST_F(preloading, counts_a_spawn_before_it_schedules_it) {
     EXPECT_TRUE(wait_for_spawns());
 }
 
-TEST_F(preloading, counts_a_spawn_until_its_instance_is_made) {
+TEST_F(preloading, Counts_a_spawn_until_its_instance_is_made) {
     factory.set_preload(1);
     open();
     EXPECT_TRUE(wait_for_spawns());
     EXPECT_EQ(factory.pending_spawns_at_creation, 1);
 }
 
-TEST_F(preloading, makes_an_instance_directly_when_the_queue_is_empty) {
+TEST_F(preloading, Makes_an_instance_directly_when_the_queue_is_empty) {
     factory.set_preload(1);
     open();
     EXPECT_EQ(factory.pending_spawns, 1);
@@ -165,7 +165,7 @@ TEST_F(preloading, makes_an_instance_directly_when_the_queue_is_empty) {
     EXPECT_TRUE(wait_for_spawns());
 }
 
-TEST_F(preloading, schedules_nothing_while_enough_instances_are_left) {
+TEST_F(preloading, Schedules_nothing_while_enough_instances_are_left) {
     factory.set_preload(1);
     factory.make_preload_instance();
     open();
@@ -174,7 +174,7 @@ TEST_F(preloading, schedules_nothing_while_enough_instances_are_left) {
     EXPECT_THAT(scheduled, IsEmpty());
 }
 
-TEST_F(preloading, schedules_one_spawn_at_a_time) {
+TEST_F(preloading, Schedules_one_spawn_at_a_time) {
     factory.set_preload(1);
     factory.preload_count = 3;
     open();
@@ -183,14 +183,14 @@ TEST_F(preloading, schedules_one_spawn_at_a_time) {
     EXPECT_EQ(factory.preload_queue.size(), 1u);
 }
 
-TEST_F(preloading, adds_to_what_is_queued) {
+TEST_F(preloading, Adds_to_what_is_queued) {
     factory.set_preload(2);
     factory.set_preload(1);
     EXPECT_EQ(factory.preload_count, 1);
     EXPECT_EQ(factory.preload_queue.size(), 3u);
 }
 
-TEST_F(preloading, makes_nothing_for_a_count_of_zero_or_less) {
+TEST_F(preloading, Makes_nothing_for_a_count_of_zero_or_less) {
     factory.set_preload(0);
     EXPECT_EQ(factory.created, 0);
     factory.set_preload(-1);
@@ -198,14 +198,14 @@ TEST_F(preloading, makes_nothing_for_a_count_of_zero_or_less) {
     EXPECT_EQ(factory.created, 0);
 }
 
-TEST_F(preloading, stops_when_the_count_becomes_zero) {
+TEST_F(preloading, Stops_when_the_count_becomes_zero) {
     factory.set_preload(1);
     factory.set_preload(0);
     EXPECT_TRUE(open()->preloaded);
     EXPECT_THAT(scheduled, IsEmpty());
 }
 
-TEST_F(preloading, waits_as_long_as_the_factory_says) {
+TEST_F(preloading, Waits_as_long_as_the_factory_says) {
     factory.spawns_at_once = false;
     next_random = 0;
     factory.set_preload(1);
@@ -217,7 +217,7 @@ TEST_F(preloading, waits_as_long_as_the_factory_says) {
     EXPECT_TRUE(g_source_remove_by_user_data(scheduled[0].data));
 }
 
-TEST_F(preloading, spawns_once_by_a_timer_that_ends) {
+TEST_F(preloading, Spawns_once_by_a_timer_that_ends) {
     factory.pending_spawns = 1;
     EXPECT_EQ(
         vask_np_factory::_delayed_spawn_preload_instance(static_cast<vask_np_factory*>(&factory)),
@@ -303,7 +303,7 @@ protected:
 
 }  // namespace
 
-TEST_F(failing_preloading, tries_again_when_an_instance_cannot_be_made) {
+TEST_F(failing_preloading, Tries_again_when_an_instance_cannot_be_made) {
     failing.failing_creations = 2;
     open();
     EXPECT_TRUE(wait_for_instance());
@@ -313,7 +313,7 @@ TEST_F(failing_preloading, tries_again_when_an_instance_cannot_be_made) {
     EXPECT_THAT(log.lines(), ElementsAre(reported("no child"), reported("no child")));
 }
 
-TEST_F(failing_preloading, deletes_an_instance_that_cannot_be_prepared_and_makes_another) {
+TEST_F(failing_preloading, Deletes_an_instance_that_cannot_be_prepared_and_makes_another) {
     failing.failing_preparations = 1;
     open();
     EXPECT_TRUE(wait_for_instance());
@@ -323,14 +323,14 @@ TEST_F(failing_preloading, deletes_an_instance_that_cannot_be_prepared_and_makes
     EXPECT_THAT(log.lines(), ElementsAre(reported("no child")));
 }
 
-TEST_F(failing_preloading, tries_again_when_there_is_no_memory_for_an_instance) {
+TEST_F(failing_preloading, Tries_again_when_there_is_no_memory_for_an_instance) {
     failing.nulls = 1;
     open();
     EXPECT_TRUE(wait_for_instance());
     EXPECT_THAT(log.lines(), ElementsAre(reported("std::bad_alloc")));
 }
 
-TEST_F(failing_preloading, hands_out_the_same_instance_after_a_delay_that_could_not_be_found) {
+TEST_F(failing_preloading, Hands_out_the_same_instance_after_a_delay_that_could_not_be_found) {
     recorded_instance* const ready = failing.queued(0);
     failing.failing_delays = 1;
     EXPECT_THROW(failing.get_preload_instance(), std::runtime_error);
@@ -340,7 +340,7 @@ TEST_F(failing_preloading, hands_out_the_same_instance_after_a_delay_that_could_
     EXPECT_TRUE(wait_for_instance());
 }
 
-TEST_F(preloading, leaves_what_is_queued_when_the_factory_ends) {
+TEST_F(preloading, Leaves_what_is_queued_when_the_factory_ends) {
     recorded_instance* queued = nullptr;
     {
         recorded_factory short_lived;
@@ -351,7 +351,7 @@ TEST_F(preloading, leaves_what_is_queued_when_the_factory_ends) {
     delete queued;
 }
 
-TEST_F(preloading, leaves_a_scheduled_spawn_when_the_factory_ends) {
+TEST_F(preloading, Leaves_a_scheduled_spawn_when_the_factory_ends) {
     std::unique_ptr<vask_np_instance> taken;
     {
         recorded_factory short_lived;
@@ -363,19 +363,19 @@ TEST_F(preloading, leaves_a_scheduled_spawn_when_the_factory_ends) {
     EXPECT_TRUE(g_source_remove_by_user_data(scheduled[0].data));
 }
 
-TEST_F(spawn_delay, is_two_seconds_at_least) {
+TEST_F(spawn_delay, Is_two_seconds_at_least) {
     EXPECT_EQ(with_random(0), 2000u);
 }
 
-TEST_F(spawn_delay, is_four_seconds_at_most) {
+TEST_F(spawn_delay, Is_four_seconds_at_most) {
     EXPECT_EQ(with_random(RAND_MAX), 4000u);
 }
 
-TEST_F(spawn_delay, is_three_seconds_in_the_middle) {
+TEST_F(spawn_delay, Is_three_seconds_in_the_middle) {
     EXPECT_NEAR(with_random(RAND_MAX / 2), 3000, 1);
 }
 
-TEST_F(spawn_delay, is_cut_to_whole_milliseconds) {
+TEST_F(spawn_delay, Is_cut_to_whole_milliseconds) {
     // 2000 milliseconds and 0.9 of one.
     EXPECT_EQ(with_random(966367), 2000u);
 }

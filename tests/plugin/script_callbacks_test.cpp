@@ -74,31 +74,31 @@ INSTANTIATE_TEST_SUITE_P(by, callback_requests,
 
 }  // namespace
 
-TEST_P(adding_callbacks, keeps_the_function_with_one_reference) {
+TEST_P(adding_callbacks, Keeps_the_function_with_one_reference) {
     call(GetParam(), {"x", function});
     EXPECT_EQ(instance->get_jscb_npobj("x"), function);
     EXPECT_EQ(browser.references_of_plugin(function), 1);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_P(adding_callbacks, keeps_functions_of_several_names_apart) {
+TEST_P(adding_callbacks, Keeps_functions_of_several_names_apart) {
     call(GetParam(), {"x", function});
     call(GetParam(), {"y", other_function});
     EXPECT_THAT(instance->jscb_map, ElementsAre(Pair("x", function), Pair("y", other_function)));
 }
 
-TEST_P(adding_callbacks, takes_one_function_under_two_names_with_two_references) {
+TEST_P(adding_callbacks, Takes_one_function_under_two_names_with_two_references) {
     call(GetParam(), {"x", function});
     call(GetParam(), {"y", function});
     EXPECT_EQ(browser.references_of_plugin(function), 2);
 }
 
-TEST_P(adding_callbacks, ignores_further_arguments) {
+TEST_P(adding_callbacks, Ignores_further_arguments) {
     call(GetParam(), {"x", function, 1, "more"});
     EXPECT_EQ(instance->get_jscb_npobj("x"), function);
 }
 
-TEST_P(adding_callbacks, replaces_the_function_and_keeps_the_reference_of_the_first_one) {
+TEST_P(adding_callbacks, Replaces_the_function_and_keeps_the_reference_of_the_first_one) {
     call(GetParam(), {"x", function});
     call(GetParam(), {"x", other_function});
     EXPECT_THAT(instance->jscb_map, ElementsAre(Pair("x", other_function)));
@@ -107,7 +107,7 @@ TEST_P(adding_callbacks, replaces_the_function_and_keeps_the_reference_of_the_fi
     vask_np_base::NPNFuncs.releaseobject(function);
 }
 
-TEST_P(deleting_callbacks, releases_the_function) {
+TEST_P(deleting_callbacks, Releases_the_function) {
     call("add_callback", {"x", function});
     call(GetParam(), {"x", function});
     EXPECT_EQ(instance->get_jscb_npobj("x"), nullptr);
@@ -116,14 +116,14 @@ TEST_P(deleting_callbacks, releases_the_function) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_P(deleting_callbacks, leaves_other_names_alone) {
+TEST_P(deleting_callbacks, Leaves_other_names_alone) {
     call("add_callback", {"x", function});
     call("add_callback", {"y", other_function});
     call(GetParam(), {"x", function});
     EXPECT_THAT(instance->jscb_map, ElementsAre(Pair("y", other_function)));
 }
 
-TEST_P(deleting_callbacks, releases_the_function_that_is_given_and_forgets_the_registered_one) {
+TEST_P(deleting_callbacks, Releases_the_function_that_is_given_and_forgets_the_registered_one) {
     call("add_callback", {"x", function});
     vask_np_base::NPNFuncs.retainobject(other_function);
     call(GetParam(), {"x", other_function});
@@ -133,78 +133,78 @@ TEST_P(deleting_callbacks, releases_the_function_that_is_given_and_forgets_the_r
     vask_np_base::NPNFuncs.releaseobject(function);
 }
 
-TEST_P(deleting_callbacks, refuses_a_name_without_function) {
+TEST_P(deleting_callbacks, Refuses_a_name_without_function) {
     expect_refused(GetParam(), {"x", function},
                    "Requested callback function 'x' is not registered");
 }
 
-TEST_P(deleting_callbacks, refuses_a_second_time) {
+TEST_P(deleting_callbacks, Refuses_a_second_time) {
     call("add_callback", {"x", function});
     call(GetParam(), {"x", function});
     expect_refused(GetParam(), {"x", function},
                    "Requested callback function 'x' is not registered");
 }
 
-TEST_P(callback_requests, need_two_arguments) {
+TEST_P(callback_requests, Need_two_arguments) {
     expect_refused(GetParam(), {}, "The number of argc must be greater than one.");
     expect_refused(GetParam(), {"x"}, "The number of argc must be greater than one.");
 }
 
-TEST_P(callback_requests, need_a_text_as_name) {
+TEST_P(callback_requests, Need_a_text_as_name) {
     expect_refused(GetParam(), {1, function},
                    "The first argument must be string, but NPVariantType_Int32 is given.");
     expect_refused(GetParam(), {std::monostate(), function},
                    "The first argument must be string, but NPVarintType_Void is given.");
 }
 
-TEST_P(callback_requests, need_an_object_as_function) {
+TEST_P(callback_requests, Need_an_object_as_function) {
     expect_refused(GetParam(), {"x", 2},
                    "The second argument must be object, but NPVariantType_Int32 is given.");
     expect_refused(GetParam(), {"x", script_null()},
                    "The second argument must be object, but NPVariantType_Null is given.");
 }
 
-TEST_P(callback_requests, look_at_the_name_before_the_function) {
+TEST_P(callback_requests, Look_at_the_name_before_the_function) {
     expect_refused(GetParam(), {1, 2},
                    "The first argument must be string, but NPVariantType_Int32 is given.");
 }
 
-TEST_P(callback_requests, need_a_name_that_is_allowed) {
+TEST_P(callback_requests, Need_a_name_that_is_allowed) {
     expect_refused(GetParam(), {"z", function}, "Requested callback function 'z' is not supported");
 }
 
-TEST_P(callback_requests, look_at_the_whole_name) {
+TEST_P(callback_requests, Look_at_the_whole_name) {
     expect_refused(GetParam(), {std::string("x\0z", 3), function},
                    "Requested callback function 'x' is not supported");
     expect_refused(GetParam(), {"xx", function},
                    "Requested callback function 'xx' is not supported");
 }
 
-TEST_F(script_callbacks, allow_a_name_once) {
+TEST_F(script_callbacks, Allow_a_name_once) {
     instance->add_jscb_func("x");
     EXPECT_THAT(instance->jscb_func_set, ElementsAre("x", "y"));
 }
 
-TEST_F(script_callbacks, have_no_function_at_first) {
+TEST_F(script_callbacks, Have_no_function_at_first) {
     EXPECT_EQ(instance->get_jscb_npobj("x"), nullptr);
     EXPECT_EQ(instance->get_jscb_npobj("unknown"), nullptr);
     EXPECT_THAT(instance->jscb_map, IsEmpty());
 }
 
-TEST_F(script_callbacks, are_looked_up_without_a_reference) {
+TEST_F(script_callbacks, Are_looked_up_without_a_reference) {
     call("add_callback", {"x", function});
     EXPECT_EQ(instance->get_jscb_npobj("x"), function);
     EXPECT_EQ(browser.references_of_plugin(function), 1);
 }
 
-TEST_F(script_callbacks, are_taken_where_they_were_added) {
+TEST_F(script_callbacks, Are_taken_where_they_were_added) {
     call("add_callback", {"x", function});
     const auto taken = browser.entries_of(ledger_entry::retained, function);
     ASSERT_EQ(taken.size(), 1u);
     EXPECT_EQ(taken[0].place.function(), "vask_script::add_jscb_request");
 }
 
-TEST_F(script_callbacks, are_released_once_each_in_the_order_of_their_names) {
+TEST_F(script_callbacks, Are_released_once_each_in_the_order_of_their_names) {
     call("add_callback", {"y", function});
     call("add_callback", {"x", other_function});
     instance.reset();
@@ -219,7 +219,7 @@ TEST_F(script_callbacks, are_released_once_each_in_the_order_of_their_names) {
     EXPECT_EQ(browser.references_of_plugin(other_function), 0);
 }
 
-TEST_F(script_callbacks, are_released_after_the_line_that_shows_the_end) {
+TEST_F(script_callbacks, Are_released_after_the_line_that_shows_the_end) {
     call("add_callback", {"x", function});
     static NPN_ReleaseObjectProcPtr release;
     release = vask_np_base::NPNFuncs.releaseobject;
@@ -239,7 +239,7 @@ TEST_F(script_callbacks, are_released_after_the_line_that_shows_the_end) {
             line("DBG", plugin_object_name, "virtual vask_object::~vask_object()")));
 }
 
-TEST_F(script_callbacks, stay_in_the_map_when_they_are_released_together) {
+TEST_F(script_callbacks, Stay_in_the_map_when_they_are_released_together) {
     call("add_callback", {"x", function});
     instance->delete_jscb_map();
     EXPECT_EQ(browser.references_of_plugin(function), 0);
@@ -247,7 +247,7 @@ TEST_F(script_callbacks, stay_in_the_map_when_they_are_released_together) {
     instance->jscb_map.clear();
 }
 
-TEST_F(script_callbacks, outlive_the_page_that_drops_them) {
+TEST_F(script_callbacks, Outlive_the_page_that_drops_them) {
     call("add_callback", {"x", function});
     browser.drop(function);
     EXPECT_TRUE(browser.is_alive(function));
@@ -255,7 +255,7 @@ TEST_F(script_callbacks, outlive_the_page_that_drops_them) {
     EXPECT_FALSE(browser.is_alive(function));
 }
 
-TEST_F(script_callbacks, are_taken_apart_into_name_and_function) {
+TEST_F(script_callbacks, Are_taken_apart_into_name_and_function) {
     script_arguments args{"x", function};
     std::string name;
     NPObject* given = nullptr;
@@ -265,7 +265,7 @@ TEST_F(script_callbacks, are_taken_apart_into_name_and_function) {
     EXPECT_EQ(browser.references_of_plugin(function), 0);
 }
 
-TEST_F(script_callbacks, give_no_function_when_the_name_is_not_allowed) {
+TEST_F(script_callbacks, Give_no_function_when_the_name_is_not_allowed) {
     script_arguments args{"z", function};
     std::string name;
     NPObject* given = other_function;

@@ -102,13 +102,13 @@ INSTANTIATE_TEST_SUITE_P(with_either_answer, script_class, testing::Bool());
 
 }  // namespace
 
-TEST(script_class_record, is_of_the_version_that_can_enumerate) {
+TEST(script_class_record, Is_of_the_version_that_can_enumerate) {
     EXPECT_EQ(vask_script_class.structVersion, 2u);
     EXPECT_TRUE(NP_CLASS_STRUCT_VERSION_HAS_ENUM(&vask_script_class));
     EXPECT_EQ(vask_script_class.construct, nullptr);
 }
 
-TEST(script_class_record, has_the_librarys_functions) {
+TEST(script_class_record, Has_the_librarys_functions) {
     EXPECT_EQ(vask_script_class.allocate, &_vask_allocate);
     EXPECT_EQ(vask_script_class.deallocate, &_vask_deallocate);
     EXPECT_EQ(vask_script_class.invalidate, &vask_invalidate);
@@ -122,57 +122,57 @@ TEST(script_class_record, has_the_librarys_functions) {
     EXPECT_EQ(vask_script_class.enumerate, &vask_enumerate);
 }
 
-TEST(script_class_record, is_reached_by_another_address_than_the_object) {
+TEST(script_class_record, Is_reached_by_another_address_than_the_object) {
     listening_script script;
     NPObject* object = &script;
     EXPECT_NE(static_cast<void*>(object), static_cast<void*>(&script));
     EXPECT_EQ(static_cast<vask_script*>(object), &script);
 }
 
-TEST_P(script_class, forwards_invalidate) {
+TEST_P(script_class, Forwards_invalidate) {
     record.invalidate(object());
     EXPECT_TRUE((script.last == listening_script::call{"invalidate", object()}));
 }
 
-TEST_P(script_class, forwards_hasMethod) {
+TEST_P(script_class, Forwards_hasMethod) {
     EXPECT_EQ(record.hasMethod(object(), name), GetParam());
     EXPECT_TRUE((script.last == listening_script::call{"has_method", object(), name}));
 }
 
-TEST_P(script_class, forwards_invoke) {
+TEST_P(script_class, Forwards_invoke) {
     EXPECT_EQ(record.invoke(object(), name, arguments, 2, &result), GetParam());
     EXPECT_TRUE(
         (script.last == listening_script::call{"invoke", object(), name, arguments, 2, &result}));
 }
 
-TEST_P(script_class, forwards_invokeDefault) {
+TEST_P(script_class, Forwards_invokeDefault) {
     EXPECT_EQ(record.invokeDefault(object(), arguments, 2, &result), GetParam());
     EXPECT_TRUE((script.last == listening_script::call{"invoke_default", object(), nullptr,
                                                        arguments, 2, &result}));
 }
 
-TEST_P(script_class, forwards_hasProperty) {
+TEST_P(script_class, Forwards_hasProperty) {
     EXPECT_EQ(record.hasProperty(object(), name), GetParam());
     EXPECT_TRUE((script.last == listening_script::call{"has_property", object(), name}));
 }
 
-TEST_P(script_class, forwards_getProperty) {
+TEST_P(script_class, Forwards_getProperty) {
     EXPECT_EQ(record.getProperty(object(), name, &result), GetParam());
     EXPECT_TRUE((script.last ==
                  listening_script::call{"get_property", object(), name, nullptr, 0, &result}));
 }
 
-TEST_P(script_class, forwards_setProperty) {
+TEST_P(script_class, Forwards_setProperty) {
     EXPECT_EQ(record.setProperty(object(), name, arguments), GetParam());
     EXPECT_TRUE((script.last == listening_script::call{"set_property", object(), name, arguments}));
 }
 
-TEST_P(script_class, forwards_removeProperty) {
+TEST_P(script_class, Forwards_removeProperty) {
     EXPECT_EQ(record.removeProperty(object(), name), GetParam());
     EXPECT_TRUE((script.last == listening_script::call{"remove_property", object(), name}));
 }
 
-TEST_P(script_class, forwards_enumerate) {
+TEST_P(script_class, Forwards_enumerate) {
     NPIdentifier* names = nullptr;
     uint32_t count = 0;
     EXPECT_EQ(record.enumerate(object(), &names, &count), GetParam());
@@ -222,47 +222,47 @@ protected:
 
 }  // namespace
 
-TEST_F(throwing_script_class, survives_invalidate) {
+TEST_F(throwing_script_class, Survives_invalidate) {
     record.invalidate(object);
     expect_line("vask_script::invalidate()");
 }
 
-TEST_F(throwing_script_class, fails_hasMethod) {
+TEST_F(throwing_script_class, Fails_hasMethod) {
     EXPECT_FALSE(record.hasMethod(object, name));
     expect_line("vask_script::has_method()");
 }
 
-TEST_F(throwing_script_class, fails_invoke) {
+TEST_F(throwing_script_class, Fails_invoke) {
     EXPECT_FALSE(record.invoke(object, name, nullptr, 0, &result));
     expect_line("vask_script::invoke()");
 }
 
-TEST_F(throwing_script_class, fails_invokeDefault) {
+TEST_F(throwing_script_class, Fails_invokeDefault) {
     EXPECT_FALSE(record.invokeDefault(object, nullptr, 0, &result));
     expect_line("vask_script::invoke_default()");
 }
 
-TEST_F(throwing_script_class, fails_hasProperty) {
+TEST_F(throwing_script_class, Fails_hasProperty) {
     EXPECT_FALSE(record.hasProperty(object, name));
     expect_line("vask_script::has_property()");
 }
 
-TEST_F(throwing_script_class, fails_getProperty) {
+TEST_F(throwing_script_class, Fails_getProperty) {
     EXPECT_FALSE(record.getProperty(object, name, &result));
     expect_line("vask_script::get_property()");
 }
 
-TEST_F(throwing_script_class, fails_setProperty) {
+TEST_F(throwing_script_class, Fails_setProperty) {
     EXPECT_FALSE(record.setProperty(object, name, nullptr));
     expect_line("vask_script::set_property()");
 }
 
-TEST_F(throwing_script_class, fails_removeProperty) {
+TEST_F(throwing_script_class, Fails_removeProperty) {
     EXPECT_FALSE(record.removeProperty(object, name));
     expect_line("vask_script::remove_property()");
 }
 
-TEST_F(throwing_script_class, fails_enumerate) {
+TEST_F(throwing_script_class, Fails_enumerate) {
     NPIdentifier* names = nullptr;
     uint32_t count = 0;
     EXPECT_FALSE(record.enumerate(object, &names, &count));
@@ -291,7 +291,7 @@ public:
 
 }  // namespace
 
-TEST_F(throwing_script_class, fails_a_method_that_has_deleted_its_object_before_it_throws) {
+TEST_F(throwing_script_class, Fails_a_method_that_has_deleted_its_object_before_it_throws) {
     object = new self_ending_instance;
     EXPECT_FALSE(record.invoke(object, browser.name("end"), nullptr, 0, &result));
     EXPECT_THAT(log.lines(), ElementsAre(line("ERR", "vask",
@@ -299,7 +299,7 @@ TEST_F(throwing_script_class, fails_a_method_that_has_deleted_its_object_before_
                                               "gone")));
 }
 
-TEST_F(throwing_script_class, serves_the_next_call_after_one_that_has_thrown) {
+TEST_F(throwing_script_class, Serves_the_next_call_after_one_that_has_thrown) {
     self_ending_instance instance;
     EXPECT_FALSE(record.invoke(&instance, browser.name("fail"), nullptr, 0, &result));
     EXPECT_TRUE(record.invoke(&instance, browser.name("succeed"), nullptr, 0, &result));
@@ -331,7 +331,7 @@ protected:
 
 }  // namespace
 
-TEST_F(script_object_life, begins_with_the_object_of_the_instance) {
+TEST_F(script_object_life, Begins_with_the_object_of_the_instance) {
     NPObject* object = _vask_allocate(&npp, &vask_script_class);
     EXPECT_EQ(object, instance->object());
     EXPECT_TRUE(instance->npobj_allocated);
@@ -343,7 +343,7 @@ TEST_F(script_object_life, begins_with_the_object_of_the_instance) {
     delete instance;
 }
 
-TEST_F(script_object_life, does_not_end_the_instance_while_that_is_needed) {
+TEST_F(script_object_life, Does_not_end_the_instance_while_that_is_needed) {
     _vask_deallocate(instance->object());
     EXPECT_EQ(recorded_instance::alive, 1);
     EXPECT_TRUE(instance->npobj_deallocated);
@@ -353,7 +353,7 @@ TEST_F(script_object_life, does_not_end_the_instance_while_that_is_needed) {
     delete instance;
 }
 
-TEST_F(script_object_life, ends_the_instance_whose_destruction_is_pending) {
+TEST_F(script_object_life, Ends_the_instance_whose_destruction_is_pending) {
     instance->destroy_pending = true;
     _vask_deallocate(instance->object());
     EXPECT_EQ(recorded_instance::alive, 0);

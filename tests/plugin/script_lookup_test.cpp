@@ -106,7 +106,7 @@ protected:
 
 }  // namespace
 
-TEST_F(script_lookup, starts_with_the_four_methods_for_callbacks_alone) {
+TEST_F(script_lookup, Starts_with_the_four_methods_for_callbacks_alone) {
     class bare : public vask_script {
     public:
         bare() : vask_script("bare") {}
@@ -126,7 +126,7 @@ TEST_F(script_lookup, starts_with_the_four_methods_for_callbacks_alone) {
     EXPECT_THAT(bare.jscb_map, IsEmpty());
 }
 
-TEST_F(script_lookup, shows_the_life_of_an_object) {
+TEST_F(script_lookup, Shows_the_life_of_an_object) {
     show_everything();
     { vask_script script("script"); }
     EXPECT_THAT(log.lines(),
@@ -138,95 +138,95 @@ TEST_F(script_lookup, shows_the_life_of_an_object) {
                             line("DBG", "script", "virtual vask_object::~vask_object()")));
 }
 
-TEST_F(script_lookup, knows_its_methods) {
+TEST_F(script_lookup, Knows_its_methods) {
     EXPECT_TRUE(has_method("add"));
     EXPECT_TRUE(has_method("attachEvent"));
 }
 
-TEST_F(script_lookup, takes_neither_properties_nor_other_names_for_methods) {
+TEST_F(script_lookup, Takes_neither_properties_nor_other_names_for_methods) {
     EXPECT_FALSE(has_method("sum"));
     EXPECT_FALSE(has_method("ad"));
     EXPECT_FALSE(has_method("Add"));
     EXPECT_FALSE(has_method(""));
 }
 
-TEST_F(script_lookup, calls_a_method_with_its_arguments) {
+TEST_F(script_lookup, Calls_a_method_with_its_arguments) {
     EXPECT_TRUE(invoke("add", {20, 22}));
     EXPECT_EQ(object.sum, 42);
     EXPECT_EQ(value_of(result), script_value(42));
 }
 
-TEST_F(script_lookup, calls_what_a_derived_class_has_overridden) {
+TEST_F(script_lookup, Calls_what_a_derived_class_has_overridden) {
     derived_counter derived;
     EXPECT_TRUE(derived.invoke(&derived, browser.name("overridden"), nullptr, 0, &result));
 }
 
-TEST_F(script_lookup, passes_on_the_failure_of_a_method) {
+TEST_F(script_lookup, Passes_on_the_failure_of_a_method) {
     EXPECT_FALSE(invoke("fail"));
 }
 
-TEST_F(script_lookup, fails_a_call_of_an_unknown_method_and_leaves_the_result_alone) {
+TEST_F(script_lookup, Fails_a_call_of_an_unknown_method_and_leaves_the_result_alone) {
     EXPECT_FALSE(invoke("sum"));
     EXPECT_EQ(value_of(result), script_value(-1));
 }
 
-TEST_F(script_lookup, leaves_the_result_of_a_silent_method_alone) {
+TEST_F(script_lookup, Leaves_the_result_of_a_silent_method_alone) {
     EXPECT_TRUE(invoke("attachEvent"));
     EXPECT_EQ(value_of(result), script_value(-1));
 }
 
-TEST_F(script_lookup, lets_through_what_a_method_throws) {
+TEST_F(script_lookup, Lets_through_what_a_method_throws) {
     EXPECT_THROW(invoke("throw"), int);
 }
 
-TEST_F(script_lookup, takes_a_later_registration_of_the_same_name) {
+TEST_F(script_lookup, Takes_a_later_registration_of_the_same_name) {
     object.method_map["attachEvent"] = static_cast<vask_script::script_method>(&counter::add);
     EXPECT_TRUE(invoke("attachEvent", {1}));
     EXPECT_EQ(object.sum, 1);
 }
 
-TEST_F(script_lookup, knows_a_property_that_can_be_read) {
+TEST_F(script_lookup, Knows_a_property_that_can_be_read) {
     EXPECT_TRUE(has_property("unreadable"));
 }
 
-TEST_F(script_lookup, knows_a_property_that_can_only_be_written) {
+TEST_F(script_lookup, Knows_a_property_that_can_only_be_written) {
     EXPECT_TRUE(has_property("start"));
 }
 
-TEST_F(script_lookup, takes_neither_methods_nor_other_names_for_properties) {
+TEST_F(script_lookup, Takes_neither_methods_nor_other_names_for_properties) {
     EXPECT_FALSE(has_property("add"));
     EXPECT_FALSE(has_property("nothing"));
 }
 
-TEST_F(script_lookup, reads_a_property) {
+TEST_F(script_lookup, Reads_a_property) {
     object.sum = 42;
     EXPECT_TRUE(get("sum"));
     EXPECT_EQ(value_of(result), script_value(42));
 }
 
-TEST_F(script_lookup, passes_on_the_failure_of_a_getter) {
+TEST_F(script_lookup, Passes_on_the_failure_of_a_getter) {
     EXPECT_FALSE(get("unreadable"));
 }
 
-TEST_F(script_lookup, cannot_read_a_property_that_can_only_be_written) {
+TEST_F(script_lookup, Cannot_read_a_property_that_can_only_be_written) {
     EXPECT_FALSE(get("start"));
     EXPECT_EQ(value_of(result), script_value(-1));
 }
 
-TEST_F(script_lookup, writes_a_property) {
+TEST_F(script_lookup, Writes_a_property) {
     EXPECT_TRUE(set("start", 42));
     EXPECT_EQ(object.sum, 42);
 }
 
-TEST_F(script_lookup, passes_on_the_failure_of_a_setter) {
+TEST_F(script_lookup, Passes_on_the_failure_of_a_setter) {
     EXPECT_FALSE(set("constant", 1));
 }
 
-TEST_F(script_lookup, cannot_write_a_property_that_can_only_be_read) {
+TEST_F(script_lookup, Cannot_write_a_property_that_can_only_be_read) {
     EXPECT_FALSE(set("unreadable", 1));
 }
 
-TEST_F(script_lookup, does_not_invoke_the_object_itself) {
+TEST_F(script_lookup, Does_not_invoke_the_object_itself) {
     show_everything();
     EXPECT_FALSE(object.invoke_default(&object, nullptr, 0, &result));
     EXPECT_EQ(value_of(result), script_value(-1));
@@ -237,7 +237,7 @@ TEST_F(script_lookup, does_not_invoke_the_object_itself) {
                          "uint32_t, NPVariant*)")));
 }
 
-TEST_F(script_lookup, does_not_remove_a_property) {
+TEST_F(script_lookup, Does_not_remove_a_property) {
     show_everything();
     EXPECT_FALSE(object.remove_property(&object, browser.name("sum")));
     EXPECT_TRUE(has_property("sum"));
@@ -246,7 +246,7 @@ TEST_F(script_lookup, does_not_remove_a_property) {
                    "virtual bool vask_script::remove_property(NPObject*, NPIdentifier)"));
 }
 
-TEST_F(script_lookup, does_not_enumerate) {
+TEST_F(script_lookup, Does_not_enumerate) {
     show_everything();
     NPIdentifier* names = nullptr;
     uint32_t count = 42;
@@ -259,14 +259,14 @@ TEST_F(script_lookup, does_not_enumerate) {
                                  "uint32_t*)")));
 }
 
-TEST_F(script_lookup, does_nothing_when_it_is_invalidated) {
+TEST_F(script_lookup, Does_nothing_when_it_is_invalidated) {
     show_everything();
     object.invalidate(&object);
     EXPECT_THAT(log.lines(), ElementsAre(line("DBG", "counter",
                                               "virtual void vask_script::invalidate(NPObject*)")));
 }
 
-TEST_F(script_lookup, shows_every_name_that_is_looked_up) {
+TEST_F(script_lookup, Shows_every_name_that_is_looked_up) {
     show_everything();
     has_method("a");
     invoke("b");
@@ -307,31 +307,31 @@ protected:
 
 }  // namespace
 
-TEST_F(numbered_member, is_no_question_for_has_method) {
+TEST_F(numbered_member, Is_no_question_for_has_method) {
     EXPECT_THROW(object.has_method(&object, zero), std::logic_error);
     EXPECT_FALSE(vask_has_method(&object, zero));
     expect_lines_of_both(has_method_text, "vask_script::has_method()");
 }
 
-TEST_F(numbered_member, cannot_be_invoked) {
+TEST_F(numbered_member, Cannot_be_invoked) {
     EXPECT_THROW(object.invoke(&object, zero, nullptr, 0, &result), std::logic_error);
     EXPECT_FALSE(vask_invoke(&object, zero, nullptr, 0, &result));
     expect_lines_of_both(invoke_text, "vask_script::invoke()");
 }
 
-TEST_F(numbered_member, is_no_question_for_has_property) {
+TEST_F(numbered_member, Is_no_question_for_has_property) {
     EXPECT_THROW(object.has_property(&object, zero), std::logic_error);
     EXPECT_FALSE(vask_has_property(&object, zero));
     expect_lines_of_both(has_property_text, "vask_script::has_property()");
 }
 
-TEST_F(numbered_member, cannot_be_read) {
+TEST_F(numbered_member, Cannot_be_read) {
     EXPECT_THROW(object.get_property(&object, zero, &result), std::logic_error);
     EXPECT_FALSE(vask_get_property(&object, zero, &result));
     expect_lines_of_both(get_property_text, "vask_script::get_property()");
 }
 
-TEST_F(numbered_member, cannot_be_written) {
+TEST_F(numbered_member, Cannot_be_written) {
     EXPECT_THROW(object.set_property(&object, zero, argument.data()), std::logic_error);
     EXPECT_FALSE(vask_set_property(&object, zero, argument.data()));
     expect_lines_of_both(set_property_text, "vask_script::set_property()");
@@ -371,7 +371,7 @@ public:
 
 }  // namespace
 
-TEST_F(script_lookup, finds_the_handlers_of_a_class_that_begins_with_another_base) {
+TEST_F(script_lookup, Finds_the_handlers_of_a_class_that_begins_with_another_base) {
     late_counter late;
     script_arguments value{41};
 

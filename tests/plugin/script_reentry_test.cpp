@@ -78,7 +78,7 @@ std::function<void(NPObject*)> script_reentry::on_release;
 
 }  // namespace
 
-TEST_F(script_reentry, a_page_may_remove_the_last_reference_to_the_object_in_place_of_a_function) {
+TEST_F(script_reentry, A_page_may_remove_the_last_reference_to_the_object_in_place_of_a_function) {
     add("x", first);
     browser.close(npp);
 
@@ -89,7 +89,7 @@ TEST_F(script_reentry, a_page_may_remove_the_last_reference_to_the_object_in_pla
     vask_np_base::NPNFuncs.releaseobject(first);
 }
 
-TEST_F(script_reentry, a_page_may_register_and_remove_the_object_itself) {
+TEST_F(script_reentry, A_page_may_register_and_remove_the_object_itself) {
     add("x", object);
     browser.close(npp);
     browser.drop(object);
@@ -100,7 +100,7 @@ TEST_F(script_reentry, a_page_may_register_and_remove_the_object_itself) {
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_F(script_reentry, an_object_that_is_torn_down_does_not_release_itself) {
+TEST_F(script_reentry, An_object_that_is_torn_down_does_not_release_itself) {
     add("x", object);
     add("y", first);
     browser.close(npp);
@@ -111,7 +111,7 @@ TEST_F(script_reentry, an_object_that_is_torn_down_does_not_release_itself) {
     EXPECT_EQ(references_to(first), 0);
 }
 
-TEST_F(script_reentry, functions_that_were_released_together_are_not_released_again_at_the_end) {
+TEST_F(script_reentry, Functions_that_were_released_together_are_not_released_again_at_the_end) {
     add("x", first);
 
     instance->delete_jscb_map();
@@ -121,7 +121,7 @@ TEST_F(script_reentry, functions_that_were_released_together_are_not_released_ag
     EXPECT_EQ(references_to(first), 0);
 }
 
-TEST_F(script_reentry, functions_that_were_released_together_are_not_released_again_by_the_page) {
+TEST_F(script_reentry, Functions_that_were_released_together_are_not_released_again_by_the_page) {
     add("x", first);
     instance->delete_jscb_map();
 
@@ -132,7 +132,7 @@ TEST_F(script_reentry, functions_that_were_released_together_are_not_released_ag
     end_instance();
 }
 
-TEST_F(script_reentry, a_function_that_comes_again_after_the_release_is_released_at_the_end) {
+TEST_F(script_reentry, A_function_that_comes_again_after_the_release_is_released_at_the_end) {
     add("x", first);
     instance->delete_jscb_map();
     add("x", first);
@@ -143,7 +143,7 @@ TEST_F(script_reentry, a_function_that_comes_again_after_the_release_is_released
     EXPECT_EQ(references_to(first), 0);
 }
 
-TEST_F(script_reentry, a_function_that_a_product_has_stored_by_itself_is_released_too) {
+TEST_F(script_reentry, A_function_that_a_product_has_stored_by_itself_is_released_too) {
     add("x", first);
     instance->delete_jscb_map();
     instance->jscb_map["x"] = vask_np_base::NPNFuncs.retainobject(second);
@@ -154,7 +154,7 @@ TEST_F(script_reentry, a_function_that_a_product_has_stored_by_itself_is_release
     EXPECT_EQ(references_to(second), 0);
 }
 
-TEST_F(script_reentry, a_release_of_all_functions_may_remove_those_that_follow) {
+TEST_F(script_reentry, A_release_of_all_functions_may_remove_those_that_follow) {
     add("x", first);
     add("y", second);
     on_release = [this](NPObject* released) {
@@ -171,7 +171,7 @@ TEST_F(script_reentry, a_release_of_all_functions_may_remove_those_that_follow) 
     end_instance();
 }
 
-TEST_F(script_reentry, a_release_of_all_functions_may_remove_the_one_that_is_released) {
+TEST_F(script_reentry, A_release_of_all_functions_may_remove_the_one_that_is_released) {
     add("x", first);
     add("y", second);
     on_release = [this](NPObject* released) {
@@ -188,7 +188,7 @@ TEST_F(script_reentry, a_release_of_all_functions_may_remove_the_one_that_is_rel
     end_instance();
 }
 
-TEST_F(script_reentry, a_release_of_all_functions_keeps_what_it_registers) {
+TEST_F(script_reentry, A_release_of_all_functions_keeps_what_it_registers) {
     add("x", first);
     add("y", second);
     on_release = [this](NPObject* released) {
@@ -208,7 +208,7 @@ TEST_F(script_reentry, a_release_of_all_functions_keeps_what_it_registers) {
     EXPECT_EQ(references_to(third), 0);
 }
 
-TEST_F(script_reentry, a_release_of_all_functions_may_delete_the_object) {
+TEST_F(script_reentry, A_release_of_all_functions_may_delete_the_object) {
     add("x", first);
     add("y", second);
     on_release = [this](NPObject* released) {
@@ -224,7 +224,7 @@ TEST_F(script_reentry, a_release_of_all_functions_may_delete_the_object) {
     EXPECT_EQ(references_to(second), 0);
 }
 
-TEST_F(script_reentry, a_release_at_the_end_finds_an_object_that_does_nothing_more) {
+TEST_F(script_reentry, A_release_at_the_end_finds_an_object_that_does_nothing_more) {
     add("x", first);
     add("y", second);
     bool has_been_called = false;
@@ -249,7 +249,7 @@ TEST_F(script_reentry, a_release_at_the_end_finds_an_object_that_does_nothing_mo
     EXPECT_EQ(references_to(third), 0);
 }
 
-TEST_F(script_reentry, a_script_that_yields_an_object_may_delete_the_one_that_runs_it) {
+TEST_F(script_reentry, A_script_that_yields_an_object_may_delete_the_one_that_runs_it) {
     browser.on_evaluate = [this](const std::string&, script_value* result) {
         end_instance();
         *result = first;
@@ -263,7 +263,7 @@ TEST_F(script_reentry, a_script_that_yields_an_object_may_delete_the_one_that_ru
     vask_np_base::NPNFuncs.releaseobject(first);
 }
 
-TEST_F(script_reentry, a_script_that_fails_may_delete_the_object_that_runs_it) {
+TEST_F(script_reentry, A_script_that_fails_may_delete_the_object_that_runs_it) {
     browser.on_evaluate = [this](const std::string&, script_value*) {
         end_instance();
         return false;
@@ -303,7 +303,7 @@ std::function<bool(NPVariant*)> page_uri_reentry::on_get_property;
 
 }  // namespace
 
-TEST_F(page_uri_reentry, a_page_may_delete_the_object_that_asks_for_its_URI) {
+TEST_F(page_uri_reentry, A_page_may_delete_the_object_that_asks_for_its_URI) {
     on_get_property = [this](NPVariant* result) {
         end_instance();
         STRINGZ_TO_NPVARIANT(
@@ -317,7 +317,7 @@ TEST_F(page_uri_reentry, a_page_may_delete_the_object_that_asks_for_its_URI) {
     EXPECT_TRUE(is_deleted());
 }
 
-TEST_F(page_uri_reentry, a_page_may_delete_the_object_and_give_no_URI) {
+TEST_F(page_uri_reentry, A_page_may_delete_the_object_and_give_no_URI) {
     on_get_property = [this](NPVariant*) {
         end_instance();
         return false;

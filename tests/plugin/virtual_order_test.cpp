@@ -12,13 +12,13 @@
 using namespace vask_test;
 using testing::ElementsAre;
 
-TEST(virtual_order, of_the_plugin_base) {
+TEST(virtual_order, Of_the_plugin_base) {
     const vask_np_base base("base");
     EXPECT_THAT(virtual_functions(base),
                 ElementsAre("vask_np_base::~vask_np_base()", "vask_np_base::~vask_np_base()"));
 }
 
-TEST(virtual_order, of_a_scriptable_object) {
+TEST(virtual_order, Of_a_scriptable_object) {
     const vask_script script("script");
     EXPECT_THAT(
         virtual_functions(script),
@@ -34,7 +34,7 @@ TEST(virtual_order, of_a_scriptable_object) {
             "vask_script::enumerate(NPObject*, void***, unsigned int*)"));
 }
 
-TEST(virtual_order, of_an_instance) {
+TEST(virtual_order, Of_an_instance) {
     const vask_np_instance instance("instance");
     EXPECT_THAT(
         virtual_functions(instance),
@@ -64,7 +64,7 @@ TEST(virtual_order, of_an_instance) {
             "vask_np_instance::get_value(_NPP*, NPPVariable, void*)"));
 }
 
-TEST(virtual_order, of_a_factory) {
+TEST(virtual_order, Of_a_factory) {
     const vask_np_factory factory("", "factory", "", "");
     EXPECT_THAT(
         virtual_functions(factory),

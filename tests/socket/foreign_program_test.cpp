@@ -101,7 +101,7 @@ private:
 
 }  // namespace
 
-TEST(foreign_client, nc_gets_its_lines_back) {
+TEST(foreign_client, Nc_gets_its_lines_back) {
     answering_server service;
     service.answer = echo;
     foreign_program nc("printf 'one\\ntwo\\n' | nc -N 127.0.0.1 " + service.port());
@@ -110,7 +110,7 @@ TEST(foreign_client, nc_gets_its_lines_back) {
     EXPECT_TRUE(wait_until([&] { return service.ends_of_stream == 1; }));
 }
 
-TEST(foreign_client, socat_gets_all_byte_values_back) {
+TEST(foreign_client, Socat_gets_all_byte_values_back) {
     answering_server service;
     service.answer = echo;
     const scratch_file sent(every_byte(1000));
@@ -121,7 +121,7 @@ TEST(foreign_client, socat_gets_all_byte_values_back) {
     EXPECT_TRUE(received.content() == sent.content());
 }
 
-TEST(foreign_client, curl_gets_an_answer) {
+TEST(foreign_client, Curl_gets_an_answer) {
     answering_server service;
     std::string request;
     service.answer = [&request](vask_socket& connection, const std::string& data) {
@@ -177,7 +177,7 @@ TEST(foreign_client, One_that_resets_ends_its_connection_and_no_other) {
     EXPECT_EQ(next.output(), "y");
 }
 
-TEST(foreign_server, socat_answers_a_client) {
+TEST(foreign_server, Socat_answers_a_client) {
     foreign_program socat("exec socat -d -d TCP4-LISTEN:0,bind=127.0.0.1 EXEC:cat");
     vask_client_socket client("127.0.0.1", VASK_SOCK_TCP, socat.number_after("127.0.0.1:"),
                               nullptr);
@@ -190,7 +190,7 @@ TEST(foreign_server, socat_answers_a_client) {
     EXPECT_EQ(owner.received, sent);
 }
 
-TEST(foreign_server, nc_receives_what_a_client_writes_before_it_closes) {
+TEST(foreign_server, Nc_receives_what_a_client_writes_before_it_closes) {
     foreign_program nc("exec nc -n -v -l 127.0.0.1 0");
     const int port = nc.number_after("127.0.0.1 ");
     {
@@ -202,7 +202,7 @@ TEST(foreign_server, nc_receives_what_a_client_writes_before_it_closes) {
     EXPECT_THAT(nc.output(), HasSubstr("\nhello\n"));
 }
 
-TEST(foreign_server, socat_sends_datagrams_back) {
+TEST(foreign_server, Socat_sends_datagrams_back) {
     const int port = unused_port(SOCK_DGRAM);
     foreign_program socat("exec socat UDP4-RECVFROM:" + std::to_string(port) +
                           ",bind=127.0.0.1,fork EXEC:cat");
@@ -221,7 +221,7 @@ TEST(foreign_server, socat_sends_datagrams_back) {
     EXPECT_EQ(owner.received, "ping");
 }
 
-TEST(foreign_client, nc_sends_a_datagram) {
+TEST(foreign_client, Nc_sends_a_datagram) {
     open_server server(VASK_SOCK_UDP, 0);
     ASSERT_TRUE(server.start_service());
     request_owner owner;

@@ -42,7 +42,7 @@ void operator delete(void* memory, std::size_t) noexcept {
     free(memory);
 }
 
-TEST(text_memory, ends_the_request_when_it_runs_out) {
+TEST(text_memory, Ends_the_request_when_it_runs_out) {
     connected pair("UTF-16LE");
     ASSERT_TRUE(pair.read(segment, segment));
     const std::string text(segment, 'a');

@@ -10,13 +10,13 @@
 
 using namespace vask_test;
 
-TEST(private_bus, is_used_by_the_shared_connection_without_leaving_anything) {
+TEST(private_bus, Is_used_by_the_shared_connection_without_leaving_anything) {
     DBusGConnection* connection = dbus_g_bus_get(DBUS_BUS_SESSION, nullptr);
     ASSERT_NE(connection, nullptr);
     dbus_g_connection_unref(connection);
 }
 
-TEST(private_bus, has_no_other_clients_and_starts_no_services) {
+TEST(private_bus, Has_no_other_clients_and_starts_no_services) {
     DBusGConnection* connection = dbus_g_bus_get(DBUS_BUS_SESSION, nullptr);
     ASSERT_NE(connection, nullptr);
     DBusGProxy* bus = dbus_g_proxy_new_for_name(connection, "org.freedesktop.DBus",
@@ -36,7 +36,7 @@ TEST(private_bus, has_no_other_clients_and_starts_no_services) {
     dbus_g_connection_unref(connection);
 }
 
-TEST(private_bus, lets_further_connections_come_and_go) {
+TEST(private_bus, Lets_further_connections_come_and_go) {
     const resource_count before = resource_count::take();
     DBusConnection* second = dbus_bus_get_private(DBUS_BUS_SESSION, nullptr);
     ASSERT_NE(second, nullptr);

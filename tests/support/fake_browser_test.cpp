@@ -74,7 +74,7 @@ void expect_count_after_second_creation(object_counts counts, uint32_t expected)
 
 }  // namespace
 
-TEST_F(browser_for_tests, has_a_function_in_every_entry) {
+TEST_F(browser_for_tests, Has_a_function_in_every_entry) {
     const std::size_t header = sizeof(void*);
     std::vector<void*> entries((sizeof functions - header) / sizeof(void*));
     std::memcpy(entries.data(), reinterpret_cast<const char*>(&functions) + header,
@@ -84,12 +84,12 @@ TEST_F(browser_for_tests, has_a_function_in_every_entry) {
     EXPECT_EQ(functions.size, sizeof functions);
 }
 
-TEST_F(browser_for_tests, starts_without_complaints) {
+TEST_F(browser_for_tests, Starts_without_complaints) {
     EXPECT_THAT(browser.complaints(), IsEmpty());
     EXPECT_THAT(browser.unbalanced(), IsEmpty());
 }
 
-TEST_F(browser_for_tests, misses_memory_that_is_not_freed) {
+TEST_F(browser_for_tests, Misses_memory_that_is_not_freed) {
     void* memory = functions.memalloc(42);
     EXPECT_THAT(browser.unbalanced(),
                 ElementsAre(AllOf(HasSubstr("42 bytes from "), HasSubstr("TestBody"))));
@@ -98,20 +98,20 @@ TEST_F(browser_for_tests, misses_memory_that_is_not_freed) {
     EXPECT_THAT(browser.complaints(), IsEmpty());
 }
 
-TEST_F(browser_for_tests, complains_of_memory_that_is_freed_twice) {
+TEST_F(browser_for_tests, Complains_of_memory_that_is_freed_twice) {
     void* memory = functions.memalloc(1);
     functions.memfree(memory);
     functions.memfree(memory);
     EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("is no memory of the browser")));
 }
 
-TEST_F(browser_for_tests, complains_of_memory_of_somebody_else) {
+TEST_F(browser_for_tests, Complains_of_memory_of_somebody_else) {
     int mine = 0;
     functions.memfree(&mine);
     EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("is no memory of the browser")));
 }
 
-TEST_F(browser_for_tests, misses_a_reference_with_the_place_that_took_it) {
+TEST_F(browser_for_tests, Misses_a_reference_with_the_place_that_took_it) {
     functions.retainobject(browser.window());
     EXPECT_THAT(browser.unbalanced(),
                 ElementsAre(AllOf(HasSubstr("1 references to an object"), HasSubstr("TestBody"))));
@@ -119,14 +119,14 @@ TEST_F(browser_for_tests, misses_a_reference_with_the_place_that_took_it) {
     EXPECT_THAT(browser.unbalanced(), IsEmpty());
 }
 
-TEST_F(browser_for_tests, misses_a_reference_that_was_released_too_often) {
+TEST_F(browser_for_tests, Misses_a_reference_that_was_released_too_often) {
     NPObject* function = browser.make_function();
     browser.hold(function);
     functions.releaseobject(function);
     EXPECT_THAT(browser.unbalanced(), ElementsAre(HasSubstr("-1 references to an object")));
 }
 
-TEST_F(browser_for_tests, complains_of_the_use_of_an_object_that_is_gone) {
+TEST_F(browser_for_tests, Complains_of_the_use_of_an_object_that_is_gone) {
     NPObject* function = browser.make_function();
     browser.drop(function);
     functions.retainobject(function);
@@ -137,18 +137,18 @@ TEST_F(browser_for_tests, complains_of_the_use_of_an_object_that_is_gone) {
                             HasSubstr("InvokeDefault")));
 }
 
-TEST_F(browser_for_tests, complains_of_a_count_that_somebody_else_changes) {
+TEST_F(browser_for_tests, Complains_of_a_count_that_somebody_else_changes) {
     ++browser.window()->referenceCount;
     functions.retainobject(browser.window());
     EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("changed the count")));
 }
 
-TEST_F(browser_for_tests, complains_of_a_call_on_another_thread) {
+TEST_F(browser_for_tests, Complains_of_a_call_on_another_thread) {
     std::thread([this] { functions.status(&npp, "hello"); }).join();
     EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("Status: called on another thread")));
 }
 
-TEST_F(browser_for_tests, takes_an_async_call_from_any_thread_and_runs_it_on_its_own) {
+TEST_F(browser_for_tests, Takes_an_async_call_from_any_thread_and_runs_it_on_its_own) {
     std::thread::id ran_on;
     std::thread([&] {
         functions.pluginthreadasynccall(
@@ -161,13 +161,13 @@ TEST_F(browser_for_tests, takes_an_async_call_from_any_thread_and_runs_it_on_its
     EXPECT_THAT(browser.complaints(), IsEmpty());
 }
 
-TEST_F(browser_for_tests, complains_of_an_identifier_that_it_never_gave) {
+TEST_F(browser_for_tests, Complains_of_an_identifier_that_it_never_gave) {
     int mine = 0;
     functions.identifierisstring(&mine);
     EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("is no identifier")));
 }
 
-TEST_F(browser_for_tests, knows_names_and_numbers) {
+TEST_F(browser_for_tests, Knows_names_and_numbers) {
     const NPIdentifier name = functions.getstringidentifier("name");
     EXPECT_EQ(functions.getstringidentifier("name"), name);
     EXPECT_TRUE(functions.identifierisstring(name));
@@ -181,7 +181,7 @@ TEST_F(browser_for_tests, knows_names_and_numbers) {
     EXPECT_EQ(functions.utf8fromidentifier(number), nullptr);
 }
 
-TEST_F(browser_for_tests, ends_an_object_with_its_last_reference) {
+TEST_F(browser_for_tests, Ends_an_object_with_its_last_reference) {
     NPClass its_class = class_that(make_object);
     NPObject* object = functions.createobject(&npp, &its_class);
     EXPECT_EQ(object->referenceCount, 1u);
@@ -190,15 +190,15 @@ TEST_F(browser_for_tests, ends_an_object_with_its_last_reference) {
     EXPECT_EQ(plugin_object::alive, 0);
 }
 
-TEST(browser_that_counts_anew, forgets_earlier_references_when_an_object_is_created_again) {
+TEST(browser_that_counts_anew, Forgets_earlier_references_when_an_object_is_created_again) {
     expect_count_after_second_creation(object_counts::reset, 1);
 }
 
-TEST(browser_that_counts_on, adds_to_earlier_references_when_an_object_is_created_again) {
+TEST(browser_that_counts_on, Adds_to_earlier_references_when_an_object_is_created_again) {
     expect_count_after_second_creation(object_counts::kept, 3);
 }
 
-TEST_F(browser_for_tests, gives_texts_without_an_end_to_be_released) {
+TEST_F(browser_for_tests, Gives_texts_without_an_end_to_be_released) {
     NPObject* object = browser.make_function();
     browser.set_member(object, "name", "text");
     NPVariant value;
@@ -210,7 +210,7 @@ TEST_F(browser_for_tests, gives_texts_without_an_end_to_be_released) {
     EXPECT_THAT(browser.unbalanced(), IsEmpty());
 }
 
-TEST_F(browser_for_tests, has_objects_whose_members_can_be_used) {
+TEST_F(browser_for_tests, Has_objects_whose_members_can_be_used) {
     NPObject* object = browser.make_function();
     NPObject* twice = browser.make_function([](const std::vector<script_value>& arguments) {
         return script_value(2 * std::get<int>(arguments.at(0)));
@@ -239,7 +239,7 @@ TEST_F(browser_for_tests, has_objects_whose_members_can_be_used) {
     EXPECT_THAT(browser.unbalanced(), IsEmpty());
 }
 
-TEST_F(browser_for_tests, keeps_what_is_written_into_a_stream) {
+TEST_F(browser_for_tests, Keeps_what_is_written_into_a_stream) {
     char type[] = "text/plain", text[] = "written";
     NPStream* stream = nullptr;
     EXPECT_EQ(functions.newstream(&npp, type, "_self", &stream), NPERR_NO_ERROR);
@@ -250,7 +250,7 @@ TEST_F(browser_for_tests, keeps_what_is_written_into_a_stream) {
     EXPECT_THAT(browser.unbalanced(), IsEmpty());
 }
 
-TEST_F(browser_for_tests, complains_of_a_stream_that_is_closed) {
+TEST_F(browser_for_tests, Complains_of_a_stream_that_is_closed) {
     char type[] = "text/plain", text[] = "late";
     NPStream* stream = nullptr;
     functions.newstream(&npp, type, nullptr, &stream);
@@ -260,7 +260,7 @@ TEST_F(browser_for_tests, complains_of_a_stream_that_is_closed) {
     EXPECT_EQ(browser.complaints().size(), 2u);
 }
 
-TEST_F(browser_for_tests, keeps_requests) {
+TEST_F(browser_for_tests, Keeps_requests) {
     functions.geturl(&npp, "http://host/a", "_blank");
     functions.posturlnotify(&npp, "http://host/b", nullptr, 4, "data", 0, &npp);
     ASSERT_EQ(browser.requests.size(), 2u);
@@ -271,7 +271,7 @@ TEST_F(browser_for_tests, keeps_requests) {
     EXPECT_EQ(browser.requests[1].notify_data, &npp);
 }
 
-TEST_F(browser_for_tests, tells_a_plugin_about_the_end_of_its_request) {
+TEST_F(browser_for_tests, Tells_a_plugin_about_the_end_of_its_request) {
     static std::string heard;
     NPPluginFuncs plugin{};
     plugin.urlnotify = [](NPP, const char* url, NPReason reason, void* notify_data) {
@@ -286,7 +286,7 @@ TEST_F(browser_for_tests, tells_a_plugin_about_the_end_of_its_request) {
     EXPECT_THAT(browser.requests, IsEmpty());
 }
 
-TEST_F(browser_for_tests, keeps_what_an_instance_says_of_itself) {
+TEST_F(browser_for_tests, Keeps_what_an_instance_says_of_itself) {
     NPP element = browser.open();
     NPRect rect = {1, 2, 3, 4};
     functions.setvalue(element, NPPVpluginWindowBool, nullptr);

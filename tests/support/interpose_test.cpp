@@ -20,7 +20,7 @@ extern "C" int access(const char* path, int mode) noexcept {
     return vask_test::next_function<int(const char*, int)>("access")(path, mode);
 }
 
-TEST(interpose, takes_the_place_of_a_function_for_libraries_too) {
+TEST(interpose, Takes_the_place_of_a_function_for_libraries_too) {
     EXPECT_EQ(g_access("/", F_OK), 0);
     EXPECT_EQ(g_access("/nonexistent", F_OK), -1);
     everything_exists = true;

@@ -32,13 +32,13 @@ void write_raw(const std::string& text) {
 
 }  // namespace
 
-TEST(parse_log, splits_lines) {
+TEST(parse_log, Splits_lines) {
     EXPECT_THAT(parse_log("[vask:12] ERR: no such thing\n[child:345] DBG: fine\n"),
                 ElementsAre(line("ERR", "vask", "no such thing"), line("DBG", "child", "fine")));
     EXPECT_THAT(parse_log(""), IsEmpty());
 }
 
-TEST(parse_log, knows_all_levels) {
+TEST(parse_log, Knows_all_levels) {
     for (const char* level : {"EMERG", "BUG", "FATAL", "ERR", "WARN", "NOTICE", "INFO", "DBG"}) {
         EXPECT_THAT(parse_log("[a:1] " + std::string(level) + ": x\n"),
                     ElementsAre(line(level, "a", "x")));
@@ -46,18 +46,18 @@ TEST(parse_log, knows_all_levels) {
     EXPECT_THAT(parse_log("[a:1] OTHER: x\n"), ElementsAre(line("", "", "[a:1] OTHER: x")));
 }
 
-TEST(parse_log, splits_messages_without_line_end) {
+TEST(parse_log, Splits_messages_without_line_end) {
     EXPECT_THAT(parse_log("[a:1] ERR: one[a:1] WARN: two: [b:2] INFO: three"),
                 ElementsAre(line("ERR", "a", "one"), line("WARN", "a", "two: "),
                             line("INFO", "b", "three")));
 }
 
-TEST(parse_log, keeps_empty_messages_and_brackets_in_the_text) {
+TEST(parse_log, Keeps_empty_messages_and_brackets_in_the_text) {
     EXPECT_THAT(parse_log("[a:1] ERR: \n[a:1] ERR: x [1] [b:2] y\n"),
                 ElementsAre(line("ERR", "a", ""), line("ERR", "a", "x [1] [b:2] y")));
 }
 
-TEST(parse_log, skips_time_and_address) {
+TEST(parse_log, Skips_time_and_address) {
     EXPECT_THAT(parse_log("1700000000.123456 [a:1] ERR: x\n"
                           "17.123456 :0x7f00ab[a:1] ERR: y\n"
                           ":0x7f00ab[a:1] ERR: z"
@@ -66,13 +66,13 @@ TEST(parse_log, skips_time_and_address) {
                             line("ERR", "a", "w")));
 }
 
-TEST(parse_log, keeps_output_without_header) {
+TEST(parse_log, Keeps_output_without_header) {
     EXPECT_THAT(parse_log("before\n[a:1] ERR: x\nafter\n\nend"),
                 ElementsAre(line("", "", "before"), line("ERR", "a", "x"), line("", "", "after"),
                             line("", "", ""), line("", "", "end")));
 }
 
-TEST(parse_log, tells_processes_apart) {
+TEST(parse_log, Tells_processes_apart) {
     const std::vector<log_line> lines = parse_log("[a:1] ERR: x\n[a:23] ERR: x\nplain\n");
     ASSERT_THAT(lines, SizeIs(3));
     EXPECT_EQ(lines[0].pid, 1);
@@ -81,18 +81,18 @@ TEST(parse_log, tells_processes_apart) {
     EXPECT_EQ(lines[0], lines[1]);
 }
 
-TEST(log_line, is_readable_in_failures) {
+TEST(log_line, Is_readable_in_failures) {
     EXPECT_EQ(testing::PrintToString(line("ERR", "vask", "x")), "ERR [vask] \"x\"");
     EXPECT_EQ(testing::PrintToString(line("", "", "x")), "\"x\"");
 }
 
-TEST(logged, matches_parts_of_the_text) {
+TEST(logged, Matches_parts_of_the_text) {
     EXPECT_THAT(parse_log("[a:1] ERR: at 0x1234 lost\n"),
                 ElementsAre(logged("ERR", "a", HasSubstr("lost"))));
     EXPECT_THAT(line("ERR", "a", "x"), testing::Not(logged("WARN", "a", "x")));
 }
 
-TEST(log_catcher, collects_all_ways_of_writing_in_order) {
+TEST(log_catcher, Collects_all_ways_of_writing_in_order) {
     log_catcher catcher;
     std::printf("[a:1] ERR: by stdio\n");
     std::fflush(stdout);
@@ -104,7 +104,7 @@ TEST(log_catcher, collects_all_ways_of_writing_in_order) {
                                              line("ERR", "a", "unflushed")));
 }
 
-TEST(log_catcher, forgets_what_is_cleared) {
+TEST(log_catcher, Forgets_what_is_cleared) {
     log_catcher catcher;
     write_raw("one");
     std::printf("two");
@@ -114,7 +114,7 @@ TEST(log_catcher, forgets_what_is_cleared) {
     EXPECT_EQ(catcher.text(), "three");
 }
 
-TEST(log_catcher, restores_standard_output) {
+TEST(log_catcher, Restores_standard_output) {
     const auto before = stdout_identity();
     fcntl(STDOUT_FILENO, F_SETFD, FD_CLOEXEC);
     {
@@ -127,7 +127,7 @@ TEST(log_catcher, restores_standard_output) {
     fcntl(STDOUT_FILENO, F_SETFD, 0);
 }
 
-TEST(log_catcher, can_be_nested) {
+TEST(log_catcher, Can_be_nested) {
     log_catcher outer;
     write_raw("1");
     {
@@ -139,7 +139,7 @@ TEST(log_catcher, can_be_nested) {
     EXPECT_EQ(outer.text(), "13");
 }
 
-TEST(log_catcher, lets_test_failures_through) {
+TEST(log_catcher, Lets_test_failures_through) {
     const auto before = stdout_identity();
     log_catcher catcher;
     write_raw("1");

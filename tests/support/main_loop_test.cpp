@@ -22,22 +22,22 @@ gboolean stay_pending(gpointer) {
 
 }  // namespace
 
-TEST(wait_until, dispatches_until_the_condition_holds) {
+TEST(wait_until, Dispatches_until_the_condition_holds) {
     bool flag = false;
     g_timeout_add(20, set_flag, &flag);
     EXPECT_TRUE(wait_until([&flag] { return flag; }));
 }
 
-TEST(wait_until, notices_what_happens_outside_of_the_loop) {
+TEST(wait_until, Notices_what_happens_outside_of_the_loop) {
     int calls = 0;
     EXPECT_TRUE(wait_until([&calls] { return ++calls == 3; }));
 }
 
-TEST(wait_until, gives_up_at_the_deadline) {
+TEST(wait_until, Gives_up_at_the_deadline) {
     EXPECT_FALSE(wait_until([] { return false; }, 20));
 }
 
-TEST(wait_until, stretches_the_deadline_by_the_factor) {
+TEST(wait_until, Stretches_the_deadline_by_the_factor) {
     const char* factor = getenv("VASK_TEST_TIMEOUT_FACTOR");
     const std::string saved = factor ? factor : "1";
     setenv("VASK_TEST_TIMEOUT_FACTOR", "20", 1);
@@ -47,7 +47,7 @@ TEST(wait_until, stretches_the_deadline_by_the_factor) {
     setenv("VASK_TEST_TIMEOUT_FACTOR", saved.c_str(), 1);
 }
 
-TEST(wait_until_without_loop, dispatches_nothing) {
+TEST(wait_until_without_loop, Dispatches_nothing) {
     bool flag = false;
     const guint id = g_idle_add(set_flag, &flag);
     int calls = 0;
@@ -56,7 +56,7 @@ TEST(wait_until_without_loop, dispatches_nothing) {
     g_source_remove(id);
 }
 
-TEST(drain_main_loop, dispatches_only_what_is_pending) {
+TEST(drain_main_loop, Dispatches_only_what_is_pending) {
     bool now = false;
     bool later = false;
     g_idle_add(set_flag, &now);
@@ -67,7 +67,7 @@ TEST(drain_main_loop, dispatches_only_what_is_pending) {
     g_source_remove(id);
 }
 
-TEST(drain_main_loop, ends_although_a_source_stays_pending) {
+TEST(drain_main_loop, Ends_although_a_source_stays_pending) {
     const guint id = g_idle_add(stay_pending, nullptr);
     drain_main_loop();
     g_source_remove(id);

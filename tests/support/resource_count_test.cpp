@@ -34,11 +34,11 @@ const testing::TestInfo& current_test() {
 
 }  // namespace
 
-TEST(resource_count, is_the_same_when_nothing_happened) {
+TEST(resource_count, Is_the_same_when_nothing_happened) {
     EXPECT_EQ(difference_to_now(resource_count::take()), "");
 }
 
-TEST(resource_count, sees_descriptors) {
+TEST(resource_count, Sees_descriptors) {
     const resource_count before = resource_count::take();
     const int fd = open("/dev/zero", O_RDONLY);
     EXPECT_EQ(difference_to_now(before), "additional descriptor: /dev/zero\n");
@@ -51,7 +51,7 @@ TEST(resource_count, sees_descriptors) {
     EXPECT_EQ(difference_to_now(before), "");
 }
 
-TEST(resource_count, sees_children_also_when_dead) {
+TEST(resource_count, Sees_children_also_when_dead) {
     const resource_count before = resource_count::take();
     const pid_t pid = fork();
     if (pid == 0) {
@@ -64,7 +64,7 @@ TEST(resource_count, sees_children_also_when_dead) {
     EXPECT_EQ(difference_to_now(before), "");
 }
 
-TEST(resource_count, sees_shared_objects) {
+TEST(resource_count, Sees_shared_objects) {
     const resource_count before = resource_count::take();
     close(shm_open("/resource_count_test", O_CREAT | O_RDWR, 0600));
     EXPECT_EQ(difference_to_now(before), "additional shared object: resource_count_test\n");
@@ -72,7 +72,7 @@ TEST(resource_count, sees_shared_objects) {
     EXPECT_EQ(difference_to_now(before), "");
 }
 
-TEST(resource_count, sees_sources_of_the_default_main_context) {
+TEST(resource_count, Sees_sources_of_the_default_main_context) {
     const resource_count before = resource_count::take();
     const guint named = g_timeout_add_seconds(1000, never, nullptr);
     g_source_set_name_by_id(named, "a timeout");
@@ -87,7 +87,7 @@ TEST(resource_count, sees_sources_of_the_default_main_context) {
     EXPECT_EQ(difference_to_now(before), "");
 }
 
-TEST(leak_listener, fails_the_test_that_leaks) {
+TEST(leak_listener, Fails_the_test_that_leaks) {
     static leak_listener listener;
     listener.OnTestStart(current_test());
     static int fd;
@@ -97,7 +97,7 @@ TEST(leak_listener, fails_the_test_that_leaks) {
     listener.OnTestEnd(current_test());
 }
 
-TEST(leak_listener, can_be_told_to_accept_leftovers) {
+TEST(leak_listener, Can_be_told_to_accept_leftovers) {
     leak_listener listener;
     listener.OnTestStart(current_test());
     const int fd = open("/dev/zero", O_RDONLY);
