@@ -69,8 +69,13 @@ std::string meeting_of(const relative& member) {
     return !member.is_met ? "?" : *member.is_met ? "yes" : "no";
 }
 
+// A child that stands still cannot answer.
+bool can_answer(const relative& member) {
+    return !member.bus_name.empty() && member.state == process_state::running;
+}
+
 std::string round_trip_of(const relative& member) {
-    if (member.bus_name.empty() || member.state != process_state::running) {
+    if (!can_answer(member)) {
         return "-";
     }
     return member.round_trip_msec ? decimal(*member.round_trip_msec, 1) + " ms" : "no answer";
@@ -83,7 +88,7 @@ colour colour_of(const relative& member) {
         return colour::red;
     }
     const bool is_odd = member.state == process_state::stopped || !member.remarks.empty() ||
-                        round_trip_of(member) == "no answer";
+                        (can_answer(member) && !member.round_trip_msec);
     return is_odd ? colour::yellow : colour::none;
 }
 
