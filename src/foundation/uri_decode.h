@@ -8,7 +8,7 @@
 
 // Decodes the percent-escapes of a text with soup_uri_decode() of libsoup 2.4. The first call loads
 // libsoup, which stays in the process. If it cannot be loaded, or libsoup 3 is in the process,
-// which libsoup 2.4 would end, decode_uri_without_libsoup() does the work. Null if
+// which libsoup 2.4 would end, it decodes as decode_uri_without_libsoup() does. Null if
 // soup_uri_decode() returns null. May be called from any thread.
 unique_g_text decode_uri(const char* text);
 
