@@ -21,6 +21,7 @@
 #include "support/main_loop.h"
 #include "support/mapped_file.h"
 #include "support/named_object.h"
+#include "support/sem_value.h"
 
 /** Lets the library's shared objects be made anew in every test. */
 class shared_objects_removed {
@@ -60,14 +61,7 @@ constexpr int missing = -1;
 
 /** 1 is free, 0 is held. */
 inline int value() {
-    sem_t* sem = sem_open(name, 0);
-    if (sem == SEM_FAILED) {
-        return missing;
-    }
-    int value = missing;
-    sem_getvalue(sem, &value);
-    sem_close(sem);
-    return value;
+    return vask_test::sem_value(name, missing);
 }
 
 /** Whether this process has it open, or one that had its name before. */

@@ -14,6 +14,7 @@
 #include <iterator>
 
 #include "support/mapped_file.h"
+#include "support/sem_value.h"
 #include "support/source_line.h"
 #include "vask_object.h"
 
@@ -81,14 +82,7 @@ std::vector<unsigned char> shared_object::bytes() const {
 }
 
 int shared_object::sem_value() const {
-    sem_t* sem = sem_open(("vask_shm_context_sem_" + m_name).c_str(), 0);
-    if (sem == SEM_FAILED) {
-        return missing;
-    }
-    int value = missing;
-    sem_getvalue(sem, &value);
-    sem_close(sem);
-    return value;
+    return vask_test::sem_value(("vask_shm_context_sem_" + m_name).c_str(), missing);
 }
 
 void shared_object::create(const std::vector<unsigned char>& content) const {
