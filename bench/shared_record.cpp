@@ -24,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "support/shared_value.h"
 #include "table_row.h"
 #include "vask_object.h"
 #include "vask_shared_info.h"
@@ -31,26 +32,6 @@
 namespace {
 
 using clock_type = std::chrono::steady_clock;
-
-// A value that this process and those it forks later have in common.
-template <typename Value>
-class shared_value {
-public:
-    shared_value()
-        : m_address(mmap(nullptr, sizeof(Value), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                         -1, 0)) {
-        if (m_address == MAP_FAILED) {
-            abort();
-        }
-    }
-    ~shared_value() { munmap(m_address, sizeof(Value)); }
-
-    Value& operator*() const { return *static_cast<Value*>(m_address); }
-    Value* operator->() const { return static_cast<Value*>(m_address); }
-
-private:
-    void* const m_address;
-};
 
 // One way to read and write a number that all processes share.
 class way {

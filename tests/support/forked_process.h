@@ -5,7 +5,6 @@
 #define VASK_TEST_FORKED_PROCESS_H
 
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,32 +14,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <new>
 
+#include "support/shared_value.h"
 #include "vask_object.h"
-
-/** A zero-initialised value that this process and those it forks later have in common. */
-template <typename Value>
-class shared_value {
-public:
-    shared_value()
-        : m_address(mmap(nullptr, sizeof(Value), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                         -1, 0)) {
-        if (m_address == MAP_FAILED) {
-            std::abort();
-        }
-        new (m_address) Value();
-    }
-    ~shared_value() { munmap(m_address, sizeof(Value)); }
-    shared_value(const shared_value&) = delete;
-    shared_value& operator=(const shared_value&) = delete;
-
-    Value& operator*() const { return *static_cast<Value*>(m_address); }
-    Value* operator->() const { return static_cast<Value*>(m_address); }
-
-private:
-    void* const m_address;
-};
 
 /** A forked process that ends with the result of a function, and with this object at the latest. */
 class forked_process {
