@@ -135,14 +135,7 @@ TEST_F(vaskctl_repair, Asks_before_it_acts) {
 }
 
 TEST_F(vaskctl_repair, Leaves_the_lock_to_a_holder_that_lives) {
-    const shared_value<std::atomic<bool>> holds;
-    forked_process holder([&holds] {
-        vask_object object;
-        *holds = object.shm_lock();
-        wait_for_a_signal();
-        return 0;
-    });
-    ASSERT_TRUE(wait_until_without_loop([&holds] { return holds->load(); }));
+    living_lock_holder holder;
     kill(holder.pid(), SIGSTOP);
     const tool_result result = run_tool({"repair", "--yes"});
     EXPECT_EQ(result.status, 1);

@@ -144,6 +144,18 @@ void running_system::end_stranger(pid_t pid) {
     wait_until([pid] { return kill(pid, 0) != 0; });
 }
 
+living_lock_holder::living_lock_holder()
+    : m_process([this] {
+          vask_object object;
+          *m_holds = object.shm_lock();
+          wait_for_a_signal();
+          return 0;
+      }) {
+    if (!wait_until_without_loop([this] { return m_holds->load(); })) {
+        throw std::runtime_error("the library lock could not be taken");
+    }
+}
+
 void leave_sem_to_a_dead_holder(const std::string& name) {
     forked_process holder([&name] {
         sem_t* sem = sem_open(name.c_str(), O_CREAT, 0644, 1);

@@ -6,11 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "support/bus_client.h"
+#include "support/forked_process.h"
 #include "support/started_process.h"
 #include "tool_run.h"
 
@@ -64,6 +66,19 @@ protected:
 
 private:
     std::vector<pid_t> m_strangers;
+};
+
+/** A process that holds the library lock until it is killed. */
+class living_lock_holder {
+public:
+    living_lock_holder();
+
+    pid_t pid() const { return m_process.pid(); }
+    void kill_now() { m_process.kill_now(); }
+
+private:
+    const shared_value<std::atomic<bool>> m_holds;
+    forked_process m_process;
 };
 
 /** A holder of a semaphore that is killed while it has it. */

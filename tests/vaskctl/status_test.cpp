@@ -115,14 +115,7 @@ TEST_F(vaskctl_status, Takes_a_lock_at_0_that_nobody_has_mapped_for_abandoned) {
 }
 
 TEST_F(vaskctl_status, Takes_a_lock_for_held_whose_holder_lives) {
-    const shared_value<std::atomic<bool>> holds;
-    forked_process holder([&holds] {
-        vask_object object;
-        *holds = object.shm_lock();
-        wait_for_a_signal();
-        return 0;
-    });
-    ASSERT_TRUE(wait_until_without_loop([&holds] { return holds->load(); }));
+    living_lock_holder holder;
     const tool_result result = status();
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.output, HasSubstr("library-lock  held\n  it is taken, and may be held by "
