@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "support/counted_memory.h"
 #include "support/interpose.h"
 
 using vask_test::next_file_function;
@@ -28,6 +29,14 @@ counts seen;
 namespace {
 
 constexpr char context_objects[] = "vask_shm_context_shm_";
+
+const bool allocations_are_watched = [] {
+    vask_test::refuses_allocation = [](std::size_t) {
+        return now.failing_call == "allocation under the semaphore" &&
+               seen.sem_wait > seen.sem_post;
+    };
+    return true;
+}();
 
 template <typename Wait>
 int wait_once(const Wait& wait) {
@@ -165,24 +174,6 @@ int sem_close(sem_t* sem) noexcept {
 }
 
 }  // extern "C"
-
-void* operator new(std::size_t size) {
-    const bool is_refused =
-        now.failing_call == "allocation under the semaphore" && seen.sem_wait > seen.sem_post;
-    void* memory = is_refused ? nullptr : malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void operator delete(void* memory) noexcept {
-    free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept {
-    free(memory);
-}
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     if (now.failing_call == "allocation") {

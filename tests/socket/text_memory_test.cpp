@@ -6,11 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <string>
 
 #include "socket_owners.h"
+#include "support/counted_memory.h"
 
 using namespace vask_test;
 using testing::ElementsAre;
@@ -19,28 +18,16 @@ namespace {
 
 constexpr std::size_t segment = 600;
 
-// The next piece of memory for a whole segment is refused.
-bool is_refused = false;
+// Refuses the next piece of memory for a whole segment.
+bool refuse_one_segment(std::size_t size) {
+    const bool refuses = size >= segment;
+    if (refuses) {
+        refuses_allocation = nullptr;
+    }
+    return refuses;
+}
 
 }  // namespace
-
-void* operator new(std::size_t size) {
-    const bool refuses = is_refused && size >= segment;
-    is_refused = is_refused && !refuses;
-    void* memory = refuses ? nullptr : malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void operator delete(void* memory) noexcept {
-    free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept {
-    free(memory);
-}
 
 TEST(text_memory, Ends_the_request_when_it_runs_out) {
     connected pair("UTF-16LE");
@@ -49,9 +36,9 @@ TEST(text_memory, Ends_the_request_when_it_runs_out) {
     log_catcher log;
     pair.peer.send(text);
 
-    is_refused = true;
+    refuses_allocation = refuse_one_segment;
     const bool has_ended = pair.wait_for_end_of_request();
-    is_refused = false;
+    refuses_allocation = nullptr;
 
     EXPECT_TRUE(has_ended);
     EXPECT_EQ(pair.owner.calls, 1);

@@ -14,6 +14,7 @@ int allocations = 0;
 int allocation_that_fails = 0;
 void (*throw_for_failed_allocation)() = nullptr;
 int allocations_left = -1;
+bool (*refuses_allocation)(std::size_t size) = nullptr;
 
 }  // namespace vask_test
 
@@ -25,6 +26,7 @@ void* operator new(std::size_t size) {
     } else if (vask_test::allocations_left == 0) {
         fails = true;
     }
+    fails = fails || (vask_test::refuses_allocation && vask_test::refuses_allocation(size));
     if (fails && vask_test::throw_for_failed_allocation) {
         vask_test::throw_for_failed_allocation();
     }

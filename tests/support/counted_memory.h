@@ -4,6 +4,8 @@
 #ifndef VASK_TEST_COUNTED_MEMORY_H
 #define VASK_TEST_COUNTED_MEMORY_H
 
+#include <cstddef>
+
 namespace vask_test {
 
 /** Calls of operator new so far, by everybody in the process. A program that links
@@ -19,6 +21,9 @@ extern void (*throw_for_failed_allocation)();
 
 /** How many allocations succeed before all others fail; negative for all of them. */
 extern int allocations_left;
+
+/** Asked about every allocation; one that it refuses fails. Null for none. */
+extern bool (*refuses_allocation)(std::size_t size);
 
 }  // namespace vask_test
 
