@@ -22,8 +22,8 @@ PARTS = [
     ("", {"docs/pages/start.md": "index.html"}),
     ("The manual", {f"docs/manual/{name}.md": f"manual/{page}.html" for name, page in [
         ("README", "index"), *((name, name) for name in [
-            "foundation", "child", "bridge", "life-of-a-child", "controller", "plugin", "shared-info",
-            "sockets", "interfaces", "exceptions", "debugging", "kept-oddities"])]}),
+            "questions", "foundation", "child", "bridge", "life-of-a-child", "controller", "plugin",
+            "shared-info", "sockets", "interfaces", "exceptions", "debugging", "kept-oddities"])]}),
     ("To look things up", {
         "docs/messages.md": "messages.html",
         "docs/performance.md": "performance.html",
@@ -110,6 +110,10 @@ class Site:
         self.sources, self.output, self.version = sources, output, version
         self.titles = {page: self.title_of(source) for source, page in PAGES.items()}
 
+    def chapters_without_page(self):
+        chapters = (self.sources / "docs/manual").glob("*.md")
+        return {f"docs/manual/{chapter.name}" for chapter in chapters} - PAGES.keys()
+
     def title_of(self, source):
         return re.search(r"^# (.*)", (self.sources / source).read_text(), re.MULTILINE).group(1)
 
@@ -180,6 +184,8 @@ class Site:
 def main():
     sources, output, version = sys.argv[1:]
     site = Site(pathlib.Path(sources).resolve(), pathlib.Path(output), version)
+    if missing := site.chapters_without_page():
+        sys.exit(f"PARTS gives no page to {', '.join(sorted(missing))}")
     for source, page in PAGES.items():
         site.make_page(source, page)
     (site.output / "style.css").write_text((HERE / "style.css").read_text())
