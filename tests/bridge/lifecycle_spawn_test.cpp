@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include "bridge/lifecycle_support.h"
+#include "support/higher_nice_value.h"
 
 using namespace vask_test;
 using testing::Contains;
@@ -222,33 +223,36 @@ TEST_F(bridge_spawn, Searches_no_path_for_the_program) {
 
 TEST_F(bridge_child_priority, Is_given_to_a_child_that_is_spawned_afterwards) {
     recording_bridge bridge(true);
-    bridge.set_child_priority(5);
-    EXPECT_EQ(bridge.get_child_priority(), 5);
+    const int wanted = higher_nice_value();
+    bridge.set_child_priority(wanted);
+    EXPECT_EQ(bridge.get_child_priority(), wanted);
     spawn_probe(bridge, {"sleep"});
-    EXPECT_EQ(nice_value(bridge.get_child_pid()), 5);
+    EXPECT_EQ(nice_value(bridge.get_child_pid()), wanted);
 }
 
 TEST_F(bridge_child_priority, Reaches_both_twins) {
     recording_bridge bridge(true);
     bridge.enable_twins_mode();
-    bridge.set_child_priority(7);
+    const int wanted = higher_nice_value();
+    bridge.set_child_priority(wanted);
     spawn_probe(bridge, {"sleep"});
-    EXPECT_EQ(nice_value(bridge.m_child_proxy[0]->get_pid()), 7);
-    EXPECT_EQ(nice_value(bridge.m_child_proxy[1]->get_pid()), 7);
+    EXPECT_EQ(nice_value(bridge.m_child_proxy[0]->get_pid()), wanted);
+    EXPECT_EQ(nice_value(bridge.m_child_proxy[1]->get_pid()), wanted);
 }
 
 TEST_F(bridge_child_priority, Does_not_reach_a_child_that_runs_already) {
     recording_bridge bridge(true);
     spawn_probe(bridge, {"sleep"});
-    bridge.set_child_priority(5);
+    bridge.set_child_priority(higher_nice_value());
     EXPECT_EQ(nice_value(bridge.get_child_pid()), nice_value(getpid()));
 }
 
 TEST_F(bridge_child_priority, Of_0_leaves_the_child_with_what_it_inherits) {
-    ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 3), 0);
+    const int inherited = higher_nice_value();
+    ASSERT_EQ(setpriority(PRIO_PROCESS, 0, inherited), 0);
     recording_bridge bridge(true);
     spawn_probe(bridge, {"sleep"});
-    EXPECT_EQ(nice_value(bridge.get_child_pid()), 3);
+    EXPECT_EQ(nice_value(bridge.get_child_pid()), inherited);
 }
 
 TEST_F(bridge_child_priority, May_be_the_idle_class) {

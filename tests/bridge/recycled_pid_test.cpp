@@ -51,12 +51,14 @@ protected:
     void give_its_pid_to_the_other(int slot) {
         const std::string last_pid = std::to_string(pid(slot) - 1);
         const int fd = open("/proc/sys/kernel/ns_last_pid", O_WRONLY | O_CLOEXEC);
-        if (fd < 0) {
+        // Where the file may be opened, the kernel still asks who writes.
+        const ssize_t written = fd < 0 ? -1 : write(fd, last_pid.data(), last_pid.size());
+        if (fd >= 0) {
+            close(fd);
+        }
+        if (written < 0) {
             GTEST_SKIP() << "this process may not choose the ids of processes";
         }
-        const ssize_t written = write(fd, last_pid.data(), last_pid.size());
-        close(fd);
-        ASSERT_EQ(written, static_cast<ssize_t>(last_pid.size()));
         spawn_probe(bridge, {"sleep"});
         ASSERT_EQ(pid(1 - slot), pid(slot));
     }

@@ -27,6 +27,7 @@
 
 #include "foundation/child_report.h"
 #include "foundation/process_tracer.h"
+#include "support/higher_nice_value.h"
 #include "support/interpose.h"
 #include "support/log_catcher.h"
 #include "vask_object.h"
@@ -420,10 +421,12 @@ TEST(spawned_child, Is_as_one_of_glib_when_its_parent_handles_all_signals) {
 TEST(spawned_child, Is_as_one_of_glib_when_its_parent_has_changed_what_is_inherited) {
     EXPECT_EQ(status_of_process([] {
                   umask(027);
-                  ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 7), 0);
+                  const int nice_value = higher_nice_value();
+                  ASSERT_EQ(setpriority(PRIO_PROCESS, 0, nice_value), 0);
                   std::ofstream("/proc/self/oom_score_adj") << 321;
                   expect_what_glib_gives();
-                  EXPECT_THAT(reported(report(), "nice value"), ElementsAre("7"));
+                  EXPECT_THAT(reported(report(), "nice value"),
+                              ElementsAre(std::to_string(nice_value)));
                   EXPECT_THAT(reported(report(), "out-of-memory score"), ElementsAre("321"));
               }),
               0);
