@@ -366,8 +366,13 @@ TEST_F(message_delivery, Needs_no_memory) {
 TEST_F(message_delivery, Ends_where_the_text_cannot_be_formatted) {
     const named_object object("a");
     log_catcher log;
+    // C libraries differ in whether they print what is before it.
+    std::printf("before %ls\n", L"\x110000");
+    std::fflush(stdout);
+    const std::string printed = log.text();
+    log.clear();
     object.vask_p(VASK_P_ERR, "before %ls\n", L"\x110000");
-    EXPECT_EQ(log.text(), "[a:812] ERR: before ");
+    EXPECT_EQ(log.text(), "[a:812] ERR: " + printed);
 }
 
 TEST_F(message_delivery, Covers_names_of_any_length) {

@@ -70,8 +70,9 @@ TEST_F(vaskctl_tree, Has_a_child_below_the_parent_that_has_met_it) {
 
 TEST_F(vaskctl_tree, Has_both_twins) {
     const auto parent = start_parent({"--twins", test_program("controller_child")});
-    const pid_t first = wait_for_process_below(parent->pid(), "controller_child");
+    // Before both have their name, either of them may be the first that has it.
     const pid_t second = wait_for_process_below(parent->pid(), "controller_child", 1);
+    const pid_t first = wait_for_process_below(parent->pid(), "controller_child");
     wait_until_on_bus(first);
     wait_until_on_bus(second);
     const tool_result both = expected(
