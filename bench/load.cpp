@@ -1,16 +1,21 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-// What it costs a program that the library is loaded: time and page faults of its start, and the
-// memory of a child that waits for commands.
+// What it costs a program that the library is loaded: time and page faults of its start, the memory
+// of a child that waits for commands, and the size of the library itself.
 
+#include <elf.h>
+#include <link.h>
 #include <spawn.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "inherited_descriptors.h"
 #include "met_child.h"
@@ -69,6 +74,35 @@ void measure_idle_child(benchmark::State& state) {
     has_amount_limit(state, "650");
 }
 
+// What size(1) calls text: all that is mapped and not written to. 0 for what is no library.
+double text_kb(const char* path) {
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+    if (bytes.size() < sizeof(ElfW(Ehdr))) {
+        return 0;
+    }
+    const auto* header = reinterpret_cast<const ElfW(Ehdr)*>(bytes.data());
+    const auto* sections = reinterpret_cast<const ElfW(Shdr)*>(&bytes[header->e_shoff]);
+    double size = 0;
+    for (int i = 0; i < header->e_shnum; ++i) {
+        if ((sections[i].sh_flags & (SHF_ALLOC | SHF_WRITE)) == SHF_ALLOC) {
+            size += static_cast<double>(sections[i].sh_size);
+        }
+    }
+    return size / 1000;
+}
+
+void show_text(benchmark::State& state, const char* library) {
+    double kb = 0;
+    for (auto _ : state) {
+        kb = text_kb(library);
+    }
+    if (kb == 0) {
+        state.SkipWithError("The library cannot be read");
+    }
+    shows_amount(state, kb, "KB");
+}
+
 void add_starts() {
     const std::string group = "An empty program that loads/";
     const auto add = [&](const std::string& name, auto body) {
@@ -99,6 +133,15 @@ void add_amounts() {
         has_amount_limit(state, "320");
     });
     add("Private dirty memory of an idle child/child", measure_idle_child);
+    const std::string text = "Text of the library/";
+    add(text + "as measured",
+        [](benchmark::State& state) { show_text(state, VASK_BENCH_LIBRARY); });
+    if (const char* lean_library = getenv("VASK_BENCH_LEAN_LIBRARY")) {
+        add(text + "lean", [lean_library](benchmark::State& state) {
+            show_text(state, lean_library);
+            has_amount_limit(state, "205");
+        });
+    }
 }
 
 const bool registered = (add_starts(), add_amounts(), true);

@@ -10,6 +10,7 @@
 #include <semaphore.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -139,15 +140,16 @@ void forget_record(bool destroy) {
 
 constexpr int accesses = 50000;
 
-// Processes that set as fast as they can, each as often as the one that is looked at.
+// Processes that do the same as fast as they can, each as often as the one that is looked at.
 class rivals {
 public:
-    rivals(way& subject, int count) {
+    template <typename Access>
+    rivals(int count, const Access& access) {
         for (int i = 0; i < count; ++i) {
             const pid_t pid = fork();
             if (pid == 0) {
                 prctl(PR_SET_PDEATHSIG, SIGKILL);
-                _exit(run(subject, i % 4) ? 0 : 1);
+                _exit(run(access) ? 0 : 1);
             }
             m_pids.push_back(pid);
         }
@@ -170,14 +172,15 @@ public:
     }
 
 private:
-    bool run(way& subject, int value) {
+    template <typename Access>
+    bool run(const Access& access) {
         ++*m_ready;
         while (!*m_may_start) {
             usleep(100);
         }
         bool succeeded = true;
         for (int i = 0; i < accesses; ++i) {
-            succeeded = subject.set(value) && succeeded;
+            succeeded = access() && succeeded;
         }
         return succeeded;
     }
@@ -217,11 +220,12 @@ void set_alone(benchmark::State& state) {
 
 // Until the last process is through, since the scheduler decides who is the first.
 template <typename Way>
-void beside_rivals(benchmark::State& state, int rival_count, bool (*access)(Way&)) {
+void beside_rivals(benchmark::State& state, int rival_count, bool (*access)(Way&),
+                   bool (*rival_access)(Way&)) {
     Way subject;
     subject.set(3);
     for (auto _ : state) {
-        rivals others(subject, rival_count);
+        rivals others(rival_count, [&] { return rival_access(subject); });
         const clock_type::time_point start = clock_type::now();
         others.start();
         bool succeeded = true;
@@ -247,6 +251,41 @@ template <typename Way>
 bool set_once(Way& subject) {
     return subject.set(2);
 }
+
+// Whatever this process is pinned to.
+cpu_set_t processors_there_are() {
+    cpu_set_t all;
+    memset(&all, 0xff, sizeof all);
+    cpu_set_t former;
+    sched_getaffinity(0, sizeof former, &former);
+    sched_setaffinity(0, sizeof all, &all);
+    sched_getaffinity(0, sizeof all, &all);
+    sched_setaffinity(0, sizeof former, &former);
+    return all;
+}
+
+// This process and those that it starts run on two processors, wherever everything else is pinned.
+class on_two_processors {
+public:
+    on_two_processors() {
+        sched_getaffinity(0, sizeof m_former, &m_former);
+        const cpu_set_t all = processors_there_are();
+        cpu_set_t two;
+        CPU_ZERO(&two);
+        for (int cpu = 0; cpu < CPU_SETSIZE && CPU_COUNT(&two) < 2; ++cpu) {
+            if (CPU_ISSET(cpu, &all)) {
+                CPU_SET(cpu, &two);
+            }
+        }
+        sched_setaffinity(0, sizeof two, &two);
+    }
+    ~on_two_processors() { sched_setaffinity(0, sizeof m_former, &m_former); }
+    on_two_processors(const on_two_processors&) = delete;
+    on_two_processors& operator=(const on_two_processors&) = delete;
+
+private:
+    cpu_set_t m_former;
+};
 
 // As short as a program can do it that trusts everybody.
 bool create_by_bare_calls(bool create) {
@@ -355,13 +394,16 @@ void add_alone() {
 
 template <typename Way>
 body beside(int rival_count, bool (*access)(Way&)) {
-    return [=](benchmark::State& state) { beside_rivals<Way>(state, rival_count, access); };
+    return [=](benchmark::State& state) {
+        beside_rivals<Way>(state, rival_count, access, set_once<Way>);
+    };
+}
+
+void add_timed(const std::string& name, const body& inner) {
+    benchmark::RegisterBenchmark(name.c_str(), inner)->UseManualTime();
 }
 
 void add_beside(int rival_count) {
-    const auto add_timed = [](const std::string& name, const body& inner) {
-        benchmark::RegisterBenchmark(name.c_str(), inner)->UseManualTime();
-    };
     const std::string end = rival_count == 1
                                 ? " beside one process that sets/"
                                 : " beside " + std::to_string(rival_count) + " processes that set/";
@@ -381,11 +423,39 @@ void add_beside(int rival_count) {
     add_timed(set + "robust pthread mutex", beside(rival_count, set_once<robust_mutex_way>));
 }
 
+constexpr int rivals_on_two_processors = 8;
+
+template <typename Way>
+body on_both(bool (*access)(Way&)) {
+    return [=](benchmark::State& state) {
+        const on_two_processors unpinned;
+        beside_rivals<Way>(state, rivals_on_two_processors, access, access);
+    };
+}
+
+// A holder and those that wait run at the same time there.
+void add_on_two_processors() {
+    const std::string get = "50,000 gets beside 8 processes that get, on two CPUs/";
+    add_timed(get + "robust pthread mutex", as_baseline(on_both(get_once<robust_mutex_way>)));
+    add_timed(get + "get_monitor_rotation", limited(on_both(get_once<library_way>), "0.60"));
+    add_timed(get + "sem_wait and sem_post", on_both(get_once<bare_sem_way>));
+    const std::string set = "50,000 sets beside 8 processes that set, on two CPUs/";
+    add_timed(set + "sem_wait and sem_post, signals blocked",
+              as_baseline(on_both(set_once<undisturbed_sem_way>)));
+    add_timed(set + "set_monitor_rotation", limited(on_both(set_once<library_way>), "1.10"));
+    add_timed(set + "sem_wait and sem_post", on_both(set_once<bare_sem_way>));
+    add_timed(set + "robust pthread mutex", on_both(set_once<robust_mutex_way>));
+}
+
 bool register_all() {
     enter_private_dev_shm();
     add_alone();
     for (const int rival_count : {1, 4, 8}) {
         add_beside(rival_count);
+    }
+    const cpu_set_t processors = processors_there_are();
+    if (CPU_COUNT(&processors) >= 2) {
+        add_on_two_processors();
     }
     add("First access, creating the record/bare calls",
         [](benchmark::State& s) { bare_first_access(s, true); });

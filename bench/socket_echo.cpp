@@ -6,6 +6,7 @@
 #include <gio/gio.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <uv.h>
 
 #include <memory>
 
@@ -159,6 +160,70 @@ private:
     char m_buffer[request_size];
 };
 
+// Reading goes on, and an answer is written at once where that does not block.
+class uv_echo {
+public:
+    uv_echo(int fd, int timeout) : m_timeout(timeout) {
+        uv_loop_init(&m_loop);
+        uv_timer_init(&m_loop, &m_timer);
+        uv_tcp_init(&m_loop, &m_connection);
+        uv_tcp_open(&m_connection, fd);
+        m_connection.data = this;
+        uv_read_start(
+            stream(),
+            [](uv_handle_t* handle, size_t, uv_buf_t* buffer) {
+                *buffer = uv_buf_init(static_cast<uv_echo*>(handle->data)->m_buffer, request_size);
+            },
+            [](uv_stream_t* stream, ssize_t size, const uv_buf_t*) {
+                static_cast<uv_echo*>(stream->data)->answer(size);
+            });
+        arm();
+    }
+    ~uv_echo() {
+        uv_close(reinterpret_cast<uv_handle_t*>(&m_timer), nullptr);
+        uv_close(reinterpret_cast<uv_handle_t*>(&m_connection), nullptr);
+        uv_run(&m_loop, UV_RUN_DEFAULT);
+        uv_loop_close(&m_loop);
+    }
+    uv_echo(const uv_echo&) = delete;
+    uv_echo& operator=(const uv_echo&) = delete;
+
+    void run_once() { uv_run(&m_loop, UV_RUN_ONCE); }
+    bool is_cut() const { return m_is_cut; }
+    int echoed = 0;
+
+private:
+    uv_stream_t* stream() { return reinterpret_cast<uv_stream_t*>(&m_connection); }
+
+    void arm() {
+        if (m_timeout > 0) {
+            uv_timer_start(
+                &m_timer, [](uv_timer_t*) {}, static_cast<uint64_t>(m_timeout) * 1000, 0);
+        }
+    }
+
+    void answer(ssize_t size) {
+        if (size == 0) {
+            return;
+        }
+        const uv_buf_t answer = uv_buf_init(m_buffer, static_cast<unsigned int>(size));
+        if (size < 0 || uv_try_write(stream(), &answer, 1) != size) {
+            uv_read_stop(stream());
+            m_is_cut = true;
+            return;
+        }
+        ++echoed;
+        arm();
+    }
+
+    uv_loop_t m_loop;
+    uv_timer_t m_timer;
+    uv_tcp_t m_connection;
+    int m_timeout;
+    bool m_is_cut = false;
+    char m_buffer[request_size];
+};
+
 template <typename Echo>
 void echo_in_main_loop(benchmark::State& state, int timeout) {
     socket_peer peer = socket_peer::asking(request_size);
@@ -189,6 +254,22 @@ void socket_connection(benchmark::State& state) {
 }
 
 template <int Timeout>
+void libuv(benchmark::State& state) {
+    socket_peer peer = socket_peer::asking(request_size);
+    uv_echo echo(peer.release(), Timeout);
+    for (auto _ : state) {
+        const int before = echo.echoed;
+        while (echo.echoed == before && !echo.is_cut()) {
+            echo.run_once();
+        }
+        if (echo.is_cut()) {
+            state.SkipWithError("The peer is gone");
+            break;
+        }
+    }
+}
+
+template <int Timeout>
 void poll_loop(benchmark::State& state) {
     const socket_peer peer = socket_peer::asking(request_size);
     char buffer[request_size];
@@ -205,6 +286,7 @@ void poll_loop(benchmark::State& state) {
 BENCHMARK(library<0>)->Name("Echo round trip/vask_socket")->UseRealTime();
 BENCHMARK(bare_channel<0>)->Name("Echo round trip/bare GIOChannel")->UseRealTime();
 BENCHMARK(socket_connection<0>)->Name("Echo round trip/GSocketConnection")->UseRealTime();
+BENCHMARK(libuv<0>)->Name("Echo round trip/libuv")->UseRealTime();
 BENCHMARK(poll_loop<0>)->Name("Echo round trip/loop of poll")->UseRealTime();
 BENCHMARK(library<timeout_sec>)->Name("Echo round trip with a time-out/vask_socket")->UseRealTime();
 BENCHMARK(bare_channel<timeout_sec>)
@@ -213,6 +295,7 @@ BENCHMARK(bare_channel<timeout_sec>)
 BENCHMARK(socket_connection<timeout_sec>)
     ->Name("Echo round trip with a time-out/GSocketConnection")
     ->UseRealTime();
+BENCHMARK(libuv<timeout_sec>)->Name("Echo round trip with a time-out/libuv")->UseRealTime();
 BENCHMARK(poll_loop<timeout_sec>)
     ->Name("Echo round trip with a time-out/loop of poll")
     ->UseRealTime();

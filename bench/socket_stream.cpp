@@ -6,6 +6,7 @@
 #include <gio/gio.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <uv.h>
 
 #include <memory>
 
@@ -142,6 +143,70 @@ private:
     g_buffer m_buffer;
 };
 
+class uv_reader {
+public:
+    uv_reader(int fd, gsize size) : m_size(size) {
+        uv_loop_init(&m_loop);
+        uv_tcp_init(&m_loop, &m_connection);
+        uv_tcp_open(&m_connection, fd);
+        m_connection.data = this;
+        begin_request();
+        uv_read_start(
+            stream(),
+            [](uv_handle_t* handle, size_t, uv_buf_t* buffer) {
+                *buffer = static_cast<uv_reader*>(handle->data)->missing_part();
+            },
+            [](uv_stream_t* stream, ssize_t count, const uv_buf_t*) {
+                static_cast<uv_reader*>(stream->data)->take(count);
+            });
+    }
+    ~uv_reader() {
+        uv_close(reinterpret_cast<uv_handle_t*>(&m_connection), nullptr);
+        uv_run(&m_loop, UV_RUN_DEFAULT);
+        uv_loop_close(&m_loop);
+    }
+    uv_reader(const uv_reader&) = delete;
+    uv_reader& operator=(const uv_reader&) = delete;
+
+    void run_once() { uv_run(&m_loop, UV_RUN_ONCE); }
+    bool is_cut() const { return m_is_cut; }
+    gsize requests = 0;
+
+private:
+    uv_stream_t* stream() { return reinterpret_cast<uv_stream_t*>(&m_connection); }
+
+    void begin_request() {
+        m_received = 0;
+        m_buffer.reset();
+        m_buffer.reset(static_cast<char*>(g_malloc(m_size)));
+    }
+
+    uv_buf_t missing_part() {
+        return uv_buf_init(m_buffer.get() + m_received,
+                           static_cast<unsigned int>(m_size - m_received));
+    }
+
+    void take(ssize_t count) {
+        if (count < 0) {
+            uv_read_stop(stream());
+            m_is_cut = true;
+            return;
+        }
+        m_received += static_cast<gsize>(count);
+        if (m_received == m_size) {
+            ++requests;
+            begin_request();
+        }
+    }
+
+    uv_loop_t m_loop;
+    uv_tcp_t m_connection;
+    gsize m_size;
+    gsize m_received = 0;
+    bool m_is_cut = false;
+    g_buffer m_buffer;
+};
+
 template <typename Reader>
 void read_in_main_loop(benchmark::State& state, gsize size) {
     socket_peer peer = socket_peer::streaming();
@@ -172,6 +237,24 @@ void socket_connection(benchmark::State& state) {
 }
 
 template <gsize Size>
+void libuv(benchmark::State& state) {
+    socket_peer peer = socket_peer::streaming();
+    uv_reader reader(peer.release(), Size);
+    gsize wanted = 0;
+    for (auto _ : state) {
+        // One turn of its loop may have taken many.
+        ++wanted;
+        while (reader.requests < wanted && !reader.is_cut()) {
+            reader.run_once();
+        }
+        if (reader.is_cut()) {
+            state.SkipWithError("The peer is gone");
+            break;
+        }
+    }
+}
+
+template <gsize Size>
 void poll_loop(benchmark::State& state) {
     const socket_peer peer = socket_peer::streaming();
     for (auto _ : state) {
@@ -197,12 +280,14 @@ BENCHMARK(bare_channel<small>)->Name("Stream in requests of 64 KiB/bare GIOChann
 BENCHMARK(socket_connection<small>)
     ->Name("Stream in requests of 64 KiB/GSocketConnection")
     ->UseRealTime();
+BENCHMARK(libuv<small>)->Name("Stream in requests of 64 KiB/libuv")->UseRealTime();
 BENCHMARK(poll_loop<small>)->Name("Stream in requests of 64 KiB/loop of poll")->UseRealTime();
 BENCHMARK(library<large>)->Name("Stream in requests of 1 MiB/vask_socket")->UseRealTime();
 BENCHMARK(bare_channel<large>)->Name("Stream in requests of 1 MiB/bare GIOChannel")->UseRealTime();
 BENCHMARK(socket_connection<large>)
     ->Name("Stream in requests of 1 MiB/GSocketConnection")
     ->UseRealTime();
+BENCHMARK(libuv<large>)->Name("Stream in requests of 1 MiB/libuv")->UseRealTime();
 BENCHMARK(poll_loop<large>)->Name("Stream in requests of 1 MiB/loop of poll")->UseRealTime();
 
 }  // namespace
