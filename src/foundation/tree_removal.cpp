@@ -16,6 +16,9 @@ constexpr size_t open_levels = 8;
 
 constexpr size_t buffer_size = 32768;
 
+// A read that leaves room for another entry has most likely come to the end of the directory.
+constexpr size_t full_size = buffer_size - sizeof(dirent64);
+
 constexpr int how_to_open = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 
 bool is_dot_or_dot_dot(const char* name) {
@@ -40,17 +43,15 @@ tree_removal::tree_removal(unique_fd directory) : m_buffer(buffer_size) {
 
 bool tree_removal::run() {
     for (;;) {
-        if (!m_levels.back().directories.empty()) {
+        const level& current = m_levels.back();
+        const bool is_read =
+            current.reading == progress::seems_over || current.reading == progress::over;
+        if (!current.directories.empty()) {
             if (!enter_directory()) {
                 return false;
             }
-            continue;
-        }
-        // Like GLib's reader, it takes a read error for the end of the directory: if entries are
-        // left, the directory cannot be removed.
-        const ssize_t length = getdents64(directory().get(), m_buffer.data(), m_buffer.size());
-        if (length > 0) {
-            if (!take_entries(static_cast<size_t>(length))) {
+        } else if (!is_read) {
+            if (!read_directory()) {
                 return false;
             }
         } else if (m_levels.size() == 1) {
@@ -67,6 +68,22 @@ std::string tree_removal::failed_path() const {
         path += m_levels[i].name + '/';
     }
     return path + m_failed_entry;
+}
+
+// Like GLib's reader, it takes a read error for the end of the directory: if entries are left, the
+// directory cannot be removed. The first one is read to its end, because nobody tries that here.
+bool tree_removal::read_directory() {
+    level& current = m_levels.back();
+    const ssize_t length = getdents64(current.fd.get(), m_buffer.data(), m_buffer.size());
+    if (length <= 0) {
+        current.reading = progress::over;
+        return true;
+    }
+    if (static_cast<size_t>(length) <= full_size && current.reading == progress::goes_on &&
+        m_levels.size() > 1) {
+        current.reading = progress::seems_over;
+    }
+    return take_entries(static_cast<size_t>(length));
 }
 
 bool tree_removal::take_entries(size_t length) {
@@ -110,7 +127,7 @@ bool tree_removal::enter_directory() {
     if (!opened) {
         // Something else has the name by now, or nothing.
         if (errno == ENOTDIR || errno == ELOOP || errno == ENOENT) {
-            return remove_directory(name);
+            return remove_directory(name) || fail(name);
         }
         m_failed_to_open = true;
         return fail(name);
@@ -122,19 +139,28 @@ bool tree_removal::enter_directory() {
     return true;
 }
 
+// The removal shows whether there was more to read.
 bool tree_removal::leave_directory() {
-    const level left = std::move(m_levels.back());
+    level left = std::move(m_levels.back());
     m_levels.pop_back();
     if (!directory() && !open_parent_of(left)) {
         return fail(left.name);
     }
-    return remove_directory(left.name);
+    if (remove_directory(left.name)) {
+        return true;
+    }
+    if ((errno != ENOTEMPTY && errno != EEXIST) || left.reading != progress::seems_over) {
+        return fail(left.name);
+    }
+    left.reading = progress::goes_on_to_the_end;
+    m_levels.push_back(std::move(left));
+    return true;
 }
 
 // If something else has the directory's name by now, removes that, as remove() does.
 bool tree_removal::remove_directory(const std::string& name) {
     return unlinkat(directory().get(), name.c_str(), AT_REMOVEDIR) == 0 ||
-           (errno == ENOTDIR && unlinkat(directory().get(), name.c_str(), 0) == 0) || fail(name);
+           (errno == ENOTDIR && unlinkat(directory().get(), name.c_str(), 0) == 0);
 }
 
 // The inode's number is not used again meanwhile: the open directories below hold the inode. An
@@ -148,8 +174,9 @@ void tree_removal::close_directory(level& upper) {
     }
 }
 
-// The parent is read from its start again; all that was read before is gone. If ".." leads
-// elsewhere, somebody has moved the directory below out of this tree, and nothing there is ours.
+// If more of the parent is to be read, that begins again; all that was read before is gone. If ".."
+// leads elsewhere, somebody has moved the directory below out of this tree, and nothing there is
+// ours.
 bool tree_removal::open_parent_of(const level& left) {
     level& upper = m_levels.back();
     unique_fd opened(openat(left.fd.get(), "..", how_to_open));

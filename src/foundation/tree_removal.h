@@ -34,6 +34,9 @@ public:
     int error() const { return m_error; }
 
 private:
+    // What seems over goes on to the end if the directory cannot be removed.
+    enum class progress { goes_on, seems_over, goes_on_to_the_end, over };
+
     struct level {
         level(unique_fd directory, std::string its_name)
             : fd(std::move(directory)), name(std::move(its_name)) {}
@@ -42,11 +45,13 @@ private:
         dev_t device = 0;
         ino_t inode = 0;  // both valid only while the descriptor is closed
         std::string name;
+        progress reading = progress::goes_on;
         std::string directories;  // names that were read and still have to go, each with its zero
     };
 
     const unique_fd& directory() const { return m_levels.back().fd; }
 
+    bool read_directory();
     bool take_entries(size_t length);
     bool take_entry(const dirent64& entry);
     bool is_directory(const dirent64& entry) const;

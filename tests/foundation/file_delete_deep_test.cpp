@@ -15,6 +15,7 @@
 
 #include "support/file_scratch.h"
 #include "support/log_catcher.h"
+#include "support/system_calls.h"
 #include "vask_object.h"
 
 using namespace vask_test;
@@ -84,6 +85,19 @@ protected:
     log_catcher log;
 };
 
+/** Those of the removal of a tree that has so many levels. */
+int system_calls_of_removal(const std::string& path, int levels) {
+    make_levels(path, levels);
+    const call_counts counts = count_system_calls([&path] {
+        system_call_mark::begin();
+        vask_object::delete_path(path.c_str());
+        system_call_mark::end();
+    });
+    EXPECT_TRUE(counts.complete);
+    EXPECT_FALSE(exists(path));
+    return counts.all;
+}
+
 }  // namespace
 
 TEST_F(deep_tree, Goes_with_few_descriptors_where_it_has_more_levels_than_descriptors_are_allowed) {
@@ -138,6 +152,13 @@ TEST_F(deep_tree, Is_reported_with_the_whole_path_of_what_stays) {
     close(deepest);
     close(directory);
     EXPECT_TRUE(vask_object::delete_path((scratch / "tree").c_str()));
+}
+
+TEST_F(deep_tree, Costs_eight_system_calls_for_each_level) {
+    const int few = system_calls_of_removal(scratch / "tree", 100);
+    const int many = system_calls_of_removal(scratch / "tree", 200);
+    constexpr int calls_of_allocator = 20;
+    EXPECT_LE(many - few, 100 * 8 + calls_of_allocator);
 }
 
 TEST_F(deep_tree, Stays_where_no_further_descriptor_is_to_be_had) {

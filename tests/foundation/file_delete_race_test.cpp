@@ -10,7 +10,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <utility>
@@ -30,6 +32,7 @@ using testing::IsEmpty;
 namespace {
 
 bool types_are_unknown = false;
+size_t most_to_read = SIZE_MAX;
 std::function<void()> after_reading;
 
 typedef bool operation(const char* path);
@@ -46,6 +49,7 @@ protected:
 
     void TearDown() override {
         types_are_unknown = false;
+        most_to_read = SIZE_MAX;
         after_reading = nullptr;
     }
 
@@ -153,8 +157,8 @@ protected:
 }  // namespace
 
 extern "C" ssize_t getdents64(int fd, void* buffer, size_t size) noexcept {
-    const ssize_t length =
-        next_function<ssize_t(int, void*, size_t)>("getdents64")(fd, buffer, size);
+    const ssize_t length = next_function<ssize_t(int, void*, size_t)>("getdents64")(
+        fd, buffer, std::min(size, most_to_read));
     for (ssize_t offset = 0; types_are_unknown && offset < length;) {
         auto* entry = reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + offset);
         entry->d_type = DT_UNKNOWN;
@@ -194,6 +198,14 @@ TEST_F(restless_tree, Goes_where_the_file_system_does_not_tell_the_kinds_of_entr
     EXPECT_TRUE(emptied());
     EXPECT_TRUE(std::filesystem::is_empty(scratch / "tree"));
     expect_everything_elsewhere();
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(restless_tree, Goes_where_the_file_system_tells_few_entries_at_a_time) {
+    make_tree();
+    most_to_read = 64;
+    EXPECT_TRUE(emptied());
+    EXPECT_TRUE(std::filesystem::is_empty(scratch / "tree"));
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
