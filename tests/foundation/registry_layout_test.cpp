@@ -152,6 +152,7 @@ TEST_F(registry_layout, Outlives_its_processes) {
 }
 
 TEST_F(registry_layout, Is_compacted_in_place_and_in_order) {
+    const registry_member member("elsewhere", 1);
     array_of_8 memory;
     const int dead = ended_process();
     memory.append(dead, 1);
@@ -159,13 +160,13 @@ TEST_F(registry_layout, Is_compacted_in_place_and_in_order) {
     memory.append(0, 3);
     memory.append(-1, 4);
     memory.append(my_pid, 5);
-    memory.append(1, 6);
+    memory.append(member.pid(), 6);
     EXPECT_THAT(object.resize_pid_array(&memory.array),
-                ElementsAre(Pair(2, getppid()), Pair(6, 1)));
+                ElementsAre(Pair(2, getppid()), Pair(6, member.pid())));
     EXPECT_EQ(memory.array.count, 2);
     EXPECT_EQ(memory.entries()[0].pid, getppid());
     EXPECT_EQ(memory.entries()[0].key, 2U);
-    EXPECT_EQ(memory.entries()[1].pid, 1);
+    EXPECT_EQ(memory.entries()[1].pid, member.pid());
     EXPECT_EQ(memory.entries()[1].key, 6U);
 }
 
@@ -173,8 +174,8 @@ TEST_F(registry_layout, Compacted_gives_the_last_process_of_a_key) {
     const registry_member member("elsewhere", 1);
     array_of_8 memory;
     memory.append(member.pid(), 3);
-    memory.append(1, 3);
-    EXPECT_THAT(object.resize_pid_array(&memory.array), ElementsAre(Pair(3, 1)));
+    memory.append(getppid(), 3);
+    EXPECT_THAT(object.resize_pid_array(&memory.array), ElementsAre(Pair(3, getppid())));
     EXPECT_EQ(memory.array.count, 2);
 }
 

@@ -6,13 +6,13 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <string>
 #include <vector>
 
 #include "bridge_child_commands.h"
+#include "end_with_parent.h"
 #include "vask_child.h"
 
 namespace {
@@ -193,13 +193,6 @@ private:
     std::string m_reply;
     std::vector<std::string> m_journal;
 };
-
-void end_with_parent() {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() == 1) {
-        _exit(1);
-    }
-}
 
 void obey_arguments(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
