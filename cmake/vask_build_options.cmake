@@ -4,6 +4,12 @@
 # Compiler and linker flags that every target of this project is built with.
 
 add_compile_options(-Wall -Wextra)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
+    # gcc tells of every template of the standard library that old compilers called in another way,
+    # and warns of a shift that it makes itself: it converts a pointer to a member to that of a base
+    # that is not the first by one, where pointers to members are those of ARM.
+    add_compile_options(-Wno-psabi $<$<COMPILE_LANGUAGE:CXX>:-Wno-shift-negative-value>)
+endif()
 # Inode numbers, sizes and times need 64 bits, also where words have 32: stat() would fail with
 # EOVERFLOW, and the clock overflows in 2038. C libraries older than glibc 2.34 have no such times.
 add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)

@@ -5,7 +5,4 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(VASK_TARGET arm-linux-gnueabihf)
-# Otherwise the compiler tells of every template of the standard library that old compilers called in
-# another way.
-set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 include(${CMAKE_CURRENT_LIST_DIR}/gnu.cmake)
