@@ -2,13 +2,16 @@
 # SPDX-FileCopyrightText: 2026 The libvask authors
 # SPDX-License-Identifier: MIT
 #
-# Usage: word_sizes.sh DIRECTORY
-# Runs in the world that scripts/test-word-sizes has made: DIRECTORY holds the systems amd64 and i386
-# with the examples of both, and what they share.
+# Usage: word_sizes.sh DIRECTORY ARCHITECTURE ARCHITECTURE
+# Runs in the world that scripts/test-word-sizes has made: DIRECTORY holds two systems with the
+# examples, called by their architectures, and what they share.
 set -eu
 cd "$1"
+first_arch=$2
+second_arch=$3
 
-programs=/src/build/demo/examples
+# Built there, or installed.
+export PATH=/src/build/demo/examples:/usr/libexec/vask-examples:$PATH
 deadline_sec=60
 
 fail() {
@@ -16,25 +19,25 @@ fail() {
     exit 1
 }
 
-chroot amd64 dbus-daemon --session --address=unix:path=/shared/bus --fork --print-pid=3 3>shared/pid
+chroot "$first_arch" dbus-daemon --session --address=unix:path=/shared/bus --fork --print-pid=3 3>shared/pid
 trap 'kill "$(cat shared/pid)"' EXIT
 export DBUS_SESSION_BUS_ADDRESS=unix:path=/shared/bus
 unset DISPLAY
 
 # The process that its parent has started becomes the child: its process id stays.
-for own in amd64 i386; do
+for own in "$first_arch" "$second_arch"; do
     cat >"$own/shared/other_child" <<CHILD
 #!/bin/sh
-exec chroot /other $programs/hello_child
+exec chroot /other hello_child
 CHILD
     chmod +x "$own/shared/other_child"
 done
 
 start_child() {
-    chroot "$1" "$programs/demo_child" >"shared/$1.log" &
+    chroot "$1" demo_child >"shared/$1.log" &
     child=$!
     local end=$((SECONDS + deadline_sec))
-    until chroot "$1" "$programs/demo_ctl" --pid "$child" show >/dev/null; do
+    until chroot "$1" demo_ctl --pid "$child" show >/dev/null; do
         [ "$SECONDS" -lt "$end" ] || fail "the child of $1 does not answer"
     done
 }
@@ -44,17 +47,17 @@ end_child() {
     wait "$child" || true
 }
 
-for pair in amd64:i386 i386:amd64; do
+for pair in "$first_arch:$second_arch" "$second_arch:$first_arch"; do
     own=${pair%:*} other=${pair#*:}
 
-    reply=$(chroot "$own" "$programs/hello_parent" /shared/other_child)
+    reply=$(chroot "$own" hello_parent /shared/other_child)
     [ "$reply" = "Hello, world!" ] || fail "a parent of $own hears '$reply' from a child of $other"
 
     rm -f /dev/shm/*
     start_child "$other"
-    listed=$(chroot "$own" "$programs/demo_ctl" list)
+    listed=$(chroot "$own" demo_ctl list)
     [ "$listed" = "key $child: process $child" ] || fail "a tool of $own lists '$listed'"
-    shown=$(chroot "$own" "$programs/demo_ctl" show "$child")
+    shown=$(chroot "$own" demo_ctl show "$child")
     [ "$shown" = "process $child has noted: " ] || fail "a tool of $own shows '$shown'"
     before=$(md5sum /dev/shm/*)
 
