@@ -8,7 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <stdexcept>
 
 #include "support/main_loop.h"
@@ -26,6 +28,22 @@ std::vector<char*> pointers_to(std::vector<std::string>& texts) {
     return pointers;
 }
 
+// Only one of each name, since an emulator of processors passes the last one of two on.
+std::vector<std::string> environment_with(std::vector<std::string> variables) {
+    const std::size_t wanted = variables.size();
+    for (char** entry = environ; *entry; ++entry) {
+        const std::string variable = *entry;
+        const std::string beginning = variable.substr(0, variable.find('=') + 1);
+        const auto end = variables.begin() + static_cast<std::ptrdiff_t>(wanted);
+        if (std::none_of(variables.begin(), end, [&](const std::string& other) {
+                return other.compare(0, beginning.size(), beginning) == 0;
+            })) {
+            variables.push_back(variable);
+        }
+    }
+    return variables;
+}
+
 }  // namespace
 
 started_process::started_process(const std::string& path, const std::vector<std::string>& arguments)
@@ -37,10 +55,7 @@ started_process::started_process(const std::string& path, const std::vector<std:
     texts.insert(texts.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv = pointers_to(texts);
 
-    std::vector<std::string> variables = wanted.environment;
-    for (char** variable = environ; *variable; ++variable) {
-        variables.push_back(*variable);
-    }
+    std::vector<std::string> variables = environment_with(wanted.environment);
     std::vector<char*> envp = pointers_to(variables);
 
     posix_spawn_file_actions_t actions;

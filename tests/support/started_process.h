@@ -15,7 +15,7 @@ namespace vask_test {
 class started_process {
 public:
     struct options {
-        std::vector<std::string> environment;  // "NAME=value", before the test's own variables
+        std::vector<std::string> environment;  // "NAME=value", in place of the test's own
         std::string argv0;                     // empty for the path
         int standard_output = -1;
     };
