@@ -1,0 +1,220 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
+#include <glib.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "bus/bus_names.h"
+#include "bus/session_bus.h"
+#include "bus_message.h"
+#include "bus_peer.h"
+#include "target.h"
+#include "vask_app_bridge.h"
+
+using vask_fuzz::bus_names;
+using vask_fuzz::bus_peer;
+using vask_fuzz::input;
+using vask_fuzz::require;
+
+namespace {
+
+// Higher than the kernel gives: nobody is waited for, asked to end or killed under these.
+constexpr int pids[] = {5000001, 5000002};
+
+bus_peer* bus = nullptr;
+
+/** A parent whose children are on the bus alone, and which does in its callbacks what the input
+ * says. */
+class parent : public vask_app_bridge {
+public:
+    parent(input& input, std::unique_ptr<parent>& self)
+        : vask_app_bridge("parent", false), m_input(input), m_self(self) {
+        set_child_sig_cb(1, static_cast<child_sig_cb>(&parent::callback));
+        set_auto_send_set_window_type(static_cast<auto_send_set_window_type>(input.below(3)));
+        if (input.flag()) {
+            enable_twins_mode();
+        }
+    }
+
+    void start_child(std::size_t slot) {
+        if (m_child_proxy[slot] == nullptr && (slot == 0 || m_twins_mode)) {
+            // The source stands for the watch of a process; it is dispatched when the process ends.
+            const guint watch = g_timeout_add_seconds_full(
+                G_PRIORITY_DEFAULT, 100000, end_child, new ended_child{this, pids[slot]},
+                [](gpointer ended) { delete static_cast<ended_child*>(ended); });
+            m_watch[slot] = watch;
+            m_child_proxy[slot] = new vask_child_proxy(*this, "child", pids[slot], watch);
+            connect_name_owner_changed();
+        }
+    }
+
+    // It is reaped when its watch is dispatched, and the main loop dispatches that but once.
+    void let_child_end(std::size_t slot) {
+        GSource* const watch = m_child_proxy[slot] != nullptr && m_watch[slot] != 0
+                                   ? g_main_context_find_source_by_id(nullptr, m_watch[slot])
+                                   : nullptr;
+        m_watch[slot] = 0;
+        if (watch != nullptr) {
+            g_source_set_ready_time(watch, 0);
+        }
+    }
+
+    void child_signal(int id, const char* data) override {
+        require(data != nullptr, "a signal has its text");
+        vask_app_bridge::child_signal(id, data);
+    }
+    void child_exit_cb(bool) override { react(); }
+    void child_crash_cb(bool) override { react(); }
+
+private:
+    struct ended_child {
+        parent* bridge;
+        int pid;
+    };
+
+    static gboolean end_child(gpointer data) {
+        const ended_child ended = *static_cast<ended_child*>(data);
+        _child_watch(ended.pid, 0, ended.bridge);
+        return G_SOURCE_REMOVE;
+    }
+
+    void callback(const char*) { react(); }
+
+    // Nothing of this object is touched behind its end.
+    void react() {
+        switch (m_input.below(6)) {
+            case 0:
+                m_self.reset();
+                break;
+            case 1:
+                throw std::runtime_error("thrown");
+            case 2:
+                while (g_main_context_iteration(nullptr, FALSE)) {
+                }
+                break;
+            case 3:
+                terminate_worker();
+                break;
+            case 4:
+                send_cmd(1, nullptr, "from a callback");
+                break;
+            default:
+                break;
+        }
+    }
+
+    input& m_input;
+    std::unique_ptr<parent>& m_self;
+    guint m_watch[2] = {0, 0};
+};
+
+std::string child_name(std::size_t slot) {
+    return vask_object::vask_sprintf(VASK_CHILD_NAME_FORMAT, pids[slot]);
+}
+
+std::string owner(input& input) {
+    constexpr const char* owners[] = {"", ":1.41", ":1.42"};
+    return owners[input.below(3)];
+}
+
+void change_owner(input& input) {
+    const std::size_t slot = input.below(3);
+    const std::string name = slot < 2 ? child_name(slot) : VASK_CHILD_INTERFACE "_";
+    const std::string old_owner = owner(input);
+    bus->send(vask_fuzz::make_owner_change(name, old_owner, owner(input)).get());
+}
+
+// Its owner is what the bus last said, or any other.
+void send_signal(input& input) {
+    const bus_names names = {input.flag() ? ":1.41" : ":1.42", VASK_CHILD_PATH,
+                             VASK_CHILD_INTERFACE, VASK_CHILD_SIGNAL};
+    const unique_bus_message message = vask_fuzz::make_message(names, input);
+    bus->send(message.get());
+}
+
+void send_any(input& input) {
+    const bus_names names = {DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS,
+                             "NameOwnerChanged"};
+    bus->send(vask_fuzz::make_message(names, input).get());
+}
+
+// The answer is a reply or an error, with any values.
+void command_child(parent& parent, input& input) {
+    unique_bus_message answer(
+        dbus_message_new(input.flag() ? DBUS_MESSAGE_TYPE_METHOD_RETURN : DBUS_MESSAGE_TYPE_ERROR));
+    dbus_message_set_sender(answer.get(), ":1.41");
+    if (dbus_message_get_type(answer.get()) == DBUS_MESSAGE_TYPE_ERROR) {
+        dbus_message_set_error_name(answer.get(), DBUS_ERROR_FAILED);
+    }
+    vask_fuzz::append_values(answer.get(), input);
+    bus->answer_with(std::move(answer));
+    std::string reply = "before";
+    std::string argument = input.text();
+    if (!parent.send_cmd(input.byte(), reply, argument)) {
+        require(reply == "before", "a failed command leaves the reply alone");
+    }
+    bus->answer_with(nullptr);
+}
+
+void act(parent& parent, input& input) {
+    switch (input.below(10)) {
+        case 0:
+            parent.start_child(input.below(2));
+            break;
+        case 1:
+            change_owner(input);
+            break;
+        case 2:
+            send_signal(input);
+            break;
+        case 3:
+            send_any(input);
+            break;
+        case 4:
+            command_child(parent, input);
+            break;
+        case 5:
+            parent.send_cmd_no_reply(input.byte(), input.text().c_str());
+            break;
+        case 6:
+            parent.set_window(input.byte(), input.byte(), input.byte(), input.byte(), input.byte());
+            break;
+        case 7:
+            parent.switch_main_worker();
+            break;
+        case 8:
+            parent.let_child_end(input.below(2));
+            break;
+        default:
+            parent.terminate_all_workers();
+            break;
+    }
+}
+
+}  // namespace
+
+void set_up_target() {
+    vask_fuzz::output_of_library::discard();
+    g_log_set_default_handler([](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
+    bus = new bus_peer;
+    // One connection serves all inputs.
+    require(open_session_bus(nullptr).release() != nullptr, "there is a bus");
+}
+
+void run_target(input& input) {
+    std::unique_ptr<parent> bridge;
+    bridge.reset(new parent(input, bridge));
+    bridge->start_child(0);
+    for (int i = 0; i < 16 && input.has_more() && bridge != nullptr; ++i) {
+        act(*bridge, input);
+        if (input.flag()) {
+            bus->settle();
+        }
+    }
+    bus->settle();
+    bridge.reset();
+    bus->settle();
+}

@@ -1,0 +1,48 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
+// Replays files and folders of inputs where there is no fuzzer. The name of each goes to standard
+// error first, so that the last one is the one that ended the process.
+
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void replay(const fs::path& path) {
+    std::fprintf(stderr, "%s\n", path.c_str());
+    std::ifstream file(path, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::set<fs::path> files;
+    for (int i = 1; i < argc; ++i) {
+        if (!fs::is_directory(argv[i])) {
+            files.insert(argv[i]);
+            continue;
+        }
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(argv[i])) {
+            if (entry.is_regular_file()) {
+                files.insert(entry.path());
+            }
+        }
+    }
+    for (const fs::path& path : files) {
+        replay(path);
+    }
+    std::fprintf(stderr, "%zu inputs replayed\n", files.size());
+    return files.empty() ? 1 : 0;
+}
