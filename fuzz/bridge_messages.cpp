@@ -21,6 +21,8 @@ using vask_fuzz::require;
 
 namespace {
 
+constexpr char any_other_name[] = VASK_CHILD_INTERFACE "_";
+
 // Higher than the kernel gives: nobody is waited for, asked to end or killed under these.
 constexpr int pids[] = {5000001, 5000002};
 
@@ -120,11 +122,21 @@ std::string owner(input& input) {
     return owners[input.below(3)];
 }
 
-void change_owner(input& input) {
+std::string any_name(input& input) {
     const std::size_t slot = input.below(3);
-    const std::string name = slot < 2 ? child_name(slot) : VASK_CHILD_INTERFACE "_";
-    const std::string old_owner = owner(input);
-    bus->send(vask_fuzz::make_owner_change(name, old_owner, owner(input)).get());
+    return slot < 2 ? child_name(slot) : any_other_name;
+}
+
+// What a bus tells of owners fits together; the bridge itself relies on less.
+void change_owner(parent& parent, input& input) {
+    const std::string name = any_name(input);
+    const std::string new_owner = owner(input);
+    if (input.flag()) {
+        bus->change_owner(name, new_owner);
+    } else {
+        parent.name_owner_changed(nullptr, name.c_str(), owner(input).c_str(), new_owner.c_str(),
+                                  &parent);
+    }
 }
 
 // Its owner is what the bus last said, or any other.
@@ -136,8 +148,7 @@ void send_signal(input& input) {
 }
 
 void send_any(input& input) {
-    const bus_names names = {DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS,
-                             "NameOwnerChanged"};
+    const bus_names names = {":1.43", DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "NameOwnerChanged"};
     bus->send(vask_fuzz::make_message(names, input).get());
 }
 
@@ -165,7 +176,7 @@ void act(parent& parent, input& input) {
             parent.start_child(input.below(2));
             break;
         case 1:
-            change_owner(input);
+            change_owner(parent, input);
             break;
         case 2:
             send_signal(input);
@@ -216,5 +227,9 @@ void run_target(input& input) {
     }
     bus->settle();
     bridge.reset();
+    for (const std::size_t slot : {0, 1}) {
+        bus->change_owner(child_name(slot), "");
+    }
+    bus->change_owner(any_other_name, "");
     bus->settle();
 }

@@ -3,6 +3,7 @@
 
 #include <glib.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -236,7 +237,9 @@ private:
                     NPVARIANT_TO_STRING(*uri.data()).UTF8Length,
                 "a text is as long as it says");
         char* const directory = instance->anal_base_uri(uri.data());
-        require(directory == nullptr || directory[0] != '\0', "a directory has its slash");
+        require(directory == nullptr ||
+                    strlen(directory) <= NPVARIANT_TO_STRING(*uri.data()).UTF8Length,
+                "a directory is a part of its URI");
         g_free(directory);
         instance->bytes_at_a_time = m_input.byte();
         m_browser.stream_to(npp, "url", m_input.text());

@@ -17,8 +17,9 @@ std::string choose(const std::string& usual, validator is_valid, input& input) {
         return usual;
     }
     const std::string own = input.text();
-    // What the bus library says to itself comes from no bus.
-    const bool is_reserved = own == DBUS_INTERFACE_LOCAL || own == DBUS_PATH_LOCAL;
+    // What the bus library says to itself comes from no bus, and nobody speaks in the bus's name.
+    const bool is_reserved = own == DBUS_INTERFACE_LOCAL || own == DBUS_PATH_LOCAL ||
+                             (is_valid == dbus_validate_bus_name && own == DBUS_SERVICE_DBUS);
     return !is_reserved && is_valid(own.c_str(), nullptr) ? own : usual;
 }
 
@@ -134,17 +135,6 @@ unique_bus_message make_message(const bus_names& usual, input& input) {
             message.get(), choose(DBUS_ERROR_FAILED, dbus_validate_error_name, input).c_str());
     }
     append_values(message.get(), input);
-    return message;
-}
-
-unique_bus_message make_owner_change(const std::string& name, const std::string& old_owner,
-                                     const std::string& new_owner) {
-    unique_bus_message message(
-        dbus_message_new_signal(DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "NameOwnerChanged"));
-    dbus_message_set_sender(message.get(), DBUS_SERVICE_DBUS);
-    const char* texts[] = {name.c_str(), old_owner.c_str(), new_owner.c_str()};
-    dbus_message_append_args(message.get(), DBUS_TYPE_STRING, &texts[0], DBUS_TYPE_STRING,
-                             &texts[1], DBUS_TYPE_STRING, &texts[2], DBUS_TYPE_INVALID);
     return message;
 }
 

@@ -20,12 +20,8 @@ struct bus_names {
 /** Adds up to four values of any types that nest up to three deep. */
 void append_values(DBusMessage* message, input& input);
 
-/** Any message that the bus library lets pass: mostly with those names, and with any values. */
+/** Any message that a bus lets pass: mostly with those names, and with any values. */
 unique_bus_message make_message(const bus_names& usual, input& input);
-
-/** A signal with these texts, as the bus itself sends. */
-unique_bus_message make_owner_change(const std::string& name, const std::string& old_owner,
-                                     const std::string& new_owner);
 
 }  // namespace vask_fuzz
 

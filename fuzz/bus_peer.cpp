@@ -130,16 +130,31 @@ unique_bus_message bus_peer::answer_to_bus_call(DBusMessage* call) {
     unique_bus_message answer(dbus_message_new_method_return(call));
     dbus_message_set_sender(answer.get(), DBUS_SERVICE_DBUS);
     const std::string member = dbus_message_get_member(call);
-    const char* text = member == "Hello" ? name_of_library : "some text";
+    const char* text = name_of_library;
     const dbus_uint32_t number = 1;
     if (member == "RequestName") {
         dbus_message_append_args(answer.get(), DBUS_TYPE_UINT32, &number, DBUS_TYPE_INVALID);
     } else if (member == "GetNameOwner") {
-        answer.reset(dbus_message_new_error(call, DBUS_ERROR_NAME_HAS_NO_OWNER, "nobody"));
-        dbus_message_set_sender(answer.get(), DBUS_SERVICE_DBUS);
+        answer = answer_with_owner(call);
     } else if (member == "Hello" || member == "GetId") {
         dbus_message_append_args(answer.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
     }
+    return answer;
+}
+
+unique_bus_message bus_peer::answer_with_owner(DBusMessage* call) {
+    const char* name = nullptr;
+    dbus_message_get_args(call, nullptr, DBUS_TYPE_STRING, &name, DBUS_TYPE_INVALID);
+    const auto owned = name != nullptr ? m_owners.find(name) : m_owners.end();
+    unique_bus_message answer;
+    if (owned != m_owners.end()) {
+        answer.reset(dbus_message_new_method_return(call));
+        const char* const owner = owned->second.c_str();
+        dbus_message_append_args(answer.get(), DBUS_TYPE_STRING, &owner, DBUS_TYPE_INVALID);
+    } else {
+        answer.reset(dbus_message_new_error(call, DBUS_ERROR_NAME_HAS_NO_OWNER, "nobody"));
+    }
+    dbus_message_set_sender(answer.get(), DBUS_SERVICE_DBUS);
     return answer;
 }
 
@@ -147,6 +162,25 @@ unique_bus_message bus_peer::answer_to_call(DBusMessage* call) {
     return m_answer
                ? unique_bus_message(dbus_message_copy(m_answer.get()))
                : unique_bus_message(dbus_message_new_error(call, DBUS_ERROR_FAILED, "not now"));
+}
+
+void bus_peer::change_owner(const std::string& name, const std::string& owner) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::string before = m_owners[name];
+    m_owners[name] = owner;
+    if (owner.empty()) {
+        m_owners.erase(name);
+    }
+    if (owner == before) {
+        return;
+    }
+    const unique_bus_message message(
+        dbus_message_new_signal(DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "NameOwnerChanged"));
+    dbus_message_set_sender(message.get(), DBUS_SERVICE_DBUS);
+    const char* texts[] = {name.c_str(), before.c_str(), owner.c_str()};
+    dbus_message_append_args(message.get(), DBUS_TYPE_STRING, &texts[0], DBUS_TYPE_STRING,
+                             &texts[1], DBUS_TYPE_STRING, &texts[2], DBUS_TYPE_INVALID);
+    send_locked(message.get());
 }
 
 void bus_peer::answer_with(unique_bus_message answer) {

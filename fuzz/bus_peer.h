@@ -5,6 +5,7 @@
 #define VASK_FUZZ_BUS_PEER_H
 
 #include <atomic>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -28,6 +29,9 @@ public:
     /** Sends a message to the library, from the bus. */
     void send(DBusMessage* message);
 
+    /** Gives a name to another owner, or to none where that is empty, and tells of it. */
+    void change_owner(const std::string& name, const std::string& owner);
+
     /** What every call to somebody else is answered with from now on; null for a failure. */
     void answer_with(unique_bus_message answer);
 
@@ -42,15 +46,17 @@ private:
     void shake_hands(int fd);
     void hear(DBusMessage* message);
     unique_bus_message answer_to_bus_call(DBusMessage* call);
+    unique_bus_message answer_with_owner(DBusMessage* call);
     unique_bus_message answer_to_call(DBusMessage* call);
     void send_locked(DBusMessage* message);
 
     int m_listener;
-    std::mutex m_mutex;  // for the four below
+    std::mutex m_mutex;  // for the five below
     int m_fd = -1;
     dbus_uint32_t m_serial = 0;
     dbus_uint32_t m_question = 0;
     unique_bus_message m_answer;
+    std::map<std::string, std::string> m_owners;
     std::atomic<bool> m_is_settled{false};
     std::thread m_thread;
 };

@@ -499,8 +499,8 @@ public:
      * @param max_count   not below @p init_count; used for nothing else
      * @return a handle for close_named_sem(); null on failure, logged at ERR:
      *         "init_count(N) > max_count(N)" or "Failed to call sem_open(): ERRNO". EINVAL also
-     *         stands for a semaphore that a process of another word size has made, EFBIG for a
-     *         limit of the size of files
+     *         stands for a semaphore that a process of another word size has made or somebody has
+     *         written other bytes to, EFBIG for a limit of the size of files
      */
     static sem_t* create_named_sem(const char* name, int init_count, int max_count);
 

@@ -6,11 +6,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sched.h>
+#include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <array>
+#include <cstdint>
 #include <utility>
 
 #include "foundation/withheld_signal.h"
@@ -42,14 +45,45 @@ timespec monotonic_time_in(int msec) {
     return time;
 }
 
-// Null with errno for a semaphore that could not be opened, or whose file has another size; that
-// one is closed.
-sem_t* refuse_wrong_size(const char* name, sem_t* sem) {
+using sem_words = std::array<std::uint32_t, sizeof(sem_t) / sizeof(std::uint32_t)>;
+
+sem_words make_sem_words(int for_all_processes) {
+    sem_t sem;
+    memset(&sem, 0, sizeof(sem));
+    sem_init(&sem, for_all_processes, 0);
+    sem_words words;
+    memcpy(words.data(), &sem, sizeof(words));
+    return words;
+}
+
+// Beside its count, a semaphore holds for whom it is. The C library passes that on to the kernel,
+// and ends the process when the kernel does not know it: in a file that somebody has written to.
+bool is_for_anybody(const sem_t* sem) {
+    static const sem_words of_one_process = make_sem_words(0);
+    static const sem_words of_all = make_sem_words(1);
+    for (std::size_t i = 0; i < of_all.size(); ++i) {
+        if (of_one_process[i] == of_all[i]) {
+            continue;
+        }
+        std::uint32_t found;
+        memcpy(&found, reinterpret_cast<const char*>(sem) + i * sizeof(found), sizeof(found));
+        if (found != of_one_process[i] && found != of_all[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Null with errno for a semaphore that could not be opened, or whose file has another size or holds
+// none; that one is closed.
+sem_t* refuse_broken(const char* name, sem_t* sem) {
     if (sem == SEM_FAILED) {
         return nullptr;
     }
     struct stat file;
-    if (stat(named_sem_path(name).c_str(), &file) == 0 && !has_right_size(file)) {
+    const bool has_other_size =
+        stat(named_sem_path(name).c_str(), &file) == 0 && !has_right_size(file);
+    if (has_other_size || !is_for_anybody(sem)) {
         sem_close(sem);
         errno = EINVAL;
         return nullptr;
@@ -88,11 +122,11 @@ int take_sem_until(sem_t* sem, const timespec& deadline) {
 sem_t* open_named_sem(const char* name, mode_t mode, unsigned int value) {
     // Making a semaphore writes a file.
     const withheld_signal limit(SIGXFSZ);
-    return refuse_wrong_size(name, sem_open(name, O_CREAT, mode, value));
+    return refuse_broken(name, sem_open(name, O_CREAT, mode, value));
 }
 
 sem_t* open_existing_named_sem(const char* name) {
-    return refuse_wrong_size(name, sem_open(name, 0));
+    return refuse_broken(name, sem_open(name, 0));
 }
 
 bool is_named_sem(const char* name, sem_t* sem) {
@@ -185,9 +219,10 @@ bool tracked_named_sem::open_existing() {
     if (sem == SEM_FAILED) {
         return false;
     }
-    if (!is_file_current()) {
+    const bool is_current = is_file_current();
+    if (!is_current || !is_for_anybody(sem)) {
         sem_close(sem);
-        errno = ENOENT;
+        errno = is_current ? EINVAL : ENOENT;
         return false;
     }
     m_handle = sem;

@@ -15,8 +15,8 @@
 
 // Opens a named semaphore, creating it with the given mode and value if there is none. An existing
 // one keeps its count. Null with errno on failure; EINVAL for a semaphore whose file has another
-// size than this process's semaphores have (emptied, or made by a process of another word size):
-// using it would be fatal, or corrupt it.
+// size than this process's semaphores have (emptied, or made by a process of another word size), or
+// holds no semaphore: using it would be fatal, or corrupt it.
 sem_t* open_named_sem(const char* name, mode_t mode, unsigned int value);
 
 // The same for a semaphore that must exist.

@@ -498,6 +498,14 @@ TEST_F(library_lock_test, Is_not_taken_when_its_file_has_another_size) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+// Given back, it would end the process.
+TEST_F(library_lock_test, Is_not_taken_when_its_file_holds_other_bytes) {
+    std::ofstream(library_lock::path) << std::string(sizeof(sem_t), 'D');
+    EXPECT_FALSE(object.shm_lock());
+    EXPECT_EQ(object.shm_lock_sem, nullptr);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(library_lock_test, Is_not_taken_when_something_else_has_its_name) {
     std::filesystem::create_directory(library_lock::path);
     EXPECT_FALSE(object.shm_lock());

@@ -160,6 +160,13 @@ TEST_F(named_sem, Of_another_size_is_refused) {
     }
 }
 
+// The C library would end the process over them: the one that waits, or the one that gives back.
+TEST_F(named_sem, Whose_file_holds_other_bytes_is_refused) {
+    std::ofstream(path) << std::string(sizeof(sem_t), '\xc0');
+    EXPECT_EQ(vask_object::create_named_sem(name, 1, 1), nullptr);
+    EXPECT_THAT(log.lines(), ElementsAre(failure("Failed to call sem_open(): 22")));
+}
+
 TEST_F(named_sem, May_be_named_with_a_leading_slash) {
     sem_t* sem = vask_object::create_named_sem("/test_sem", 1, 1);
     ASSERT_NE(sem, nullptr);
