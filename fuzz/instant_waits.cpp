@@ -14,7 +14,7 @@
 namespace {
 
 // More than the library waits in a row for anything that ends.
-constexpr int longest_row = 200;
+constexpr int longest_row = 60;
 
 int waits_in_a_row = 0;
 
