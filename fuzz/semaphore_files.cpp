@@ -104,5 +104,5 @@ void run_target(input& input) {
             host.act(input);
         }
     }
-    vask_fuzz::empty_dev_shm();
+    vask_fuzz::remove_shared_files();
 }

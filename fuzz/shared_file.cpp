@@ -47,9 +47,15 @@ void put_shared_file(const std::string& name, input& input) {
     }
 }
 
-void empty_dev_shm() {
+void remove_shared_files() {
     for (const fs::directory_entry& entry : fs::directory_iterator(shm_directory)) {
-        fs::remove_all(entry.path());
+        const std::string name = entry.path().filename();
+        for (const char* beginning : {"vask_", "sem.vask_", "sem.fuzz"}) {
+            if (name.rfind(beginning, 0) == 0) {
+                fs::remove_all(entry.path());
+                break;
+            }
+        }
     }
 }
 

@@ -14,8 +14,8 @@ namespace vask_fuzz {
  * folder, a pipe or a link. What was there stays with those who have it open. */
 void put_shared_file(const std::string& name, input& input);
 
-/** Takes away whatever lies in /dev/shm. */
-void empty_dev_shm();
+/** Takes away what lies in /dev/shm under the library's names and the targets' own. */
+void remove_shared_files();
 
 }  // namespace vask_fuzz
 

@@ -3,6 +3,7 @@
 
 #include <semaphore.h>
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -75,9 +76,9 @@ private:
 
     void map_another(input& input) {
         const std::string name = input.text();
-        unsigned long size = input.number<std::uint32_t>();
+        const std::uint64_t number = input.number<std::uint32_t>();
         // Either can be had, or surely not.
-        size = input.flag() ? size << 40 : size % 100000;
+        const auto size = static_cast<unsigned long>(input.flag() ? number << 40 : number % 100000);
         vask_shm_context* const context =
             vask_shared_info::map_shm(name.c_str(), size, input.flag());
         if (context != nullptr) {
@@ -114,5 +115,5 @@ void run_target(input& input) {
             host.act(input);
         }
     }
-    vask_fuzz::empty_dev_shm();
+    vask_fuzz::remove_shared_files();
 }
