@@ -201,7 +201,7 @@ class Desktop:
             self.tools.discard(tool)
             duration = int((time.monotonic() - begin) * 1e6)
             with open(self.environment["VASK_SOAK_REPORT"], "a", encoding="utf-8") as report:
-                report.write(f"LATENCY tool 1 {duration} {duration} pid {tool.pid}\n")
+                report.write(f"LATENCY tool 1 {duration} {duration} pid {tool.pid} at {int(time.monotonic())}\n")
             self.examine(command[1:], tool.returncode, output.decode(errors="replace"))
 
         threading.Thread(target=run, daemon=True).start()
@@ -245,6 +245,7 @@ class Desktop:
             json.dumps(
                 {
                     "seconds": round(self.seconds(), 1),
+                    "clock": int(time.monotonic()),
                     # Of all that ever ran: who ends leaves his to who has waited for him.
                     "cpu": round(sum(process.cpu for process in everybody.values()), 2),
                     "shared": sorted(os.listdir("/dev/shm")),

@@ -58,7 +58,8 @@ private:
     }
 
     void write_line(const std::string& text) const {
-        const std::string line = text + " pid " + std::to_string(getpid()) + "\n";
+        const std::string line = text + " pid " + std::to_string(getpid()) + " at " +
+                                 std::to_string(now() / G_USEC_PER_SEC) + "\n";
         if (write(m_file, line.data(), line.size()) < 0) {
             std::perror("soak_report");
         }
