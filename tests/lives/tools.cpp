@@ -19,6 +19,11 @@ constexpr int slots = 3;
 
 class tools;
 
+class live_object : public vask_object {
+public:
+    live_object() { obj_name = "live_object"; }
+};
+
 class live_exec : public vask_exec {
 public:
     live_exec(tools& owner, life& its_life, int slot)
@@ -200,14 +205,12 @@ std::vector<operation_kind> tool_steps() {
 
 std::vector<operation_kind> shared_kinds() {
     return {
-        with_object(
-            "register", 3,
-            [](int, int value) {
-                vask_object("live_object").store_pid_to_shm(static_cast<unsigned long>(value));
-            }),
-        with_object(
-            "look_up", 2,
-            [](int, int) { vask_object("live_object").find_stored_pid_from_shm("live_object"); }),
+        with_object("register", 3,
+                    [](int, int value) {
+                        live_object().store_pid_to_shm(static_cast<unsigned long>(value));
+                    }),
+        with_object("look_up", 2,
+                    [](int, int) { live_object().find_stored_pid_from_shm("live_object"); }),
         with_object("rotate", 2,
                     [](int, int value) {
                         vask_object::set_monitor_rotation(
