@@ -54,7 +54,8 @@ const std::vector<operation_kind>& common_kinds();
 const std::vector<operation_kind>& life::kinds() {
     static const std::vector<operation_kind> all = [] {
         std::vector<operation_kind> result = common_kinds();
-        for (const auto kinds_of : {bridge_kinds, socket_kinds, tool_kinds, page_kinds}) {
+        for (const auto kinds_of :
+             {bridge_kinds, socket_kinds, tool_kinds, page_kinds, child_kinds}) {
             const std::vector<operation_kind> more = kinds_of();
             result.insert(result.end(), more.begin(), more.end());
         }
@@ -69,7 +70,7 @@ bool life::knows(const std::string& name) {
 }
 
 int life::families() {
-    return 4;
+    return 5;
 }
 
 const std::vector<operation_kind>& common_kinds() {
@@ -79,9 +80,10 @@ const std::vector<operation_kind>& common_kinds() {
                           [](life& the, int, int value) { the.loop(value * value / 4); }});
         // Each of these belongs to the family that is called so.
         const std::pair<const char*, int> events[] = {
-            {"on_exit", 0},   {"on_crash", 0},    {"on_signal", 0}, {"on_request", 0},
-            {"on_read", 1},   {"on_accepted", 1}, {"on_idle", 2},   {"on_timer", 2},
-            {"on_method", 3}, {"on_page", 3}};
+            {"on_exit", 0},    {"on_crash", 0},    {"on_signal", 0},  {"on_request", 0},
+            {"on_read", 1},    {"on_accepted", 1}, {"on_idle", 2},    {"on_timer", 2},
+            {"on_method", 3},  {"on_page", 3},     {"on_command", 4}, {"on_window", 4},
+            {"on_observed", 4}};
         for (const auto& event : events) {
             const std::string name = event.first;
             result.push_back({name, event.second, 4, [name](life& the, int, int value) {
@@ -98,6 +100,7 @@ life::life() {
     m_families.push_back(make_sockets(*this));
     m_families.push_back(make_tools(*this));
     m_families.push_back(make_pages(*this));
+    m_families.push_back(make_children(*this));
 }
 
 life::~life() = default;
@@ -112,7 +115,10 @@ std::string life::play(const program& steps) {
     }
     end();
     // A worker that has outlived its time-out is reaped when it ends.
-    wait_until([&before] { return leaks_since(before).empty(); }, settling_msec);
+    const gint64 last = g_get_monotonic_time() + settling_msec * 1000;
+    while (!leaks_since(before).empty() && g_get_monotonic_time() < last) {
+        loop(5);
+    }
     return m_blame + complaints_of_glib + leaks_since(before);
 }
 

@@ -97,12 +97,14 @@ std::vector<operation_kind> bridge_kinds();
 std::vector<operation_kind> socket_kinds();
 std::vector<operation_kind> tool_kinds();
 std::vector<operation_kind> page_kinds();
+std::vector<operation_kind> child_kinds();
 
 /** The families' objects, in the same order. */
 std::unique_ptr<family> make_bridges(life& owner);
 std::unique_ptr<family> make_sockets(life& owner);
 std::unique_ptr<family> make_tools(life& owner);
 std::unique_ptr<family> make_pages(life& owner);
+std::unique_ptr<family> make_children(life& owner);
 
 }  // namespace vask_test
 

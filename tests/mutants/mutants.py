@@ -119,11 +119,13 @@ class Workshop:
         if os.path.exists(path):
             with open(path, encoding="utf-8") as file:
                 known = json.load(file)
-        for program in self.programs:
-            if program.name not in known:
-                known[program.name] = self.measure_one(program)
+        missing = [program for program in self.programs if program.name not in known]
+        with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
+            for program, measured in zip(missing, pool.map(self.measure_one, missing)):
+                known[program.name] = measured
                 with open(path, "w", encoding="utf-8") as file:
                     json.dump(known, file, indent=1)
+        for program in self.programs:
             program.seconds, program.left_out = known[program.name]
         self.programs = sorted((p for p in self.programs if p.seconds >= 0), key=lambda p: p.seconds)
 
