@@ -29,6 +29,7 @@ FOLDERS = ["foundation", "bus", "child", "bridge", "controller", "shared_info", 
 # The bus has no tests of its own.
 TESTS_OF = {"bus": ["child", "bridge", "controller"]}
 QUICK_SECONDS = 12
+MOST_MEASUREMENTS = 12
 LEAST_SHARE = 0.95
 
 
@@ -69,6 +70,7 @@ class Workshop:
         self.link = self.ninja_command("src/libvask.so.2.0.0")
         self.programs = [program for program in test_programs() if os.path.exists(self.path_of(program))]
         self.processes = set()
+        self.finds = {}
         self.lock = threading.Lock()
 
     def path_of(self, program):
@@ -94,10 +96,12 @@ class Workshop:
         with open(kept, "rb") as file:
             return pickle.load(file)
 
-    def run(self, program, timeout, *more):
+    def run(self, program, timeout, *more, only=None):
         command = [os.path.join(self.build, "tests/support/sealed_run"), *program.options, "--timeout", str(timeout), "--"]
         command += [self.path_of(program), *more]
-        if program.left_out:
+        if only:
+            command.append("--gtest_filter=" + only)
+        elif program.left_out:
             command.append("--gtest_filter=-" + ":".join(program.left_out))
         with open(os.devnull, "rb") as nothing:
             process = subprocess.Popen(command, stdin=nothing, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
@@ -130,13 +134,17 @@ class Workshop:
         self.programs = sorted((p for p in self.programs if p.seconds >= 0), key=lambda p: p.seconds)
 
     def measure_one(self, program):
-        for _ in range(3):
+        for _ in range(MOST_MEASUREMENTS):
             begin = time.monotonic()
-            status, output = self.run(program, 200, "--gtest_brief=1")
+            status, output = self.run(program, 200)
             if status == 0:
                 return time.monotonic() - begin, program.left_out
-            failed = sorted(set(re.findall(r"\[  FAILED  \] (\S+?)(?:,| \(|$)", output, re.MULTILINE)) - {"1", "2"})
-            program.left_out = sorted(set(program.left_out) | {name for name in failed if "." in name})
+            # Those that have failed, and the one in which the process has ended.
+            guilty = set(re.findall(r"^\[  FAILED  \] (\S+\.\S+?)(?:,| \(|$)", output, re.MULTILINE))
+            guilty.update(re.findall(r"^\[ RUN      \] (\S+)", output, re.MULTILINE)[-1:] if not guilty else [])
+            if not guilty - set(program.left_out):
+                break
+            program.left_out = sorted(guilty.union(program.left_out))
         print(f"{program.name} fails without a fault: it is left out", flush=True)
         return -1, []
 
@@ -179,17 +187,21 @@ class Workshop:
         """The first program that finds the fault, or nothing."""
         found = []
 
-        def try_one(program):
+        def try_one(task):
+            program, only = task
             if not found:
-                status, _ = self.run(program, int(program.seconds * 4) + 20, "--gtest_brief=1", "--gtest_fail_fast")
+                status, _ = self.run(program, int(program.seconds * 4) + 20, "--gtest_brief=1", "--gtest_fail_fast", only=only)
                 if status not in (0, 77) and not found:
                     found.append(program.name)
                     with self.lock:
                         for process in self.processes:
                             process.kill()
 
+        # What cannot share a process with other tests comes last, each in one of its own.
+        tasks = [(program, None) for program in programs]
+        tasks += [(program, only) for program in programs for only in program.left_out]
         with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
-            list(pool.map(try_one, programs))
+            list(pool.map(try_one, tasks))
         return found[0] if found else ""
 
     def try_mutant(self, mutant, thorough):
@@ -197,6 +209,8 @@ class Workshop:
         own = [p for p in self.programs if p.folder in TESTS_OF.get(folder, [folder])]
         others = [p for p in self.programs if p not in own and p.seconds < QUICK_SECONDS]
         programs = own + others if thorough else [p for p in own if p.seconds < QUICK_SECONDS]
+        # Who has found a fault of this source finds the next one, too.
+        programs.sort(key=lambda p: -self.finds.get((mutant.path, p.name), 0))
         object_file = self.object_of(mutant)
         kept = [object_file, self.library, os.path.join(self.build, "src/libvask_internal.a")]
         kept = [path for path in kept if os.path.exists(path)]
@@ -207,7 +221,10 @@ class Workshop:
                 return "no program", ""
             kept += self.relink_internal(programs)
             killer = self.killer(programs)
-            return ("killed", killer) if killer else ("survived", "")
+            if not killer:
+                return "survived", ""
+            self.finds[mutant.path, killer] = self.finds.get((mutant.path, killer), 0) + 1
+            return "killed", killer
         finally:
             for path in kept:
                 os.replace(path + ".kept", path)
