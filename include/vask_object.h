@@ -111,8 +111,9 @@ struct pid_array {
  * for until it has taken nothing for a second: then the rest of the message is dropped, and so is
  * each further message at once until something is taken again. Never print in a signal handler.
  *
- * Threads: the library runs on the thread of the main loop and locks nothing. The first object (or
- * the first static message) has to come before other threads start.
+ * Threads: the library runs on the thread of the main loop. The first object (or the first static
+ * message) has to come before other threads start. After that, messages, texts, files and processes
+ * are for any thread.
  *
  * @since 2.0
  */
@@ -197,12 +198,12 @@ public:
      *         with a line at ERR, when it is exactly 4096 characters long ("The length of input may
      *         be too long.") or cannot be formatted ("Failed to call vsnprintf")
      *
-     * Not reentrant: it formats in one static buffer. vask_snprintf() has another one.
+     * May be called from any thread.
      */
     static std::string vask_sprintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
     /**
-     * The same as vask_sprintf(), with a buffer of its own.
+     * The same as vask_sprintf().
      *
      * @param format  printf format, not null
      * @return as vask_sprintf()

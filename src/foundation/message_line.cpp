@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <limits>
 
@@ -27,8 +28,8 @@ constexpr double longest_wait_msec = 1000;
 
 // Set when a wait was in vain. From then on messages are dropped at once, until something is taken
 // again: a reader who has stopped must not hold the program up for a second with every line.
-// Guarded by stdout's lock.
-bool output_is_stuck = false;
+// Changed under stdout's lock.
+std::atomic<bool> output_is_stuck{false};
 
 // Null when memory runs out: a message throws nothing.
 unique_malloced_text new_room(size_t size) {

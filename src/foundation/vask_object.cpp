@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <iterator>
+#include <mutex>
 
 #include "foundation/log_place.h"
 #include "foundation/message_line.h"
@@ -51,21 +52,30 @@ bool goes_to_syslog() {
     return value != nullptr && strcmp(value, "1") == 0;
 }
 
+// syslog has one identity for the whole process, which another thread's message would change between
+// the three calls.
+void print_to_syslog(const char* name, vask_print_level level, const char* format, va_list args) {
+    static std::mutex turn;
+    const std::lock_guard<std::mutex> lock(turn);
+    openlog(name, LOG_PID | LOG_CONS, LOG_USER);
+    vsyslog(level, format, args);
+    closelog();
+}
+
 // Not inlined, so that a suppressed message costs its caller one comparison and nothing more.
 __attribute__((noinline, cold)) void print_message(const char* name, vask_print_level level,
                                                    const void* address, const char* format,
                                                    va_list args) {
     errno_keeper keeper;
     if (goes_to_syslog()) {
-        openlog(name, LOG_PID | LOG_CONS, LOG_USER);
-        vsyslog(level, format, args);
-        closelog();
+        print_to_syslog(name, level, format, args);
         return;
     }
     print_message_line(header_of(name, level, address), format, args);
 }
 
-std::string format_in_buffer(char* buffer, const char* format, va_list args) {
+std::string format_text(const char* format, va_list args) {
+    char buffer[format_buffer_size];
     const int length = vsnprintf(buffer, format_buffer_size, format, args);
     if (length < 0) {
         vask_object::vask_p("vask_snprintf", VASK_P_ERR, "Failed to call vsnprintf\n");
@@ -200,19 +210,17 @@ const char* vask_object::get_vask_p_level_string(vask_print_level level) {
 }
 
 std::string vask_object::vask_sprintf(const char* format, ...) {
-    static char buffer[format_buffer_size];
     va_list args;
     va_start(args, format);
-    std::string text = format_in_buffer(buffer, format, args);
+    std::string text = format_text(format, args);
     va_end(args);
     return text;
 }
 
 std::string vask_object::vask_snprintf(const char* format, ...) {
-    static char buffer[format_buffer_size];
     va_list args;
     va_start(args, format);
-    std::string text = format_in_buffer(buffer, format, args);
+    std::string text = format_text(format, args);
     va_end(args);
     return text;
 }

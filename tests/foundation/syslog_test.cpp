@@ -9,11 +9,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/log_catcher.h"
@@ -148,6 +150,35 @@ TEST_F(syslog_route, Is_closed_after_each_message) {
     vask_object::vask_p("a", VASK_P_ERR, "x");
     EXPECT_EQ(before.difference(resource_count::take()), "");
     EXPECT_THAT(daemon.datagrams(), testing::SizeIs(1));
+}
+
+// Each thread's text is its object's name.
+TEST_F(syslog_route, Gives_the_messages_of_every_thread_their_own_name) {
+    constexpr int messages = 500;
+    const log_socket daemon;
+    std::atomic<int> unfinished{4};
+    std::vector<std::thread> threads;
+    for (const char* name : {"one", "two", "three", "four"}) {
+        threads.emplace_back([name, &unfinished] {
+            for (int i = 0; i < messages; ++i) {
+                vask_object::vask_p(name, VASK_P_ERR, "%s", name);
+            }
+            --unfinished;
+        });
+    }
+    int mixed = 0;
+    // The daemon's queue is short, and threads wait for it.
+    for (bool is_over = false; !is_over;) {
+        is_over = unfinished == 0;
+        for (const std::string& datagram : daemon.datagrams()) {
+            const std::string text = datagram.substr(datagram.rfind(' ') + 1);
+            mixed += datagram.find(" " + text + "[") == std::string::npos ? 1 : 0;
+        }
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(mixed, 0);
 }
 
 TEST_F(syslog_route, Leaves_errno_alone) {
