@@ -224,5 +224,8 @@ pid_array_writer::result pid_array_writer::put(std::size_t offset, Value value) 
     std::atomic_thread_fence(std::memory_order_release);  // [R2]
     const ssize_t written =
         pwrite(m_object.get(), &value, sizeof(value), static_cast<off_t>(offset));
+    if (written == -1 && errno == EINTR) {
+        return put(offset, value);
+    }
     return written == static_cast<ssize_t>(sizeof(value)) ? result::done : fail(call::ftruncate);
 }

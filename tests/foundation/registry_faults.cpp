@@ -137,6 +137,9 @@ ssize_t pwrite(int fd, const void* bytes, size_t size, off_t offset) {
         if (now.writes_before_failure > 0) {
             --now.writes_before_failure;
         } else if (now.fails("pwrite")) {
+            if (errno == EINTR) {
+                now.failing_call = "";  // the signal has been handled
+            }
             return -1;
         }
         ++seen.pwrite;

@@ -183,3 +183,13 @@ TEST_F(registry_writer_failure, Is_reported_for_the_object_of_a_user_who_lets_no
     EXPECT_THAT(log.lines(),
                 ElementsAre(error("program", "Failed to call shm_open @ store_pid_to_shm")));
 }
+
+TEST_F(registry_writer_failure, Is_not_the_interruption_of_a_single_write) {
+    for (int writes = 0; writes < 6; ++writes) {
+        registry_faults::now.writes_before_failure = writes;
+        registry_faults::now.failing_error = EINTR;
+        EXPECT_TRUE(store_while_failing("pwrite", 5));
+        EXPECT_EQ(registry_object("program").sequence() % 2, 0U);
+    }
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
