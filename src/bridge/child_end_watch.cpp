@@ -96,8 +96,8 @@ void wake_child(int pid) {
 }
 
 void name_child_source(guint source_id, const char* what, int pid) {
-    const std::string name = "vask: child " + std::to_string(pid) + ": " + what;
-    g_source_set_name_by_id(source_id, name.c_str());
+    const unique_g_text name(g_strdup_printf("vask: child %d: %s", pid, what));
+    g_source_set_name_by_id(source_id, name.get());
 }
 
 guint watch_child_end(int pid, GChildWatchFunc callback, void* data) {

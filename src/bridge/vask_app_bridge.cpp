@@ -3,16 +3,20 @@
 
 #include "vask_app_bridge.h"
 
+#include <errno.h>
 #include <glib.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
 
 #include "bridge/child_end_watch.h"
 #include "bridge/vask_app_bridge_state.h"
 #include "bridge/vask_child_proxy_state.h"
 #include "bus/bus_handles.h"
 #include "bus/session_bus.h"
+#include "foundation/scope_exit.h"
 
 namespace {
 
@@ -21,7 +25,8 @@ const char nest_level_variable[] = "VASK_NEST_LV";
 strlist child_environment(const strlist& additions) {
     strlist environment;
     long nest_level = 0;
-    gchar** names = g_listenv();
+    gchar** const names = g_listenv();
+    const scope_exit free_names([names] { g_strfreev(names); });
     for (gchar** name = names; *name != nullptr; ++name) {
         const gchar* value = null_as_empty(g_getenv(*name));
         if (strcmp(*name, nest_level_variable) == 0) {
@@ -30,11 +35,21 @@ strlist child_environment(const strlist& additions) {
             environment.push_back(std::string(*name) + "=" + value);
         }
     }
-    g_strfreev(names);
     environment.insert(environment.end(), additions.begin(), additions.end());
     const int child_level = static_cast<int>(CLAMP(nest_level, INT_MIN, INT_MAX - 1)) + 1;
     environment.push_back(vask_object::vask_sprintf("%s=%d", nest_level_variable, child_level));
     return environment;
+}
+
+void end_at_once(int pid, guint end_watch) {
+    if (end_watch != 0) {
+        g_source_remove(end_watch);
+    }
+    if (!has_been_reaped(pid)) {
+        kill(pid, SIGKILL);
+    }
+    while (waitpid(pid, nullptr, 0) == -1 && errno == EINTR) {
+    }
 }
 
 }  // namespace
@@ -103,7 +118,14 @@ bool vask_app_bridge::spawn_worker(int slot, const strlist& argv, const strlist&
     if (m_child_priority != 0) {
         set_priority(pid, m_child_priority);
     }
-    const guint end_watch = watch_child_end(pid, _child_watch, this);
+    guint end_watch = 0;
+    // Without memory for its proxy nobody would know the child.
+    const scope_exit end_unknown_child([&] {
+        if (m_child_proxy[slot] == nullptr) {
+            end_at_once(pid, end_watch);
+        }
+    });
+    end_watch = watch_child_end(pid, _child_watch, this);
     m_child_proxy[slot] = new vask_child_proxy(*this, obj_name, pid, end_watch);
     return true;
 }

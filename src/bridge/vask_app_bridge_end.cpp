@@ -162,8 +162,9 @@ void vask_app_bridge::_child_watch(int pid, int, void* data) {
         return;
     }
     g_source_remove(child->m_state->end_watch);
-    child->m_state->end_watch =
-        child->m_state->farewell.begin(pid, [=] { bridge->report_end_for_c(child, pid); });
+    // Two pointers are kept without asking for memory, so the end is not lost for want of it.
+    child->m_state->end_watch = child->m_state->farewell.begin(
+        pid, [bridge, child] { bridge->report_end_for_c(child, child->get_pid()); });
 }
 
 // The child with this process id, or null. The id of a twin that has ended may be the other one's

@@ -104,7 +104,7 @@ void vask_child_proxy::bus_destroy() {
 }
 
 void vask_child_proxy::enqueue_cmd(child_cmd_buffer* cmd) {
-    m_state->waiting_cmds.emplace(cmd);
+    m_state->waiting_cmds.push(std::unique_ptr<child_cmd_buffer>(cmd));
 }
 
 child_cmd_buffer* vask_child_proxy::dequeue_cmd() {

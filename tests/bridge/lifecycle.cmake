@@ -67,3 +67,8 @@ vask_add_test(NAME lifecycle_cycles_test BUS TIMEOUT 300 SECONDS 48
     LIBRARIES lifecycle_support
     LABELS bridge
     DEPENDS_ON_PROGRAMS ${lifecycle_programs})
+vask_add_test(NAME lifecycle_memory_test BUS
+    SOURCES lifecycle_memory_test.cpp ../support/counted_memory.cpp
+    LIBRARIES lifecycle_support bridge_test_support
+    LABELS bridge
+    DEPENDS_ON_PROGRAMS bridge_child)
