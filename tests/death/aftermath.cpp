@@ -1,0 +1,88 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
+#include "death/aftermath.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "support/timeout_factor.h"
+
+namespace vask_test {
+
+namespace {
+
+// What a loaded machine may take for an operation that waits for nobody.
+constexpr double slack_sec = 4;
+
+bool is_taken_in_time(const timed_call& call) {
+    return call.seconds <= call.promised + slack_sec * timeout_factor();
+}
+
+bool has_room_for_count(const aftermath& after) {
+    constexpr std::size_t header = 8, entry = 16;
+    return after.registry_count >= 0 &&
+           header + static_cast<std::size_t>(after.registry_count) * entry <= after.registry_size;
+}
+
+// SIGKILL, or any end within a getter's two instructions.
+bool may_strand_record(const aftermath& after) {
+    return after.wanted == fault::sigkill ||
+           (after.wanted == fault::sigterm && after.was_reading_record);
+}
+
+}  // namespace
+
+std::vector<std::string> broken_invariants(const aftermath& after) {
+    std::vector<std::string> broken;
+    const auto demand = [&broken](bool holds, const std::string& what) {
+        if (!holds) {
+            broken.push_back(what);
+        }
+    };
+
+    demand(!after.victim_hangs, "the operation returns");
+    demand(!after.victim_has_died, "the process goes on");
+    demand(after.next_of_victim_works, "the next one of the same process works");
+    for (const timed_call& call : after.calls) {
+        char times[80];
+        snprintf(times, sizeof times, " within %.0f s: it took %.1f", call.promised, call.seconds);
+        demand(is_taken_in_time(call), call.what + times);
+    }
+
+    for (const auto& [key, pid] : after.registered) {
+        const auto found = after.found.find(key);
+        demand(found != after.found.end() && found->second == pid,
+               "the living process registered under " + std::to_string(key) + " is found");
+    }
+    for (const auto& [key, pid] : after.found) {
+        const bool is_known = after.registered.count(key) != 0 || key == 50;
+        demand(is_known, "nobody is found who has not registered: key " + std::to_string(key));
+    }
+    demand(after.next_registration.value_or(true), "the next registration succeeds");
+    demand(after.sequence.value_or(0) % 2 == 0, "the sequence is even");
+    demand(has_room_for_count(after), "the registry has room for its entries");
+    demand(after.library_lock.value_or(1) == 1, "nobody dead holds the library lock");
+
+    demand(after.record_size.value_or(2064) == 2064, "the record is whole or absent");
+    demand(
+        !after.rotation || std::count(after.possible_rotations.begin(),
+                                      after.possible_rotations.end(), *after.rotation) != 0,
+        "the record holds what was stored: it has " + std::to_string(after.rotation.value_or(0)));
+    demand(!after.record_is_stranded || may_strand_record(after),
+           "nobody dead or done holds the record's semaphore");
+
+    demand(after.next_child_is_served.value_or(true), "the next child is met and answers");
+    demand(after.ends_reported == after.ends_expected,
+           "every end of a child is reported once: " + std::to_string(after.ends_reported));
+
+    demand(!after.victim_lives || after.left_behind == after.left_without_fault,
+           "the victim keeps what it keeps without a fault:\n" + after.left_without_fault +
+               "but has:\n" + after.left_behind);
+    for (const std::string& zombie : after.zombies) {
+        demand(false, "no zombie is left: " + zombie);
+    }
+    return broken;
+}
+
+}  // namespace vask_test

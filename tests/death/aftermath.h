@@ -1,0 +1,74 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
+#ifndef VASK_TEST_AFTERMATH_H
+#define VASK_TEST_AFTERMATH_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "death/fault_steps.h"
+
+namespace vask_test {
+
+/** Something that has taken its time, and how long it may take by what the library promises. */
+struct timed_call {
+    std::string what;
+    double seconds;
+    double promised;
+};
+
+/** What others find when a fault has struck a process. What an operation has nothing to do with
+ *  stays empty. */
+struct aftermath {
+    fault wanted = fault::none;
+    bool victim_lives = false;
+    /** An operation that has not returned although nothing stops its process. */
+    bool victim_hangs = false;
+    /** It has ended although nothing has ended it. */
+    bool victim_has_died = false;
+    bool next_of_victim_works = true;
+    /** The victim stood at the two instructions in which a getter may be killed. */
+    bool was_reading_record = false;
+
+    std::vector<timed_call> calls;
+
+    // The registry: the processes that live and have been told that they are registered.
+    std::map<unsigned long, int> registered;
+    std::map<unsigned long, int> found;
+    std::optional<bool> next_registration;
+    std::optional<std::uint32_t> sequence;
+    std::size_t registry_size = 0;
+    std::int32_t registry_count = 0;
+    /** When all have done what they wanted. */
+    std::optional<int> library_lock;
+
+    // The record.
+    std::optional<std::size_t> record_size;
+    std::optional<int> rotation;
+    std::vector<int> possible_rotations;
+    /** Nobody who lives holds the semaphore, and it is taken. */
+    bool record_is_stranded = false;
+
+    // Parent and child.
+    std::optional<bool> next_child_is_served;
+    int ends_reported = 0;
+    int ends_expected = 0;
+
+    // What the victim has at its end, and what it has without a fault. Empty if it is gone.
+    std::string left_behind;
+    std::string left_without_fault;
+    std::vector<std::string> zombies;
+};
+
+/** The invariants of the registry, the library lock, the record, a bridge and a child: those that
+ *  do not hold, in words. */
+std::vector<std::string> broken_invariants(const aftermath& after);
+
+}  // namespace vask_test
+
+#endif
