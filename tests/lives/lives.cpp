@@ -84,7 +84,8 @@ void print_smallest(const program& steps, const life_end& first, unsigned int se
     const life_end last = live(smallest);
     print(last.fault.empty() ? first : last);
     std::printf(
-        "\nIn tests/lives/found_lives_test.cpp:\n\n"
+        "\n"
+        "In tests/lives/found_lives_test.cpp:\n\n"
         "TEST(found_life, Of_seed_%u) {\n"
         "    EXPECT_EQ(fault_of(\"%s\"), \"\");\n"
         "}\n",
