@@ -52,8 +52,8 @@ bool goes_to_syslog() {
     return value != nullptr && strcmp(value, "1") == 0;
 }
 
-// syslog has one identity for the whole process, which another thread's message would change between
-// the three calls.
+// syslog has one identity for the whole process, which another thread's message would change
+// between the three calls.
 void print_to_syslog(const char* name, vask_print_level level, const char* format, va_list args) {
     static std::mutex turn;
     const std::lock_guard<std::mutex> lock(turn);
