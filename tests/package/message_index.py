@@ -41,7 +41,7 @@ BARE_FORMATS = {"%s\\n", "\\n"}
 NOT_MESSAGES = {
     "shared by all processes": "an assertion of the compiler",
     "one for both": "an assertion of the compiler",
-    "vask: child ": "a part of a GLib source's name",
+    "vask: child %d: %s": "a part of a GLib source's name",
     "end by pidfd": "a part of a GLib source's name",
     "end by polling": "a part of a GLib source's name",
     "last signals": "a part of a GLib source's name",
