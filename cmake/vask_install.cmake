@@ -50,15 +50,5 @@ install(EXPORT vask-targets NAMESPACE vask:: DESTINATION ${cmake_package_dir})
 # For a project beside this one: with vask_DIR set to the build directory it needs no installation.
 export(EXPORT vask-targets NAMESPACE vask:: FILE ${CMAKE_CURRENT_BINARY_DIR}/vask-targets.cmake)
 
-# Relative, so that an installation can be moved.
-file(RELATIVE_PATH VASK_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(cmake/vask.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vask.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vask.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-# Nobody moves /usr, and pkg-config knows that compilers search it only when it is called by its name.
-install(CODE "
-    if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
-        set(pc_file \"\$ENV{DESTDIR}/usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig/vask.pc\")
-        file(READ \${pc_file} pc_text)
-        string(REGEX REPLACE \"\nprefix=[^\n]*\" \"\nprefix=/usr\" pc_text \"\${pc_text}\")
-        file(WRITE \${pc_file} \"\${pc_text}\")
-    endif()")
+include(${CMAKE_CURRENT_LIST_DIR}/vask_pkg_config.cmake)
+vask_install_pkg_config_file(vask)

@@ -7,7 +7,7 @@
 #include <ostream>
 #include <stdexcept>
 
-#include "support/timeout_factor.h"
+#include "vask_test/timeout_factor.h"
 
 namespace vask_test {
 

@@ -11,7 +11,7 @@
 
 #include <atomic>
 
-#include "support/process_list.h"
+#include "vask_test/process_list.h"
 
 namespace vask_test {
 

@@ -14,7 +14,7 @@
 #include "bridge/lifecycle_sigterm.h"
 #include "bridge/recording_bridge.h"
 #include "support/log_catcher.h"
-#include "support/process_list.h"
+#include "vask_test/process_list.h"
 
 namespace vask_test {
 

@@ -16,7 +16,7 @@
 #include "support/leak_listener.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
-#include "support/process_list.h"
+#include "vask_test/process_list.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

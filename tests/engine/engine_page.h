@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "support/leak_listener.h"
-#include "support/process_list.h"
+#include "vask_test/process_list.h"
 #include "web_host.h"
 
 namespace vask_test {

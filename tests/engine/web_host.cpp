@@ -14,7 +14,7 @@
 #include <QtWidgets/QApplication>
 #include <cstdio>
 
-#include "support/timeout_factor.h"
+#include "vask_test/timeout_factor.h"
 
 namespace vask_test {
 

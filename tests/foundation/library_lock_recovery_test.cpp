@@ -14,9 +14,9 @@
 #include <thread>
 
 #include "support/library_lock_state.h"
-#include "support/process_list.h"
 #include "support/shown_clock.h"
-#include "support/timeout_factor.h"
+#include "vask_test/process_list.h"
+#include "vask_test/timeout_factor.h"
 
 using namespace vask_test;
 using testing::Each;

@@ -18,7 +18,7 @@
 #include "foundation/registry_member.h"
 #include "support/interpose.h"
 #include "support/sanitizers.h"
-#include "support/timeout_factor.h"
+#include "vask_test/timeout_factor.h"
 
 using namespace vask_test;
 using testing::IsEmpty;

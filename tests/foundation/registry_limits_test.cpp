@@ -22,7 +22,7 @@
 #include "foundation/registry_member.h"
 #include "support/counted_memory.h"
 #include "support/sanitizers.h"
-#include "support/timeout_factor.h"
+#include "vask_test/timeout_factor.h"
 
 using namespace vask_test;
 using testing::Each;

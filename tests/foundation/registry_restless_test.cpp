@@ -9,7 +9,7 @@
 #include <chrono>
 
 #include "foundation/registry_member.h"
-#include "support/timeout_factor.h"
+#include "vask_test/timeout_factor.h"
 
 using namespace vask_test;
 using testing::Each;

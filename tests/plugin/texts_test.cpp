@@ -9,8 +9,8 @@
 #include <string>
 
 #include "support/log_catcher.h"
-#include "support/script_value.h"
 #include "vask_np_base.h"
+#include "vask_test/script_value.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

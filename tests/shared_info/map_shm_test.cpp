@@ -10,9 +10,9 @@
 
 #include "support/forked_process.h"
 #include "support/main_loop.h"
-#include "support/process_list.h"
 #include "support/shared_objects.h"
 #include "vask_object.h"
+#include "vask_test/process_list.h"
 
 using namespace vask_test;
 using testing::Each;

@@ -14,8 +14,8 @@
 #include "support/main_loop.h"
 #include "support/resource_count.h"
 #include "support/source_line.h"
-#include "support/timeout_factor.h"
 #include "vask_socket.h"
+#include "vask_test/timeout_factor.h"
 
 namespace vask_test {
 

@@ -12,7 +12,7 @@
 
 #include "socket_faults.h"
 #include "socket_owners.h"
-#include "support/open_world.h"
+#include "vask_test/world.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -9,7 +9,7 @@
 #include <memory>
 #include <thread>
 
-#include "timeout_factor.h"
+#include "vask_test/timeout_factor.h"
 
 namespace vask_test {
 

@@ -9,7 +9,7 @@
 
 #include <cerrno>
 
-#include "support/open_world.h"
+#include "vask_test/world.h"
 
 namespace vask_test {
 

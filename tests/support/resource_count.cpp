@@ -14,7 +14,7 @@
 #include <cstdlib>
 #include <iterator>
 
-#include "process_list.h"
+#include "vask_test/process_list.h"
 
 namespace vask_test {
 

@@ -18,13 +18,13 @@
 #include "support/library_lock_state.h"
 #include "support/main_loop.h"
 #include "support/named_object.h"
-#include "support/process_list.h"
 #include "support/registry_object.h"
 #include "support/shared_objects.h"
 #include "support/system_call_mark.h"
 #include "support/system_calls.h"
-#include "support/timeout_factor.h"
 #include "vask_object.h"
+#include "vask_test/process_list.h"
+#include "vask_test/timeout_factor.h"
 
 using namespace vask_test;
 using testing::HasSubstr;

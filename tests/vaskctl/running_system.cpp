@@ -14,10 +14,10 @@
 #include "programs/controller_child_commands.h"
 #include "support/forked_process.h"
 #include "support/main_loop.h"
-#include "support/open_world.h"
-#include "support/process_list.h"
 #include "support/registry_object.h"
 #include "support/served_child.h"
+#include "vask_test/process_list.h"
+#include "vask_test/world.h"
 
 namespace vask_test {
 

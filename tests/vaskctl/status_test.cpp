@@ -16,8 +16,8 @@
 #include "support/registry_object.h"
 #include "support/sanitizers.h"
 #include "support/shared_objects.h"
-#include "support/timeout_factor.h"
 #include "vask_object.h"
+#include "vask_test/timeout_factor.h"
 
 using namespace vask_test;
 using testing::HasSubstr;

@@ -12,7 +12,7 @@
 #include "support/registry_object.h"
 #include "support/sanitizers.h"
 #include "support/served_child.h"
-#include "support/timeout_factor.h"
+#include "vask_test/timeout_factor.h"
 
 using namespace vask_test;
 using testing::HasSubstr;

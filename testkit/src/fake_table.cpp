@@ -3,7 +3,7 @@
 
 #include "fake_table.h"
 
-#include "fake_browser.h"
+#include "vask_test/fake_browser.h"
 
 namespace vask_test {
 

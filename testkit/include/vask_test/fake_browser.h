@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "call_place.h"
 #include "npapi/npfunctions.h"
-#include "script_value.h"
+#include "vask_test/call_place.h"
+#include "vask_test/script_value.h"
 
 namespace vask_test {
 

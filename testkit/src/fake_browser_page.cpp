@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "fake_browser.h"
 #include "fake_page_object.h"
+#include "vask_test/fake_browser.h"
 
 namespace vask_test {
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "process_list.h"
+#include "vask_test/process_list.h"
 
 #include <dirent.h>
 #include <unistd.h>

@@ -6,7 +6,7 @@
 
 #include <map>
 
-#include "fake_browser.h"
+#include "vask_test/fake_browser.h"
 
 namespace vask_test {
 

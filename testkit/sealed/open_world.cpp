@@ -14,6 +14,7 @@
 #include <filesystem>
 
 #include "private_world.h"
+#include "vask_test/world.h"
 
 namespace fs = std::filesystem;
 

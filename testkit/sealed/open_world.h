@@ -4,22 +4,10 @@
 #ifndef VASK_TEST_OPEN_WORLD_H
 #define VASK_TEST_OPEN_WORLD_H
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 namespace vask_test {
-
-/** Set for programs that run in an open world. */
-constexpr const char* open_world_variable = "VASK_TEST_OPEN_WORLD";
-
-/**
- * Whether this test meets the machine's own processes, network and files, because the machine
- * allows nothing else. What would disturb them, or be disturbed by them, is skipped then.
- */
-inline bool is_in_open_world() {
-    return std::getenv(open_world_variable) != nullptr;
-}
 
 /**
  * Where the machine allows no private world: its tests run one after the other, over all users, in

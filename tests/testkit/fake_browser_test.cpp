@@ -3,7 +3,7 @@
 
 // The fake browser notices what would crash a real one, and knows which references are still held.
 
-#include "fake_browser.h"
+#include "vask_test/fake_browser.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "script_value.h"
+#include "vask_test/script_value.h"
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "fake_browser.h"
+#include "vask_test/fake_browser.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "call_place.h"
+#include "vask_test/call_place.h"
 
 #include <dlfcn.h>
 #include <execinfo.h>

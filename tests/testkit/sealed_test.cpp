@@ -18,9 +18,9 @@
 #include <vector>
 
 #include "support/main_loop.h"
-#include "support/open_world.h"
-#include "support/process_list.h"
 #include "support/resource_count.h"
+#include "vask_test/process_list.h"
+#include "vask_test/world.h"
 
 using namespace vask_test;
 using testing::AllOf;
@@ -38,7 +38,7 @@ public:
         for (const char* word : wrapper) {
             argv.push_back(const_cast<char*>(word));
         }
-        argv.push_back(const_cast<char*>(VASK_TEST_SEALED_RUN));
+        argv.push_back(const_cast<char*>(VASK_TEST_SEALED));
         for (const std::string& argument : arguments) {
             argv.push_back(const_cast<char*>(argument.c_str()));
         }
@@ -166,61 +166,61 @@ std::vector<std::string> commands_containing(const std::string& text) {
 
 }  // namespace
 
-TEST(sealed_run, Passes_the_exit_status_through) {
+TEST(sealed, Passes_the_exit_status_through) {
     EXPECT_EQ(run_shell("exit 0").status, 0);
     EXPECT_EQ(run_shell("exit 7").status, 7);
     EXPECT_EQ(run_shell("kill -KILL $$").status, 128 + SIGKILL);
     EXPECT_EQ(run_shell("kill -ABRT $$").status, 128 + SIGABRT);
 }
 
-TEST(sealed_run, Passes_input_and_arguments_through) {
+TEST(sealed, Passes_input_and_arguments_through) {
     sealed_program program({"cat", "-", "/dev/null"});
     EXPECT_EQ(program.finish(), 0);
     EXPECT_EQ(run_shell("echo out; echo err >&2").output, "out\nerr\n");
 }
 
-TEST(sealed_run, Reports_a_missing_program) {
+TEST(sealed, Reports_a_missing_program) {
     sealed_program program({"--", "/nonexistent/program"});
     EXPECT_EQ(program.finish(), 127);
     EXPECT_THAT(program.rest(), HasSubstr("/nonexistent/program"));
 }
 
-TEST(sealed_run, Stops_a_program_that_does_not_end) {
+TEST(sealed, Stops_a_program_that_does_not_end) {
     const outcome result = run_shell("sleep 1000; true", {"--timeout", "0.3"});
     EXPECT_EQ(result.status, 124);
     EXPECT_THAT(result.output, AllOf(HasSubstr("no end after"), HasSubstr("sleep 1000")));
 }
 
-TEST(sealed_run, Lets_the_program_act_on_the_timeout) {
+TEST(sealed, Lets_the_program_act_on_the_timeout) {
     const outcome result = run_shell("trap 'echo aborted; exit' ABRT; while :; do sleep 0.01; done",
                                      {"--timeout", "0.3"});
     EXPECT_EQ(result.status, 124);
     EXPECT_THAT(result.output, HasSubstr("\naborted\n"));
 }
 
-TEST(sealed_run, Fails_for_processes_left_behind) {
+TEST(sealed, Fails_for_processes_left_behind) {
     const outcome result = run_shell("sleep 1000 & exit 0");
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.output, AllOf(HasSubstr("process left behind"), HasSubstr("sleep 1000")));
 }
 
-TEST(sealed_run, Waits_for_processes_that_are_about_to_end) {
+TEST(sealed, Waits_for_processes_that_are_about_to_end) {
     EXPECT_EQ(run_shell("sleep 0.2 & exit 0").status, 0);
     EXPECT_EQ(run_shell("(sleep 0.1 & exec sleep 0.2) & exit 3").status, 3);
 }
 
-TEST(sealed_run, Fails_for_shared_memory_left_behind) {
+TEST(sealed, Fails_for_shared_memory_left_behind) {
     const outcome result = run_shell("touch /dev/shm/forgotten");
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.output, HasSubstr("/dev/shm/forgotten"));
     EXPECT_EQ(run_shell("touch /dev/shm/forgotten; exit 5").status, 5);
 }
 
-TEST(sealed_run, Accepts_shared_memory_that_may_be_left_behind) {
+TEST(sealed, Accepts_shared_memory_that_may_be_left_behind) {
     EXPECT_EQ(run_shell("touch /dev/shm/kept", {"--may-leave-shared-memory"}).status, 0);
 }
 
-TEST(sealed_run, Dies_as_a_whole) {
+TEST(sealed, Dies_as_a_whole) {
     sealed_program program({"--bus", "--", "sh", "-c", "echo started; exec sleep 4321"});
     EXPECT_EQ(program.read_line(), "started");
     EXPECT_THAT(commands_containing("sleep 4321"), testing::Not(IsEmpty()));
@@ -229,7 +229,7 @@ TEST(sealed_run, Dies_as_a_whole) {
     EXPECT_TRUE(wait_until_without_loop([] { return commands_containing("sleep 4321").empty(); }));
 }
 
-TEST(sealed_run, Starts_with_empty_shared_memory_and_directories) {
+TEST(sealed, Starts_with_empty_shared_memory_and_directories) {
     if (is_in_open_world()) {
         GTEST_SKIP() << "no private /dev/shm";
     }
@@ -239,7 +239,7 @@ TEST(sealed_run, Starts_with_empty_shared_memory_and_directories) {
     EXPECT_EQ(run_shell("touch $TMPDIR/x $XDG_RUNTIME_DIR/x").status, 0);
 }
 
-TEST(sealed_run, Reaches_no_bus_unless_asked_for) {
+TEST(sealed, Reaches_no_bus_unless_asked_for) {
     DBusError error = DBUS_ERROR_INIT;
     for (DBusBusType type : {DBUS_BUS_SESSION, DBUS_BUS_SYSTEM}) {
         EXPECT_EQ(dbus_bus_get_private(type, &error), nullptr);
@@ -248,7 +248,7 @@ TEST(sealed_run, Reaches_no_bus_unless_asked_for) {
     EXPECT_EQ(getenv("DISPLAY"), nullptr);
 }
 
-TEST(sealed_run, Cleans_the_environment) {
+TEST(sealed, Cleans_the_environment) {
     for (const char* name :
          {"VASK_MSG_LV", "VASK_MSG_FLAGS", "VASK_SYSLOG", "VASK_NEST_LV", "VASK_TEST_ANYTHING"}) {
         setenv(name, "1", 1);
@@ -257,7 +257,7 @@ TEST(sealed_run, Cleans_the_environment) {
               "VASK_TEST_ANYTHING=1\n");
 }
 
-TEST(sealed_run, Runs_displays_in_parallel) {
+TEST(sealed, Runs_displays_in_parallel) {
     const std::string probe = std::string(VASK_TEST_PROGRAM_DIR) + "/display_probe";
     sealed_program first({"--display", "--bus", "--", probe});
     sealed_program second({"--display", "--bus", "--", probe});
@@ -267,7 +267,7 @@ TEST(sealed_run, Runs_displays_in_parallel) {
     EXPECT_EQ(second.finish(), 0) << second.rest();
 }
 
-TEST(sealed_run, Keeps_the_keymap_of_its_display_to_itself) {
+TEST(sealed, Keeps_the_keymap_of_its_display_to_itself) {
     if (is_in_open_world()) {
         GTEST_SKIP() << "no private mounts";
     }

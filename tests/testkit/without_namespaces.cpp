@@ -10,7 +10,7 @@
 
 #include <initializer_list>
 
-#include "refused_call.h"
+#include "support/refused_call.h"
 
 int main(int argc, char** argv) {
     if (argc < 2) {

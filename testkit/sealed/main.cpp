@@ -20,8 +20,8 @@
 #include "open_world.h"
 #include "private_servers.h"
 #include "private_world.h"
-#include "process_list.h"
-#include "timeout_factor.h"
+#include "vask_test/process_list.h"
+#include "vask_test/timeout_factor.h"
 
 using namespace vask_test;
 
@@ -51,7 +51,7 @@ struct options {
 };
 
 void complain(const std::string& text) {
-    std::fprintf(stderr, "sealed_run: %s\n", text.c_str());
+    std::fprintf(stderr, "vask-sealed: %s\n", text.c_str());
 }
 
 bool parse(int argc, char** argv, options* result) {
@@ -394,8 +394,9 @@ int main(int argc, char** argv) {
     options wanted;
     if (!parse(argc, argv, &wanted)) {
         complain(
-            "usage: sealed_run [--bus] [--display] [--may-leave-shared-memory] [--timeout SECONDS] "
-            "[--] program args...\n       sealed_run --tell");
+            "usage: vask-sealed [--bus] [--display] [--may-leave-shared-memory] [--timeout "
+            "SECONDS] "
+            "[--] program args...\n       vask-sealed --tell");
         return usage;
     }
     close_range(3, ~0U, 0);

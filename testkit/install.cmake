@@ -1,0 +1,18 @@
+# SPDX-FileCopyrightText: 2026 The libvask authors
+# SPDX-License-Identifier: MIT
+
+# The test kit as a part of its own: the component "test" of the CMake package, and vask-test.pc.
+
+install(TARGETS vask_test vask_sealed EXPORT vask-test-targets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY include/vask_test DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN *.h)
+
+set(vask_test_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vask)
+install(EXPORT vask-test-targets NAMESPACE vask:: DESTINATION ${vask_test_package_dir})
+export(EXPORT vask-test-targets NAMESPACE vask::
+    FILE ${PROJECT_BINARY_DIR}/vask-test-targets.cmake)
+
+include(${PROJECT_SOURCE_DIR}/cmake/vask_pkg_config.cmake)
+vask_install_pkg_config_file(vask-test)
