@@ -5,15 +5,14 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 
-#include "private_world.h"
 #include "vask_test/world.h"
 
 namespace fs = std::filesystem;
@@ -28,13 +27,16 @@ std::string failure(const std::string& what) {
     return what + ": " + std::strerror(errno);
 }
 
-bool is_of_library(const std::string& name) {
-    return name.rfind("vask_", 0) == 0 || name.rfind("sem.vask_", 0) == 0;
-}
-
-bool is_mine(const fs::path& path) {
-    struct stat info;
-    return lstat(path.c_str(), &info) == 0 && info.st_uid == geteuid();
+std::vector<std::string> names_of_library() {
+    std::vector<std::string> names;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(shm, ignored)) {
+        const std::string name = entry.path().filename();
+        if (name.rfind("vask_", 0) == 0 || name.rfind("sem.vask_", 0) == 0) {
+            names.push_back(name);
+        }
+    }
+    return names;
 }
 
 }  // namespace
@@ -45,8 +47,8 @@ open_world::~open_world() {
         fs::remove_all(m_directory, ignored);
     }
     if (m_has_begun) {
-        for (const std::string& name : new_objects()) {
-            fs::remove_all(shm / name, ignored);
+        for (const shared_thing& thing : new_things()) {
+            remove(thing);
         }
     }
     if (m_turn >= 0) {
@@ -79,19 +81,16 @@ std::string open_world::enter() {
         }
         setenv(open_world_variable, "1", 1);
     }
-    m_old_objects = shared_objects();
+    m_old_things = list_shared_things(owners::this_user);
     m_has_begun = true;
     return "";
 }
 
-std::vector<std::string> open_world::new_objects() const {
-    std::vector<std::string> result;
-    for (const std::string& name : shared_objects()) {
-        if (is_mine(shm / name) &&
-            !std::binary_search(m_old_objects.begin(), m_old_objects.end(), name)) {
-            result.push_back(name);
-        }
-    }
+std::vector<shared_thing> open_world::new_things() const {
+    const std::vector<shared_thing> things = list_shared_things(owners::this_user);
+    std::vector<shared_thing> result;
+    std::set_difference(things.begin(), things.end(), m_old_things.begin(), m_old_things.end(),
+                        std::back_inserter(result));
     return result;
 }
 
@@ -102,10 +101,8 @@ std::string open_world::put_aside() {
     if (error) {
         return m_aside + ": " + error.message();
     }
-    for (const std::string& name : shared_objects()) {
-        if (!is_of_library(name)) {
-            continue;
-        }
+    // Of other users as well: the library would open them.
+    for (const std::string& name : names_of_library()) {
         // After a run that was killed, its test has left these, and what was there is still aside.
         // In a directory with the sticky bit only its owner can move or remove a file.
         if (is_first) {

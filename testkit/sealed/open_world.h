@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "shared_names.h"
+
 namespace vask_test {
 
 /**
@@ -25,8 +27,8 @@ public:
     /** Waits for its turn. Returns "" or what did not work. */
     std::string enter();
     const std::string& directory() const { return m_directory; }
-    /** What lies in /dev/shm and did not before. */
-    std::vector<std::string> new_objects() const;
+    /** What this user's processes share and did not before. */
+    std::vector<shared_thing> new_things() const;
 
 private:
     std::string put_aside();
@@ -36,7 +38,7 @@ private:
     bool m_has_begun = false;
     std::string m_directory;
     std::string m_aside;
-    std::vector<std::string> m_old_objects;
+    std::vector<shared_thing> m_old_things;
 };
 
 }  // namespace vask_test

@@ -39,6 +39,14 @@ const char bus_configuration[] = R"(
 </busconfig>
 )";
 
+void write_to_log(const std::string& path) {
+    const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int log = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    dup2(null, STDIN_FILENO);
+    dup2(log, STDOUT_FILENO);
+    dup2(log, STDERR_FILENO);
+}
+
 }  // namespace
 
 void exec_or_exit(const std::vector<std::string>& command) {
@@ -53,24 +61,14 @@ void exec_or_exit(const std::vector<std::string>& command) {
 }
 
 pid_t spawn(const std::vector<std::string>& command, const sigset_t& mask,
-            const std::string& log_path, int inherited_fd) {
+            const std::function<void()>& prepare) {
     const pid_t pid = fork();
     if (pid != 0) {
         return pid;
     }
-
     setsid();
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (!log_path.empty()) {
-        const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        const int log = open(log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-        dup2(null, STDIN_FILENO);
-        dup2(log, STDOUT_FILENO);
-        dup2(log, STDERR_FILENO);
-    }
-    if (inherited_fd >= 0) {
-        fcntl(inherited_fd, F_SETFD, 0);
-    }
+    prepare();
     sigprocmask(SIG_SETMASK, &mask, nullptr);
     exec_or_exit(command);
     return -1;
@@ -104,7 +102,10 @@ void private_server::start(const std::string& name, std::vector<std::string> com
         command.push_back(fd);
     }
     m_log_path = m_directory + "/" + name + ".log";
-    m_pid = spawn(command, mask, m_log_path, ends[1]);
+    m_pid = spawn(command, mask, [&] {
+        write_to_log(m_log_path);
+        fcntl(ends[1], F_SETFD, 0);
+    });
     close(ends[1]);
     m_announcement = ends[0];
 }

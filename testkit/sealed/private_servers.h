@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,9 +17,9 @@ namespace vask_test {
 void exec_or_exit(const std::vector<std::string>& command);
 
 /** Starts a program in a session of its own, with the signal mask given. It ends with its starter.
- */
+ *  The function runs in it first. */
 pid_t spawn(const std::vector<std::string>& command, const sigset_t& mask,
-            const std::string& log_path = "", int inherited_fd = -1);
+            const std::function<void()>& prepare);
 
 /** A server that announces on a pipe where it can be reached, once it can be. */
 class private_server {

@@ -15,13 +15,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <vector>
 
 namespace vask_test {
 
@@ -229,23 +229,6 @@ void seal_environment(const std::string& directory) {
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
     setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
     setenv("TMPDIR", temporary.c_str(), 1);
-}
-
-std::vector<std::string> shared_objects() {
-    std::vector<std::string> names;
-    DIR* directory = opendir("/dev/shm");
-    if (!directory) {
-        return names;
-    }
-    while (const dirent* entry = readdir(directory)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..") {
-            names.push_back(name);
-        }
-    }
-    closedir(directory);
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 }  // namespace vask_test

@@ -5,7 +5,6 @@
 #define VASK_TEST_PRIVATE_WORLD_H
 
 #include <string>
-#include <vector>
 
 namespace vask_test {
 
@@ -24,9 +23,6 @@ std::string mount_private_proc();
 
 /** Creates the directory and points the environment into it, away from the machine. */
 void seal_environment(const std::string& directory);
-
-/** What lies in /dev/shm. */
-std::vector<std::string> shared_objects();
 
 }  // namespace vask_test
 

@@ -8,28 +8,13 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <sstream>
+
+#include "file_text.h"
 
 namespace vask_test {
 
 namespace {
-
-// Does not use streams: they throw when the process ends between opening and reading.
-std::string contents(const std::string& path) {
-    std::string result;
-    std::FILE* file = std::fopen(path.c_str(), "re");
-    if (!file) {
-        return result;
-    }
-    char buffer[4096];
-    size_t length;
-    while ((length = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
-        result.append(buffer, length);
-    }
-    std::fclose(file);
-    return result;
-}
 
 std::string one_line(std::string text) {
     for (char& c : text) {
@@ -70,10 +55,10 @@ std::vector<process_entry> list_processes() {
         const std::string path = std::string("/proc/") + entry->d_name;
         process_entry process;
         process.pid = std::stoi(entry->d_name);
-        if (!parse_stat(contents(path + "/stat"), &process)) {
+        if (!parse_stat(file_text(path + "/stat"), &process)) {
             continue;
         }
-        const std::string arguments = one_line(contents(path + "/cmdline"));
+        const std::string arguments = one_line(file_text(path + "/cmdline"));
         if (!arguments.empty()) {
             process.command = arguments;
         }
@@ -112,11 +97,11 @@ pid_t bus_daemon() {
 
 std::string kernel_position(pid_t pid) {
     const std::string path = "/proc/" + std::to_string(pid);
-    const std::string stack = one_line(contents(path + "/stack"));
+    const std::string stack = one_line(file_text(path + "/stack"));
     if (!stack.empty()) {
         return stack;
     }
-    const std::string channel = one_line(contents(path + "/wchan"));
+    const std::string channel = one_line(file_text(path + "/wchan"));
     return channel == "0" ? "" : channel;
 }
 

@@ -29,8 +29,11 @@ fi
 }
 expect vask_version.h "$(sed -n 's/^#define VASK_VERSION "\(.*\)"/\1/p' "$build/include/vask_version.h")" \
     "$version"
-expect vaskctl.1 \
-    "$(sed -n 's/^\.TH VASKCTL 1 .*"vask \([0-9.]*\)".*/\1/p' "$sources/tools/vaskctl/vaskctl.1")" "$version"
+for page in vaskctl:tools/vaskctl vask-sealed:testkit/sealed; do
+    name=${page%:*}
+    expect "$name.1" "$(sed -n 's/^\.TH .* 1 .*"vask \([0-9.]*\)".*/\1/p' "$sources/${page#*:}/$name.1")" \
+        "$version"
+done
 expect vask.pc "$(sed -n 's/^Version: //p' "$build/vask.pc")" "$version"
 expect vask-config-version.cmake \
     "$(sed -n 's/^set(PACKAGE_VERSION "\(.*\)")/\1/p' "$build/vask-config-version.cmake")" "$version"

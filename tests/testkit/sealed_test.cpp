@@ -8,9 +8,11 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -26,6 +28,7 @@ using namespace vask_test;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 namespace {
 
@@ -77,7 +80,15 @@ public:
         return poll(&output, 1, msec) > 0;
     }
 
+    /** The next line of the program's own. */
     std::string read_line() {
+        std::string line;
+        while ((line = read_any_line()).rfind("vask-sealed: ", 0) == 0) {
+        }
+        return line;
+    }
+
+    std::string read_any_line() {
         char c;
         std::string text;
         while (read(m_output, &c, 1) == 1 && c != '\n') {
@@ -122,12 +133,61 @@ outcome run_shell(const std::string& script, std::vector<std::string> arguments 
     return {status, program.rest()};
 }
 
+/** An ordinary user without a name. */
+const std::vector<const char*> as_nobody = {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534",
+                                            "--clear-groups"};
+
+const std::string announcement =
+    "vask-sealed: no world of its own: no private namespaces: Operation not permitted\n"
+    "vask-sealed: the program sees the machine's processes, network, /tmp and /dev/shm; such runs "
+    "go one after the other\n";
+
 /** As in a container in which nobody may make a namespace. */
 const std::vector<const char*> without_namespaces = {VASK_TEST_WITHOUT_NAMESPACES};
 
+/** Without the two lines that say so. */
 outcome run_openly(const std::string& script, const std::vector<std::string>& arguments = {}) {
-    return run_shell(script, arguments, without_namespaces);
+    outcome result = run_shell(script, arguments, without_namespaces);
+    EXPECT_THAT(result.output, StartsWith(announcement));
+    result.output.erase(0, std::min(announcement.size(), result.output.size()));
+    return result;
 }
+
+/** A world that is kept after a failure. */
+class kept_world {
+public:
+    explicit kept_world(const std::vector<std::string>& arguments,
+                        const std::vector<const char*>& wrapper = {})
+        : m_program(arguments, wrapper) {
+        const std::string words = "vask-sealed --enter ";
+        for (std::string line; m_keeper.empty() && !(line = m_program.read_any_line()).empty();) {
+            m_told += line + "\n";
+            const std::size_t place = line.find(words);
+            if (place != std::string::npos) {
+                m_keeper = std::to_string(std::atoi(line.c_str() + place + words.size()));
+            }
+        }
+    }
+
+    const std::string& told() const { return m_told; }
+
+    outcome run(const std::string& script) const {
+        sealed_program program({"--enter", m_keeper, "--", "sh", "-c", script});
+        const int status = program.finish();
+        return {status, program.rest()};
+    }
+
+    /** Returns the status of the run. */
+    int end() {
+        kill(std::stoi(m_keeper), SIGTERM);
+        return m_program.finish();
+    }
+
+private:
+    sealed_program m_program;
+    std::string m_keeper;
+    std::string m_told;
+};
 
 /** Names in the world of this test what the runner has to put aside in its own. */
 class open_run : public testing::Test {
@@ -182,7 +242,7 @@ TEST(sealed, Passes_input_and_arguments_through) {
 TEST(sealed, Reports_a_missing_program) {
     sealed_program program({"--", "/nonexistent/program"});
     EXPECT_EQ(program.finish(), 127);
-    EXPECT_THAT(program.rest(), HasSubstr("/nonexistent/program"));
+    EXPECT_EQ(program.rest(), "/nonexistent/program: No such file or directory\n");
 }
 
 TEST(sealed, Stops_a_program_that_does_not_end) {
@@ -209,6 +269,93 @@ TEST(sealed, Waits_for_processes_that_are_about_to_end) {
     EXPECT_EQ(run_shell("(sleep 0.1 & exec sleep 0.2) & exit 3").status, 3);
 }
 
+TEST(sealed, Fails_for_a_descriptor_left_behind) {
+    const outcome result = run_shell("exec 9</etc/passwd; exit 0");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output,
+              "vask-sealed: descriptor left behind: 9 -> /etc/passwd\n"
+              "vask-sealed: left behind: descriptors: 1\n");
+    EXPECT_EQ(run_shell("exec 9</etc/passwd; exit 5").status, 5);
+}
+
+TEST(sealed, Fails_for_a_pipe_and_a_socket_left_behind) {
+    sealed_program program({"--", "python3", "-c",
+                            "import os, socket; os.pipe(); s = socket.socket(); "
+                            "s.bind(('127.0.0.1', 0)); os._exit(0)"});
+    EXPECT_EQ(program.finish(), 1);
+    EXPECT_THAT(program.rest(), AllOf(HasSubstr("-> pipe:["), HasSubstr("-> socket:["),
+                                      HasSubstr("descriptors: 3\n")));
+}
+
+TEST(sealed, Does_not_count_the_descriptors_of_other_processes) {
+    EXPECT_EQ(run_shell("sh -c 'exec 9</etc/passwd; exit 0'; true").output, "");
+}
+
+TEST(sealed, Does_not_count_what_libraries_keep_until_the_end) {
+    // The worker of the main loop, and a connection to the bus.
+    EXPECT_EQ(run_shell("exec gdbus call --session --dest org.freedesktop.DBus --object-path / "
+                        "--method org.freedesktop.DBus.GetId >/dev/null",
+                        {"--bus"})
+                  .output,
+              "");
+}
+
+TEST(sealed, Does_not_count_the_script_that_a_shell_runs) {
+    EXPECT_EQ(run_shell("echo exit 0 >$TMPDIR/script; cd $TMPDIR; exec sh ./script").output, "");
+}
+
+TEST(sealed, Says_when_it_cannot_count_descriptors) {
+    // One of them watches already.
+    const outcome result = run_shell(VASK_TEST_SEALED " true; true");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "vask-sealed: descriptors are not counted: Device or resource busy\n");
+}
+
+TEST(sealed, Says_when_a_program_ends_unseen) {
+    sealed_program program(
+        {"--", "python3", "-c",
+         "import ctypes; ctypes.CDLL(None).syscall(" + std::to_string(SYS_exit) + ", 0)"});
+    EXPECT_EQ(program.finish(), 0);
+    EXPECT_EQ(program.rest(),
+              "vask-sealed: descriptors are not counted: nobody saw the program end\n");
+}
+
+TEST(sealed, Lets_programs_go_that_it_watches_when_they_end_in_a_crowd) {
+    EXPECT_EQ(run_shell("for i in 1 2 3 4 5 6 7 8 9; do sh -c 'exit 0' & done; wait").status, 0);
+}
+
+TEST(sealed, Fails_for_semaphores_left_behind) {
+    const outcome result = run_shell("touch /dev/shm/sem.forgotten");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, HasSubstr("semaphore left behind: /dev/shm/sem.forgotten\n"));
+}
+
+TEST(sealed, Fails_for_System_V_objects_left_behind) {
+    const outcome result = run_shell("ipcmk -M 100 >/dev/null && ipcmk -S 1 >/dev/null");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, AllOf(HasSubstr("shared object left behind: System V segment "),
+                                     HasSubstr("semaphore left behind: System V semaphores ")));
+}
+
+TEST(sealed, Names_the_bus_names_of_processes_left_behind) {
+    const outcome result = run_shell(VASK_TEST_PROGRAM_DIR
+                                     "/child_plain >/dev/null & exec gdbus wait --session "
+                                     "com.example.vask.Child_$!",
+                                     {"--bus"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, testing::ContainsRegex("bus name left behind: "
+                                                      "com.example.vask.Child_[0-9]+ of process "));
+    EXPECT_THAT(result.output, HasSubstr("left behind: processes: 1, bus-names: 1\n"));
+}
+
+TEST(sealed, Sums_up_what_is_left_behind) {
+    EXPECT_THAT(run_shell("sleep 1000 & exec 9</etc/passwd; touch /dev/shm/a /dev/shm/b "
+                          "/dev/shm/sem.c; exit 0")
+                    .output,
+                HasSubstr("\nvask-sealed: left behind: processes: 1, descriptors: 1, "
+                          "shared-objects: 2, semaphores: 1\n"));
+}
+
 TEST(sealed, Fails_for_shared_memory_left_behind) {
     const outcome result = run_shell("touch /dev/shm/forgotten");
     EXPECT_EQ(result.status, 1);
@@ -216,8 +363,100 @@ TEST(sealed, Fails_for_shared_memory_left_behind) {
     EXPECT_EQ(run_shell("touch /dev/shm/forgotten; exit 5").status, 5);
 }
 
-TEST(sealed, Accepts_shared_memory_that_may_be_left_behind) {
-    EXPECT_EQ(run_shell("touch /dev/shm/kept", {"--may-leave-shared-memory"}).status, 0);
+TEST(sealed, Accepts_kinds_of_things_that_may_be_left_behind) {
+    EXPECT_EQ(run_shell("touch /dev/shm/kept /dev/shm/sem.kept; exec 9</etc/passwd; sleep 1000 & "
+                        "exit 0",
+                        {"--may-leave", "shared-objects", "--may-leave=semaphores", "--may-leave",
+                         "descriptors", "--may-leave", "processes"})
+                  .output,
+              "");
+}
+
+TEST(sealed, Accepts_only_what_a_pattern_lets_pass) {
+    const outcome result = run_shell(
+        "touch /dev/shm/kept /dev/shm/forgotten; exec 9</etc/passwd 8</etc/group; exit 0",
+        {"--may-leave", "shared-objects:/dev/shm/kept", "--may-leave", "descriptors:/etc/g*"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output,
+              "vask-sealed: descriptor left behind: 9 -> /etc/passwd\n"
+              "vask-sealed: shared object left behind: /dev/shm/forgotten\n"
+              "vask-sealed: left behind: descriptors: 1, shared-objects: 1\n");
+}
+
+TEST(sealed, Refuses_a_command_line_that_makes_no_sense) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{},
+                                               {"--bus"},
+                                               {"--wrong", "true"},
+                                               {"--timeout", "0", "true"},
+                                               {"--timeout", "soon", "true"},
+                                               {"--may-leave", "things", "true"},
+                                               {"--enter", "-1"},
+                                               {"--tell", "true"}}) {
+        sealed_program program(arguments);
+        EXPECT_EQ(program.finish(), 2) << testing::PrintToString(arguments);
+        EXPECT_THAT(program.rest(), HasSubstr("usage: vask-sealed"));
+    }
+}
+
+TEST(sealed, Leaves_the_options_of_the_program_to_it) {
+    sealed_program program({"--timeout=60", "echo", "--bus", "--", "--keep"});
+    EXPECT_EQ(program.finish(), 0);
+    EXPECT_EQ(program.rest(), "--bus -- --keep\n");
+}
+
+TEST(sealed, Works_for_an_ordinary_user) {
+    const std::string expected = geteuid() == 0 ? "65534" : std::to_string(geteuid());
+    sealed_program program({"--bus", "--display", "--", "sh", "-c",
+                            "id -u; touch /dev/shm/x $TMPDIR/x; exec 9</etc/passwd; sleep 1000 & "
+                            "exit 0"},
+                           geteuid() == 0 ? as_nobody : std::vector<const char*>());
+    EXPECT_EQ(program.finish(), 1);
+    EXPECT_THAT(program.rest(),
+                AllOf(StartsWith(expected + "\n"), HasSubstr("descriptor left behind: 9"),
+                      HasSubstr("left behind: processes: 1, descriptors: 1, shared-objects: 1")));
+}
+
+TEST(sealed, Keeps_a_failed_world_to_be_looked_into) {
+    kept_world world({"--keep", "--bus", "--", "sh", "-c",
+                      "echo text >/dev/shm/left; touch $TMPDIR/left; exit 3"});
+
+    const outcome seen = world.run(
+        "cat /dev/shm/left; test -e $TMPDIR/left && cat /proc/1/comm; gdbus call --session "
+        "--dest org.freedesktop.DBus --object-path / --method "
+        "org.freedesktop.DBus.ReloadConfig; exit 7");
+
+    EXPECT_EQ(seen.status, 7);
+    EXPECT_EQ(seen.output, "text\nvask-sealed\n()\n");
+    EXPECT_THAT(world.told(), HasSubstr("shared object left behind: /dev/shm/left\n"));
+    EXPECT_EQ(world.end(), 3);
+}
+
+TEST(sealed, Keeps_a_program_that_hangs_alive) {
+    kept_world world({"--keep", "--timeout", "0.3", "--", "sleep", "4325"});
+    EXPECT_THAT(world.run("ps ax").output, HasSubstr("sleep 4325"));
+    EXPECT_THAT(world.told(), HasSubstr("no end after"));
+    EXPECT_EQ(world.end(), 124);
+    EXPECT_THAT(commands_containing("sleep 4325"), IsEmpty());
+}
+
+TEST(sealed, Keeps_no_world_of_a_program_that_leaves_nothing) {
+    EXPECT_EQ(run_shell("exit 0", {"--keep"}).output, "");
+}
+
+TEST(sealed, Keeps_a_failed_world_for_an_ordinary_user) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "all of these tests are an ordinary user's";
+    }
+    kept_world world({"--keep", "--", "sh", "-c", "echo text >/dev/shm/left; exit 3"}, as_nobody);
+    EXPECT_EQ(world.run("cat /dev/shm/left").output, "text\n");
+    EXPECT_EQ(world.end(), 3);
+}
+
+TEST(sealed, Enters_no_world_that_is_not_kept) {
+    sealed_program program({"--enter", std::to_string(getpid())});
+    EXPECT_EQ(program.finish(), 125);
+    EXPECT_THAT(program.rest(), HasSubstr("keeps no world, or not for you"));
 }
 
 TEST(sealed, Dies_as_a_whole) {
@@ -283,6 +522,25 @@ TEST(open_world, Is_told_of_with_its_reason) {
                       HasSubstr("one after the other")));
 }
 
+TEST(open_world, Says_what_it_leaves_out) {
+    EXPECT_EQ(run_shell("true", {}, without_namespaces).output, announcement);
+}
+
+TEST(open_world, Fails_for_descriptors_and_System_V_objects_left_behind) {
+    const outcome result = run_openly("ipcmk -S 1 >/dev/null; exec 9</etc/passwd; exit 0");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, AllOf(HasSubstr("descriptor left behind: 9 -> /etc/passwd\n"),
+                                     HasSubstr("semaphore left behind: System V semaphores ")));
+    EXPECT_EQ(run_openly("ipcs -s | grep -c 0x").output, "0\n");
+}
+
+TEST(open_world, Is_kept_to_be_looked_into) {
+    kept_world world({"--keep", "--", "sh", "-c", "echo text >$TMPDIR/left; exit 3"},
+                     without_namespaces);
+    EXPECT_EQ(world.run("cat $TMPDIR/left").output, "text\n");
+    EXPECT_EQ(world.end(), 3);
+}
+
 TEST(open_world, Passes_status_and_output_through) {
     EXPECT_EQ(run_openly("echo out; exit 7").status, 7);
     EXPECT_EQ(run_openly("kill -KILL $$").status, 128 + SIGKILL);
@@ -302,7 +560,7 @@ TEST(open_world, Has_a_bus_a_display_and_directories_of_its_own) {
 
 TEST(open_world, Takes_its_directory_away) {
     std::string directory = run_openly("echo $TMPDIR").output;
-    ASSERT_THAT(directory, testing::StartsWith("/tmp/vask_test_"));
+    ASSERT_THAT(directory, StartsWith("/tmp/vask_test_"));
     directory.pop_back();
     EXPECT_NE(access(directory.c_str(), F_OK), 0);
 }
@@ -329,13 +587,13 @@ TEST(open_world, Fails_for_shared_memory_left_behind_and_removes_it) {
 }
 
 TEST(open_world, Removes_shared_memory_that_may_be_left_behind) {
-    EXPECT_EQ(run_openly("touch /dev/shm/left", {"--may-leave-shared-memory"}).status, 0);
+    EXPECT_EQ(run_openly("touch /dev/shm/left", {"--may-leave", "shared-objects"}).status, 0);
     EXPECT_NE(access("/dev/shm/left", F_OK), 0);
 }
 
 TEST_F(open_run, Does_not_see_what_the_users_programs_share_and_leaves_it_alone) {
     EXPECT_EQ(run_openly("test ! -e /dev/shm/vask_kept && echo other >/dev/shm/vask_kept",
-                         {"--may-leave-shared-memory"})
+                         {"--may-leave", "shared-objects"})
                   .status,
               0);
     EXPECT_EQ(kept_text(), "kept");
