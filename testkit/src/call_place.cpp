@@ -39,10 +39,12 @@ std::vector<std::string> call_place::functions() const {
             continue;
         }
         const std::string name = demangled(info.dli_sname);
-        if (name.find("testing::") != std::string::npos) {
+        const bool is_ours = is_on_the_way_to_the_ledger(name);
+        const bool has_begun = !names.empty();
+        if (name.find("testing::") != std::string::npos || (has_begun && is_ours)) {
             break;
         }
-        if (!names.empty() || !is_on_the_way_to_the_ledger(name)) {
+        if (!is_ours) {
             names.push_back(name);
         }
     }

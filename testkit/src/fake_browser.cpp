@@ -3,9 +3,11 @@
 
 #include "vask_test/fake_browser.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 
 #include "fake_page_object.h"
 #include "fake_table.h"
@@ -34,9 +36,10 @@ fake_browser::fake_browser(object_counts counts)
 }
 
 fake_browser::~fake_browser() {
+    unload();
     free_everything();
     for (const auto& object : m_objects) {
-        if (object.first->_class == &fake_page_object::its_class) {
+        if (object.second.is_of_page) {
             fake_page_object::deallocate(object.first);
         }
     }
@@ -55,10 +58,57 @@ void fake_browser::complain(const std::string& about) {
     m_complaints.push_back(about + ", from " + call_place::here().text());
 }
 
-void fake_browser::check_thread(const char* function) {
+bool fake_browser::begin_call(const char* function, NPP npp) {
+    if (m_keeps_ledger) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.push_back(function);
+    }
     if (std::this_thread::get_id() != m_thread) {
         complain(std::string(function) + ": called on another thread");
+    } else if (npp && m_closed_elements.count(npp) != 0) {
+        complain(std::string(function) + ": for an element that is closed");
     }
+    const auto known = m_failures.find(function);
+    if (known == m_failures.end()) {
+        return true;
+    }
+    failure& wanted = known->second;
+    if (wanted.after > 0) {
+        --wanted.after;
+        return true;
+    }
+    if (wanted.times > 0) {
+        --wanted.times;
+        return false;
+    }
+    return wanted.times == 0;
+}
+
+void fake_browser::fail(const std::string& function, int times, int after) {
+    if (!can_fail(function)) {
+        throw std::invalid_argument(function + ": no function that can fail");
+    }
+    m_failures[function] = {after, times};
+}
+
+std::vector<std::string> fake_browser::complaints() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_complaints;
+}
+
+std::vector<std::string> fake_browser::calls() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return std::vector<std::string>(m_calls.begin(), m_calls.end());
+}
+
+int fake_browser::calls_of(const std::string& function) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return static_cast<int>(std::count(m_calls.begin(), m_calls.end(), function));
+}
+
+void fake_browser::forget_calls() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_calls.clear();
 }
 
 void fake_browser::note(ledger_entry::action_type action, const void* subject, bool by_page) {
@@ -70,6 +120,8 @@ void fake_browser::note(ledger_entry::action_type action, const void* subject, b
 void fake_browser::keep_no_ledger() {
     m_keeps_ledger = false;
     m_ledger.clear();
+    m_closed_elements.clear();
+    forget_calls();
 }
 
 std::vector<ledger_entry> fake_browser::entries_of(ledger_entry::action_type action,
@@ -90,23 +142,38 @@ std::vector<std::string> fake_browser::unbalanced() const {
                         block.second.place.text());
     }
     for (const auto& object : m_objects) {
-        const int references = references_of_plugin(object.first);
-        if (references == 0) {
-            continue;
+        if (references_of_plugin(object.first) != 0) {
+            lines.push_back(unbalanced_line(object.first));
         }
-        std::string line = std::to_string(references) + " references to an object";
-        for (const ledger_entry& entry : m_ledger) {
-            if (entry.subject == object.first && !entry.by_page &&
-                (entry.action == ledger_entry::created || entry.action == ledger_entry::retained)) {
-                line += ", from " + entry.place.text();
-            }
-        }
-        lines.push_back(line);
     }
     for (const auto& stream : streams) {
         lines.push_back("a stream to " + stream.second->target);
     }
+    lines.insert(lines.end(), m_lost.begin(), m_lost.end());
     return lines;
+}
+
+std::vector<std::string> fake_browser::faults() const {
+    std::vector<std::string> lines = complaints();
+    const std::vector<std::string> missing = unbalanced();
+    lines.insert(lines.end(), missing.begin(), missing.end());
+    return lines;
+}
+
+std::string fake_browser::unbalanced_line(NPObject* object) const {
+    std::string line = std::to_string(references_of_plugin(object)) + " references to an object";
+    for (const ledger_entry& entry : m_ledger) {
+        if (entry.subject == object && !entry.by_page &&
+            (entry.action == ledger_entry::created || entry.action == ledger_entry::retained)) {
+            line += ", from " + entry.place.text();
+        }
+    }
+    return line;
+}
+
+NPIdentifier fake_browser::identify(NPIdentifier given) {
+    note(ledger_entry::identified, given, false);
+    return given;
 }
 
 fake_browser::identifier* fake_browser::identifier_of(const std::string& name) {
@@ -165,7 +232,7 @@ NPObject* fake_browser::new_page_object() {
     fake_page_object* object = new fake_page_object;
     object->_class = &fake_page_object::its_class;
     object->referenceCount = 1;
-    m_objects[object] = {1, 1};
+    m_objects[object] = {1, 1, true};
     return object;
 }
 

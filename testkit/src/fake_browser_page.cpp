@@ -4,20 +4,40 @@
 // What a page and its user do with a plug-in.
 
 #include <algorithm>
-#include <cstdlib>
+#include <utility>
 
 #include "fake_page_object.h"
 #include "vask_test/fake_browser.h"
 
 namespace vask_test {
 
-fake_element& fake_browser::element(NPP npp) {
-    const auto known = m_elements.find(npp);
-    if (known != m_elements.end()) {
-        return *known->second;
+/** While the page calls the plug-in, objects of the plug-in live that a page left behind. */
+class fake_browser::call_of_page {
+public:
+    explicit call_of_page(fake_browser* browser) : m_browser(browser) {
+        ++m_browser->m_calls_of_page;
     }
-    complain("an NPP that does not exist");
-    std::abort();
+    ~call_of_page() {
+        if (--m_browser->m_calls_of_page == 0) {
+            m_browser->end_doomed_objects();
+        }
+    }
+    call_of_page(const call_of_page&) = delete;
+    call_of_page& operator=(const call_of_page&) = delete;
+
+private:
+    fake_browser* const m_browser;
+};
+
+fake_element& fake_browser::element(NPP npp) {
+    const auto open = m_elements.find(npp);
+    if (open != m_elements.end()) {
+        return *open->second;
+    }
+    const auto closed = m_closed_elements.find(npp);
+    complain(closed == m_closed_elements.end() ? "an NPP that does not exist"
+                                               : "an element that is closed");
+    return closed == m_closed_elements.end() ? m_no_element : *closed->second;
 }
 
 NPP fake_browser::open(const attribute_list& attributes, NPError* answer) {
@@ -34,10 +54,14 @@ NPP fake_browser::open(const attribute_list& attributes, NPError* answer) {
         values.push_back(&attribute.second[0]);
     }
     if (m_plugin.newp) {
-        char type[] = "application/x-fake";
+        const call_of_page opening(this);
+        std::string type = m_types.substr(0, m_types.find_first_of(":;"));
+        if (type.empty()) {
+            type = "application/x-fake";
+        }
         const NPError error =
-            m_plugin.newp(type, npp, NP_EMBED, static_cast<int16_t>(copies.size()), names.data(),
-                          values.data(), nullptr);
+            m_plugin.newp(&type[0], npp, NP_EMBED, static_cast<int16_t>(copies.size()),
+                          names.data(), values.data(), nullptr);
         if (answer) {
             *answer = error;
         }
@@ -46,20 +70,111 @@ NPP fake_browser::open(const attribute_list& attributes, NPError* answer) {
 }
 
 NPError fake_browser::close(NPP npp) {
+    if (!is_open(npp)) {
+        element(npp);
+        return NPERR_INVALID_INSTANCE_ERROR;
+    }
+    // A script that NPP_Destroy runs may remove the element again.
+    if (!m_closing.insert(npp).second) {
+        return NPERR_NO_ERROR;
+    }
+    const call_of_page closing(this);
+    break_off_requests(npp);
     NPSavedData* saved = nullptr;
     const NPError error = m_plugin.destroy ? m_plugin.destroy(npp, &saved) : NPERR_NO_ERROR;
     if (saved) {
         free(saved->buf);
         free(saved);
     }
-    drop(element(npp).dom_object);
+    if (is_alive(element(npp).dom_object)) {
+        drop(element(npp).dom_object);
+    }
+    if (m_keeps_ledger) {
+        m_closed_elements[npp] = std::move(m_elements[npp]);
+    }
     m_elements.erase(npp);
+    m_closing.erase(npp);
     return error;
 }
 
+// The plug-in hears of the end before the element is gone.
+void fake_browser::break_off_requests(NPP npp) {
+    const auto is_waiting = [npp](const fake_request& request) {
+        return request.notifies && request.npp == npp;
+    };
+    for (;;) {
+        const auto waiting = std::find_if(requests.begin(), requests.end(), is_waiting);
+        if (waiting == requests.end()) {
+            return;
+        }
+        const fake_request request = *waiting;
+        requests.erase(waiting);
+        if (m_plugin.urlnotify) {
+            m_plugin.urlnotify(npp, request.url.c_str(), NPRES_USER_BREAK, request.notify_data);
+        }
+    }
+}
+
+void fake_browser::leave_page() {
+    const call_of_page leaving(this);
+    std::vector<NPP> open;
+    for (const auto& element : m_elements) {
+        open.push_back(element.first);
+    }
+    for (NPP npp : open) {
+        // One may have closed another, and NPP_Destroy of one may have run the script that leaves.
+        if (is_open(npp) && m_closing.count(npp) == 0) {
+            close(npp);
+        }
+    }
+    end_page();
+    m_window = new_page_object();
+}
+
+void fake_browser::end_page() {
+    std::vector<NPObject*> of_page;
+    for (const auto& object : m_objects) {
+        (object.second.is_of_page ? of_page : m_doomed).push_back(object.first);
+    }
+    for (NPObject* object : of_page) {
+        end_whoever_has(object);
+    }
+}
+
+void fake_browser::end_doomed_objects() {
+    std::vector<NPObject*> doomed;
+    doomed.swap(m_doomed);
+    // All are told before any is gone, since they may have references to each other.
+    for (NPObject* object : doomed) {
+        if (is_alive(object) && object->_class->invalidate) {
+            object->_class->invalidate(object);
+        }
+    }
+    for (NPObject* object : doomed) {
+        if (is_alive(object)) {
+            end_whoever_has(object);
+        }
+    }
+}
+
+void fake_browser::end_whoever_has(NPObject* object) {
+    if (references_of_plugin(object) != 0) {
+        m_lost.push_back(unbalanced_line(object));
+    }
+    end(object, true);
+}
+
+NPError fake_browser::set_window(NPP npp, NPWindow* window) {
+    const call_of_page setting(this);
+    return m_plugin.setwindow ? m_plugin.setwindow(npp, window) : NPERR_NO_ERROR;
+}
+
 NPObject* fake_browser::scriptable(NPP npp) {
+    const call_of_page asking(this);
     NPObject* object = nullptr;
-    if (m_plugin.getvalue(npp, NPPVpluginScriptableNPObject, &object) != NPERR_NO_ERROR) {
+    if (!m_plugin.getvalue ||
+        m_plugin.getvalue(npp, NPPVpluginScriptableNPObject, &object) != NPERR_NO_ERROR ||
+        !object) {
         return nullptr;
     }
     ++m_objects[object].references_of_page;
@@ -67,6 +182,7 @@ NPObject* fake_browser::scriptable(NPP npp) {
 }
 
 size_t fake_browser::stream_to(NPP npp, const std::string& url, const std::string& text) {
+    const call_of_page streaming(this);
     NPStream stream{};
     stream.url = url.c_str();
     stream.end = static_cast<uint32_t>(text.size());
@@ -105,6 +221,7 @@ void fake_browser::finish_request(NPP npp, NPReason reason) {
     }
     const fake_request request = *waiting;
     requests.erase(waiting);
+    const call_of_page finishing(this);
     m_plugin.urlnotify(npp, request.url.c_str(), reason, request.notify_data);
 }
 
@@ -156,6 +273,7 @@ bool fake_browser::with_result(bool succeeded, NPVariant* variant, script_value*
 
 bool fake_browser::call(NPObject* object, const std::string& method,
                         const std::vector<script_value>& arguments, script_value* result) {
+    const call_of_page calling(this);
     script_arguments given(arguments);
     NPVariant variant;
     VOID_TO_NPVARIANT(variant);
@@ -165,6 +283,7 @@ bool fake_browser::call(NPObject* object, const std::string& method,
 }
 
 bool fake_browser::read(NPObject* object, const std::string& property, script_value* result) {
+    const call_of_page reading(this);
     NPVariant variant;
     VOID_TO_NPVARIANT(variant);
     return with_result(object->_class->getProperty(object, identifier_of(property), &variant),
@@ -172,6 +291,7 @@ bool fake_browser::read(NPObject* object, const std::string& property, script_va
 }
 
 bool fake_browser::write(NPObject* object, const std::string& property, const script_value& value) {
+    const call_of_page writing(this);
     script_arguments given{value};
     return object->_class->setProperty(object, identifier_of(property), given.data());
 }
@@ -191,6 +311,14 @@ void fake_browser::free_everything() {
     while (!m_memory.empty()) {
         free(m_memory.begin()->first);
     }
+}
+
+void fake_browser::add_async_call(void (*function)(void*), void* data) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_keeps_ledger) {
+        m_calls.push_back("PluginThreadAsyncCall");
+    }
+    m_async_calls.emplace_back(function, data);
 }
 
 void fake_browser::run_async_calls() {

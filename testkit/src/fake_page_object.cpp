@@ -42,7 +42,9 @@ bool fake_page_object::invoke_default(NPObject* object, const NPVariant* args, u
     for (uint32_t i = 0; i < arg_count; ++i) {
         arguments.push_back(value_of(args[i]));
     }
-    fake_browser::the().give(from(object).body(arguments), result);
+    // The function may end the object, with the page that it leaves.
+    const fake_browser::function_type body = from(object).body;
+    fake_browser::the().give(body(arguments), result);
     return true;
 }
 

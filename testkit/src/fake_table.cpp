@@ -3,41 +3,80 @@
 
 #include "fake_table.h"
 
+#include <set>
+
 #include "vask_test/fake_browser.h"
 
 namespace vask_test {
 
 // Named functions, since places in the ledger are shown by name.
 struct fake_table {
-    static fake_browser& the(const char* function) {
+    static fake_browser& the(const char* function, NPP npp = nullptr) {
         fake_browser& browser = fake_browser::the();
-        browser.check_thread(function);
+        browser.begin_call(function, npp);
         return browser;
     }
 
-    static NPError get_url(NPP, const char* url, const char* target) {
-        the("GetURL").add_request({url, target ? target : "", "", false, false, nullptr});
+    /** Null for a call that is to fail. */
+    static fake_browser* willing(const char* function, NPP npp = nullptr) {
+        fake_browser& browser = fake_browser::the();
+        return browser.begin_call(function, npp) ? &browser : nullptr;
+    }
+
+    /** The same for a call that needs an object. */
+    static fake_browser* willing(const char* function, NPP npp, NPObject* object) {
+        fake_browser* browser = willing(function, npp);
+        return browser && browser->check_alive(object, function) ? browser : nullptr;
+    }
+
+    static NPError request(const char* function, const fake_request& wanted) {
+        fake_browser* browser = willing(function, wanted.npp);
+        if (!browser) {
+            return NPERR_GENERIC_ERROR;
+        }
+        browser->requests.push_back(wanted);
         return NPERR_NO_ERROR;
     }
 
-    static NPError get_url_notify(NPP, const char* url, const char* target, void* notify_data) {
-        the("GetURLNotify").add_request({url, target ? target : "", "", false, true, notify_data});
-        return NPERR_NO_ERROR;
+    static fake_request request_for(NPP npp, const char* url, const char* target) {
+        fake_request wanted;
+        wanted.npp = npp;
+        wanted.url = url;
+        wanted.target = target ? target : "";
+        return wanted;
     }
 
-    static NPError post_url(NPP, const char* url, const char* target, uint32_t len,
+    static fake_request message_for(NPP npp, const char* url, const char* target, uint32_t len,
+                                    const char* data, NPBool is_file) {
+        fake_request wanted = request_for(npp, url, target);
+        wanted.data.assign(data, len);
+        wanted.is_file = is_file != 0;
+        return wanted;
+    }
+
+    static fake_request with_answer(fake_request wanted, void* notify_data) {
+        wanted.notifies = true;
+        wanted.notify_data = notify_data;
+        return wanted;
+    }
+
+    static NPError get_url(NPP npp, const char* url, const char* target) {
+        return request("GetURL", request_for(npp, url, target));
+    }
+
+    static NPError get_url_notify(NPP npp, const char* url, const char* target, void* notify_data) {
+        return request("GetURLNotify", with_answer(request_for(npp, url, target), notify_data));
+    }
+
+    static NPError post_url(NPP npp, const char* url, const char* target, uint32_t len,
                             const char* data, NPBool is_file) {
-        the("PostURL").add_request(
-            {url, target ? target : "", std::string(data, len), is_file != 0, false, nullptr});
-        return NPERR_NO_ERROR;
+        return request("PostURL", message_for(npp, url, target, len, data, is_file));
     }
 
-    static NPError post_url_notify(NPP, const char* url, const char* target, uint32_t len,
+    static NPError post_url_notify(NPP npp, const char* url, const char* target, uint32_t len,
                                    const char* data, NPBool is_file, void* notify_data) {
-        the("PostURLNotify")
-            .add_request({url, target ? target : "", std::string(data, len), is_file != 0, true,
-                          notify_data});
-        return NPERR_NO_ERROR;
+        return request("PostURLNotify",
+                       with_answer(message_for(npp, url, target, len, data, is_file), notify_data));
     }
 
     static NPError request_read(NPStream*, NPByteRange*) {
@@ -45,34 +84,45 @@ struct fake_table {
         return NPERR_STREAM_NOT_SEEKABLE;
     }
 
-    static NPError new_stream(NPP, NPMIMEType type, const char* target, NPStream** stream) {
-        *stream = the("NewStream").open_stream(type, target ? target : "");
+    static NPError new_stream(NPP npp, NPMIMEType type, const char* target, NPStream** stream) {
+        fake_browser* browser = willing("NewStream", npp);
+        if (!browser) {
+            return NPERR_GENERIC_ERROR;
+        }
+        *stream = browser->open_stream(type, target ? target : "");
         return NPERR_NO_ERROR;
     }
 
-    static int32_t write(NPP, NPStream* stream, int32_t len, void* data) {
-        fake_browser& browser = the("Write");
-        const auto found = browser.streams.find(stream);
-        if (found == browser.streams.end()) {
-            browser.complain("Write: a stream that is not open");
+    static int32_t write(NPP npp, NPStream* stream, int32_t len, void* data) {
+        fake_browser* browser = willing("Write", npp);
+        if (!browser) {
+            return -1;
+        }
+        const auto found = browser->streams.find(stream);
+        if (found == browser->streams.end()) {
+            browser->complain("Write: a stream that is not open");
             return -1;
         }
         found->second->written.append(static_cast<const char*>(data), static_cast<size_t>(len));
         return len;
     }
 
-    static NPError destroy_stream(NPP, NPStream* stream, NPReason) {
-        return the("DestroyStream").close_stream(stream);
+    static NPError destroy_stream(NPP npp, NPStream* stream, NPReason) {
+        return the("DestroyStream", npp).close_stream(stream);
     }
 
-    static void status(NPP, const char* message) { the("Status").status_text = message; }
+    static void status(NPP npp, const char* message) { the("Status", npp).status_text = message; }
 
-    static const char* user_agent(NPP) {
-        the("UserAgent");
+    static const char* user_agent(NPP npp) {
+        the("UserAgent", npp);
         return "fake browser";
     }
 
-    static void* mem_alloc(uint32_t size) { return the("MemAlloc").allocate(size); }
+    static void* mem_alloc(uint32_t size) {
+        fake_browser* browser = willing("MemAlloc");
+        return browser ? browser->allocate(size) : nullptr;
+    }
+
     static void mem_free(void* memory) { the("MemFree").free(memory); }
 
     static uint32_t mem_flush(uint32_t) {
@@ -87,17 +137,22 @@ struct fake_table {
         return nullptr;
     }
 
-    static void* get_java_peer(NPP) {
-        the("GetJavaPeer");
+    static void* get_java_peer(NPP npp) {
+        the("GetJavaPeer", npp);
         return nullptr;
     }
 
     static NPError get_value(NPP npp, NPNVariable variable, void* value) {
-        return the("GetValue").answer(npp, variable, value);
+        fake_browser* browser = willing("GetValue", npp);
+        return browser ? browser->answer(npp, variable, value) : NPERR_GENERIC_ERROR;
     }
 
     static NPError set_value(NPP npp, NPPVariable variable, void* value) {
-        the("SetValue").element(npp).values[variable] = value;
+        fake_browser* browser = willing("SetValue", npp);
+        if (!browser) {
+            return NPERR_GENERIC_ERROR;
+        }
+        browser->element(npp).values[variable] = value;
         return NPERR_NO_ERROR;
     }
 
@@ -112,19 +167,21 @@ struct fake_table {
     static void force_redraw(NPP npp) { ++the("ForceRedraw").element(npp).forced_redraws; }
 
     static NPIdentifier get_string_identifier(const NPUTF8* name) {
-        return the("GetStringIdentifier").name(name);
+        fake_browser* browser = willing("GetStringIdentifier");
+        return browser ? browser->identify(browser->name(name)) : nullptr;
     }
 
     static void get_string_identifiers(const NPUTF8** names, int32_t count,
                                        NPIdentifier* identifiers) {
         fake_browser& browser = the("GetStringIdentifiers");
         for (int32_t i = 0; i < count; ++i) {
-            identifiers[i] = browser.name(names[i]);
+            identifiers[i] = browser.identify(browser.name(names[i]));
         }
     }
 
     static NPIdentifier get_int_identifier(int32_t number) {
-        return the("GetIntIdentifier").number(number);
+        fake_browser* browser = willing("GetIntIdentifier");
+        return browser ? browser->identify(browser->number(number)) : nullptr;
     }
 
     static bool identifier_is_string(NPIdentifier identifier) {
@@ -132,9 +189,12 @@ struct fake_table {
     }
 
     static NPUTF8* utf8_from_identifier(NPIdentifier identifier) {
-        fake_browser& browser = the("UTF8FromIdentifier");
-        const fake_browser::identifier* known = browser.checked(identifier);
-        return known->is_name ? browser.copy_text(known->name) : nullptr;
+        fake_browser* browser = willing("UTF8FromIdentifier");
+        if (!browser) {
+            return nullptr;
+        }
+        const fake_browser::identifier* known = browser->checked(identifier);
+        return known->is_name ? browser->copy_text(known->name) : nullptr;
     }
 
     static int32_t int_from_identifier(NPIdentifier identifier) {
@@ -142,7 +202,8 @@ struct fake_table {
     }
 
     static NPObject* create_object(NPP npp, NPClass* its_class) {
-        return the("CreateObject").create(npp, its_class);
+        fake_browser* browser = willing("CreateObject", npp);
+        return browser ? browser->create(npp, its_class) : nullptr;
     }
 
     static NPObject* retain_object(NPObject* object) {
@@ -152,52 +213,52 @@ struct fake_table {
 
     static void release_object(NPObject* object) { the("ReleaseObject").release(object, false); }
 
-    static bool invoke(NPP, NPObject* object, NPIdentifier name, const NPVariant* args,
+    static bool invoke(NPP npp, NPObject* object, NPIdentifier name, const NPVariant* args,
                        uint32_t arg_count, NPVariant* result) {
-        return the("Invoke").check_alive(object, "Invoke") && object->_class->invoke &&
+        return willing("Invoke", npp, object) && object->_class->invoke &&
                object->_class->invoke(object, name, args, arg_count, result);
     }
 
-    static bool invoke_default(NPP, NPObject* object, const NPVariant* args, uint32_t arg_count,
+    static bool invoke_default(NPP npp, NPObject* object, const NPVariant* args, uint32_t arg_count,
                                NPVariant* result) {
-        return the("InvokeDefault").check_alive(object, "InvokeDefault") &&
-               object->_class->invokeDefault &&
+        return willing("InvokeDefault", npp, object) && object->_class->invokeDefault &&
                object->_class->invokeDefault(object, args, arg_count, result);
     }
 
-    static bool evaluate(NPP, NPObject* object, NPString* script, NPVariant* result) {
-        fake_browser& browser = the("Evaluate");
+    static bool evaluate(NPP npp, NPObject* object, NPString* script, NPVariant* result) {
+        fake_browser* browser = willing("Evaluate", npp, object);
         script_value value;
-        if (!browser.check_alive(object, "Evaluate") || !browser.on_evaluate ||
-            !browser.on_evaluate(std::string(script->UTF8Characters, script->UTF8Length), &value)) {
+        if (!browser || !browser->on_evaluate ||
+            !browser->on_evaluate(std::string(script->UTF8Characters, script->UTF8Length),
+                                  &value)) {
             return false;
         }
-        browser.give(value, result);
+        browser->give(value, result);
         return true;
     }
 
-    static bool get_property(NPP, NPObject* object, NPIdentifier name, NPVariant* result) {
-        return the("GetProperty").check_alive(object, "GetProperty") &&
-               object->_class->getProperty && object->_class->getProperty(object, name, result);
+    static bool get_property(NPP npp, NPObject* object, NPIdentifier name, NPVariant* result) {
+        return willing("GetProperty", npp, object) && object->_class->getProperty &&
+               object->_class->getProperty(object, name, result);
     }
 
-    static bool set_property(NPP, NPObject* object, NPIdentifier name, const NPVariant* value) {
-        return the("SetProperty").check_alive(object, "SetProperty") &&
-               object->_class->setProperty && object->_class->setProperty(object, name, value);
+    static bool set_property(NPP npp, NPObject* object, NPIdentifier name, const NPVariant* value) {
+        return willing("SetProperty", npp, object) && object->_class->setProperty &&
+               object->_class->setProperty(object, name, value);
     }
 
-    static bool remove_property(NPP, NPObject* object, NPIdentifier name) {
-        return the("RemoveProperty").check_alive(object, "RemoveProperty") &&
-               object->_class->removeProperty && object->_class->removeProperty(object, name);
+    static bool remove_property(NPP npp, NPObject* object, NPIdentifier name) {
+        return willing("RemoveProperty", npp, object) && object->_class->removeProperty &&
+               object->_class->removeProperty(object, name);
     }
 
-    static bool has_property(NPP, NPObject* object, NPIdentifier name) {
-        return the("HasProperty").check_alive(object, "HasProperty") &&
-               object->_class->hasProperty && object->_class->hasProperty(object, name);
+    static bool has_property(NPP npp, NPObject* object, NPIdentifier name) {
+        return willing("HasProperty", npp, object) && object->_class->hasProperty &&
+               object->_class->hasProperty(object, name);
     }
 
-    static bool has_method(NPP, NPObject* object, NPIdentifier name) {
-        return the("HasMethod").check_alive(object, "HasMethod") && object->_class->hasMethod &&
+    static bool has_method(NPP npp, NPObject* object, NPIdentifier name) {
+        return willing("HasMethod", npp, object) && object->_class->hasMethod &&
                object->_class->hasMethod(object, name);
     }
 
@@ -215,30 +276,58 @@ struct fake_table {
 
     static void pop_popups_enabled_state(NPP npp) {
         fake_browser& browser = the("PopPopupsEnabledState");
-        if (browser.element(npp).popups_enabled.empty()) {
+        fake_element& element = browser.element(npp);
+        if (element.popups_enabled.empty()) {
             browser.complain("PopPopupsEnabledState: there is none");
         } else {
-            browser.element(npp).popups_enabled.pop_back();
+            element.popups_enabled.pop_back();
         }
     }
 
-    static bool enumerate(NPP, NPObject* object, NPIdentifier** names, uint32_t* count) {
-        return the("Enumerate").check_alive(object, "Enumerate") && object->_class->enumerate &&
+    static bool enumerate(NPP npp, NPObject* object, NPIdentifier** names, uint32_t* count) {
+        return willing("Enumerate", npp, object) && object->_class->enumerate &&
                object->_class->enumerate(object, names, count);
     }
 
     static void plugin_thread_async_call(NPP, void (*function)(void*), void* data) {
-        fake_browser& browser = fake_browser::the();
-        std::lock_guard<std::mutex> lock(browser.m_mutex);
-        browser.m_async_calls.emplace_back(function, data);
+        fake_browser::the().add_async_call(function, data);
     }
 
-    static bool construct(NPP, NPObject* object, const NPVariant* args, uint32_t arg_count,
+    static bool construct(NPP npp, NPObject* object, const NPVariant* args, uint32_t arg_count,
                           NPVariant* result) {
-        return the("Construct").check_alive(object, "Construct") && object->_class->construct &&
+        return willing("Construct", npp, object) && object->_class->construct &&
                object->_class->construct(object, args, arg_count, result);
     }
 };
+
+bool can_fail(const std::string& function) {
+    static const std::set<std::string> functions = {
+        "GetURL",
+        "GetURLNotify",
+        "PostURL",
+        "PostURLNotify",
+        "NewStream",
+        "Write",
+        "MemAlloc",
+        "GetValue",
+        "SetValue",
+        "CreateObject",
+        "GetStringIdentifier",
+        "GetIntIdentifier",
+        "UTF8FromIdentifier",
+        "Invoke",
+        "InvokeDefault",
+        "Evaluate",
+        "GetProperty",
+        "SetProperty",
+        "RemoveProperty",
+        "HasProperty",
+        "HasMethod",
+        "Enumerate",
+        "Construct",
+    };
+    return functions.count(function) != 0;
+}
 
 NPNetscapeFuncs fake_functions() {
     NPNetscapeFuncs table{};

@@ -3,7 +3,8 @@
 # SPDX-License-Identifier: MIT
 #
 # Usage: examples_test.sh cmake|pkg_config LIBDIR CMAKE GENERATOR COMPILER EXAMPLES DIRECTORY
-# Builds a copy of the examples against the library installed in LIBDIR and runs the shortest one.
+# Builds a copy of the examples against the library installed in LIBDIR and runs the shortest one and
+# the tests.
 set -eu
 way=$1
 libdir=$2
@@ -28,6 +29,7 @@ fi
     -DCMAKE_EXE_LINKER_FLAGS="-Wl,-rpath,$libdir" "$@"
 "$cmake" --build "$directory/build"
 
+ctest --test-dir "$directory/build" --no-tests=error --output-on-failure
 reply=$(dbus-run-session -- "$directory/build/hello_parent" "$directory/build/hello_child")
 [ "$reply" = "Hello, world!" ] || {
     echo "the shortest example prints '$reply'"

@@ -4,6 +4,12 @@
 #ifndef VASK_TEST_CALL_PLACE_H
 #define VASK_TEST_CALL_PLACE_H
 
+/**
+ * @file
+ * Where something was called.
+ * @since 2.0
+ */
+
 #include <array>
 #include <string>
 #include <vector>
@@ -13,17 +19,22 @@ namespace vask_test {
 /** The functions that were running at some moment. Cheap to take; names are looked up on demand. */
 class call_place {
 public:
+    /** @return the functions that are running now */
     static call_place here();
 
-    /** Names, innermost first, from the first function on that belongs neither to the fake browser
-     *  nor to the wrappers of its functions, up to the test framework. A function without an
-     *  exported name shows as another one. */
+    /**
+     * Names, innermost first, from the first function on that belongs neither to the fake browser
+     * nor to the wrappers of its functions, up to the test framework or to the call of the page
+     * that led there. A function without an exported name shows as another one.
+     *
+     * @return the names with their parameters
+     */
     std::vector<std::string> functions() const;
 
-    /** The first of them without its parameters. */
+    /** @return the first of them without its parameters. */
     std::string function() const;
 
-    /** All of them in one line. */
+    /** @return all of them in one line. */
     std::string text() const;
 
 private:
