@@ -3,10 +3,11 @@
 
 # The test kit as a part of its own: the component "test" of the CMake package, and vask-test.pc.
 
-install(TARGETS vask_test vask_sealed EXPORT vask-test-targets
+install(TARGETS vask_test vask_sealed vask_scripted_child EXPORT vask-test-targets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES sealed/vask-sealed.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES child/vask-scripted-child.1 sealed/vask-sealed.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(DIRECTORY include/vask_test DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     FILES_MATCHING PATTERN *.h)
 

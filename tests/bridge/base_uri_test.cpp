@@ -7,7 +7,7 @@
 #include <string>
 
 #include "bridge/recording_bridge.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

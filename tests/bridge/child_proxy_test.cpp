@@ -14,8 +14,8 @@
 
 #include "bridge/recording_bridge.h"
 #include "support/interpose.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "bridge/recording_bridge.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

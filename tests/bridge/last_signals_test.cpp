@@ -13,7 +13,7 @@
 #include <stdexcept>
 
 #include "bridge/lifecycle_support.h"
-#include "support/leak_listener.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::Contains;

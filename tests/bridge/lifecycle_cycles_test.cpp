@@ -7,7 +7,7 @@
 #include <signal.h>
 
 #include "bridge/lifecycle_support.h"
-#include "support/resource_count.h"
+#include "vask_test/resource_count.h"
 
 using namespace vask_test;
 

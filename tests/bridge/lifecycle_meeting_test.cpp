@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "bridge/lifecycle_support.h"
-#include "support/leak_listener.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::Contains;

@@ -12,6 +12,7 @@
 
 #include "bridge/lifecycle_support.h"
 #include "support/higher_nice_value.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::Contains;

@@ -13,7 +13,7 @@
 
 #include "bridge/lifecycle_sigterm.h"
 #include "bridge/recording_bridge.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 #include "vask_test/process_list.h"
 
 namespace vask_test {

@@ -10,10 +10,10 @@
 #include <string>
 
 #include "bridge/recording_bridge.h"
-#include "support/leak_listener.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
-#include "support/resource_count.h"
+#include "vask_test/googletest.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/resource_count.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "programs/bridge_child_commands.h"
-#include "support/main_loop.h"
 #include "vask_app_bridge.h"
+#include "vask_test/main_loop.h"
 
 namespace vask_test {
 

@@ -6,7 +6,7 @@
 #include <signal.h>
 
 #include "bridge/lifecycle_support.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

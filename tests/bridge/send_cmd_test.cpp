@@ -9,7 +9,7 @@
 
 #include "bridge/bus_monitor.h"
 #include "bridge/recording_bridge.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::AnyOf;

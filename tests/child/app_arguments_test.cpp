@@ -7,8 +7,8 @@
 #include <climits>
 #include <string>
 
-#include "support/log_catcher.h"
 #include "support/open_app.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

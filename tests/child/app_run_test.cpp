@@ -9,8 +9,8 @@
 #include <type_traits>
 
 #include "support/interpose.h"
-#include "support/log_catcher.h"
 #include "support/open_app.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -9,9 +9,9 @@
 #include <cstdarg>
 #include <string>
 
-#include "support/log_catcher.h"
-#include "support/served_child.h"
 #include "vask_child.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/served_child.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

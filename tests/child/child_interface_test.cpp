@@ -14,8 +14,9 @@
 #include <vector>
 
 #include "../programs/child_servant_commands.h"
-#include "support/served_child.h"
-#include "support/started_process.h"
+#include "support/test_program.h"
+#include "vask_test/served_child.h"
+#include "vask_test/started_process.h"
 
 using namespace vask_test;
 
@@ -170,7 +171,7 @@ TEST(installed_interface, Is_at_the_path_of_a_child) {
     const std::unique_ptr<GDBusNodeInfo, node_unref> node(
         g_dbus_node_info_new_for_xml(installed_description().c_str(), nullptr));
     ASSERT_NE(node, nullptr);
-    EXPECT_STREQ(node->path, child_path);
+    EXPECT_STREQ(node->path, child_path().c_str());
     EXPECT_THAT(interfaces_in(installed_description()), testing::ElementsAre(child_interface));
 }
 
@@ -191,7 +192,7 @@ TEST_F(running_child, Looks_the_same_to_an_independent_tool) {
         GTEST_SKIP() << "gdbus is not installed";
     }
     const std::string xml = output_of("gdbus introspect --session --xml --dest " + name +
-                                      " --object-path " + child_path);
+                                      " --object-path " + child_path());
     EXPECT_EQ(child_interface_in(xml), expected_interface);
 }
 

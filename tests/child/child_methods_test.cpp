@@ -7,9 +7,10 @@
 #include <climits>
 
 #include "../programs/child_servant_commands.h"
-#include "support/log_catcher.h"
-#include "support/served_child.h"
-#include "support/started_process.h"
+#include "support/test_program.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/served_child.h"
+#include "vask_test/started_process.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -7,11 +7,12 @@
 
 #include "../programs/child_servant_commands.h"
 #include "second_bus.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
 #include "support/open_app.h"
-#include "support/served_child.h"
-#include "support/started_process.h"
+#include "support/test_program.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/served_child.h"
+#include "vask_test/started_process.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

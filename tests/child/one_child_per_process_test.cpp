@@ -8,11 +8,11 @@
 
 #include <memory>
 
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
 #include "support/open_app.h"
-#include "support/served_child.h"
 #include "vask_child.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/served_child.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "support/started_process.h"
+#include "vask_test/started_process.h"
 
 namespace vask_test {
 

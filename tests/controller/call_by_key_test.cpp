@@ -10,7 +10,7 @@
 #include "controller/open_controller.h"
 #include "controller/running_child.h"
 #include "support/library_lock_state.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

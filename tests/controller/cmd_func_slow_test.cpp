@@ -9,7 +9,7 @@
 
 #include "controller/open_controller.h"
 #include "controller/running_child.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -13,8 +13,8 @@
 
 #include "support/idle_process.h"
 #include "support/interpose.h"
-#include "support/log_catcher.h"
 #include "vask_child_cmd.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

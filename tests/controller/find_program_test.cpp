@@ -19,10 +19,11 @@
 
 #include "support/file_scratch.h"
 #include "support/idle_process.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
-#include "support/started_process.h"
+#include "support/test_program.h"
 #include "vask_child_cmd.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/started_process.h"
 
 using namespace vask_test;
 using testing::Contains;

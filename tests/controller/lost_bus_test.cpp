@@ -13,9 +13,9 @@
 
 #include "controller/open_controller.h"
 #include "controller/running_child.h"
-#include "support/leak_listener.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
+#include "vask_test/googletest.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
 #include "vask_test/process_list.h"
 
 using namespace vask_test;

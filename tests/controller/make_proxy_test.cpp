@@ -12,7 +12,7 @@
 #include <type_traits>
 
 #include "controller/open_controller.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::StrEq;

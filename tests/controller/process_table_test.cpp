@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "support/log_catcher.h"
 #include "support/private_mounts.h"
 #include "vask_child_cmd.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -11,9 +11,10 @@
 #include <stdexcept>
 #include <vector>
 
-#include "support/bus_client.h"
-#include "support/main_loop.h"
-#include "support/served_child.h"
+#include "support/test_program.h"
+#include "vask_test/bus_client.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/served_child.h"
 
 namespace vask_test {
 

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "programs/controller_child_commands.h"
-#include "support/log_catcher.h"
-#include "support/started_process.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/started_process.h"
 
 namespace vask_test {
 

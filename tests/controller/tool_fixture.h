@@ -11,7 +11,7 @@
 
 #include "controller/open_tool.h"
 #include "support/glib_log_catcher.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 namespace vask_test {
 

@@ -10,8 +10,9 @@
 #include <vector>
 
 #include "controller/running_child.h"
-#include "support/log_catcher.h"
-#include "support/started_process.h"
+#include "support/test_program.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/started_process.h"
 
 using namespace vask_test;
 using testing::Contains;

@@ -7,7 +7,7 @@
 
 #include "browser_table.h"
 #include "engine_page.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "engine_page.h"
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "support/leak_listener.h"
+#include "vask_test/googletest.h"
 #include "vask_test/process_list.h"
 #include "web_host.h"
 

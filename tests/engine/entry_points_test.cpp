@@ -8,8 +8,8 @@
 #include <new>
 #include <string>
 
-#include "support/leak_listener.h"
-#include "support/log_catcher.h"
+#include "vask_test/googletest.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 

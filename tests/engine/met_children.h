@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 namespace vask_test {
 

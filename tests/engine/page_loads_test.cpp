@@ -9,8 +9,8 @@
 #include <regex>
 
 #include "met_children.h"
-#include "support/log_catcher.h"
-#include "support/resource_count.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/resource_count.h"
 
 using namespace vask_test;
 

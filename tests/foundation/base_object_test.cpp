@@ -12,8 +12,8 @@
 #include <type_traits>
 
 #include "support/interpose.h"
-#include "support/log_catcher.h"
 #include "support/named_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

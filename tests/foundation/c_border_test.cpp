@@ -9,7 +9,7 @@
 
 #include <stdexcept>
 
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

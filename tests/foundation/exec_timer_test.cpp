@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "support/interpose.h"
-#include "support/main_loop.h"
-#include "support/resource_count.h"
 #include "vask_exec.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/resource_count.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -14,9 +14,9 @@
 #include <functional>
 
 #include "support/file_scratch.h"
-#include "support/log_catcher.h"
 #include "support/system_calls.h"
 #include "vask_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -19,10 +19,10 @@
 
 #include "support/file_scratch.h"
 #include "support/interpose.h"
-#include "support/log_catcher.h"
 #include "support/private_mounts.h"
 #include "support/system_calls.h"
 #include "vask_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -9,8 +9,8 @@
 #include <filesystem>
 
 #include "support/file_scratch.h"
-#include "support/log_catcher.h"
 #include "vask_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

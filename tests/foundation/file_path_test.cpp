@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "support/log_catcher.h"
 #include "vask_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 

@@ -8,8 +8,8 @@
 #include <climits>
 #include <string>
 
-#include "support/log_catcher.h"
 #include "vask_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

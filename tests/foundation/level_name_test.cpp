@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/log_catcher.h"
 #include "support/source_line.h"
 #include "vask_object.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -24,10 +24,10 @@
 #include <utility>
 
 #include "support/interpose.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
 #include "support/named_object.h"
 #include "support/sanitizers.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
 
 using namespace vask_test;
 using testing::AllOf;

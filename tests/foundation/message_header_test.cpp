@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <string>
 
-#include "support/log_catcher.h"
 #include "vask_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::MatchesRegex;

@@ -18,6 +18,7 @@
 #include "support/interpose.h"
 #include "support/library_lock_state.h"
 #include "support/source_line.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

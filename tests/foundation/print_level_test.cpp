@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "support/log_catcher.h"
 #include "vask_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 

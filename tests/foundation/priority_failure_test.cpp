@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <string>
 
-#include "support/log_catcher.h"
 #include "support/named_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

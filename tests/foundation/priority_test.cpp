@@ -10,8 +10,8 @@
 #include <string>
 
 #include "foundation/paused_child.h"
-#include "support/log_catcher.h"
 #include "support/named_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -14,9 +14,9 @@
 #include <thread>
 
 #include "foundation/paused_child.h"
-#include "support/log_catcher.h"
 #include "support/source_line.h"
 #include "vask_object.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

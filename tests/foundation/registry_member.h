@@ -11,8 +11,8 @@
 
 #include "support/forked_process.h"
 #include "support/library_lock_state.h"
-#include "support/main_loop.h"
 #include "support/registry_object.h"
+#include "vask_test/main_loop.h"
 
 using registry_map = std::map<unsigned long, int>;
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "support/log_catcher.h"
 #include "vask_object.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -29,8 +29,8 @@
 #include "foundation/process_tracer.h"
 #include "support/higher_nice_value.h"
 #include "support/interpose.h"
-#include "support/log_catcher.h"
 #include "vask_object.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "foundation/child_report.h"
-#include "support/log_catcher.h"
 #include "support/source_line.h"
 #include "vask_object.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

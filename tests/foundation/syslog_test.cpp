@@ -18,10 +18,10 @@
 #include <thread>
 #include <vector>
 
-#include "support/log_catcher.h"
 #include "support/named_object.h"
 #include "support/private_mounts.h"
-#include "support/resource_count.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/resource_count.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -7,9 +7,9 @@
 #include <climits>
 #include <string>
 
-#include "support/log_catcher.h"
 #include "support/source_line.h"
 #include "vask_object.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

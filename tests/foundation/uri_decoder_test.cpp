@@ -14,10 +14,10 @@
 #include <thread>
 
 #include "support/interpose.h"
-#include "support/log_catcher.h"
 #include "support/mapped_file.h"
 #include "support/source_line.h"
 #include "vask_object.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -6,7 +6,7 @@
 #include <malloc.h>
 
 #include "recorded_plugin.h"
-#include "support/main_loop.h"
+#include "vask_test/main_loop.h"
 
 using namespace vask_test;
 

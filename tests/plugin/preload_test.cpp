@@ -12,7 +12,7 @@
 
 #include "recorded_plugin.h"
 #include "support/interpose.h"
-#include "support/main_loop.h"
+#include "vask_test/main_loop.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "support/log_catcher.h"
 #include "vask_np_factory.h"
 #include "vask_test/fake_browser.h"
+#include "vask_test/log_catcher.h"
 
 namespace vask_test {
 

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "support/log_catcher.h"
 #include "vask_np_base.h"
+#include "vask_test/log_catcher.h"
 #include "vask_test/script_value.h"
 
 using namespace vask_test;

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "support/forked_process.h"
-#include "support/main_loop.h"
 #include "vask_object.h"
 #include "vask_shared_info.h"
+#include "vask_test/main_loop.h"
 
 namespace {
 

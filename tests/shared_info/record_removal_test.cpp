@@ -14,9 +14,9 @@
 
 #include "shared_info/shared_info_faults.h"
 #include "support/forked_process.h"
-#include "support/main_loop.h"
 #include "support/shared_objects.h"
 #include "vask_object.h"
+#include "vask_test/main_loop.h"
 #include "vask_test/process_list.h"
 #include "vask_test/timeout_factor.h"
 

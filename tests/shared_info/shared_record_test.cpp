@@ -11,9 +11,9 @@
 
 #include "support/file_scratch.h"
 #include "support/forked_process.h"
-#include "support/main_loop.h"
 #include "support/shared_objects.h"
 #include "vask_object.h"
+#include "vask_test/main_loop.h"
 #include "vask_test/process_list.h"
 
 using namespace vask_test;

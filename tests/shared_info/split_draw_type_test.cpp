@@ -6,9 +6,9 @@
 
 #include <climits>
 
-#include "support/log_catcher.h"
 #include "vask_object.h"
 #include "vask_shared_info.h"
+#include "vask_test/log_catcher.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

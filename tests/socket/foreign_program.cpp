@@ -11,7 +11,7 @@
 
 #include <cstdlib>
 
-#include "support/main_loop.h"
+#include "vask_test/main_loop.h"
 
 namespace vask_test {
 

@@ -15,6 +15,7 @@
 
 #include "socket_owners.h"
 #include "support/glib_log_catcher.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include "support/main_loop.h"
+#include "vask_test/main_loop.h"
 
 namespace vask_test {
 

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "raw_socket.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
-#include "support/resource_count.h"
 #include "support/source_line.h"
 #include "vask_socket.h"
+#include "vask_test/googletest.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/resource_count.h"
 #include "vask_test/timeout_factor.h"
 
 namespace vask_test {

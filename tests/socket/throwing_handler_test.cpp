@@ -12,6 +12,7 @@
 
 #include "socket_faults.h"
 #include "socket_owners.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::Contains;

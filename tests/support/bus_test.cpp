@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/main_loop.h"
-#include "support/resource_count.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/resource_count.h"
 
 using namespace vask_test;
 

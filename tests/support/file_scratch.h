@@ -16,7 +16,7 @@
 #include <fstream>
 #include <string>
 
-#include "support/log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 /** An empty directory that every user may enter and change; gone after the test. */
 class scratch_directory {

@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/main_loop.h"
-#include "support/started_process.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/started_process.h"
 
 namespace vask_test {
 

@@ -17,11 +17,11 @@
 #include <vector>
 
 #include "support/forked_process.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
 #include "support/mapped_file.h"
 #include "support/named_object.h"
 #include "support/sem_value.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
 
 /** Lets the library's shared objects be made anew in every test. */
 class shared_objects_removed {

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "support/log_catcher.h"
 #include "vask_shared_info.h"
+#include "vask_test/log_catcher.h"
 
 /** What lies in /dev/shm for one shared-memory context, seen and made without the library. */
 class shared_object {

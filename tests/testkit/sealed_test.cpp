@@ -19,9 +19,9 @@
 #include <string>
 #include <vector>
 
-#include "support/main_loop.h"
-#include "support/resource_count.h"
+#include "vask_test/main_loop.h"
 #include "vask_test/process_list.h"
+#include "vask_test/resource_count.h"
 #include "vask_test/world.h"
 
 using namespace vask_test;

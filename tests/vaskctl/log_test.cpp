@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "running_system.h"
+#include "support/test_program.h"
 #include "tool_run.h"
 
 using namespace vask_test;

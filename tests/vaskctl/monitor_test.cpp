@@ -10,7 +10,7 @@
 
 #include "programs/controller_child_commands.h"
 #include "running_system.h"
-#include "support/served_child.h"
+#include "vask_test/served_child.h"
 
 using namespace vask_test;
 

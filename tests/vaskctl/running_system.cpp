@@ -13,10 +13,11 @@
 
 #include "programs/controller_child_commands.h"
 #include "support/forked_process.h"
-#include "support/main_loop.h"
 #include "support/registry_object.h"
-#include "support/served_child.h"
+#include "support/test_program.h"
+#include "vask_test/main_loop.h"
 #include "vask_test/process_list.h"
+#include "vask_test/served_child.h"
 #include "vask_test/world.h"
 
 namespace vask_test {

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "support/bus_client.h"
 #include "support/forked_process.h"
-#include "support/started_process.h"
 #include "tool_run.h"
+#include "vask_test/bus_client.h"
+#include "vask_test/started_process.h"
 
 namespace vask_test {
 

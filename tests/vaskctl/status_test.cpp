@@ -12,11 +12,11 @@
 #include "running_system.h"
 #include "support/forked_process.h"
 #include "support/idle_process.h"
-#include "support/main_loop.h"
 #include "support/registry_object.h"
 #include "support/sanitizers.h"
 #include "support/shared_objects.h"
 #include "vask_object.h"
+#include "vask_test/main_loop.h"
 #include "vask_test/timeout_factor.h"
 
 using namespace vask_test;

@@ -17,7 +17,7 @@
 #include <regex>
 #include <stdexcept>
 
-#include "support/main_loop.h"
+#include "vask_test/main_loop.h"
 
 namespace vask_test {
 

@@ -8,10 +8,11 @@
 #include "programs/controller_child_commands.h"
 #include "running_system.h"
 #include "support/idle_process.h"
-#include "support/main_loop.h"
 #include "support/registry_object.h"
 #include "support/sanitizers.h"
-#include "support/served_child.h"
+#include "support/test_program.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/served_child.h"
 #include "vask_test/timeout_factor.h"
 
 using namespace vask_test;

@@ -1,8 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "support/log_catcher.h"
-
 #include <fcntl.h>
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
@@ -11,6 +9,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::ElementsAre;

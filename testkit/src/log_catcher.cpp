@@ -1,10 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@ namespace vask_test {
 namespace {
 
 log_catcher* innermost = nullptr;
+bool (*test_has_failed)() = nullptr;
 
 void redirect_stdout(int fd) {
     std::fflush(stdout);
@@ -41,7 +41,7 @@ log_catcher::log_catcher()
 }
 
 log_catcher::~log_catcher() {
-    const std::string caught = testing::Test::HasFailure() ? text() : "";
+    const std::string caught = test_has_failed && test_has_failed() ? text() : "";
     redirect_stdout(m_original);
     fcntl(STDOUT_FILENO, F_SETFD, m_original_flags);
     close(m_original);
@@ -71,6 +71,10 @@ void log_catcher::clear() {
     if (ftruncate(m_memory, 0) != 0) {
         throw std::runtime_error("log_catcher: cannot be cleared");
     }
+}
+
+void log_catcher::show_after(bool (*has_failed)()) {
+    test_has_failed = has_failed;
 }
 
 void log_catcher::suspend() {

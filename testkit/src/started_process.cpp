@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "support/started_process.h"
+#include "vask_test/started_process.h"
 
 #include <signal.h>
 #include <spawn.h>
@@ -13,7 +13,7 @@
 #include <cstddef>
 #include <stdexcept>
 
-#include "support/main_loop.h"
+#include "vask_test/main_loop.h"
 
 namespace vask_test {
 
@@ -55,13 +55,19 @@ started_process::started_process(const std::string& path, const std::vector<std:
     texts.insert(texts.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv = pointers_to(texts);
 
-    std::vector<std::string> variables = environment_with(wanted.environment);
+    std::vector<std::string> variables = wanted.whole_environment;
+    if (variables.empty()) {
+        variables = environment_with(wanted.environment);
+    }
     std::vector<char*> envp = pointers_to(variables);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     if (wanted.standard_output >= 0) {
         posix_spawn_file_actions_adddup2(&actions, wanted.standard_output, STDOUT_FILENO);
+    }
+    if (wanted.closes_descriptors) {
+        posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     }
     const int failure =
         posix_spawnp(&m_pid, path.c_str(), &actions, nullptr, argv.data(), envp.data());
@@ -109,13 +115,14 @@ int started_process::wait_for_end() {
     return wait_until_without_loop([this] { return poll(WNOHANG); }) ? m_status : -1000;
 }
 
+bool started_process::has_ended() {
+    poll(WNOHANG);
+    return m_ended;
+}
+
 void started_process::kill_now() {
     send(SIGKILL);
     poll(0);
-}
-
-std::string test_program(const std::string& name) {
-    return std::string(VASK_TEST_PROGRAM_DIR) + "/" + name;
 }
 
 }  // namespace vask_test

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "support/resource_count.h"
+#include "vask_test/resource_count.h"
 
 #include <fcntl.h>
 #include <glib.h>
@@ -12,7 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/leak_listener.h"
+#include "vask_test/googletest.h"
 
 using namespace vask_test;
 using testing::HasSubstr;

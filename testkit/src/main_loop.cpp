@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "main_loop.h"
+#include "vask_test/main_loop.h"
 
 #include <glib.h>
 

@@ -4,7 +4,7 @@
 #include <ostream>
 #include <regex>
 
-#include "log_catcher.h"
+#include "vask_test/log_catcher.h"
 
 namespace vask_test {
 
@@ -46,7 +46,7 @@ void PrintTo(const log_line& line, std::ostream* out) {
     if (!line.level.empty()) {
         *out << line.level << " [" << line.name << "] ";
     }
-    *out << testing::PrintToString(line.text);
+    *out << '"' << line.text << '"';
 }
 
 log_line line(const std::string& level, const std::string& name, const std::string& text) {

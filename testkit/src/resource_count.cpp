@@ -1,10 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "resource_count.h"
+#include "vask_test/resource_count.h"
 
-#include <dbus/dbus-glib.h>
+#include <dbus/dbus.h>
 #include <dirent.h>
+#include <dlfcn.h>
 #include <glib-unix.h>
 #include <signal.h>
 #include <unistd.h>
@@ -20,16 +21,17 @@ namespace vask_test {
 
 namespace {
 
-std::vector<std::string> open_descriptors() {
+std::vector<std::string> open_descriptors(pid_t pid) {
     std::vector<std::string> result;
-    DIR* directory = opendir("/proc/self/fd");
+    DIR* directory = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
     if (!directory) {
         return result;
     }
     while (const dirent* entry = readdir(directory)) {
         char target[PATH_MAX];
         const ssize_t length = readlinkat(dirfd(directory), entry->d_name, target, sizeof target);
-        if (length >= 0 && std::atoi(entry->d_name) != dirfd(directory)) {
+        const bool is_ours = pid == getpid() && std::atoi(entry->d_name) == dirfd(directory);
+        if (length >= 0 && !is_ours) {
             result.emplace_back(target, static_cast<size_t>(length));
         }
     }
@@ -37,10 +39,10 @@ std::vector<std::string> open_descriptors() {
     return result;
 }
 
-std::vector<std::string> own_children() {
+std::vector<std::string> children_of(pid_t pid) {
     std::vector<std::string> result;
     for (const process_entry& process : list_processes()) {
-        if (process.parent == getpid()) {
+        if (process.parent == pid) {
             result.push_back(std::to_string(process.pid) + " " + process.command);
         }
     }
@@ -108,13 +110,30 @@ std::string changes(const char* kind, const std::vector<std::string>& before,
     return text;
 }
 
+// The connection of all bridges and children. It is the bus library's, which a test has from the
+// library under test if it has it at all.
+void connect_to_session_bus() {
+    typedef void* get_function(int type, GError** error);
+    void* const library = dlopen("libdbus-glib-1.so.2", RTLD_LAZY);
+    void* const found = library ? dlsym(library, "dbus_g_bus_get") : nullptr;
+    GError* error = nullptr;
+    if (found && !reinterpret_cast<get_function*>(found)(DBUS_BUS_SESSION, &error)) {
+        g_clear_error(&error);
+    }
+}
+
 }  // namespace
 
-resource_count resource_count::take() {
+resource_count resource_count::of(pid_t pid) {
     resource_count result;
-    result.descriptors = sorted(open_descriptors());
-    result.children = sorted(own_children());
+    result.descriptors = sorted(open_descriptors(pid));
+    result.children = sorted(children_of(pid));
     result.shared_objects = sorted(files_in("/dev/shm"));
+    return result;
+}
+
+resource_count resource_count::take() {
+    resource_count result = of(getpid());
     result.sources = sorted(attached_sources());
     return result;
 }
@@ -131,10 +150,7 @@ void warm_up_process_resources() {
     // A signal source is what makes GLib start its worker thread.
     g_source_unref(g_unix_signal_source_new(SIGUSR2));
 
-    GError* error = nullptr;
-    if (!dbus_g_bus_get(DBUS_BUS_SESSION, &error)) {
-        g_clear_error(&error);
-    }
+    connect_to_session_bus();
     while (g_main_context_iteration(nullptr, FALSE)) {
     }
 }

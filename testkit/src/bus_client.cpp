@@ -1,13 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include "support/bus_client.h"
+#include "vask_test/bus_client.h"
 
 #include <poll.h>
 
 #include <stdexcept>
 
-#include "support/main_loop.h"
+#include "vask_test/main_loop.h"
 
 namespace vask_test {
 
@@ -124,19 +124,27 @@ void bus_client::send(const message_ptr& message) {
     dbus_connection_flush(m_connection);
 }
 
-bus_reply bus_client::call(const message_ptr& message) {
+bool bus_client::try_call(const message_ptr& message, int deadline_msec, bus_reply* reply) {
     dbus_connection_send(m_connection, message.get(), &m_expected_serial);
     m_reply.reset();
     const auto has_reply = [this] {
         receive();
         return m_reply != nullptr;
     };
-    const bool answered = wait_until(has_reply, longest_call_msec);
+    const bool answered = wait_until(has_reply, deadline_msec);
     m_expected_serial = 0;
-    if (!answered) {
+    if (answered) {
+        *reply = read_reply(m_reply.get());
+    }
+    return answered;
+}
+
+bus_reply bus_client::call(const message_ptr& message) {
+    bus_reply reply;
+    if (!try_call(message, longest_call_msec, &reply)) {
         throw std::runtime_error("no answer, not even an error");
     }
-    return read_reply(m_reply.get());
+    return reply;
 }
 
 bus_reply bus_client::call_bus(const std::string& method, const std::string& argument) {

@@ -1,0 +1,45 @@
+// SPDX-FileCopyrightText: 2026 The libvask authors
+// SPDX-License-Identifier: MIT
+
+#ifndef VASK_TEST_RESOURCE_COUNT_H
+#define VASK_TEST_RESOURCE_COUNT_H
+
+/**
+ * @file
+ * @brief What a process holds that could leak.
+ */
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace vask_test {
+
+/** What a process holds that could leak, each list sorted. */
+struct resource_count {
+    std::vector<std::string> descriptors;    /**< what they lead to */
+    std::vector<std::string> children;       /**< "PID COMMAND", dead ones until they are reaped */
+    std::vector<std::string> shared_objects; /**< all that there are, whoever has made them */
+    std::vector<std::string>
+        sources; /**< of the default main context, by name; of this process only
+                  */
+
+    /** @return what this process holds */
+    static resource_count take();
+
+    /** @param pid  a process @return what it holds, but for its sources */
+    static resource_count of(pid_t pid);
+
+    /** @param later  another count of the same process
+     *  @return one line per resource gained or lost until then; "" when there is none */
+    std::string difference(const resource_count& later) const;
+};
+
+/** Brings into being what GLib and the session bus connection keep until the process ends. Call it
+ *  before the first count. */
+void warm_up_process_resources();
+
+}  // namespace vask_test
+
+#endif
