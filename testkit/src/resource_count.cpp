@@ -14,6 +14,7 @@
 #include <climits>
 #include <cstdlib>
 #include <iterator>
+#include <ostream>
 
 #include "vask_test/process_list.h"
 
@@ -143,6 +144,10 @@ std::string resource_count::difference(const resource_count& later) const {
            changes("child", children, later.children) +
            changes("shared object", shared_objects, later.shared_objects) +
            changes("main loop source", sources, later.sources);
+}
+
+void PrintTo(const resource_count& count, std::ostream* out) {
+    *out << count.descriptors.size() << " descriptors and " << count.children.size() << " children";
 }
 
 void warm_up_process_resources() {

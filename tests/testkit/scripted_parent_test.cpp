@@ -289,3 +289,10 @@ TEST(holds_no_more_than, Shows_what_has_changed) {
     close(fd);
     EXPECT_THAT(resource_count::take(), matcher);
 }
+
+TEST(resource_count, Is_shown_in_a_few_words) {
+    resource_count count;
+    count.descriptors = {"/dev/null", "/dev/zero"};
+    count.children = {"1 sleep"};
+    EXPECT_EQ(testing::PrintToString(count), "2 descriptors and 1 children");
+}

@@ -11,6 +11,7 @@
 
 #include <sys/types.h>
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,10 @@ struct resource_count {
      *  @return one line per resource gained or lost until then; "" when there is none */
     std::string difference(const resource_count& later) const;
 };
+
+/** For failure messages. @param count  what is shown, but for its shared objects and sources
+ *  @param out  where */
+void PrintTo(const resource_count& count, std::ostream* out);
 
 /** Brings into being what GLib and the session bus connection keep until the process ends. Call it
  *  before the first count. */
