@@ -23,7 +23,8 @@ PARTS = [
     ("The manual", {f"docs/manual/{name}.md": f"manual/{page}.html" for name, page in [
         ("README", "index"), *((name, name) for name in [
             "questions", "foundation", "child", "bridge", "life-of-a-child", "controller", "plugin",
-            "shared-info", "sockets", "interfaces", "exceptions", "debugging", "kept-oddities"])]}),
+            "shared-info", "sockets", "threads", "testing", "interfaces", "exceptions", "debugging",
+            "kept-oddities"])]}),
     ("To look things up", {
         "docs/messages.md": "messages.html",
         "docs/performance.md": "performance.html",
