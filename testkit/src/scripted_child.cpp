@@ -223,16 +223,21 @@ child_cue scripted_child::now(int deadline_msec) {
     });
 }
 
-// The process reads its pipe from the moment on in which the pipe is there.
+// The process may end at any moment: a reader of its own keeps the signal for a broken pipe away.
 void scripted_child::send_order(pid_t pid, const std::string& line, int deadline_msec) const {
     const std::string path = orders_of(m_program, pid);
     int pipe = -1;
-    const auto listens = [&] { return (pipe = open(path.c_str(), O_WRONLY | O_NONBLOCK)) >= 0; };
+    const auto listens = [&] {
+        pipe = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        return pipe >= 0;
+    };
     if (!wait_until(listens, deadline_msec)) {
         fail("process " + std::to_string(pid) + " takes no orders");
     }
+    const int own_end = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     const std::string text = line + "\n";
     const bool is_sent = write(pipe, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    close(own_end);
     close(pipe);
     if (!is_sent) {
         fail("process " + std::to_string(pid) + " does not take: " + line);

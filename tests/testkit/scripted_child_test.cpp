@@ -317,7 +317,9 @@ TEST_F(scripted_with_parent, Does_something_else_when_it_is_started_again) {
 }
 
 TEST_F(scripted, Acts_when_the_test_says_so) {
+    child.on_command(1);
     ASSERT_TRUE(start());
+    bridge.ask(1);
     child.now().emit(1, "one").emit(2, "two");
     EXPECT_TRUE(bridge.wait_for_signals(2));
     EXPECT_THAT(bridge.signals, ElementsAre(Pair(1, "one"), Pair(2, "two")));
@@ -332,6 +334,13 @@ TEST(scripted_child, Tells_when_nobody_was_started_who_could_act) {
     } catch (const std::runtime_error& error) {
         EXPECT_THAT(error.what(), AllOf(HasSubstr("nobody has started "), EndsWith("/lonely")));
     }
+}
+
+TEST(scripted_child, Tells_when_the_process_that_was_started_last_has_ended) {
+    scripted_child child;
+    child.at_start().exit(0);
+    EXPECT_EQ(started_process(child.program(), {}).wait_for_end(), 0);
+    EXPECT_THROW(child.now(10).emit(1), std::runtime_error);
 }
 
 TEST(scripted_child, Is_found_by_tools_under_its_name) {

@@ -20,6 +20,7 @@ using namespace vask_test;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
@@ -285,7 +286,7 @@ TEST(holds_no_more_than, Shows_what_has_changed) {
     const auto matcher = holds_no_more_than(before);
     testing::StringMatchResultListener listener;
     EXPECT_FALSE(testing::ExplainMatchResult(matcher, resource_count::take(), &listener));
-    EXPECT_EQ(listener.str(), "resources changed:\nadditional descriptor: /dev/zero\n");
+    EXPECT_THAT(listener.str(), HasSubstr("additional descriptor: /dev/zero"));
     close(fd);
     EXPECT_THAT(resource_count::take(), matcher);
 }

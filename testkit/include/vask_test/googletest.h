@@ -61,11 +61,15 @@ testing::Matcher<const child_answer&> not_answered(const Text& error) {
                           testing::Field("error", &child_answer::error, error));
 }
 
-/** The same resources. @param before  an earlier count @return a matcher for a later one */
-MATCHER_P(holds_no_more_than, before, "holds what was held before") {
-    const std::string difference = before.difference(arg);
-    *result_listener << (difference.empty() ? "" : "resources changed:\n" + difference);
-    return difference.empty();
+/**
+ * The same resources as at another time.
+ *
+ * @param before  an earlier count of the same process
+ * @return a matcher for a later one
+ */
+inline testing::Matcher<const resource_count&> holds_no_more_than(const resource_count& before) {
+    const auto change = [before](const resource_count& later) { return before.difference(later); };
+    return testing::ResultOf("change", change, std::string());
 }
 
 /** Fails every test after which the process holds other resources than before. */

@@ -160,9 +160,13 @@ public:
 
     /** @name The process that was started last */
     ///@{
-    /** Waits until a process was started and listens. Throws std::runtime_error when there is none
-     *  by the deadline. @param deadline_msec  how long to wait @return what it does as soon as its
-     *  main loop runs */
+    /**
+     * Waits until a process was started and listens. A bridge that has just met it may not hear its
+     * signals yet: that it wants to is still on its way to the bus, until the child has answered it.
+     *
+     * @param deadline_msec  how long to wait; std::runtime_error is thrown when there is none then
+     * @return what it does as soon as its main loop runs
+     */
     child_cue now(int deadline_msec = 30000);
     /** @return its process id, or -1 before the first start */
     pid_t pid() const;

@@ -25,9 +25,9 @@ namespace vask_test {
 
 /** What became of a command. */
 struct child_answer {
-    bool ok = false;
-    std::string reply;
-    std::string error; /**< name of the bus's error, or "no answer within N ms"; empty if #ok */
+    bool ok = false;   /**< whether the command was handled */
+    std::string reply; /**< empty if it was not */
+    std::string error; /**< name of the bus's error, or "no answer within N ms"; empty if it was */
 };
 
 /** For failure messages. @param answer  what is shown @param out  where */
@@ -35,8 +35,8 @@ void PrintTo(const child_answer& answer, std::ostream* out);
 
 /** A signal of a child. */
 struct raised_signal {
-    int id = 0;
-    std::string data;
+    int id = 0;       /**< the signal */
+    std::string data; /**< its text */
 };
 
 /** @param a,b  what is compared @return whether they are the same */
