@@ -17,6 +17,7 @@
 #include "support/sem_value.h"
 #include "support/source_line.h"
 #include "vask_object.h"
+#include "vask_test/googletest.h"
 
 namespace {
 
