@@ -23,12 +23,12 @@ public:
     struct options {
         /** "NAME=value", in place of the test's own. */
         std::vector<std::string> environment;
-        /** Instead of both, unless empty. */
-        std::vector<std::string> whole_environment;
         /** Empty for the path. */
         std::string argv0;
         /** A descriptor in place of the test's own, or -1. */
         int standard_output = -1;
+        /** All variables, in place of those above and the test's own, unless empty. */
+        std::vector<std::string> whole_environment = {};
         /** Whether all descriptors but the first three are closed for it. */
         bool closes_descriptors = false;
     };
