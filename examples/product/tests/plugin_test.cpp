@@ -3,7 +3,6 @@
 
 // The plug-in, in a browser that keeps books, with a child that does what the test says.
 
-#include <dlfcn.h>
 #include <stdlib.h>
 #include <vask_test/fake_browser.h>
 #include <vask_test/googletest.h>
@@ -22,7 +21,7 @@ class meter : public testing::Test {
 protected:
     meter() {
         setenv("METER_CHILD", child.program().c_str(), 1);
-        load();
+        EXPECT_EQ(browser.load(METER_PLUGIN), NPERR_NO_ERROR);
         element = browser.open();
         object = browser.scriptable(element);
     }
@@ -34,8 +33,8 @@ protected:
         if (object) {
             browser.drop(object);
         }
-        EXPECT_THAT(browser.complaints(), IsEmpty());
-        EXPECT_THAT(browser.unbalanced(), IsEmpty());
+        browser.unload();
+        EXPECT_THAT(browser.faults(), IsEmpty());
     }
 
     /** Has a function of the page called for an event, and keeps what it is called with. */
@@ -64,17 +63,6 @@ protected:
     NPP element = nullptr;
     NPObject* object = nullptr;
     std::vector<std::string> calls;
-
-private:
-    void load() {
-        void* library = dlopen(METER_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-        typedef NPError initialize(NPNetscapeFuncs*, NPPluginFuncs*);
-        NPPluginFuncs functions = {};
-        functions.size = sizeof functions;
-        NPNetscapeFuncs table = browser.functions();
-        reinterpret_cast<initialize*>(dlsym(library, "NP_Initialize"))(&table, &functions);
-        browser.load(functions);
-    }
 };
 
 }  // namespace
