@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "plugin/recorded_plugin.h"
-#include "support/fake_browser.h"
 #include "target.h"
+#include "vask_test/fake_browser.h"
 
 using vask_fuzz::input;
 using vask_fuzz::require;

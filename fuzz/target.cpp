@@ -29,7 +29,7 @@ void refuse_machine() {
     const bool is_sealed =
         runtime != nullptr && std::strncmp(runtime, vask_test::private_directory, length) == 0;
     if (!is_sealed && !vask_test::is_in_open_world()) {
-        std::fputs("It changes shared memory: run it by scripts/fuzz or sealed_run.\n", stderr);
+        std::fputs("It changes shared memory: run it by scripts/fuzz or vask-sealed.\n", stderr);
         std::_Exit(2);
     }
 }

@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "life.h"
-#include "support/served_child.h"
 #include "vask_child.h"
+#include "vask_test/served_child.h"
 
 namespace vask_test {
 

@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "support/main_loop.h"
-#include "support/resource_count.h"
+#include "vask_test/main_loop.h"
+#include "vask_test/resource_count.h"
 
 namespace vask_test {
 

@@ -17,7 +17,7 @@
 #include <thread>
 
 #include "life.h"
-#include "support/timeout_factor.h"
+#include "vask_test/timeout_factor.h"
 
 namespace vask_test {
 

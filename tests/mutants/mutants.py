@@ -97,7 +97,7 @@ class Workshop:
             return pickle.load(file)
 
     def run(self, program, timeout, *more, only=None):
-        command = [os.path.join(self.build, "tests/support/sealed_run"), *program.options, "--timeout", str(timeout), "--"]
+        command = [os.path.join(self.build, "testkit/vask-sealed"), *program.options, "--timeout", str(timeout), "--"]
         command += [self.path_of(program), *more]
         if only:
             command.append("--gtest_filter=" + only)

@@ -15,7 +15,7 @@
 inline bool is_reaper(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/comm");
     std::string name;
-    return pid == 1 || (std::getline(file, name) && name == "sealed_run");
+    return pid == 1 || (std::getline(file, name) && name == "vask-sealed");
 }
 
 /** This process never outlives the one that has started it, not even one that has ended already. */

@@ -3,7 +3,7 @@
 # SPDX-License-Identifier: MIT
 """Runs a desktop of thirty processes for some minutes and kills some of them at random.
 
-Everything that it starts is in a world of its own (sealed_run). What it sees goes into a directory,
+Everything that it starts is in a world of its own (vask-sealed). What it sees goes into a directory,
 for verdict.py and picture.py:
 
     samples   every five seconds the processes and what they hold, a line of JSON each
@@ -314,7 +314,7 @@ class Desktop:
         return [
             f"{process.pid} {process.state} {process.program}"
             for process in processes().values()
-            if process.pid != os.getpid() and process.program not in ("sealed_run", "dbus-daemon", "Xvfb")
+            if process.pid != os.getpid() and process.program not in ("vask-sealed", "dbus-daemon", "Xvfb")
         ]
 
     def registered_beside_a_last_one(self):

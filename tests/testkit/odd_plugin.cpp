@@ -9,11 +9,12 @@
 
 namespace {
 
-NPError answer_well(NPMIMEType, NPP, uint16_t, int16_t, char**, char**, NPSavedData*) {
+[[maybe_unused]] NPError answer_well(NPMIMEType, NPP, uint16_t, int16_t, char**, char**,
+                                     NPSavedData*) {
     return NPERR_NO_ERROR;
 }
 
-NPError answer_well(NPP, NPSavedData**) {
+[[maybe_unused]] NPError answer_well(NPP, NPSavedData**) {
     return NPERR_NO_ERROR;
 }
 
