@@ -15,7 +15,6 @@
 #include <string>
 
 #include "bridge/recording_bridge.h"
-#include "support/leak_listener.h"
 #include "support/library_lock_state.h"
 #include "support/log_catcher.h"
 #include "support/main_loop.h"
@@ -144,6 +143,7 @@ TEST_F(busy_host, Writes_whole_lines) {
 
 // The child ends with another status when one of its threads has failed or raced.
 TEST(busy_child, Answers_signals_and_ends) {
+    const shared_objects_removed cleanup;
     const log_catcher log;
     recording_bridge bridge;
     strlist argv = {VASK_TEST_PROGRAM_DIR "/threads_child"};
@@ -184,5 +184,4 @@ TEST(many_threads, Format_each_their_own_text) {
 
 TEST(many_threads, Decode_their_first_URI_at_once) {
     in_threads(8, [](int) { EXPECT_EQ(vask_object::file_uri_to_local_path("file:///%41"), "/A"); });
-    leak_listener::accept_leftovers();
 }
