@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
+#include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/wait.h>
 

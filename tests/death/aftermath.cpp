@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "support/timeout_factor.h"
+#include "vask_test/timeout_factor.h"
 
 namespace vask_test {
 

@@ -8,8 +8,8 @@
 #include "bridge/recording_bridge.h"
 #include "death/scene_lists.h"
 #include "support/forked_process.h"
-#include "support/process_list.h"
-#include "support/resource_count.h"
+#include "vask_test/process_list.h"
+#include "vask_test/resource_count.h"
 
 namespace vask_test {
 

@@ -17,8 +17,8 @@
 #include <memory>
 
 #include "support/forked_process.h"
-#include "support/timeout_factor.h"
 #include "support/tiny_dev_shm.h"
+#include "vask_test/timeout_factor.h"
 
 namespace vask_test {
 

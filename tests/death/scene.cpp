@@ -12,7 +12,7 @@
 
 #include "death/scenes.h"
 #include "support/forked_process.h"
-#include "support/resource_count.h"
+#include "vask_test/resource_count.h"
 
 namespace vask_test {
 

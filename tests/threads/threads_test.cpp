@@ -16,12 +16,12 @@
 
 #include "bridge/recording_bridge.h"
 #include "support/library_lock_state.h"
-#include "support/log_catcher.h"
-#include "support/main_loop.h"
 #include "support/named_object.h"
 #include "threads/busy_threads.h"
 #include "vask_exec.h"
 #include "vask_shared_info.h"
+#include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
 
 using namespace vask_test;
 using testing::Contains;
