@@ -67,18 +67,20 @@ std::string contents_of(int file) {
     return text;
 }
 
-// Numbers differ from run to run.
+// Numbers and addresses differ from run to run.
+std::string without_numbers(const std::string& text) {
+    return std::regex_replace(text, std::regex("0x[0-9a-f]+|[0-9]+"), "N");
+}
+
 std::string fault_in(const std::string& output, int status, bool hangs) {
     std::smatch match;
-    if (std::regex_search(
-            output, match,
-            std::regex("(ERROR: [A-Za-z]*Sanitizer: [^ \n]*|runtime error: [^\n]*)"))) {
-        return match[1];
+    const std::regex sanitizer("(ERROR: [A-Za-z]*Sanitizer: [^ \n]*|runtime error: [^\n]*)");
+    if (std::regex_search(output, match, sanitizer)) {
+        return without_numbers(match[1]);
     }
     const std::size_t blame = output.find(blame_mark);
     if (blame != std::string::npos) {
-        const std::string line = output.substr(blame, output.find('\n', blame) - blame);
-        return std::regex_replace(line, std::regex("[0-9]+"), "N");
+        return without_numbers(output.substr(blame, output.find('\n', blame) - blame));
     }
     if (hangs) {
         return "it does not end";

@@ -17,6 +17,7 @@ import pickle
 import random
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import threading
@@ -29,7 +30,9 @@ FOLDERS = ["foundation", "bus", "child", "bridge", "controller", "shared_info", 
 # The bus has no tests of its own.
 TESTS_OF = {"bus": ["child", "bridge", "controller"]}
 QUICK_SECONDS = 12
-MOST_MEASUREMENTS = 12
+LONGEST_SECONDS = 40
+MOST_MEASUREMENTS = 3
+ALONE = -1
 LEAST_SHARE = 0.95
 
 
@@ -125,18 +128,19 @@ class Workshop:
                 known = json.load(file)
         missing = [program for program in self.programs if program.name not in known]
         with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
-            for program, measured in zip(missing, pool.map(self.measure_one, missing)):
-                known[program.name] = measured
+            runs = {pool.submit(self.measure_one, program): program for program in missing}
+            for done in concurrent.futures.as_completed(runs):
+                known[runs[done].name] = done.result()
                 with open(path, "w", encoding="utf-8") as file:
                     json.dump(known, file, indent=1)
         for program in self.programs:
             program.seconds, program.left_out = known[program.name]
-        self.programs = sorted((p for p in self.programs if p.seconds >= 0), key=lambda p: p.seconds)
+        self.programs.sort(key=lambda program: program.seconds)
 
     def measure_one(self, program):
         for _ in range(MOST_MEASUREMENTS):
             begin = time.monotonic()
-            status, output = self.run(program, 200)
+            status, output = self.run(program, LONGEST_SECONDS)
             if status == 0:
                 return time.monotonic() - begin, program.left_out
             # Those that have failed, and the one in which the process has ended.
@@ -145,8 +149,19 @@ class Workshop:
             if not guilty - set(program.left_out):
                 break
             program.left_out = sorted(guilty.union(program.left_out))
-        print(f"{program.name} fails without a fault: it is left out", flush=True)
-        return -1, []
+        # Then each test has a process of its own.
+        return ALONE, self.tests_of(program)
+
+    def tests_of(self, program):
+        listing = subprocess.run([self.path_of(program), "--gtest_list_tests"], stdout=subprocess.PIPE, check=False)
+        names, suite = [], ""
+        for line in listing.stdout.decode().splitlines():
+            name = line.split("#")[0].strip()
+            if line.startswith(" "):
+                names.append(suite + name)
+            else:
+                suite = name
+        return names
 
     def plant(self, mutant):
         """False when it is no program any more."""
@@ -190,7 +205,7 @@ class Workshop:
         def try_one(task):
             program, only = task
             if not found:
-                status, _ = self.run(program, int(program.seconds * 4) + 20, "--gtest_brief=1", "--gtest_fail_fast", only=only)
+                status, _ = self.run(program, max(0, int(program.seconds * 4)) + 20, "--gtest_brief=1", "--gtest_fail_fast", only=only)
                 if status not in (0, 77) and not found:
                     found.append(program.name)
                     with self.lock:
@@ -198,7 +213,7 @@ class Workshop:
                             process.kill()
 
         # What cannot share a process with other tests comes last, each in one of its own.
-        tasks = [(program, None) for program in programs]
+        tasks = [(program, None) for program in programs if program.seconds != ALONE]
         tasks += [(program, only) for program in programs for only in program.left_out]
         with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
             list(pool.map(try_one, tasks))
@@ -209,8 +224,9 @@ class Workshop:
         own = [p for p in self.programs if p.folder in TESTS_OF.get(folder, [folder])]
         others = [p for p in self.programs if p not in own and p.seconds < QUICK_SECONDS]
         programs = own + others if thorough else [p for p in own if p.seconds < QUICK_SECONDS]
-        # Who has found a fault of this source finds the next one, too.
-        programs.sort(key=lambda p: -self.finds.get((mutant.path, p.name), 0))
+        # Who has found a fault of this source finds the next one, too; else who is called like it.
+        words = set(re.findall("[a-z]+", mutant.path)) - {"src", "vask", "cpp", folder}
+        programs.sort(key=lambda p: (-self.finds.get((mutant.path, p.name), 0), -len(words & set(p.name.split("_")))))
         object_file = self.object_of(mutant)
         kept = [object_file, self.library, os.path.join(self.build, "src/libvask_internal.a")]
         kept = [path for path in kept if os.path.exists(path)]
@@ -276,6 +292,8 @@ def judge(results, accepted):
 
 
 def main():
+    # However it ends, the library is mended first.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     wanted = parse()
     workshop = Workshop(wanted.build, wanted.jobs)
     mutants = workshop.mutants()
