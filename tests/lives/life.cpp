@@ -86,7 +86,7 @@ const std::vector<operation_kind>& common_kinds() {
             {"on_observed", 4}};
         for (const auto& event : events) {
             const std::string name = event.first;
-            result.push_back({name, event.second, 4, [name](life& the, int, int value) {
+            result.push_back({name, event.second, 8, [name](life& the, int, int value) {
                                   the.m_plans[name].push_back(value);
                               }});
         }

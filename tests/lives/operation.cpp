@@ -18,6 +18,15 @@ constexpr int most_values = 12;
 constexpr int shortest_program = 6;
 constexpr int longest_program = 60;
 
+// Most steps need an object that is at work already. By family.
+const char* const beginnings[] = {
+    "bridge 0 1; spawn 0 0; meet 0 0; ",
+    "server 0 0; connect 0 0; connect 0 1; loop 0 6; read 0 1; read 1 1; read 2 1; ",
+    "tool 0 0; ",
+    "open 0 0; hold_object 0 0; ",
+    "child 0 0; observe 0 0; ",
+};
+
 }  // namespace
 
 std::string text_of(const program& steps) {
@@ -35,6 +44,9 @@ program program_of(const std::string& text) {
     for (std::string part; std::getline(parts, part, ';');) {
         std::istringstream words(part);
         operation step;
+        if (part.find_first_not_of(' ') == std::string::npos) {
+            continue;
+        }
         if (!(words >> step.name >> step.slot >> step.value) || !life::knows(step.name)) {
             std::fprintf(stderr, "no step of a program: '%s'\n", part.c_str());
             std::abort();
@@ -58,11 +70,14 @@ program random_program(std::mt19937& dice) {
         weights.push_back(is_meant ? kind.weight : 0);
     }
     std::discrete_distribution<std::size_t> any(weights.begin(), weights.end());
-    program steps(static_cast<std::size_t>(number(shortest_program, longest_program)));
-    for (operation& step : steps) {
-        step.name = kinds[any(dice)].name;
-        step.slot = number(0, most_slots - 1);
-        step.value = number(0, most_values - 1);
+    program steps;
+    if (family < life::families() && number(0, 2) > 0) {
+        steps = program_of(beginnings[family]);
+    }
+    for (int more = number(shortest_program, longest_program); more > 0; --more) {
+        const std::string& name = kinds[any(dice)].name;
+        const int slot = number(0, most_slots - 1);
+        steps.push_back({name, slot, number(0, most_values - 1)});
     }
     return steps;
 }

@@ -67,7 +67,20 @@ public:
         }
     }
 
-    vask_socket* at(int slot) { return m_sockets[slot % sockets_of_a_life].get(); }
+    vask_socket* at(int place) { return m_sockets[place % sockets_of_a_life].get(); }
+
+    // Where the socket is that a step means; the first place when there is none.
+    int place(int slot, int value) const {
+        std::vector<int> taken;
+        for (int i = 0; i < sockets_of_a_life; ++i) {
+            if (m_sockets[i] != nullptr) {
+                taken.push_back(i);
+            }
+        }
+        const std::size_t number = static_cast<std::size_t>(slot + 3 * value);
+        return taken.empty() ? 0 : taken[number % taken.size()];
+    }
+
     live_server* server(int slot) { return m_servers[slot % slots].get(); }
     socket_owner& owner(int slot) { return *m_owners[static_cast<std::size_t>(slot)]; }
 
@@ -199,11 +212,6 @@ operation_kind with_sockets(const char* name, double weight, const step& what) {
             [what](life& the, int slot, int value) { what(the.of<sockets>(), slot, value); }};
 }
 
-// Accepted sockets lie behind those of the first steps.
-int place(int slot, int value) {
-    return slot + 3 * (value % 3);
-}
-
 std::vector<operation_kind> server_kinds() {
     return {
         with_sockets("server", 8,
@@ -246,27 +254,29 @@ std::vector<operation_kind> socket_kinds() {
                          const char* const encodings[] = {nullptr, nullptr, "UTF-8", "ISO-8859-1"};
                          those.connect(slot, encodings[value % 4]);
                      }),
-        with_sockets(
-            "read", 14,
-            [](sockets& those, int slot, int value) { those.request(place(slot, value), value); }),
+        with_sockets("read", 14,
+                     [](sockets& those, int slot, int value) {
+                         those.request(those.place(slot, value), value);
+                     }),
         with_sockets("write", 14,
                      [](sockets& those, int slot, int value) {
-                         sockets::write(those.at(place(slot, value / 2)), value);
+                         sockets::write(those.at(those.place(slot, value / 2)), value);
                      }),
         with_sockets("close", 4,
                      [](sockets& those, int slot, int value) {
-                         if (those.at(place(slot, value)) != nullptr) {
-                             those.at(place(slot, value))->close_peer_sock(value % 2);
+                         if (those.at(those.place(slot, value)) != nullptr) {
+                             those.at(those.place(slot, value))->close_peer_sock(value % 2);
                          }
                      }),
         with_sockets("copy", 3,
                      [](sockets& those, int slot, int value) {
-                         if (those.at(place(slot, value)) != nullptr) {
-                             those.keep(new vask_socket(*those.at(place(slot, value))));
+                         if (those.at(those.place(slot, value)) != nullptr) {
+                             those.keep(new vask_socket(*those.at(those.place(slot, value))));
                          }
                      }),
-        with_sockets("delete_socket", 6,
-                     [](sockets& those, int slot, int value) { those.end(place(slot, value)); })};
+        with_sockets("delete_socket", 6, [](sockets& those, int slot, int value) {
+            those.end(those.place(slot, value));
+        })};
     all.insert(all.end(), more.begin(), more.end());
     return all;
 }
