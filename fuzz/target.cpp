@@ -12,9 +12,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/open_world.h"
-#include "support/private_world.h"
+#include "sealed/private_world.h"
 #include "vask_object.h"
+#include "vask_test/world.h"
 
 namespace vask_fuzz {
 

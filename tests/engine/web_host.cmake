@@ -17,7 +17,8 @@ if(VASK_SANITIZE)
     target_sources(web_host PRIVATE ${CMAKE_CURRENT_LIST_DIR}/without_deep_binding.cpp)
 endif()
 target_include_directories(
-    web_host PUBLIC ${CMAKE_CURRENT_LIST_DIR} PRIVATE ${CMAKE_CURRENT_LIST_DIR}/..)
+    web_host PUBLIC ${CMAKE_CURRENT_LIST_DIR}
+    PRIVATE ${CMAKE_CURRENT_LIST_DIR}/.. ${CMAKE_CURRENT_LIST_DIR}/../../testkit/include)
 target_compile_definitions(
     web_host PRIVATE VASK_TEST_PLUGIN_DIR="$<TARGET_FILE_DIR:demo_plugin>")
 target_link_libraries(web_host PRIVATE Qt5::WebKitWidgets)
