@@ -121,6 +121,7 @@ void fake_browser::keep_no_ledger() {
     m_keeps_ledger = false;
     m_ledger.clear();
     m_closed_elements.clear();
+    m_buried.clear();
     forget_calls();
 }
 

@@ -131,6 +131,12 @@ void fake_browser::leave_page() {
     m_window = new_page_object();
 }
 
+void fake_browser::bury(std::shared_ptr<void> page_object) {
+    if (m_keeps_ledger) {
+        m_buried.push_back(std::move(page_object));
+    }
+}
+
 void fake_browser::end_page() {
     std::vector<NPObject*> of_page;
     for (const auto& object : m_objects) {

@@ -14,8 +14,14 @@ fake_page_object& fake_page_object::from(NPObject* object) {
     return *static_cast<fake_page_object*>(object);
 }
 
+// The next object must not have the address of this one, or its late use would be taken for the
+// other's.
 void fake_page_object::deallocate(NPObject* object) {
-    delete &from(object);
+    fake_page_object* const dead = &from(object);
+    dead->members.clear();
+    dead->body = nullptr;
+    fake_browser::the().bury(std::shared_ptr<void>(
+        dead, [](void* memory) { delete static_cast<fake_page_object*>(memory); }));
 }
 
 bool fake_page_object::has_method(NPObject* object, NPIdentifier name) {

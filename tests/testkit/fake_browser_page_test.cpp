@@ -93,6 +93,8 @@ protected:
         browser.load(plugin);
     }
 
+    ~scripted_page() override { browser.leave_page(); }
+
     /** An element whose object calls a function of the page. */
     NPObject* open_element(const std::function<void()>& body) {
         element = browser.open();
@@ -218,6 +220,14 @@ TEST_F(scripted_page, Complains_of_the_use_of_its_objects_when_it_was_left) {
     browser.leave_page();
     browser.functions().releaseobject(function);
     EXPECT_THAT(browser.complaints(), ElementsAre(HasSubstr("ReleaseObject")));
+}
+
+TEST_F(scripted_page, Gives_no_new_object_the_address_of_one_that_is_gone) {
+    NPObject* gone = browser.make_function();
+    browser.drop(gone);
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_NE(browser.make_function(), gone);
+    }
 }
 
 TEST_F(scripted_page, Can_be_opened_anew_by_the_script_that_leaves_it) {

@@ -378,6 +378,7 @@ private:
     void add_async_call(void (*function)(void*), void* data);
     void note(ledger_entry::action_type action, const void* subject, bool by_page);
     NPObject* new_page_object();
+    void bury(std::shared_ptr<void> page_object);
     void end_page();
     void end_doomed_objects();
     void end_whoever_has(NPObject* object);
@@ -419,6 +420,7 @@ private:
     std::map<NPP, std::unique_ptr<fake_element>> m_elements;
     std::map<NPP, std::unique_ptr<fake_element>> m_closed_elements;
     fake_element m_no_element;
+    std::vector<std::shared_ptr<void>> m_buried;
     std::set<NPP> m_closing;
     int m_calls_of_page = 0;
     std::vector<NPObject*> m_doomed;  // of the plug-in, on a page that was left
