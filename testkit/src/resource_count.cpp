@@ -89,6 +89,12 @@ std::vector<std::string> attached_sources() {
     return result;
 }
 
+bool is_library_object(const std::string& name) {
+    constexpr char registry[] = "vask_proc_pid_";
+    return name.compare(0, sizeof registry - 1, registry) == 0 || name == "sem.vask_shm_lock" ||
+           name == "vask_shared_info" || name == "sem.vask_shm_context_sem_vask_shared_info";
+}
+
 std::vector<std::string> sorted(std::vector<std::string> list) {
     std::sort(list.begin(), list.end());
     return list;
@@ -136,6 +142,13 @@ resource_count resource_count::of(pid_t pid) {
 resource_count resource_count::take() {
     resource_count result = of(getpid());
     result.sources = sorted(attached_sources());
+    return result;
+}
+
+resource_count resource_count::without_library_objects() const {
+    resource_count result = *this;
+    std::vector<std::string>& objects = result.shared_objects;
+    objects.erase(std::remove_if(objects.begin(), objects.end(), is_library_object), objects.end());
     return result;
 }
 

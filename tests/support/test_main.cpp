@@ -13,6 +13,6 @@ int main(int argc, char** argv) {
     if (!GTEST_FLAG_GET(list_tests)) {
         vask_test::skip_listed_tests();
     }
-    vask_test::set_up_googletest();
+    vask_test::set_up_googletest(vask_test::library_objects::are_leaks);
     return RUN_ALL_TESTS();
 }

@@ -105,3 +105,22 @@ TEST(leak_listener, Can_be_told_to_accept_leftovers) {
     listener.OnTestEnd(current_test());
     close(fd);
 }
+
+TEST(resource_count, Can_leave_out_what_the_library_keeps_for_all) {
+    resource_count count;
+    count.shared_objects = {"meter_last",          "sem.vask_shm_context_sem_meter",
+                            "sem.vask_shm_lock",   "sem.vask_shm_context_sem_vask_shared_info",
+                            "vask_proc_pid_meter", "vask_shared_info"};
+    EXPECT_THAT(count.without_library_objects().shared_objects,
+                testing::ElementsAre("meter_last", "sem.vask_shm_context_sem_meter"));
+}
+
+TEST(leak_listener, Can_accept_what_the_library_keeps_for_all) {
+    leak_listener strict(library_objects::are_leaks), mild;
+    strict.OnTestStart(current_test());
+    mild.OnTestStart(current_test());
+    close(shm_open("/vask_proc_pid_of_a_test", O_CREAT | O_RDWR, 0600));
+    mild.OnTestEnd(current_test());
+    EXPECT_NONFATAL_FAILURE(strict.OnTestEnd(current_test()), "vask_proc_pid_of_a_test");
+    shm_unlink("/vask_proc_pid_of_a_test");
+}

@@ -72,13 +72,22 @@ inline testing::Matcher<const resource_count&> holds_no_more_than(const resource
     return testing::ResultOf("change", change, std::string());
 }
 
+/** What leak_listener says of the shared objects that the library keeps for all. */
+enum class library_objects {
+    may_stay, /**< nothing: they outlive the processes that use them */
+    are_leaks /**< a test that leaves one has to remove it */
+};
+
 /** Fails every test after which the process holds other resources than before. */
 class leak_listener : public testing::EmptyTestEventListener {
 public:
+    /** @param kept  whether what the library keeps for all is a leak */
+    explicit leak_listener(library_objects kept = library_objects::may_stay) : m_kept(kept) {}
+
     /** Takes the first count. */
     void OnTestStart(const testing::TestInfo&) override {
         accepts_leftovers() = false;
-        m_before = resource_count::take();
+        m_before = count();
     }
 
     /** Compares it with a second one. */
@@ -86,7 +95,7 @@ public:
         if (accepts_leftovers()) {
             return;
         }
-        const std::string difference = m_before.difference(resource_count::take());
+        const std::string difference = m_before.difference(count());
         if (!difference.empty()) {
             ADD_FAILURE() << "resources changed:\n" << difference;
         }
@@ -101,6 +110,12 @@ private:
         return accepted;
     }
 
+    resource_count count() const {
+        const resource_count all = resource_count::take();
+        return m_kept == library_objects::are_leaks ? all : all.without_library_objects();
+    }
+
+    const library_objects m_kept;
     resource_count m_before;
 };
 
@@ -119,8 +134,10 @@ class output_switch : public testing::EmptyTestEventListener {
  *         vask_test::set_up_googletest();
  *         return RUN_ALL_TESTS();
  *     }
+ *
+ * @param kept  what leak_listener says of what the library keeps for all
  */
-inline void set_up_googletest() {
+inline void set_up_googletest(library_objects kept = library_objects::may_stay) {
     // Who only lists the tests wants no other output, nor a connection to the bus.
     if (GTEST_FLAG_GET(list_tests)) {
         return;
@@ -130,7 +147,7 @@ inline void set_up_googletest() {
     listeners.Append(new output_switch<log_catcher::suspend>);
     listeners.Append(printer);
     listeners.Append(new output_switch<log_catcher::resume>);
-    listeners.Append(new leak_listener);
+    listeners.Append(new leak_listener(kept));
     log_catcher::show_after(testing::Test::HasFailure);
     warm_up_process_resources();
 }

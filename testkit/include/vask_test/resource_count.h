@@ -32,6 +32,10 @@ struct resource_count {
     /** @param pid  a process @return what it holds, but for its sources */
     static resource_count of(pid_t pid);
 
+    /** @return the same without the shared objects that the library keeps for all: the process
+     *  registry, its lock, and the shared record. They outlive the processes that use them */
+    resource_count without_library_objects() const;
+
     /** @param later  another count of the same process
      *  @return one line per resource gained or lost until then; "" when there is none */
     std::string difference(const resource_count& later) const;

@@ -162,7 +162,8 @@ public:
     ///@{
     /**
      * Waits until a process was started and listens. A bridge that has just met it may not hear its
-     * signals yet: that it wants to is still on its way to the bus, until the child has answered it.
+     * signals yet: that it wants to is still on its way to the bus, until the child has answered
+     * it.
      *
      * @param deadline_msec  how long to wait; std::runtime_error is thrown when there is none then
      * @return what it does as soon as its main loop runs
