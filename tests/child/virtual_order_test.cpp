@@ -25,12 +25,13 @@ using testing::ElementsAre;
 
 namespace {
 
-/** The pointer to a virtual member is its place in the table, in bytes, plus one. */
+/** The pointer to a virtual member is its place in the table, in bytes, and one more where no other bit
+ *  of the pointer tells that it is virtual. */
 template <typename Member>
 std::size_t slot_number(Member member) {
     std::size_t place;
     std::memcpy(&place, &member, sizeof place);
-    return (place - 1) / sizeof(slot);
+    return place / sizeof(slot);
 }
 
 }  // namespace
