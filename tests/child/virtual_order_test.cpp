@@ -25,8 +25,7 @@ using testing::ElementsAre;
 
 namespace {
 
-/** The pointer to a virtual member is its place in the table, in bytes, and one more where no other bit
- *  of the pointer tells that it is virtual. */
+/** The pointer to a virtual member is its place in the table, in bytes. Most processors add one. */
 template <typename Member>
 std::size_t slot_number(Member member) {
     std::size_t place;
