@@ -21,7 +21,7 @@ matplotlib.rcParams["font.size"] = 8
 
 from matplotlib import pyplot  # noqa: E402  (after the choice of the output)
 
-MOST_POINTS = 240
+MOST_POINTS = 150
 PROGRAMS = ["soak_pages", "soak_parent", "demo_child", "echo_server", "soak_client", "dbus-daemon"]
 KINDS = ["command", "signal", "echo", "meeting", "page", "tool"]
 
