@@ -29,13 +29,14 @@ vask_child_farewell::~vask_child_farewell() {
 
 void vask_child_farewell::watch_name(DBusGConnection* connection, const char* name) {
     leave_name();
-    m_connection.reset(dbus_g_connection_ref(connection));
     m_name = name;
+    m_rule = loss_rule(m_name);
+    m_connection.reset(dbus_g_connection_ref(connection));
     m_has_owner = true;
     DBusConnection* raw = dbus_g_connection_get_connection(connection);
     dbus_connection_add_filter(raw, _filter, this, nullptr);
     // Without a place for an error the bus library does not wait for the answer.
-    dbus_bus_add_match(raw, loss_rule(m_name).c_str(), nullptr);
+    dbus_bus_add_match(raw, m_rule.c_str(), nullptr);
 }
 
 void vask_child_farewell::leave_name() {
@@ -46,7 +47,7 @@ void vask_child_farewell::leave_name() {
     DBusConnection* raw = dbus_g_connection_get_connection(m_connection.get());
     dbus_connection_remove_filter(raw, _filter, this);
     if (is_bus_connected(m_connection.get())) {
-        dbus_bus_remove_match(raw, loss_rule(m_name).c_str(), nullptr);
+        dbus_bus_remove_match(raw, m_rule.c_str(), nullptr);
     }
     m_connection.reset();
 }

@@ -67,10 +67,11 @@ private:
 
     unique_bus_connection m_connection;  // while a name is watched
     std::string m_name;                  // of the child on the bus, watched last
-    bool m_has_owner = false;            // as far as the bus has said
-    guint m_timer_id = 0;                // not 0 once the process has ended
-    int m_ticks = 0;                     // of the timer, for which the name still had an owner
-    std::function<void()> m_report;      // empty before begin(), and from the report on
+    std::string m_rule;              // for the bus, kept since a destructor must not need memory
+    bool m_has_owner = false;        // as far as the bus has said
+    guint m_timer_id = 0;            // not 0 once the process has ended
+    int m_ticks = 0;                 // of the timer, for which the name still had an owner
+    std::function<void()> m_report;  // empty before begin(), and from the report on
     bool m_is_being_asked = false;
 };
 
