@@ -85,7 +85,6 @@ private:
 template <typename Socket>
 class open_socket : public Socket {
 public:
-    using Socket::m_encoding;
     using Socket::m_read_done_handler;
     using Socket::m_read_watch_id;
     using Socket::peer_ch;

@@ -229,22 +229,6 @@ INSTANTIATE_TEST_SUITE_P(encoding, split_text,
                              return name;
                          });
 
-TEST(cut_text, Is_read_to_its_end_in_another_encoding) {
-    connected pair("UTF-8");
-    pair.peer.send("\xc3");
-    pair.peer.close();
-    pair.read(4, 4);
-    ASSERT_TRUE(pair.wait_for_end_of_request());
-    ASSERT_EQ(pair.owner.status, 0);
-
-    pair.socket.m_encoding = "ISO-8859-1";
-    pair.read(4, 4);
-    ASSERT_TRUE(pair.wait_for_end_of_request());
-
-    EXPECT_EQ(pair.owner.received, "\xc3\x83");
-    EXPECT_EQ(pair.owner.status, 2);
-}
-
 TEST(bad_text, Behind_a_good_one_fails_the_request_without_waiting_for_more) {
     for (const encoded& bad : std::vector<encoded>{{"UTF-8", "ab\xff"},
                                                    {"UTF-8", "ab\xff and good again"},
