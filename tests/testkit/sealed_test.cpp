@@ -628,6 +628,7 @@ TEST_F(open_run, Is_the_only_one) {
     sealed_program first({"--", "sh", "-c", "echo started; cat"}, without_namespaces);
     EXPECT_EQ(first.read_line(), "started");
     sealed_program second({"--", "sh", "-c", "echo started"}, without_namespaces);
+    EXPECT_THAT(second.read_any_line(), HasSubstr("no world of its own"));
     EXPECT_FALSE(second.has_output_within(200));
     EXPECT_EQ(first.finish(), 0);
     EXPECT_EQ(second.read_line(), "started");
