@@ -67,6 +67,11 @@ void bus_names::note_owner(int child, const std::string& owner) {
     }
 }
 
+void bus_names::forget(const std::string& name) {
+    m_children.erase(name);
+    m_described.erase(name);
+}
+
 std::string bus_names::describe(const std::string& name) {
     const auto known = m_described.find(name);
     if (known != m_described.end()) {
@@ -202,6 +207,14 @@ std::optional<traffic_event> bus_traffic::note_owner_change(GDBusMessage* messag
     const gchar* before = nullptr;
     const gchar* after = nullptr;
     g_variant_get(body, "(&s&s&s)", &name, &before, &after);
+    // A connection has ended, and everything that it has sent has come before this. An answer to it
+    // may still come.
+    if (*name == ':' && *after == '\0') {
+        const auto open = m_open.lower_bound({name, 0});
+        if (open == m_open.end() || open->first.first != name) {
+            m_names.forget(name);
+        }
+    }
     const int pid = pid_in_child_name(name);
     if (pid == 0) {
         return std::nullopt;

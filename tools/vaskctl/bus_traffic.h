@@ -49,6 +49,9 @@ public:
 
     void note_owner(int child, const std::string& owner);
 
+    // No name of the bus is given twice.
+    void forget(const std::string& name);
+
 private:
     bus_link& link();
 
