@@ -19,9 +19,9 @@ MIB = 1024  # in KiB, as everything here
 # How much memory in KiB an hour may take, by program, and how much in all however short it was: the
 # allocator takes its pages by hundreds of KiB. A browser engine grows by itself.
 MEMORY_AN_HOUR = {"soak_pages": 12 * MIB}
-MEMORY_AN_HOUR_OF_OTHERS = 256
+MEMORY_AN_HOUR_OF_OTHERS = 128
 MEMORY_AT_ONCE = {"soak_pages": 8 * MIB}
-MEMORY_AT_ONCE_OF_OTHERS = 768
+MEMORY_AT_ONCE_OF_OTHERS = 256
 DESKTOP_AN_HOUR = 16 * MIB
 DESKTOP_AT_ONCE = 16 * MIB
 
