@@ -11,6 +11,7 @@ tests/mutants/survivors when it makes no difference that a test could see, with 
 import argparse
 import concurrent.futures
 import hashlib
+import itertools
 import json
 import os
 import pickle
@@ -43,7 +44,10 @@ class TestProgram:
         self.folder = folder
         self.name = name
         self.internal = "INTERNAL" in words
-        self.options = [f"--{word.lower().replace('_', '-')}" for word in ("BUS", "DISPLAY", "MAY_LEAVE_SHARED_MEMORY") if word in words]
+        self.options = [f"--{word.lower()}" for word in ("BUS", "DISPLAY") if word in words]
+        if "MAY_LEAVE" in words:
+            kinds = itertools.takewhile(lambda word: not word.isupper(), words[words.index("MAY_LEAVE") + 1 :])
+            self.options += [part for kind in kinds for part in ("--may-leave", kind)]
         self.seconds = 0.0
         self.left_out = []
 
