@@ -13,7 +13,7 @@ namespace vask_test {
 namespace {
 
 // What a loaded machine may take for an operation that waits for nobody.
-constexpr double slack_sec = 4;
+constexpr double slack_sec = 10;
 
 bool is_taken_in_time(const timed_call& call) {
     return call.seconds <= call.promised + slack_sec * timeout_factor();
@@ -21,8 +21,29 @@ bool is_taken_in_time(const timed_call& call) {
 
 bool has_room_for_count(const aftermath& after) {
     constexpr std::size_t header = 8, entry = 16;
+    if (!after.registry_size) {
+        return true;
+    }
     return after.registry_count >= 0 &&
-           header + static_cast<std::size_t>(after.registry_count) * entry <= after.registry_size;
+           header + static_cast<std::size_t>(after.registry_count) * entry <= *after.registry_size;
+}
+
+// What should be found and is not, and the other way round.
+std::vector<std::string> flaws_of_lookup(const aftermath& after) {
+    std::vector<std::string> flaws;
+    for (const auto& [key, pid] : after.registered) {
+        const auto found = after.found.find(key);
+        if (found == after.found.end() || found->second != pid) {
+            flaws.push_back("the living process registered under " + std::to_string(key) +
+                            " is found");
+        }
+    }
+    for (const auto& [key, pid] : after.found) {
+        if (after.registered.count(key) + after.keys_of_victim.count(key) == 0) {
+            flaws.push_back("nobody is found who has not registered: key " + std::to_string(key));
+        }
+    }
+    return flaws;
 }
 
 // SIGKILL, or any end within a getter's two instructions.
@@ -32,6 +53,10 @@ bool may_strand_record(const aftermath& after) {
 }
 
 }  // namespace
+
+bool is_overtaken(const aftermath& after) {
+    return after.may_overtake && !flaws_of_lookup(after).empty();
+}
 
 std::vector<std::string> broken_invariants(const aftermath& after) {
     std::vector<std::string> broken;
@@ -50,14 +75,10 @@ std::vector<std::string> broken_invariants(const aftermath& after) {
         demand(is_taken_in_time(call), call.what + times);
     }
 
-    for (const auto& [key, pid] : after.registered) {
-        const auto found = after.found.find(key);
-        demand(found != after.found.end() && found->second == pid,
-               "the living process registered under " + std::to_string(key) + " is found");
-    }
-    for (const auto& [key, pid] : after.found) {
-        const bool is_known = after.registered.count(key) != 0 || key == 50;
-        demand(is_known, "nobody is found who has not registered: key " + std::to_string(key));
+    if (!after.may_overtake) {
+        for (const std::string& flaw : flaws_of_lookup(after)) {
+            demand(false, flaw);
+        }
     }
     demand(after.next_registration.value_or(true), "the next registration succeeds");
     demand(after.sequence.value_or(0) % 2 == 0, "the sequence is even");

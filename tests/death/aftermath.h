@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,10 +40,14 @@ struct aftermath {
 
     // The registry: the processes that live and have been told that they are registered.
     std::map<unsigned long, int> registered;
+    // The keys under which the victim may be found, whatever it has been told.
+    std::set<unsigned long> keys_of_victim;
     std::map<unsigned long, int> found;
     std::optional<bool> next_registration;
+    /** The victim was robbed between its look at the lock and its store, which it then made. */
+    bool may_overtake = false;
     std::optional<std::uint32_t> sequence;
-    std::size_t registry_size = 0;
+    std::optional<std::size_t> registry_size;
     std::int32_t registry_count = 0;
     /** When all have done what they wanted. */
     std::optional<int> library_lock;
@@ -64,6 +69,10 @@ struct aftermath {
     std::string left_without_fault;
     std::vector<std::string> zombies;
 };
+
+/** A store that was made after the lock was lost has hidden an entry, or shown an unused one. The
+ * one known flaw of the registry. */
+bool is_overtaken(const aftermath& after);
 
 /** The invariants of the registry, the library lock, the record, a bridge and a child: those that
  *  do not hold, in words. */

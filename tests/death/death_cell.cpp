@@ -66,7 +66,7 @@ int attend(shared_plan& plan, scene& robbed) {
     if (plan->wanted == fault::rob) {
         robbed.rob();
     }
-    while (monotonic_seconds() < begin + stop_sec) {
+    while (monotonic_seconds() < begin + (plan->haste > 1 ? short_stop_sec : stop_sec)) {
         usleep(20000);
     }
     plan->resumed = monotonic_seconds();
@@ -87,6 +87,9 @@ std::string outcome(const fault_plan& plan, const aftermath& after) {
         return after.record_is_stranded ? "ends, semaphore taken"
                : holds_up               ? "ends, others wait"
                                         : "ends";
+    }
+    if (is_overtaken(after)) {
+        return "overtaken";
     }
     switch (plan.result) {
         case done:
@@ -153,6 +156,7 @@ void silence() {
     silence();
     vask_object::my_pid = getpid();
     shared_plan plan(path);
+    divide_waits(plan->haste);
     const std::string text = enter_tiny_dev_shm(pages_of_world)
                                  ? judge(judged, plan, normal_resources)
                                  : "no world\nno private /dev/shm";

@@ -32,13 +32,14 @@ struct recording {
     std::string complaint;
 };
 
-/** How long a victim is stopped. */
-constexpr int stop_sec = 6;
+/** How long a victim is stopped; and in haste, when a lock is broken sooner. */
+constexpr double stop_sec = 6;
+constexpr double short_stop_sec = 1;
 
 /** Runs cells, many at a time, each in a world of its own. */
 class cell_runner {
 public:
-    /** @param haste  divides the time that victims wait for semaphores */
+    /** @param haste  divides the time that all wait for semaphores; above 1, stops are short */
     cell_runner(int parallel, int haste) : m_parallel(parallel), m_haste(haste) {}
 
     recording record(const operation& of) const;

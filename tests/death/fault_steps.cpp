@@ -126,6 +126,20 @@ thread_local fault_plan* counted = nullptr;
 thread_local int turns[std::size(kinds)];
 thread_local bool is_inside = false;
 
+int haste_of_process = 1;
+
+// When a thread's clock began to hurry, in nanoseconds; 0: it does not.
+thread_local long long hurried_since = 0;
+
+long long nanoseconds_of(const timespec& time) {
+    return time.tv_sec * 1000000000LL + time.tv_nsec;
+}
+
+timespec time_of(long long nanoseconds) {
+    return {static_cast<time_t>(nanoseconds / 1000000000),
+            static_cast<long>(nanoseconds % 1000000000)};
+}
+
 void raise_at_once(int number) {
     syscall(SYS_tgkill, syscall(SYS_getpid), syscall(SYS_gettid), number);
 }
@@ -225,6 +239,20 @@ double monotonic_seconds() {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+void divide_waits(int haste) {
+    haste_of_process = haste;
+}
+
+hurried_clock::hurried_clock() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    hurried_since = nanoseconds_of(now);
+}
+
+hurried_clock::~hurried_clock() {
+    hurried_since = 0;
 }
 
 void begin_steps(fault_plan& plan) {
@@ -369,16 +397,23 @@ int sem_clockwait(sem_t* sem, clockid_t clock, const timespec* deadline) {
         return -1;
     }
     timespec end = *deadline;
-    if (counted != nullptr && counted->haste > 1) {
+    if (haste_of_process > 1) {
         timespec now = {};
         clock_gettime(clock, &now);
-        const long long left = (end.tv_sec - now.tv_sec) * 1000000000LL + end.tv_nsec - now.tv_nsec;
-        const long long nanoseconds = now.tv_nsec + left / counted->haste;
-        end = {now.tv_sec + static_cast<time_t>(nanoseconds / 1000000000),
-               static_cast<long>(nanoseconds % 1000000000)};
+        const long long from = nanoseconds_of(now);
+        end = time_of(from + (nanoseconds_of(end) - from) / haste_of_process);
     }
     return next_time_function<int(sem_t*, clockid_t, const timespec*)>("sem_clockwait")(sem, clock,
                                                                                         &end);
+}
+
+int clock_gettime(clockid_t clock, timespec* now) noexcept {
+    const int result = next_time_function<int(clockid_t, timespec*)>("clock_gettime")(clock, now);
+    if (hurried_since != 0 && clock == CLOCK_MONOTONIC) {
+        const long long passed = nanoseconds_of(*now) - hurried_since;
+        *now = time_of(hurried_since + passed * haste_of_process);
+    }
+    return result;
 }
 
 int sem_wait(sem_t* sem) {

@@ -61,7 +61,7 @@ struct fault_plan {
     char call[32];
     int turn;
     fault wanted;
-    /** Divides the time that the victim waits for a semaphore. */
+    /** Divides the time that everybody waits for a semaphore, see divide_waits(). */
     int haste;
 
     std::atomic<int> victim;  // its process id, when the operation begins
@@ -97,6 +97,20 @@ private:
 };
 
 double monotonic_seconds();
+
+/** From now on this process, and those that it forks, wait for semaphores for that part of the time
+ *  only. */
+void divide_waits(int haste);
+
+/** While it exists, this thread's monotonic clock is faster by what divide_waits() was told: a
+ * lookup waits for a dead writer with all of a processor. */
+class hurried_clock {
+public:
+    hurried_clock();
+    ~hurried_clock();
+    hurried_clock(const hurried_clock&) = delete;
+    hurried_clock& operator=(const hurried_clock&) = delete;
+};
 
 /** From now on this thread's calls are steps. */
 void begin_steps(fault_plan& plan);

@@ -21,6 +21,7 @@ constexpr double lock_recovery_sec = 5;
 constexpr double reader_patience_sec = 5;
 
 constexpr unsigned long victims_key = 50;
+constexpr unsigned long victims_former_key = 49;
 constexpr unsigned long robbers_key = 77;
 
 template <typename Function>
@@ -38,6 +39,7 @@ public:
     }
 
     void look(const fault_plan& plan, aftermath& after) override {
+        after.keys_of_victim = {victims_former_key, victims_key};
         for (const registry_member& member : m_members) {
             after.registered[m_next_key++] = member.pid();
         }
@@ -46,11 +48,14 @@ public:
         }
         named_object looker("looker");
         after.calls.push_back({"a lookup returns", seconds_of([&] {
+                                   const hurried_clock hurried;
                                    after.found = looker.find_stored_pid_from_shm("program");
                                }),
                                reader_patience_sec});
         if (plan.wanted == fault::rob) {
             after.registered[robbers_key] = robber;
+            const std::string call = plan.call;
+            after.may_overtake = call == "pwrite" || call == "ftruncate";
         }
         register_next(after);
         if (std::filesystem::exists("/dev/shm/vask_proc_pid_program")) {
@@ -100,7 +105,7 @@ class later_registration : public first_registration {
     void set() override { add_members(); }
     void prepare() override {
         registry_scene::prepare();
-        m_object->store_pid_to_shm(victims_key - 1);
+        m_object->store_pid_to_shm(victims_former_key);
     }
 };
 
@@ -162,10 +167,7 @@ class lock_recovery : public locking {
 
 class record_scene : public scene {
 public:
-    void rob() override {
-        m_record.remove();
-        m_record.remove_sem();
-    }
+    void rob() override { remove_record(); }
 
     void look(const fault_plan& plan, aftermath& after) override {
         after.possible_rotations = {old_rotation, new_rotation, VASK_MONITOR_ROTATION_NOT_SET};
@@ -173,8 +175,7 @@ public:
         if (m_record.sem_value() == 0) {
             after.record_is_stranded = true;
             // As the manual says.
-            m_record.remove();
-            m_record.remove_sem();
+            remove_record();
         }
         measure(after);
         const shared_value<std::atomic<int>> rotation;
@@ -209,6 +210,12 @@ protected:
     bool m_reads = false;
 
 private:
+    // The victim may have removed some of it.
+    void remove_record() const {
+        std::filesystem::remove(m_record.path());
+        std::filesystem::remove(m_record.sem_path());
+    }
+
     void measure(aftermath& after) const {
         if (m_record.exists()) {
             after.record_size = m_record.bytes().size();
