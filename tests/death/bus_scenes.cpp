@@ -129,7 +129,10 @@ class hearing_of_end : public parent_scene {
     void prepare() override {
         parent_scene::prepare();
         m_bridge->spawn_and_meet();
-        kill(m_bridge->get_child_pid(), SIGKILL);
+        // A child that did not start has the number of all processes.
+        if (m_bridge->get_child_pid() > 0) {
+            kill(m_bridge->get_child_pid(), SIGKILL);
+        }
     }
     bool operate() override {
         return wait_until([this] { return !m_bridge->ends.empty(); }, 5000);

@@ -70,7 +70,9 @@ int attend(shared_plan& plan, scene& robbed) {
         usleep(20000);
     }
     plan->resumed = monotonic_seconds();
-    kill(plan->victim, SIGCONT);
+    if (plan->victim > 0) {
+        kill(plan->victim, SIGCONT);
+    }
     wait_for_a_signal();
 }
 
