@@ -5,13 +5,12 @@
 
 #include <errno.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <string>
 
 #include "foundation/glib_handles.h"
 #include "foundation/unique_fd.h"
@@ -70,8 +69,10 @@ guint watch_by_polling(int pid, GChildWatchFunc callback, void* data) {
 bool is_traced(int pid) {
     const char key[] = "\nTracerPid:";
     gchar* text = nullptr;
-    if (!g_file_get_contents(("/proc/" + std::to_string(pid) + "/status").c_str(), &text, nullptr,
-                             nullptr)) {
+    // Destructors come here, so it asks for no memory that could throw.
+    char path[40];
+    snprintf(path, sizeof path, "/proc/%d/status", pid);
+    if (!g_file_get_contents(path, &text, nullptr, nullptr)) {
         return false;
     }
     const unique_g_text owned(text);

@@ -77,11 +77,12 @@ void vask_child_proxy::bus_setup(DBusGConnection* connection) {
     if (!is_bus_connected(connection) || name == nullptr) {
         return;
     }
+    // This may throw. A proxy without its signal could not be taken down.
+    m_state->farewell.watch_name(connection, name);
     DBusGProxy* const proxy =
         dbus_g_proxy_new_for_name(connection, name, VASK_CHILD_PATH, VASK_CHILD_INTERFACE);
     m_state->connection.reset(dbus_g_connection_ref(connection));
     m_state->bus_proxy.reset(proxy);
-    m_state->farewell.watch_name(connection, name);
     dbus_g_object_register_marshaller(g_cclosure_user_marshal_VOID__INT_STRING, G_TYPE_NONE,
                                       G_TYPE_INT, G_TYPE_STRING, G_TYPE_INVALID);
     dbus_g_proxy_add_signal(proxy, VASK_CHILD_SIGNAL, G_TYPE_INT, G_TYPE_STRING, G_TYPE_INVALID);
