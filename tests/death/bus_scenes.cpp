@@ -152,8 +152,9 @@ public:
         m_victim = m_bridge->get_child_pid();
         plan->victim = m_victim;
         meet(plan);
-        if (m_bridge->get_child_bus_addr() != nullptr) {
-            talk();
+        if (m_bridge->get_child_bus_addr() != nullptr && talk()) {
+            // A signal now would end it before it has told its result.
+            wait_until([&] { return plan->result != unfinished || !m_bridge->ends.empty(); });
         }
         m_bridge->terminate_all_workers();
         const double begin = monotonic_seconds();
@@ -181,7 +182,11 @@ public:
     }
 
 protected:
-    virtual void talk() { ask(CHILD_ECHO); }
+    /** True when the child has agreed to end. */
+    virtual bool talk() {
+        ask(CHILD_ECHO);
+        return false;
+    }
 
     bool ask(int id, const char* argument = "") {
         const double begin = monotonic_seconds();
@@ -218,7 +223,7 @@ public:
     child_replying() : child_scene("serve") {}
 
 private:
-    void talk() override { ask(1) && ask(2, "an argument") && ask(4); }
+    bool talk() override { return ask(1) && ask(2, "an argument") && ask(4); }
 };
 
 class child_signalling : public child_scene {
@@ -226,7 +231,7 @@ public:
     child_signalling() : child_scene("serve") {}
 
 private:
-    void talk() override { ask(1) && ask(3, "data of a signal") && ask(4); }
+    bool talk() override { return ask(1) && ask(3, "data of a signal") && ask(4); }
 };
 
 template <typename Scene>

@@ -71,7 +71,9 @@ constexpr call_kind kinds[] = {
     {"spawn_action", M},
     {"pidfd_open", M | D},
     {"waitpid", I | repeated},
+    {"waitpid_nohang", repeated},
     {"waitid", I | repeated},
+    {"waitid_nohang", repeated},
     {"usleep", I | repeated},
     {"socket", M | D},
     {"connect", I},
@@ -485,12 +487,13 @@ long syscall(long number, ...) noexcept {
 }
 
 pid_t waitpid(pid_t pid, int* status, int options) {
-    return fails("waitpid") ? -1
-                            : call_next<pid_t(pid_t, int*, int)>("waitpid", pid, status, options);
+    return fails((options & WNOHANG) != 0 ? "waitpid_nohang" : "waitpid")
+               ? -1
+               : call_next<pid_t(pid_t, int*, int)>("waitpid", pid, status, options);
 }
 
 int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
-    return fails("waitid")
+    return fails((options & WNOHANG) != 0 ? "waitid_nohang" : "waitid")
                ? -1
                : call_next<int(idtype_t, id_t, siginfo_t*, int)>("waitid", type, id, info, options);
 }
