@@ -63,15 +63,6 @@ TEST_F(lifecycle_without_memory, Reports_the_end_of_a_child_that_was_met) {
     EXPECT_THAT(bridge.ends, ElementsAre(main_worker_crash));
 }
 
-TEST_F(lifecycle_without_memory, Ends_a_child_that_was_met_in_the_destructor) {
-    auto bridge = std::make_unique<recording_bridge>();
-    ASSERT_TRUE(bridge->spawn_and_settle());
-    allocation_that_fails = 1;
-    bridge.reset();
-    allocation_that_fails = 0;
-    EXPECT_EQ(count_children(), 0);
-}
-
 TEST_F(lifecycle_without_memory, Ends_a_child_whose_meeting_failed) {
     auto bridge = std::make_unique<recording_bridge>();
     bridge->spawn_child();
