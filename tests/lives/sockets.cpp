@@ -4,6 +4,7 @@
 // Servers, clients and what they accept in a random program.
 
 #include <glib.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include "life.h"
@@ -54,6 +55,15 @@ public:
         socklen_t length = sizeof address;
         getsockname(m_sock, reinterpret_cast<sockaddr*>(&address), &length);
         return ntohs(address.sin_port);
+    }
+
+    // Connecting blocks while there is none. A listening socket tells there how many connections
+    // wait, and how many may.
+    bool has_room() const {
+        tcp_info info = {};
+        socklen_t length = sizeof info;
+        return getsockopt(m_sock, IPPROTO_TCP, TCP_INFO, &info, &length) != 0 ||
+               info.tcpi_unacked < info.tcpi_sacked;
     }
 };
 
@@ -106,7 +116,7 @@ public:
     }
 
     void connect(int slot, const char* encoding) {
-        if (server(slot) == nullptr || server(slot)->port() == 0) {
+        if (server(slot) == nullptr || server(slot)->port() == 0 || !server(slot)->has_room()) {
             return;
         }
         std::unique_ptr<vask_client_socket> client(new vask_client_socket(

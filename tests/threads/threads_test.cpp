@@ -17,9 +17,11 @@
 #include "bridge/recording_bridge.h"
 #include "support/library_lock_state.h"
 #include "support/named_object.h"
+#include "support/sanitizers.h"
 #include "threads/busy_threads.h"
 #include "vask_exec.h"
 #include "vask_shared_info.h"
+#include "vask_test/googletest.h"
 #include "vask_test/log_catcher.h"
 #include "vask_test/main_loop.h"
 
@@ -39,6 +41,10 @@ protected:
     void TearDown() override {
         EXPECT_EQ(threads->failures(), 0);
         threads.reset();
+#ifdef VASK_TEST_HAS_THREAD_SANITIZER
+        // It starts a program that finds names for its suppressions. Other builds count.
+        leak_listener::accept_leftovers();
+#endif
     }
 
     shared_objects_removed cleanup;
