@@ -71,6 +71,7 @@ public:
         NPObject*& held = m_objects[slot % slots];
         if (m_npps[slot % slots] != nullptr && !m_asked[slot % slots]) {
             m_asked[slot % slots] = true;
+            m_holders[slot % slots] = m_npps[slot % slots];
             held = m_browser->scriptable(m_npps[slot % slots]);
         }
         return held;
@@ -84,7 +85,11 @@ public:
     }
 
     void call(int slot, const std::string& method, const std::vector<script_value>& arguments) {
-        if (NPObject* callee = object(slot)) {
+        NPObject* const callee = object(slot);
+        // The objects of an element that is closed are not called: browsers invalidate them.
+        const bool is_open =
+            m_npps[slot % slots] != nullptr && m_holders[slot % slots] == m_npps[slot % slots];
+        if (callee != nullptr && is_open) {
             // As a browser does while a method runs.
             m_browser->hold(callee);
             m_browser->call(callee, method, arguments);
@@ -159,6 +164,7 @@ private:
     NPP m_npps[slots] = {};
     NPObject* m_objects[slots] = {};
     bool m_asked[slots] = {};
+    NPP m_holders[slots] = {};  // whose object a page has asked for
     NPObject* m_functions[slots] = {};
     // By slot and name: which function.
     int m_registered[slots][names] = {};
