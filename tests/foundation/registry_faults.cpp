@@ -132,6 +132,15 @@ ssize_t pread(int fd, void* bytes, size_t size, off_t offset) {
     return result;
 }
 
+// What a library that is compiled with _FORTIFY_SOURCE calls in its place.
+ssize_t __pread_chk(int fd, void* bytes, size_t size, off_t offset, size_t) {
+    return pread(fd, bytes, size, offset);
+}
+
+ssize_t __pread64_chk(int fd, void* bytes, size_t size, off_t offset, size_t) {
+    return pread(fd, bytes, size, offset);
+}
+
 ssize_t pwrite(int fd, const void* bytes, size_t size, off_t offset) {
     if (is_opened_by_library(fd)) {
         if (now.writes_before_failure > 0) {
