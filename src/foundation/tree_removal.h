@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -62,9 +63,10 @@ private:
     bool open_parent_of(const level& left);
     bool fail(const std::string& entry);
 
-    std::vector<level> m_levels;  // the directory itself first
-    std::vector<char> m_buffer;   // for the entries of one read
-    std::string m_failed_entry;   // its name in the innermost level
+    std::vector<level> m_levels;             // the directory itself first
+    std::unique_ptr<char[]> m_buffer;        // for the entries of one read
+    std::vector<const dirent64*> m_entries;  // those of the last read
+    std::string m_failed_entry;              // its name in the innermost level
     bool m_failed_to_open = false;
     int m_error = 0;
 };
