@@ -18,6 +18,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -118,28 +119,48 @@ public:
 constexpr char filled_registry::object_name[];
 
 // No more than the calls, without care for writers, sizes or results.
-int count_by_bare_calls(int entries) {
+template <typename Keep>
+void visit_by_bare_calls(int entries, Keep keep) {
     const std::size_t size = offsetof(pid_array, entries) + sizeof(pid_array_entry) * entries;
     const int fd = shm_open(filled_registry::object_name, O_RDONLY, 0);
     void* address = mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
     const auto* array = static_cast<const pid_array*>(address);
-    int alive = 0;
     for (int i = 0; i < array->count; ++i) {
-        alive += kill(array->entries[i].pid, 0) == 0 ? 1 : 0;
+        if (kill(array->entries[i].pid, 0) == 0) {
+            keep(array->entries[i]);
+        }
     }
     munmap(address, size);
     close(fd);
+}
+
+int count_by_bare_calls(int entries) {
+    int alive = 0;
+    visit_by_bare_calls(entries, [&](const pid_array_entry&) { ++alive; });
     return alive;
 }
 
-void bare_calls(benchmark::State& state, int entries) {
+// As a caller wants them: by their keys.
+int map_by_bare_calls(int entries) {
+    std::map<unsigned long, int> alive;
+    visit_by_bare_calls(entries, [&](const pid_array_entry& entry) {
+        alive.emplace_hint(alive.end(), entry.key, entry.pid);
+    });
+    return static_cast<int>(alive.size());
+}
+
+void bare_calls(benchmark::State& state, int entries, int (*find)(int)) {
     const filled_registry registry(entries);
     for (auto _ : state) {
-        if (count_by_bare_calls(entries) != entries) {
+        if (find(entries) != entries) {
             state.SkipWithError("Not all entries are alive");
             break;
         }
     }
+}
+
+void counting_calls(benchmark::State& state, int entries) {
+    bare_calls(state, entries, count_by_bare_calls);
     is_baseline(state);
 }
 
@@ -355,7 +376,11 @@ bool register_all() {
     for (const int entries : {1, 100, 1000}) {
         const std::string group = "Lookup, registry of " + std::to_string(entries);
         benchmark::RegisterBenchmark((group + "/shm_open, mmap and kill").c_str(),
-                                     [entries](benchmark::State& s) { bare_calls(s, entries); })
+                                     [entries](benchmark::State& s) { counting_calls(s, entries); })
+            ->UseRealTime();
+        benchmark::RegisterBenchmark(
+            (group + "/shm_open, mmap and kill, into a std::map").c_str(),
+            [entries](benchmark::State& s) { bare_calls(s, entries, map_by_bare_calls); })
             ->UseRealTime();
         benchmark::RegisterBenchmark((group + "/find_stored_pid_from_shm").c_str(),
                                      [entries](benchmark::State& s) {
