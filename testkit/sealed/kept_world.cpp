@@ -51,14 +51,21 @@ int namespaces_to_enter(pid_t keeper) {
     return result;
 }
 
+/** In a chroot the keeper's root is not that of his namespace, which is where setns() leads. */
 bool enter_namespaces(pid_t keeper) {
     const int wanted = namespaces_to_enter(keeper);
-    const int handle = static_cast<int>(syscall(SYS_pidfd_open, keeper, 0));
-    if (handle < 0) {
-        return false;
+    if (wanted == 0) {
+        return true;
     }
-    const bool entered = wanted == 0 || setns(handle, wanted) == 0;
+    const std::string root_link = "/proc/" + std::to_string(keeper) + "/root";
+    const int root = open(root_link.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    const int handle = static_cast<int>(syscall(SYS_pidfd_open, keeper, 0));
+    const bool entered = root >= 0 && handle >= 0 && setns(handle, wanted) == 0 &&
+                         fchdir(root) == 0 && chroot(".") == 0;
+    const int error = errno;
     close(handle);
+    close(root);
+    errno = error;
     return entered;
 }
 
