@@ -100,9 +100,9 @@ void remove_directory(benchmark::State& state, const tree_kind& tree, const remo
     remover.describe(state, tree);
 }
 
-const tree_kind trees[] = {{"10,000 files", make_full_directory, "0.90"},
-                           {"400 levels", make_deep_directory, "0.85"},
-                           {"a tree of 10,000 files", make_tree, "0.90"}};
+const tree_kind trees[] = {{"10,000 files", make_full_directory, "0.95"},
+                           {"400 levels", make_deep_directory, "0.92"},
+                           {"a tree of 10,000 files", make_tree, "0.95"}};
 
 const remover_kind removers[] = {
     {"rm -r", remove_by_rm, [](benchmark::State& state, const tree_kind&) { is_baseline(state); }},

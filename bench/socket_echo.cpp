@@ -239,7 +239,7 @@ void echo_in_main_loop(benchmark::State& state, int timeout) {
 template <int Timeout>
 void library(benchmark::State& state) {
     echo_in_main_loop<library_echo>(state, Timeout);
-    has_ratio_limit(state, "0.88");
+    has_ratio_limit(state, "0.90");
 }
 
 template <int Timeout>

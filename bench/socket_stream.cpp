@@ -222,7 +222,7 @@ void read_in_main_loop(benchmark::State& state, gsize size) {
 template <gsize Size>
 void library(benchmark::State& state) {
     read_in_main_loop<library_reader>(state, Size);
-    has_ratio_limit(state, Size == 64 << 10 ? "0.90" : "1.08");
+    has_ratio_limit(state, Size == 64 << 10 ? "0.95" : "1.08");
 }
 
 template <gsize Size>
