@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -45,9 +46,11 @@ bool is_kept_connection(pid_t process, int number, const std::vector<pid_t>& ser
         return false;
     }
     const int socket = static_cast<int>(syscall(SYS_pidfd_getfd, handle, number, 0));
+    const int error = errno;
     close(handle);
     if (socket < 0) {
-        return false;
+        // A thread that still runs may have closed it.
+        return error == EBADF;
     }
     const bool is_kept = leads_to_server(socket, servers) || leads_to_log(socket);
     close(socket);
