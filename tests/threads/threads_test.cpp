@@ -97,7 +97,8 @@ TEST_F(busy_host, Gives_its_children_no_descriptor_of_another_thread) {
         const strlist argv = {"/bin/sleep", "1000"};
         const strlist envs;
         ASSERT_TRUE(vask_object::spawn_async(&argv, &envs, &pid, nullptr));
-        // What it has inherited it keeps. While it is loaded it opens libraries and closes them again.
+        // What it has inherited it keeps. While it is loaded it opens libraries and closes them
+        // again.
         EXPECT_TRUE(wait_until_without_loop([&] {
             return testing::Value(descriptors_of(pid), IsSubsetOf({0, 1, 2}));
         })) << testing::PrintToString(descriptors_of(pid));
