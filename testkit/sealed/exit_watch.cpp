@@ -37,6 +37,11 @@ constexpr std::uint32_t own_calls = AUDIT_ARCH_ARM;
 constexpr std::uint32_t own_calls = 0;
 #endif
 
+// Headers may be older than the kernel.
+#ifndef SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV
+#define SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV (1UL << 5)
+#endif
+
 int listen_for_exits() {
     if (own_calls == 0) {
         errno = ENOSYS;
@@ -52,12 +57,19 @@ int listen_for_exits() {
     };
     const sock_fprog filter = {sizeof program / sizeof program[0], program};
     // The last one changes nothing here. Kernels that do not know it could not let anybody go.
-    const unsigned long flags = SECCOMP_FILTER_FLAG_NEW_LISTENER | SECCOMP_FILTER_FLAG_SPEC_ALLOW |
-                                SECCOMP_FILTER_FLAG_TSYNC_ESRCH;
+    unsigned long flags = SECCOMP_FILTER_FLAG_NEW_LISTENER | SECCOMP_FILTER_FLAG_SPEC_ALLOW |
+                          SECCOMP_FILTER_FLAG_TSYNC_ESRCH;
     const auto install = [&] {
         return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &filter));
     };
+    // A signal to a process that is being looked at would have it begin to end anew, or, if its
+    // handler interrupts system calls, leave its other threads behind.
+    flags |= SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV;
     int listener = install();
+    if (listener < 0 && errno == EINVAL) {
+        flags &= ~SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV;
+        listener = install();
+    }
     // Who has no rights may have a filter, if no program that it runs gains any.
     if (listener < 0 && errno == EACCES && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0) {
         listener = install();

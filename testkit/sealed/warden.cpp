@@ -180,9 +180,9 @@ void warden::look_at_exit() {
     if (process == 0) {
         return;
     }
-    if (process == m_program) {
+    // One look is enough where signals can still interrupt the end.
+    if (process == m_program && !m_has_looked) {
         m_has_looked = true;
-        m_descriptors.clear();
         if (m_exits.has_program_begun() &&
             !list_open_descriptors(process, {m_bus.pid(), m_display.pid()}, &m_descriptors)) {
             complain("descriptors are not counted: the program does not show them");

@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -151,6 +152,17 @@ const std::string announcement =
 /** As in a container in which nobody may make a namespace. */
 const std::vector<const char*> without_namespaces = {VASK_TEST_WITHOUT_NAMESPACES};
 
+/** The same for a user of whom nobody else is here, and who may have so many processes. */
+std::vector<const char*> without_namespaces_and_with(const char* process_limit) {
+    return {"/usr/bin/setpriv",
+            "--reuid=61234",
+            "--regid=61234",
+            "--clear-groups",
+            "/usr/bin/prlimit",
+            process_limit,
+            VASK_TEST_WITHOUT_NAMESPACES};
+}
+
 /** Without the two lines that say so. */
 outcome run_openly(const std::string& script, const std::vector<std::string>& arguments = {}) {
     outcome result = run_shell(script, arguments, without_namespaces);
@@ -262,6 +274,19 @@ TEST(sealed, Lets_the_program_act_on_the_timeout) {
                                      {"--timeout", "0.3"});
     EXPECT_EQ(result.status, 124);
     EXPECT_THAT(result.output, HasSubstr("\naborted\n"));
+}
+
+TEST(sealed, Lets_a_program_end_while_signals_come) {
+    // What it has open takes a while to look at, and the timer strikes meanwhile.
+    sealed_program program({"--timeout", "10", "--may-leave", "descriptors:/etc/*", "--", "python3",
+                            "-c",
+                            "import os, signal\n"
+                            "files = [os.open('/etc/passwd', os.O_RDONLY) for _ in range(500)]\n"
+                            "signal.signal(signal.SIGALRM, lambda *_: None)\n"
+                            "signal.siginterrupt(signal.SIGALRM, False)\n"
+                            "signal.setitimer(signal.ITIMER_REAL, 0.0002, 0.0002)\n"
+                            "os._exit(7)\n"});
+    EXPECT_EQ(program.finish(), 7) << program.rest();
 }
 
 TEST(sealed, Fails_for_processes_left_behind) {
