@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -196,6 +197,8 @@ int run_in_a_world(const options& wanted) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Whoever starts this may ignore it, and then nobody could be waited for.
+    signal(SIGCHLD, SIG_DFL);
     options wanted;
     if (!parse(argc, argv, &wanted)) {
         std::fputs(usage_text, stderr);

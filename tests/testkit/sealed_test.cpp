@@ -276,6 +276,13 @@ TEST(sealed, Lets_the_program_act_on_the_timeout) {
     EXPECT_THAT(result.output, HasSubstr("\naborted\n"));
 }
 
+TEST(sealed, Runs_for_somebody_who_ignores_the_ends_of_children) {
+    const outcome result =
+        run_shell("exit 7", {"--timeout", "10"}, {"/usr/bin/env", "--ignore-signal=CHLD"});
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.output, "");
+}
+
 TEST(sealed, Lets_a_program_end_while_signals_come) {
     // What it has open takes a while to look at, and the timer strikes meanwhile.
     sealed_program program({"--timeout", "10", "--may-leave", "descriptors:/etc/*", "--", "python3",
