@@ -207,7 +207,10 @@ void warden::end_all_processes() {
     std::vector<process_entry> processes = list_descendants(getpid());
     while (!processes.empty() && clock_type::now() < deadline) {
         for (const process_entry& process : processes) {
-            kill(process.pid, SIGKILL);
+            // The numbers of others may be strangers' by now, and their orphans come to here.
+            if (process.parent == getpid()) {
+                kill(process.pid, SIGKILL);
+            }
         }
         wait_for_event(tick);
         reap();
