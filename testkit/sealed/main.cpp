@@ -15,6 +15,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -64,6 +65,9 @@ int run_in_child(Function function) {
     if (child == 0) {
         close(lifeline[1]);
         std::_Exit(end_with_starter(lifeline[0]) ? function() : no_world);
+    }
+    if (child < 0) {
+        complain(std::string("no process: ") + std::strerror(errno));
     }
     close(lifeline[0]);
     int status = 0;

@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "bus_names.h"
 #include "kept_world.h"
@@ -68,7 +70,10 @@ int warden::run_program() {
     if (!start_servers()) {
         return no_server;
     }
-    start_program();
+    if (!start_program()) {
+        complain(m_wanted.command[0] + " cannot be started: " + std::strerror(errno));
+        return no_server;
+    }
     if (!wait_for_program(deadline_after(m_wanted.timeout_seconds))) {
         return stop_program();
     }
@@ -105,18 +110,23 @@ bool warden::await(private_server& server, const char* name, const char* variabl
     return true;
 }
 
-void warden::start_program() {
+bool warden::start_program() {
     // Not asked for where nobody wants to know: there is one such watch for a process at a time.
-    if (m_wanted.may_all_be_left(leftover_kind::descriptor)) {
-        m_program = spawn(m_wanted.command, m_original_mask, [] {});
-        return;
+    const bool is_watched = !m_wanted.may_all_be_left(leftover_kind::descriptor);
+    m_program = spawn(m_wanted.command, m_original_mask, [&] {
+        if (is_watched) {
+            m_exits.begin_in_child();
+        }
+    });
+    if (m_program < 0 || !is_watched) {
+        return m_program > 0;
     }
-    m_program = spawn(m_wanted.command, m_original_mask, [this] { m_exits.begin_in_child(); });
     const std::string error = m_exits.begin_in_parent();
     m_is_watching = error.empty();
     if (!m_is_watching) {
         complain("descriptors are not counted: " + error);
     }
+    return true;
 }
 
 int warden::stop_program() {

@@ -51,7 +51,8 @@ private:
     bool start_servers();
     static bool await(private_server& server, const char* name, const char* variable,
                       const std::string& prefix);
-    void start_program();
+    /** False with errno when there is no process for it. */
+    bool start_program();
     bool wait_for_program(clock_type::time_point deadline);
     int stop_program();
     void report_timeout() const;

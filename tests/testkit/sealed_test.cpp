@@ -658,6 +658,17 @@ TEST_F(open_run, Puts_back_what_a_killed_one_has_put_aside) {
     EXPECT_EQ(kept_text(), "kept");
 }
 
+TEST_F(open_run, Says_that_its_program_cannot_be_started_and_stops_nobody) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "cannot be a user who is alone";
+    }
+    unlink(kept);
+    const outcome result =
+        run_shell("exit 0", {"--timeout", "0.3"}, without_namespaces_and_with("--nproc=2"));
+    EXPECT_EQ(result.status, 125);
+    EXPECT_THAT(result.output, HasSubstr("sh cannot be started: Resource temporarily unavailable"));
+}
+
 TEST_F(open_run, Goes_on_to_its_end_when_the_tests_are_stopped) {
     sealed_program stopped({"--", "sh", "-c", "echo started; cat; exit 5"}, without_namespaces);
     EXPECT_EQ(stopped.read_line(), "started");
