@@ -5,10 +5,12 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
@@ -25,6 +27,18 @@ const fs::path shm = "/dev/shm";
 
 std::string failure(const std::string& what) {
     return what + ": " + std::strerror(errno);
+}
+
+bool is_there(const fs::path& path) {
+    struct stat info;
+    return lstat(path.c_str(), &info) == 0;
+}
+
+// Everybody can make directories in /dev/shm, under any name.
+bool make_own_directory(const fs::path& path) {
+    struct stat info;
+    return (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) && lstat(path.c_str(), &info) == 0 &&
+           S_ISDIR(info.st_mode) && info.st_uid == geteuid();
 }
 
 std::vector<std::string> names_of_library() {
@@ -51,8 +65,10 @@ open_world::~open_world() {
             remove(thing);
         }
     }
-    if (m_turn >= 0) {
+    if (!m_aside.empty()) {
         put_back();
+    }
+    if (m_turn >= 0) {
         close(m_turn);
     }
 }
@@ -94,35 +110,45 @@ std::vector<shared_thing> open_world::new_things() const {
     return result;
 }
 
+// What lies in the second directory was not put aside yet, or is on its way back. Whoever dies over
+// that has run no test that could have left anything.
 std::string open_world::put_aside() {
-    std::error_code error;
-    m_aside = shm / (".vask_test_" + std::to_string(geteuid()));
-    const bool is_first = fs::create_directory(m_aside, error);
-    if (error) {
-        return m_aside + ": " + error.message();
+    const fs::path aside = shm / (".vask_test_" + std::to_string(geteuid()));
+    const fs::path moving = aside.string() + ".moving";
+    const bool is_after_a_kill = is_there(aside);
+    const fs::path& place = is_after_a_kill ? aside : moving;
+    if (!make_own_directory(place)) {
+        return place.string() + " is in the way";
     }
+    m_aside = aside;
+    m_moving = moving;
     // Of other users as well: the library would open them.
     for (const std::string& name : names_of_library()) {
+        std::error_code error;
         // After a run that was killed, its test has left these, and what was there is still aside.
         // In a directory with the sticky bit only its owner can move or remove a file.
-        if (is_first) {
-            fs::rename(shm / name, fs::path(m_aside) / name, error);
-        } else {
+        if (is_after_a_kill) {
             fs::remove(shm / name, error);
+        } else {
+            fs::rename(shm / name, moving / name, error);
         }
         if (error) {
             return "/dev/shm/" + name + " is in the way";
         }
+    }
+    if (!is_after_a_kill && rename(moving.c_str(), aside.c_str()) != 0) {
+        return failure(aside);
     }
     return "";
 }
 
 void open_world::put_back() const {
     std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(m_aside, ignored)) {
+    fs::rename(m_aside, m_moving, ignored);
+    for (const auto& entry : fs::directory_iterator(m_moving, ignored)) {
         fs::rename(entry.path(), shm / entry.path().filename(), ignored);
     }
-    fs::remove(m_aside, ignored);
+    fs::remove(m_moving, ignored);
 }
 
 }  // namespace vask_test

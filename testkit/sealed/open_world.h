@@ -37,7 +37,8 @@ private:
     int m_turn = -1;
     bool m_has_begun = false;
     std::string m_directory;
-    std::string m_aside;
+    std::string m_aside;  // empty while nothing is
+    std::string m_moving;
     std::vector<shared_thing> m_old_things;
 };
 

@@ -658,6 +658,54 @@ TEST_F(open_run, Puts_back_what_a_killed_one_has_put_aside) {
     EXPECT_EQ(kept_text(), "kept");
 }
 
+TEST_F(open_run, Loses_nothing_when_one_is_killed_that_puts_things_aside) {
+    constexpr int many = 5000;
+    const auto name = [](int i) { return "/dev/shm/vask_many_" + std::to_string(i); };
+    const auto count = [&] {
+        int found = 0;
+        for (int i = 0; i < many; ++i) {
+            found += access(name(i).c_str(), F_OK) == 0;
+        }
+        return found;
+    };
+    for (int i = 0; i < many; ++i) {
+        std::ofstream(name(i)) << i;
+    }
+    {
+        sealed_program killed({"--", "sleep", "4326"}, without_namespaces);
+        EXPECT_TRUE(wait_until_without_loop([&] { return count() < many; }));
+        kill(killed.pid(), SIGKILL);
+    }
+    EXPECT_TRUE(wait_until_without_loop([] { return commands_containing("sleep 4326").empty(); }));
+
+    EXPECT_EQ(run_openly("exit 0").status, 0);
+
+    EXPECT_EQ(count(), many);
+    EXPECT_EQ(kept_text(), "kept");
+    for (int i = 0; i < many; ++i) {
+        unlink(name(i).c_str());
+    }
+}
+
+TEST_F(open_run, Takes_nothing_from_a_directory_of_somebody_else) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "nobody else is here";
+    }
+    const char* directory = "/dev/shm/.vask_test_0";
+    const char* planted = "/dev/shm/.vask_test_0/vask_kept";
+    mkdir(directory, 0755);
+    std::ofstream(planted) << "planted";
+    EXPECT_EQ(chown(directory, 65534, 65534), 0);
+
+    const outcome result = run_shell("exit 0", {}, without_namespaces);
+
+    EXPECT_EQ(result.status, 77);
+    EXPECT_THAT(result.output, HasSubstr("/dev/shm/.vask_test_0 is in the way"));
+    EXPECT_EQ(kept_text(), "kept");
+    unlink(planted);
+    rmdir(directory);
+}
+
 TEST_F(open_run, Says_that_its_program_cannot_be_started_and_stops_nobody) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "cannot be a user who is alone";
