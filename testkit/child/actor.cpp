@@ -54,12 +54,12 @@ actor::actor(const std::string& program, bool has_files, script wanted, int argc
 actor::~actor() = default;
 
 int actor::run() {
-    m_script.skip("start", count_earlier_starts());
     std::string event = "started";
     for (int i = 1; m_has_files && i < m_argc; ++i) {
         event += std::string(" ") + m_argv[i];
     }
     note(event);
+    m_script.skip("start", count_earlier_starts());
     watch_sigterm();
     open_orders();
     perform(m_script.take("start"));
@@ -92,14 +92,21 @@ void actor::note(const std::string& event) {
     close(fd);
 }
 
+// The journal says who is first of those that start at the same time. An earlier process may have
+// had this one's number.
 std::size_t actor::count_earlier_starts() const {
     std::size_t count = 0;
+    std::size_t earlier = 0;
+    const std::string own_number = std::to_string(getpid());
     std::ifstream journal(m_has_files ? journal_of(m_program) : "");
     for (std::string line; std::getline(journal, line);) {
-        const std::string event = line.substr(line.find(' ') + 1);
-        count += event.compare(0, strlen("started"), "started") == 0;
+        const std::size_t blank = line.find(' ');
+        if (line.compare(blank + 1, strlen("started"), "started") == 0) {
+            earlier = line.compare(0, blank, own_number) == 0 ? count : earlier;
+            ++count;
+        }
     }
-    return count;
+    return earlier;
 }
 
 void actor::watch_sigterm() {
@@ -121,8 +128,9 @@ void actor::open_orders() {
     }
     const std::string path = orders_of(m_program, getpid());
     int fd = -1;
-    // For writing as well: without a writer it would always be readable.
-    if (mkfifo(path.c_str(), 0600) != 0 ||
+    // An earlier process may have had this one's number and left its pipe. For writing as well:
+    // without a writer it would always be readable.
+    if ((mkfifo(path.c_str(), 0600) != 0 && errno != EEXIST) ||
         (fd = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)) < 0) {
         perror(path.c_str());
         return;

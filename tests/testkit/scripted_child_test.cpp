@@ -3,12 +3,15 @@
 
 #include "vask_test/scripted_child.h"
 
+#include <fcntl.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <fstream>
+#include <memory>
 
 #include "bridge/recording_bridge.h"
 #include "vask_child_cmd.h"
@@ -57,6 +60,21 @@ class scripted_with_parent : public testing::Test {
 protected:
     scripted_child child;
     scripted_parent parent;
+};
+
+/** Until its end. */
+class current_directory {
+public:
+    explicit current_directory(const std::string& path) : m_before(open(".", O_PATH | O_CLOEXEC)) {
+        EXPECT_EQ(chdir(path.c_str()), 0) << path;
+    }
+    ~current_directory() {
+        EXPECT_EQ(fchdir(m_before), 0);
+        close(m_before);
+    }
+
+private:
+    const int m_before;
 };
 
 bool is_running(pid_t pid) {
@@ -314,6 +332,32 @@ TEST_F(scripted_with_parent, Does_something_else_when_it_is_started_again) {
     EXPECT_EQ(child.pid(), parent.pid());
     EXPECT_THAT(child.journal(first), ElementsAre("started"));
     EXPECT_THAT(child.journal(parent.pid()), ElementsAre("started", "joined", "command 1"));
+}
+
+TEST(scripted_child, Takes_turns_when_several_are_started_at_once) {
+    constexpr int count = 8;
+    scripted_child child;
+    for (int i = 1; i <= count; ++i) {
+        child.at_start().exit(i);
+    }
+    std::vector<std::unique_ptr<started_process>> processes;
+    for (int i = 1; i <= count; ++i) {
+        processes.push_back(
+            std::make_unique<started_process>(child.program(), std::vector<std::string>()));
+    }
+    std::vector<int> ends;
+    for (const auto& process : processes) {
+        ends.push_back(process->wait_for_end());
+    }
+    EXPECT_THAT(ends, testing::UnorderedElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
+}
+
+TEST(scripted_child, Acts_under_the_number_of_an_earlier_process) {
+    scripted_child child;
+    started_process process("sh", {"-c", "mkfifo \"$0.orders.$$\"; exec \"$0\"", child.program()});
+    ASSERT_TRUE(child.wait_for("joined"));
+    child.now(5000).quit(6);
+    EXPECT_EQ(process.wait_for_end(), 6);
 }
 
 TEST_F(scripted, Acts_when_the_test_says_so) {
