@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
@@ -29,7 +30,9 @@ namespace {
 
 std::string make_directory() {
     const char* parent = getenv("TMPDIR");
-    std::string path = std::string(parent && *parent ? parent : "/tmp") + "/scripted_child.XXXXXX";
+    // The test may go to another directory later.
+    std::string path = std::filesystem::absolute(parent && *parent ? parent : "/tmp").string() +
+                       "/scripted_child.XXXXXX";
     if (!mkdtemp(&path[0])) {
         fail(path + ": " + strerror(errno));
     }
@@ -235,8 +238,13 @@ void scripted_child::send_order(pid_t pid, const std::string& line, int deadline
         fail("process " + std::to_string(pid) + " takes no orders");
     }
     const int own_end = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    const std::string text = line + "\n";
-    const bool is_sent = write(pipe, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    std::string rest = line + "\n";
+    const auto takes_all = [&] {
+        const ssize_t length = write(pipe, rest.data(), rest.size());
+        rest.erase(0, length > 0 ? static_cast<std::size_t>(length) : 0);
+        return rest.empty();
+    };
+    const bool is_sent = wait_until(takes_all, deadline_msec);
     close(own_end);
     close(pipe);
     if (!is_sent) {

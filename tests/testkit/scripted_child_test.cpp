@@ -360,6 +360,15 @@ TEST(scripted_child, Acts_under_the_number_of_an_earlier_process) {
     EXPECT_EQ(process.wait_for_end(), 6);
 }
 
+TEST_F(scripted_with_parent, Takes_orders_of_any_length) {
+    const std::string text(300000, 'x');
+    child.on_command(1);
+    ASSERT_TRUE(parent.start({child.program()})) << parent.problem();
+    child.now().emit(1, text).emit(2);
+    EXPECT_TRUE(parent.wait_for_signal({2, ""}));
+    EXPECT_THAT(parent.signals(), ElementsAre(raised_signal{1, text}, raised_signal{2, ""}));
+}
+
 TEST_F(scripted, Acts_when_the_test_says_so) {
     child.on_command(1);
     ASSERT_TRUE(start());
@@ -385,6 +394,21 @@ TEST(scripted_child, Tells_when_the_process_that_was_started_last_has_ended) {
     child.at_start().exit(0);
     EXPECT_EQ(started_process(child.program(), {}).wait_for_end(), 0);
     EXPECT_THROW(child.now(10).emit(1), std::runtime_error);
+}
+
+TEST(scripted_child, Is_found_from_another_directory_than_the_one_it_was_made_in) {
+    const char* const old = getenv("TMPDIR");
+    const std::string before = old ? old : "/tmp";
+    std::unique_ptr<scripted_child> child;
+    {
+        const current_directory there(before);
+        setenv("TMPDIR", ".", 1);
+        child = std::make_unique<scripted_child>();
+        setenv("TMPDIR", before.c_str(), 1);
+    }
+    child->at_start().exit(4);
+    EXPECT_EQ(started_process(child->program(), {}).wait_for_end(), 4);
+    EXPECT_THAT(child->journal(), ElementsAre("started"));
 }
 
 TEST(scripted_child, Is_found_by_tools_under_its_name) {
