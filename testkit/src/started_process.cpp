@@ -19,6 +19,8 @@ namespace vask_test {
 
 namespace {
 
+constexpr int unknown_status = -1000;
+
 std::vector<char*> pointers_to(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     for (std::string& text : texts) {
@@ -82,7 +84,10 @@ started_process::~started_process() {
 }
 
 void started_process::send(int signal) const {
-    if (!m_ended) {
+    // When somebody else has waited for it, its number may be a stranger's.
+    siginfo_t info;
+    if (!m_ended &&
+        waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0) {
         kill(m_pid, signal);
     }
 }
@@ -96,7 +101,13 @@ bool started_process::poll(int flags) {
     do {
         result = waitpid(m_pid, &status, flags);
     } while (result < 0 && errno == EINTR);
-    if (result <= 0) {
+    if (result < 0) {
+        // Somebody else has waited for it.
+        m_ended = true;
+        m_status = unknown_status;
+        return true;
+    }
+    if (result == 0) {
         return false;
     }
     if (WIFSTOPPED(status)) {
@@ -112,7 +123,7 @@ bool started_process::wait_until_stopped() {
 }
 
 int started_process::wait_for_end() {
-    return wait_until_without_loop([this] { return poll(WNOHANG); }) ? m_status : -1000;
+    return wait_until_without_loop([this] { return poll(WNOHANG); }) ? m_status : unknown_status;
 }
 
 bool started_process::has_ended() {

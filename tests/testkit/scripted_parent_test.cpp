@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -278,6 +279,13 @@ TEST_F(parent_of_shell, Sees_a_zombie_of_the_child) {
     start("sleep 0 & echo ready; exec sleep 1000");
     EXPECT_TRUE(wait_until([&] { return !parent.resources().children.empty(); }));
     EXPECT_THAT(parent.resources().children, SizeIs(1));
+}
+
+TEST(started_process, Has_ended_when_somebody_else_has_waited_for_it) {
+    started_process process("true", {});
+    EXPECT_EQ(waitpid(process.pid(), nullptr, 0), process.pid());
+    EXPECT_TRUE(process.has_ended());
+    EXPECT_EQ(process.wait_for_end(), -1000);
 }
 
 TEST(holds_no_more_than, Shows_what_has_changed) {

@@ -53,7 +53,7 @@ public:
     bool wait_until_stopped();
 
     /** @return the exit status, minus the number of the signal that ended it, or -1000 if it runs
-     *  after 30 seconds */
+     *  after 30 seconds or somebody else has waited for it */
     int wait_for_end();
 
     /** Reaps it if it has. @return whether it has ended */
