@@ -10,10 +10,12 @@ namespace vask_test {
 
 namespace {
 
+// Each repetition has a bound, since the C++ library recurses for each character of one: a program
+// that prints a long list would end the test.
 const std::regex& header() {
     static const std::regex expression(
-        "(?:[0-9]+\\.[0-9]{6} )?(?::0x[0-9a-fA-F]+)?"
-        "\\[([^\\[\\]\\n]*):([0-9]+)(?::0x[0-9a-fA-F]+)?\\] "
+        "(?:[0-9]{1,12}\\.[0-9]{6} )?(?::0x[0-9a-fA-F]{1,16})?"
+        "\\[([^\\[\\]\\n]{0,1000}):([0-9]{1,7})(?::0x[0-9a-fA-F]{1,16})?\\] "
         "(EMERG|BUG|FATAL|ERR|WARN|NOTICE|INFO|DBG): ",
         std::regex::ECMAScript | std::regex::optimize);
     return expression;

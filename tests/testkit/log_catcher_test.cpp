@@ -81,6 +81,20 @@ TEST(parse_log, Tells_processes_apart) {
     EXPECT_EQ(lines[0], lines[1]);
 }
 
+TEST(parse_log, Takes_lines_of_any_length) {
+    const std::string list = "[" + std::string(300000, '1') + "\n";
+    const std::string number = std::string(300000, '7') + "\n";
+    EXPECT_THAT(
+        parse_log(list + number + "[a:1] ERR: x\n"),
+        ElementsAre(line("", "", list.substr(0, list.size() - 1)),
+                    line("", "", number.substr(0, number.size() - 1)), line("ERR", "a", "x")));
+}
+
+TEST(parse_log, Takes_a_number_for_text_that_no_process_can_have) {
+    EXPECT_THAT(parse_log("[a:99999999999] ERR: x\n"),
+                ElementsAre(line("", "", "[a:99999999999] ERR: x")));
+}
+
 TEST(log_line, Is_readable_in_failures) {
     EXPECT_EQ(testing::PrintToString(line("ERR", "vask", "x")), "ERR [vask] \"x\"");
     EXPECT_EQ(testing::PrintToString(line("", "", "x")), "\"x\"");
