@@ -206,6 +206,9 @@ fake_browser::identifier* fake_browser::checked(NPIdentifier given) {
 
 void* fake_browser::allocate(uint32_t size) {
     void* memory = std::malloc(size);
+    if (!memory) {
+        return nullptr;
+    }
     m_memory[memory] = {size, call_place::here()};
     note(ledger_entry::allocated, memory, false);
     return memory;

@@ -7,11 +7,16 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
+
+#include "support/sanitizers.h"
 
 using namespace vask_test;
 using testing::AllOf;
@@ -188,6 +193,25 @@ TEST_F(browser_for_tests, Ends_an_object_with_its_last_reference) {
     EXPECT_EQ(plugin_object::alive, 1);
     functions.releaseobject(object);
     EXPECT_EQ(plugin_object::alive, 0);
+}
+
+TEST(browser_without_memory, Gives_none_and_ends) {
+#ifdef VASK_TEST_HAS_ADDRESS_SANITIZER
+    GTEST_SKIP() << "its allocator ends the process instead";
+#endif
+    const auto run_out_of_memory = [] {
+        // Nobody waits for a browser that does not end.
+        alarm(60);
+        const rlimit little = {1 << 30, 1 << 30};
+        setrlimit(RLIMIT_AS, &little);
+        bool has_memory = true;
+        {
+            fake_browser browser;
+            has_memory = browser.functions().memalloc(0xf0000000) || !browser.unbalanced().empty();
+        }
+        _exit(has_memory ? 1 : 0);
+    };
+    EXPECT_EXIT(run_out_of_memory(), testing::ExitedWithCode(0), "");
 }
 
 TEST(browser_that_counts_anew, Forgets_earlier_references_when_an_object_is_created_again) {
