@@ -257,11 +257,13 @@ NPObject* fake_browser::create(NPP npp, NPClass* its_class) {
     if (on_create_object) {
         return on_create_object(npp, its_class);
     }
-    if (!its_class->allocate) {
-        complain("CreateObject: a class that cannot allocate");
+    // The browser makes and frees objects of classes that do not do so themselves.
+    NPObject* object = its_class->allocate
+                           ? its_class->allocate(npp, its_class)
+                           : static_cast<NPObject*>(std::calloc(1, sizeof(NPObject)));
+    if (!object) {
         return nullptr;
     }
-    NPObject* object = its_class->allocate(npp, its_class);
     object->_class = its_class;
     int& references = m_objects[object].references;
     references = m_counts == object_counts::reset ? 1 : references + 1;
@@ -302,7 +304,11 @@ void fake_browser::release(NPObject* object, bool by_page) {
 void fake_browser::end(NPObject* object, bool by_page) {
     note(ledger_entry::deallocated, object, by_page);
     m_objects.erase(object);
-    object->_class->deallocate(object);
+    if (object->_class->deallocate) {
+        object->_class->deallocate(object);
+    } else {
+        std::free(object);
+    }
 }
 
 void fake_browser::give(const script_value& value, NPVariant* result) {

@@ -283,23 +283,26 @@ bool fake_browser::call(NPObject* object, const std::string& method,
     script_arguments given(arguments);
     NPVariant variant;
     VOID_TO_NPVARIANT(variant);
-    return with_result(
-        object->_class->invoke(object, identifier_of(method), given.data(), given.size(), &variant),
-        &variant, result);
+    const bool succeeded =
+        object->_class->invoke &&
+        object->_class->invoke(object, identifier_of(method), given.data(), given.size(), &variant);
+    return with_result(succeeded, &variant, result);
 }
 
 bool fake_browser::read(NPObject* object, const std::string& property, script_value* result) {
     const call_of_page reading(this);
     NPVariant variant;
     VOID_TO_NPVARIANT(variant);
-    return with_result(object->_class->getProperty(object, identifier_of(property), &variant),
-                       &variant, result);
+    const bool succeeded = object->_class->getProperty &&
+                           object->_class->getProperty(object, identifier_of(property), &variant);
+    return with_result(succeeded, &variant, result);
 }
 
 bool fake_browser::write(NPObject* object, const std::string& property, const script_value& value) {
     const call_of_page writing(this);
     script_arguments given{value};
-    return object->_class->setProperty(object, identifier_of(property), given.data());
+    return object->_class->setProperty &&
+           object->_class->setProperty(object, identifier_of(property), given.data());
 }
 
 int fake_browser::references_of_plugin(NPObject* object) const {

@@ -195,6 +195,31 @@ TEST_F(browser_for_tests, Ends_an_object_with_its_last_reference) {
     EXPECT_EQ(plugin_object::alive, 0);
 }
 
+TEST_F(browser_for_tests, Makes_and_frees_an_object_of_a_class_that_does_not_do_so_itself) {
+    NPClass its_class{};
+    NPObject* object = functions.createobject(&npp, &its_class);
+    ASSERT_NE(object, nullptr);
+    EXPECT_EQ(object->_class, &its_class);
+    functions.releaseobject(object);
+    EXPECT_THAT(browser.faults(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, Gives_no_object_when_its_class_makes_none) {
+    the_object = nullptr;
+    NPClass its_class = class_that(give_the_object);
+    EXPECT_EQ(functions.createobject(&npp, &its_class), nullptr);
+    EXPECT_THAT(browser.faults(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, Fails_what_the_page_wants_of_an_object_whose_class_cannot_do_it) {
+    NPClass its_class = class_that(make_object);
+    NPObject* object = functions.createobject(&npp, &its_class);
+    EXPECT_FALSE(browser.call(object, "name", {}));
+    EXPECT_FALSE(browser.read(object, "name"));
+    EXPECT_FALSE(browser.write(object, "name", 1));
+    functions.releaseobject(object);
+}
+
 TEST(browser_without_memory, Gives_none_and_ends) {
 #ifdef VASK_TEST_HAS_ADDRESS_SANITIZER
     GTEST_SKIP() << "its allocator ends the process instead";
