@@ -97,13 +97,16 @@ NPError fake_browser::close(NPP npp) {
     return error;
 }
 
+std::deque<fake_request>::iterator fake_browser::waiting_request(NPP npp) {
+    return std::find_if(requests.begin(), requests.end(), [npp](const fake_request& request) {
+        return request.notifies && request.npp == npp;
+    });
+}
+
 // The plug-in hears of the end before the element is gone.
 void fake_browser::break_off_requests(NPP npp) {
-    const auto is_waiting = [npp](const fake_request& request) {
-        return request.notifies && request.npp == npp;
-    };
     for (;;) {
-        const auto waiting = std::find_if(requests.begin(), requests.end(), is_waiting);
+        const auto waiting = waiting_request(npp);
         if (waiting == requests.end()) {
             return;
         }
@@ -194,7 +197,8 @@ size_t fake_browser::stream_to(NPP npp, const std::string& url, const std::strin
     stream.end = static_cast<uint32_t>(text.size());
     char type[] = "text/plain";
     uint16_t stype = NP_NORMAL;
-    if (m_plugin.newstream(npp, type, &stream, 0, &stype) != NPERR_NO_ERROR) {
+    if (!m_plugin.newstream || !m_plugin.writeready || !m_plugin.write || !m_plugin.destroystream ||
+        m_plugin.newstream(npp, type, &stream, 0, &stype) != NPERR_NO_ERROR) {
         return 0;
     }
 
@@ -219,8 +223,7 @@ size_t fake_browser::stream_to(NPP npp, const std::string& url, const std::strin
 }
 
 void fake_browser::finish_request(NPP npp, NPReason reason) {
-    const auto waiting = std::find_if(requests.begin(), requests.end(),
-                                      [](const fake_request& request) { return request.notifies; });
+    const auto waiting = waiting_request(npp);
     if (waiting == requests.end()) {
         complain("no request waits for an answer");
         return;
@@ -228,7 +231,9 @@ void fake_browser::finish_request(NPP npp, NPReason reason) {
     const fake_request request = *waiting;
     requests.erase(waiting);
     const call_of_page finishing(this);
-    m_plugin.urlnotify(npp, request.url.c_str(), reason, request.notify_data);
+    if (m_plugin.urlnotify) {
+        m_plugin.urlnotify(npp, request.url.c_str(), reason, request.notify_data);
+    }
 }
 
 NPObject* fake_browser::make_function(function_type body) {

@@ -335,6 +335,34 @@ TEST_F(browser_for_tests, Tells_a_plugin_about_the_end_of_its_request) {
     EXPECT_THAT(browser.requests, IsEmpty());
 }
 
+TEST_F(browser_for_tests, Tells_each_element_about_its_own_requests) {
+    static std::vector<std::pair<NPP, void*>> heard;
+    heard.clear();
+    NPPluginFuncs plugin{};
+    plugin.urlnotify = [](NPP npp, const char*, NPReason, void* data) {
+        heard.emplace_back(npp, data);
+    };
+    browser.load(plugin);
+    NPP_t other{};
+    functions.geturlnotify(&npp, "http://host/", nullptr, &npp);
+    functions.geturlnotify(&other, "http://host/", nullptr, &other);
+
+    browser.finish_request(&other, NPRES_DONE);
+    browser.finish_request(&npp, NPRES_DONE);
+
+    EXPECT_THAT(heard, ElementsAre(std::make_pair(&other, static_cast<void*>(&other)),
+                                   std::make_pair(&npp, static_cast<void*>(&npp))));
+}
+
+TEST_F(browser_for_tests, Leaves_a_plug_in_alone_that_has_no_function_for_what_happens) {
+    browser.load(NPPluginFuncs{});
+    functions.geturlnotify(&npp, "http://host/", nullptr, nullptr);
+    browser.finish_request(&npp, NPRES_DONE);
+    EXPECT_THAT(browser.requests, IsEmpty());
+    EXPECT_EQ(browser.stream_to(&npp, "http://host/", "text"), 0u);
+    EXPECT_THAT(browser.faults(), IsEmpty());
+}
+
 TEST_F(browser_for_tests, Keeps_what_an_instance_says_of_itself) {
     NPP element = browser.open();
     NPRect rect = {1, 2, 3, 4};

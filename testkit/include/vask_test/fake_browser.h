@@ -231,10 +231,11 @@ public:
      *  @param npp  of an element that is open
      *  @param url  where the text comes from
      *  @param text all of it
-     *  @return the number of bytes that it took */
+     *  @return the number of bytes that it took; none if the plug-in lacks a function for streams
+     */
     size_t stream_to(NPP npp, const std::string& url, const std::string& text);
 
-    /** Answers the oldest request for which the plug-in wants to hear.
+    /** Answers the oldest request of an element for which the plug-in wants to hear.
      *  @param npp    of an element that is open
      *  @param reason how the request has ended */
     void finish_request(NPP npp, NPReason reason);
@@ -382,6 +383,8 @@ private:
     void end_page();
     void end_doomed_objects();
     void end_whoever_has(NPObject* object);
+    /** The oldest one of which the plug-in wants to hear, or the end. */
+    std::deque<fake_request>::iterator waiting_request(NPP npp);
     void break_off_requests(NPP npp);
     std::string unbalanced_line(NPObject* object) const;
 
