@@ -208,8 +208,10 @@ void seal_environment(const std::string& directory) {
     mkdir(directory.c_str(), 0700);
     mkdir(runtime.c_str(), 0700);
     mkdir(temporary.c_str(), 0700);
-    mkdir("/tmp/.X11-unix", 0777);
-    chmod("/tmp/.X11-unix", 01777);
+    // In the open world it is the machine's, and may be whatever somebody has made of it.
+    if (mkdir("/tmp/.X11-unix", 0777) == 0) {
+        chmod("/tmp/.X11-unix", 01777);
+    }
 
     std::vector<std::string> settings;
     for (char** variable = environ; *variable; ++variable) {

@@ -706,6 +706,18 @@ TEST_F(open_run, Takes_nothing_from_a_directory_of_somebody_else) {
     rmdir(directory);
 }
 
+TEST_F(open_run, Leaves_the_directory_of_displays_as_it_is) {
+    constexpr const char* displays = "/tmp/.X11-unix";
+    ASSERT_EQ(chmod(displays, 0755), 0);
+
+    EXPECT_EQ(run_openly("exit 0").status, 0);
+
+    struct stat info;
+    EXPECT_EQ(stat(displays, &info), 0);
+    EXPECT_EQ(info.st_mode & 07777u, 0755u);
+    chmod(displays, 01777);
+}
+
 TEST_F(open_run, Says_that_its_program_cannot_be_started_and_stops_nobody) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "cannot be a user who is alone";
