@@ -84,7 +84,7 @@ DBusConnection* open_connection(const std::string& address) {
 bus_client::bus_client(const std::string& address) : m_connection(open_connection(address)) {}
 
 bus_client::~bus_client() {
-    m_reply.reset();
+    m_awaited.clear();
     dbus_connection_close(m_connection);
     dbus_connection_unref(m_connection);
 }
@@ -110,11 +110,13 @@ void bus_client::receive() {
             if (!dbus_message_get_destination(message.get())) {
                 m_signals.push_back(read_signal(message.get()));
             }
-        } else if (m_expected_serial != 0 &&
-                   dbus_message_get_reply_serial(message.get()) == m_expected_serial) {
-            m_reply = std::move(message);
-        } else {
+            continue;
+        }
+        const auto call = m_awaited.find(dbus_message_get_reply_serial(message.get()));
+        if (call == m_awaited.end()) {
             ++m_unexpected_replies;
+        } else {
+            call->second = std::move(message);
         }
     }
 }
@@ -125,18 +127,21 @@ void bus_client::send(const message_ptr& message) {
 }
 
 bool bus_client::try_call(const message_ptr& message, int deadline_msec, bus_reply* reply) {
-    dbus_connection_send(m_connection, message.get(), &m_expected_serial);
-    m_reply.reset();
-    const auto has_reply = [this] {
+    dbus_uint32_t serial = 0;
+    dbus_connection_send(m_connection, message.get(), &serial);
+    m_awaited[serial] = nullptr;
+    // Another call may be made and answered meanwhile.
+    const auto is_over = [this, serial] {
         receive();
-        return m_reply != nullptr;
+        return m_awaited[serial] || !dbus_connection_get_is_connected(m_connection);
     };
-    const bool answered = wait_until(has_reply, deadline_msec);
-    m_expected_serial = 0;
-    if (answered) {
-        *reply = read_reply(m_reply.get());
+    wait_until(is_over, deadline_msec);
+    const message_ptr answer = std::move(m_awaited[serial]);
+    m_awaited.erase(serial);
+    if (answer) {
+        *reply = read_reply(answer.get());
     }
-    return answered;
+    return answer != nullptr;
 }
 
 bus_reply bus_client::call(const message_ptr& message) {

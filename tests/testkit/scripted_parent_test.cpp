@@ -4,8 +4,10 @@
 #include "vask_test/scripted_parent.h"
 
 #include <fcntl.h>
+#include <glib.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -279,6 +281,36 @@ TEST_F(parent_of_shell, Sees_a_zombie_of_the_child) {
     start("sleep 0 & echo ready; exec sleep 1000");
     EXPECT_TRUE(wait_until([&] { return !parent.resources().children.empty(); }));
     EXPECT_THAT(parent.resources().children, SizeIs(1));
+}
+
+TEST(bus_client, Takes_no_answer_for_that_of_a_call_that_waits_meanwhile) {
+    static bus_client* caller = nullptr;
+    static bool is_owned = false;
+    bus_client client, silent;
+    caller = &client;
+    const auto call_meanwhile = [](gpointer) -> gboolean {
+        is_owned = caller->is_owned(DBUS_SERVICE_DBUS);
+        return G_SOURCE_REMOVE;
+    };
+    const message_ptr ping(dbus_message_new_method_call(silent.unique_name().c_str(), "/",
+                                                        DBUS_INTERFACE_PEER, "Ping"));
+    bus_reply reply;
+    g_idle_add_full(G_PRIORITY_HIGH, call_meanwhile, nullptr, nullptr);
+
+    EXPECT_FALSE(client.try_call(ping, short_msec, &reply));
+
+    EXPECT_TRUE(is_owned);
+    EXPECT_EQ(client.unexpected_replies(), 0);
+}
+
+TEST(bus_client, Waits_for_no_answer_when_the_bus_is_lost) {
+    bus_client client;
+    int bus = -1;
+    ASSERT_TRUE(dbus_connection_get_unix_fd(client.connection(), &bus));
+    shutdown(bus, SHUT_RDWR);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_THROW(client.is_owned("com.example"), std::runtime_error);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
 }
 
 TEST(started_process, Has_ended_when_somebody_else_has_waited_for_it) {

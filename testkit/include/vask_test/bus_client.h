@@ -11,6 +11,7 @@
 
 #include <dbus/dbus.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -67,12 +68,12 @@ public:
 
     /** Does not wait. @param message  to send */
     void send(const message_ptr& message);
-    /** Waits for 100 seconds, and throws std::runtime_error then. @param message  the call
-     *  @return the answer */
+    /** Waits for 100 seconds, and throws std::runtime_error then, or as soon as the connection is
+     *  lost. @param message  the call @return the answer */
     bus_reply call(const message_ptr& message);
     /** @param message  the call @param deadline_msec  how long to wait @param reply  receives the
-     *  answer @return false when the deadline comes before it; the answer is not expected any more
-     *  then */
+     *  answer @return false when the deadline comes before it, or the connection is lost; the
+     *  answer is not expected any more then */
     bool try_call(const message_ptr& message, int deadline_msec, bus_reply* reply);
 
     /** Calls the bus itself. @param method  one that takes one text or none @param argument  that
@@ -106,8 +107,7 @@ private:
 
     DBusConnection* m_connection = nullptr;
     std::vector<bus_signal> m_signals;
-    dbus_uint32_t m_expected_serial = 0;
-    message_ptr m_reply;
+    std::map<dbus_uint32_t, message_ptr> m_awaited;  // of calls, by their serials; null at first
     int m_unexpected_replies = 0;
 };
 
