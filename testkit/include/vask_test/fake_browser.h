@@ -81,8 +81,8 @@ struct fake_element {
  * It notes every allocation, reference, stream and identifier with the place it came from, counts
  * the calls of its functions, and complains about whatever would crash a real browser: memory that
  * is not its own or was freed before, objects and elements that are gone, identifiers that it never
- * gave, calls on another thread than its own. Nothing that it complains about harms the test,
- * which asks at its end for faults().
+ * gave, calls on another thread than its own. The test asks at its end for faults(). Nothing
+ * that it complains about harms the test, but for a call on another thread that comes during one.
  */
 class fake_browser {
 public:

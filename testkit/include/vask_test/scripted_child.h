@@ -124,7 +124,7 @@ private:
  * the second one says, and all that follow what the last one says. The process that is started
  * first does what the first at_start() says, and so on.
  *
- * The program has the name that is given here, takes any arguments, and ends with the process that
+ * The program has the name that is given here, takes any arguments, and ends with the thread that
  * has started it. Its script is read when it starts. What it receives is written into a file, which
  * is how the test knows of it also after a crash.
  *
