@@ -41,6 +41,17 @@ bool make_own_directory(const fs::path& path) {
            S_ISDIR(info.st_mode) && info.st_uid == geteuid();
 }
 
+/** All processes that were not started here. */
+std::vector<process_entry> list_strangers() {
+    std::vector<process_entry> result = list_processes();
+    for (const process_entry& own : list_descendants(getpid())) {
+        result.erase(std::remove_if(result.begin(), result.end(),
+                                    [&](const process_entry& each) { return each.pid == own.pid; }),
+                     result.end());
+    }
+    return result;
+}
+
 std::vector<std::string> names_of_library() {
     std::vector<std::string> names;
     std::error_code ignored;
@@ -107,6 +118,14 @@ std::vector<shared_thing> open_world::new_things() const {
     std::vector<shared_thing> result;
     std::set_difference(things.begin(), things.end(), m_old_things.begin(), m_old_things.end(),
                         std::back_inserter(result));
+    if (!result.empty()) {
+        const std::vector<process_entry> strangers = list_strangers();
+        const auto is_of_a_stranger = [&](const shared_thing& thing) {
+            return std::any_of(strangers.begin(), strangers.end(),
+                               [&](const process_entry& each) { return is_used_by(each, thing); });
+        };
+        result.erase(std::remove_if(result.begin(), result.end(), is_of_a_stranger), result.end());
+    }
     return result;
 }
 

@@ -27,7 +27,8 @@ public:
     /** Waits for its turn. Returns "" or what did not work. */
     std::string enter();
     const std::string& directory() const { return m_directory; }
-    /** What this user's processes share and did not before. */
+    /** What this user's processes share and did not before, but for what others use that were not
+     *  started here. */
     std::vector<shared_thing> new_things() const;
 
 private:

@@ -17,6 +17,10 @@
 #include <sstream>
 #include <tuple>
 
+#include "file_text.h"
+
+namespace fs = std::filesystem;
+
 namespace vask_test {
 
 namespace {
@@ -85,10 +89,32 @@ std::vector<shared_thing> list_shared_things(owners whose) {
     return list;
 }
 
+bool is_used_by(const process_entry& process, const shared_thing& thing) {
+    if (thing.id >= 0) {
+        shmid_ds segment;
+        return thing.kind == leftover_kind::shared_object &&
+               shmctl(thing.id, IPC_STAT, &segment) == 0 && segment.shm_nattch > 0 &&
+               (segment.shm_cpid == process.pid || segment.shm_lpid == process.pid);
+    }
+    const std::string path = "/proc/" + std::to_string(process.pid);
+    if (file_text(path + "/maps").find(thing.name + "\n") != std::string::npos) {
+        return true;
+    }
+    std::error_code error;
+    for (fs::directory_iterator next(path + "/fd", error), end; !error && next != end;
+         next.increment(error)) {
+        std::error_code ignored;
+        if (fs::read_symlink(next->path(), ignored) == thing.name) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void remove(const shared_thing& thing) {
     if (thing.id < 0) {
         std::error_code ignored;
-        std::filesystem::remove_all(thing.name, ignored);
+        fs::remove_all(thing.name, ignored);
     } else if (thing.kind == leftover_kind::shared_object) {
         shmctl(thing.id, IPC_RMID, nullptr);
     } else {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "options.h"
+#include "vask_test/process_list.h"
 
 namespace vask_test {
 
@@ -24,6 +25,10 @@ enum class owners { this_user, everybody };
 
 /** Sorted. */
 std::vector<shared_thing> list_shared_things(owners whose);
+
+/** Whether it has or maps the file; of a segment that is attached, whether it was the one that has
+ *  made it or has used it last. Nobody can tell of semaphores of System V. */
+bool is_used_by(const process_entry& process, const shared_thing& thing);
 
 void remove(const shared_thing& thing);
 

@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -716,6 +717,23 @@ TEST_F(open_run, Leaves_the_directory_of_displays_as_it_is) {
     EXPECT_EQ(stat(displays, &info), 0);
     EXPECT_EQ(info.st_mode & 07777u, 0755u);
     chmod(displays, 01777);
+}
+
+TEST_F(open_run, Leaves_what_another_process_shares_meanwhile_alone) {
+    sealed_program run({"--", "sh", "-c", "echo started; cat"}, without_namespaces);
+    EXPECT_EQ(run.read_line(), "started");
+    const char* name = "/dev/shm/of_a_stranger";
+    const int object = open(name, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const int segment = shmget(IPC_PRIVATE, 1, 0600);
+    void* const attached = shmat(segment, nullptr, 0);
+
+    EXPECT_EQ(run.finish(), 0) << run.rest();
+
+    EXPECT_EQ(access(name, F_OK), 0);
+    EXPECT_EQ(shmctl(segment, IPC_RMID, nullptr), 0);
+    shmdt(attached);
+    close(object);
+    unlink(name);
 }
 
 TEST_F(open_run, Says_that_its_program_cannot_be_started_and_stops_nobody) {
