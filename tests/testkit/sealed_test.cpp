@@ -233,6 +233,17 @@ protected:
     static constexpr const char* kept = "/dev/shm/vask_kept";
 };
 
+/** With other users. */
+class open_run_of_root : public open_run {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "an ordinary user cannot be another one";
+        }
+        open_run::SetUp();
+    }
+};
+
 std::vector<std::string> commands_containing(const std::string& text) {
     std::vector<std::string> result;
     for (const process_entry& process : list_processes()) {
@@ -688,10 +699,7 @@ TEST_F(open_run, Loses_nothing_when_one_is_killed_that_puts_things_aside) {
     }
 }
 
-TEST_F(open_run, Takes_nothing_from_a_directory_of_somebody_else) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "nobody else is here";
-    }
+TEST_F(open_run_of_root, Takes_nothing_from_a_directory_of_somebody_else) {
     const char* directory = "/dev/shm/.vask_test_0";
     const char* planted = "/dev/shm/.vask_test_0/vask_kept";
     mkdir(directory, 0755);
@@ -736,10 +744,7 @@ TEST_F(open_run, Leaves_what_another_process_shares_meanwhile_alone) {
     unlink(name);
 }
 
-TEST_F(open_run, Says_that_its_program_cannot_be_started_and_stops_nobody) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "cannot be a user who is alone";
-    }
+TEST_F(open_run_of_root, Says_that_its_program_cannot_be_started_and_stops_nobody) {
     unlink(kept);
     const outcome result =
         run_shell("exit 0", {"--timeout", "0.3"}, without_namespaces_and_with("--nproc=2"));
