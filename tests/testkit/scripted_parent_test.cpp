@@ -17,6 +17,7 @@
 
 #include "vask_test/googletest.h"
 #include "vask_test/main_loop.h"
+#include "vask_test/process_list.h"
 #include "vask_test/scripted_child.h"
 
 using namespace vask_test;
@@ -278,8 +279,12 @@ TEST_F(parent_of_shell, Sees_what_the_child_holds) {
 
 TEST_F(parent_of_shell, Sees_a_zombie_of_the_child) {
     // A program that knows nothing of a child it has never started does not reap it.
-    start("sleep 0 & echo ready; exec sleep 1000");
-    EXPECT_TRUE(wait_until([&] { return !parent.resources().children.empty(); }));
+    start("(until grep -q sleep /proc/$$/comm; do :; done) & echo ready; exec sleep 1000");
+    const auto has_zombie = [&] {
+        const std::vector<process_entry> processes = list_descendants(parent.pid());
+        return processes.size() == 1 && processes[0].state == 'Z';
+    };
+    EXPECT_TRUE(wait_until(has_zombie));
     EXPECT_THAT(parent.resources().children, SizeIs(1));
 }
 
