@@ -9,6 +9,14 @@
 
 namespace vask_test {
 
+namespace {
+
+std::string or_empty(const char* text) {
+    return text ? text : "";
+}
+
+}  // namespace
+
 // Named functions, since places in the ledger are shown by name.
 struct fake_table {
     static fake_browser& the(const char* function, NPP npp = nullptr) {
@@ -41,8 +49,8 @@ struct fake_table {
     static fake_request request_for(NPP npp, const char* url, const char* target) {
         fake_request wanted;
         wanted.npp = npp;
-        wanted.url = url;
-        wanted.target = target ? target : "";
+        wanted.url = or_empty(url);
+        wanted.target = or_empty(target);
         return wanted;
     }
 
@@ -89,7 +97,7 @@ struct fake_table {
         if (!browser) {
             return NPERR_GENERIC_ERROR;
         }
-        *stream = browser->open_stream(type, target ? target : "");
+        *stream = browser->open_stream(or_empty(type), or_empty(target));
         return NPERR_NO_ERROR;
     }
 
@@ -111,7 +119,9 @@ struct fake_table {
         return the("DestroyStream", npp).close_stream(stream);
     }
 
-    static void status(NPP npp, const char* message) { the("Status", npp).status_text = message; }
+    static void status(NPP npp, const char* message) {
+        the("Status", npp).status_text = or_empty(message);
+    }
 
     static const char* user_agent(NPP npp) {
         the("UserAgent", npp);
@@ -168,14 +178,14 @@ struct fake_table {
 
     static NPIdentifier get_string_identifier(const NPUTF8* name) {
         fake_browser* browser = willing("GetStringIdentifier");
-        return browser ? browser->identify(browser->name(name)) : nullptr;
+        return browser ? browser->identify(browser->name(or_empty(name))) : nullptr;
     }
 
     static void get_string_identifiers(const NPUTF8** names, int32_t count,
                                        NPIdentifier* identifiers) {
         fake_browser& browser = the("GetStringIdentifiers");
         for (int32_t i = 0; i < count; ++i) {
-            identifiers[i] = browser.identify(browser.name(names[i]));
+            identifiers[i] = browser.identify(browser.name(or_empty(names[i])));
         }
     }
 
@@ -267,7 +277,7 @@ struct fake_table {
     }
 
     static void set_exception(NPObject*, const NPUTF8* message) {
-        the("SetException").exception_text = message;
+        the("SetException").exception_text = or_empty(message);
     }
 
     static void push_popups_enabled_state(NPP npp, NPBool enabled) {

@@ -288,6 +288,17 @@ TEST_F(browser_for_tests, Has_objects_whose_members_can_be_used) {
     EXPECT_THAT(browser.unbalanced(), IsEmpty());
 }
 
+TEST_F(browser_for_tests, Takes_no_text_for_an_empty_one) {
+    NPStream* stream = nullptr;
+    functions.status(&npp, nullptr);
+    functions.setexception(browser.window(), nullptr);
+    functions.geturl(&npp, nullptr, nullptr);
+    EXPECT_EQ(functions.getstringidentifier(nullptr), browser.name(""));
+    EXPECT_EQ(functions.newstream(&npp, nullptr, nullptr, &stream), NPERR_NO_ERROR);
+    functions.destroystream(&npp, stream, NPRES_DONE);
+    EXPECT_THAT(browser.faults(), IsEmpty());
+}
+
 TEST_F(browser_for_tests, Keeps_what_is_written_into_a_stream) {
     char type[] = "text/plain", text[] = "written";
     NPStream* stream = nullptr;
