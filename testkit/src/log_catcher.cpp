@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace vask_test {
 
@@ -42,16 +43,31 @@ log_catcher::log_catcher()
 
 log_catcher::~log_catcher() {
     const std::string caught = test_has_failed && test_has_failed() ? text() : "";
-    redirect_stdout(m_original);
-    fcntl(STDOUT_FILENO, F_SETFD, m_original_flags);
+    if (innermost == this) {
+        redirect_stdout(m_original);
+        fcntl(STDOUT_FILENO, F_SETFD, m_original_flags);
+        innermost = m_outer;
+    } else {
+        hand_down();
+    }
     close(m_original);
     close(m_memory);
-    innermost = m_outer;
     if (caught.empty()) {
         return;
     }
     std::printf("--- caught output:\n%s\n--- end of caught output\n", caught.c_str());
     std::fflush(stdout);
+}
+
+// One that began later lives on, and gives back what this one has found.
+void log_catcher::hand_down() {
+    log_catcher* inner = innermost;
+    while (inner->m_outer != this) {
+        inner = inner->m_outer;
+    }
+    inner->m_outer = m_outer;
+    std::swap(inner->m_original, m_original);
+    inner->m_original_flags = m_original_flags;
 }
 
 std::string log_catcher::text() const {

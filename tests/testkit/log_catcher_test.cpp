@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 #include "vask_test/googletest.h"
 
@@ -151,6 +152,20 @@ TEST(log_catcher, Can_be_nested) {
     }
     write_raw("3");
     EXPECT_EQ(outer.text(), "13");
+}
+
+TEST(log_catcher, May_end_before_one_that_began_later) {
+    const auto before = stdout_identity();
+    auto catcher = std::make_unique<log_catcher>();
+    write_raw("1");
+    catcher = std::make_unique<log_catcher>();
+    write_raw("2");
+    EXPECT_EQ(catcher->text(), "2");
+    log_catcher::suspend();
+    EXPECT_EQ(stdout_identity(), before);
+    log_catcher::resume();
+    catcher.reset();
+    EXPECT_EQ(stdout_identity(), before);
 }
 
 TEST(log_catcher, Lets_test_failures_through) {

@@ -67,6 +67,8 @@ public:
     static void show_after(bool (*has_failed)());
 
 private:
+    void hand_down();
+
     log_catcher* m_outer;
     int m_memory;
     int m_original;
