@@ -152,12 +152,17 @@ TEST(error, Has_its_fields_in_the_published_order) {
 }
 
 TEST(error, Has_clone_behind_the_destructor_in_its_table) {
-    // A pointer to a virtual member holds the offset in the table plus one. A destructor takes two
-    // entries.
+    // A pointer to a virtual member holds the offset in the table, plus one where the processor's
+    // functions never begin at an odd address. A destructor takes two entries.
+#if defined(__arm__) || defined(__aarch64__)
+    constexpr ptrdiff_t mark = 0;
+#else
+    constexpr ptrdiff_t mark = 1;
+#endif
     vask_abstract_error* (vask_abstract_error::*member)() const = &vask_abstract_error::clone;
     ptrdiff_t representation;
     memcpy(&representation, &member, sizeof representation);
-    EXPECT_EQ(representation, static_cast<ptrdiff_t>(1 + 2 * sizeof(void*)));
+    EXPECT_EQ(representation, static_cast<ptrdiff_t>(mark + 2 * sizeof(void*)));
 }
 
 TEST(error_copy, Has_new_nodes_with_equal_codes_and_messages) {
