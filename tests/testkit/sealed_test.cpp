@@ -34,11 +34,21 @@ using testing::StartsWith;
 
 namespace {
 
-/** A run with pipes to its standard input and from its combined output. */
+const std::string announcement =
+    "vask-sealed: no world of its own: no private namespaces: Operation not permitted\n"
+    "vask-sealed: the program sees the machine's processes, network, /tmp and /dev/shm; such runs "
+    "go one after the other\n";
+
+/** As in a container in which nobody may make a namespace. */
+const std::vector<const char*> without_namespaces = {VASK_TEST_WITHOUT_NAMESPACES};
+
+/** A run with pipes to its standard input and from its combined output. Where this test is in an
+ * open world itself, the output is without the lines that say so. */
 class sealed_program {
 public:
     explicit sealed_program(const std::vector<std::string>& arguments,
-                            const std::vector<const char*>& wrapper = {}) {
+                            const std::vector<const char*>& wrapper = {})
+        : m_may_be_open(is_in_open_world() && wrapper != without_namespaces) {
         std::vector<char*> argv;
         for (const char* word : wrapper) {
             argv.push_back(const_cast<char*>(word));
@@ -107,6 +117,10 @@ public:
             m_rest.append(buffer, static_cast<size_t>(length));
         }
         close(m_output);
+        std::size_t place;
+        while (m_may_be_open && (place = m_rest.find(announcement)) != std::string::npos) {
+            m_rest.erase(place, announcement.size());
+        }
         int status = 0;
         waitpid(m_pid, &status, 0);
         m_pid = -1;
@@ -116,6 +130,7 @@ public:
     const std::string& rest() const { return m_rest; }
 
 private:
+    const bool m_may_be_open;
     pid_t m_pid = -1;
     int m_input = -1;
     int m_output = -1;
@@ -144,14 +159,6 @@ bool nobody_gets_a_world() {
     sealed_program program({"--tell"}, as_nobody);
     return program.finish() == 0 && program.rest().empty();
 }
-
-const std::string announcement =
-    "vask-sealed: no world of its own: no private namespaces: Operation not permitted\n"
-    "vask-sealed: the program sees the machine's processes, network, /tmp and /dev/shm; such runs "
-    "go one after the other\n";
-
-/** As in a container in which nobody may make a namespace. */
-const std::vector<const char*> without_namespaces = {VASK_TEST_WITHOUT_NAMESPACES};
 
 /** The same for a user of whom nobody else is here, and who may have so many processes. */
 std::vector<const char*> without_namespaces_and_with(const char* process_limit) {
@@ -480,7 +487,10 @@ TEST(sealed, Keeps_a_failed_world_to_be_looked_into) {
         "org.freedesktop.DBus.ReloadConfig; exit 7");
 
     EXPECT_EQ(seen.status, 7);
-    EXPECT_EQ(seen.output, "text\nvask-sealed\n()\n");
+    EXPECT_THAT(seen.output, AllOf(StartsWith("text\n"), testing::EndsWith("\n()\n")));
+    if (!is_in_open_world()) {
+        EXPECT_EQ(seen.output, "text\nvask-sealed\n()\n");
+    }
     EXPECT_THAT(world.told(), HasSubstr("shared object left behind: /dev/shm/left\n"));
     EXPECT_EQ(world.end(), 3);
 }
