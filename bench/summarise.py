@@ -59,7 +59,8 @@ class Limit:
 
 
 def read_rows(paths):
-    """The rows in the order of the files, and what the benchmarks that failed have said."""
+    """The rows in the order of the files, those of a group together where its first one stands, and what
+    the benchmarks that failed have said."""
     rows = {}
     errors = []
     for path in paths:
@@ -87,7 +88,11 @@ def read_rows(paths):
                 row.values.append(result[row.unit])
             else:
                 row.values.append(result["real_time"] * NS_PER_UNIT[result["time_unit"]])
-    return list(rows.values()), errors
+    # A file may have some rows of a group alone: those that were measured again.
+    place = {}
+    for row in rows.values():
+        place.setdefault(row.group, len(place))
+    return sorted(rows.values(), key=lambda row: place[row.group]), errors
 
 
 def format_value(row):
