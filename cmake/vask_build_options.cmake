@@ -26,3 +26,12 @@ if(VASK_SANITIZE)
         add_compile_options(-fno-sanitize=function)
     endif()
 endif()
+
+# An installed program finds the library of its own installation, wherever that lies, unless whoever
+# builds has decided on run paths.
+function(vask_find_library_when_installed program)
+    if(NOT DEFINED CMAKE_INSTALL_RPATH)
+        file(RELATIVE_PATH to_library ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+        set_target_properties(${program} PROPERTIES INSTALL_RPATH "\$ORIGIN/${to_library}")
+    endif()
+endfunction()

@@ -3,6 +3,7 @@
 
 # The test kit as a part of its own: the component "test" of the CMake package, and vask-test.pc.
 
+vask_find_library_when_installed(vask_scripted_child)
 install(TARGETS vask_test vask_sealed vask_scripted_child EXPORT vask-test-targets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
