@@ -38,6 +38,7 @@ fake_browser::fake_browser(object_counts counts)
 fake_browser::~fake_browser() {
     unload();
     free_everything();
+    let_go_of_members();
     for (const auto& object : m_objects) {
         if (object.second.is_of_page) {
             fake_page_object::deallocate(object.first);
@@ -290,6 +291,13 @@ void fake_browser::release(NPObject* object, bool by_page) {
         return;
     }
     object_books& books = m_objects[object];
+    // The page goes on using its own. An object of the plug-in may be one that the page has given
+    // away.
+    if (!by_page && books.is_of_page && books.references <= books.references_of_page) {
+        complain("ReleaseObject: a reference to " + described(object) +
+                 " of the page, the plug-in has none");
+        return;
+    }
     --books.references;
     --object->referenceCount;
     if (by_page) {

@@ -140,7 +140,17 @@ void fake_browser::bury(std::shared_ptr<void> page_object) {
     }
 }
 
+// Who ends all objects needs no references to some of them.
+void fake_browser::let_go_of_members() {
+    for (const auto& object : m_objects) {
+        if (object.second.is_of_page) {
+            fake_page_object::from(object.first).held.clear();
+        }
+    }
+}
+
 void fake_browser::end_page() {
+    let_go_of_members();
     std::vector<NPObject*> of_page;
     for (const auto& object : m_objects) {
         (object.second.is_of_page ? of_page : m_doomed).push_back(object.first);
@@ -184,6 +194,9 @@ NPObject* fake_browser::scriptable(NPP npp) {
     if (!m_plugin.getvalue ||
         m_plugin.getvalue(npp, NPPVpluginScriptableNPObject, &object) != NPERR_NO_ERROR ||
         !object) {
+        return nullptr;
+    }
+    if (!check_alive(object, "NPP_GetValue")) {
         return nullptr;
     }
     ++m_objects[object].references_of_page;
@@ -244,7 +257,7 @@ NPObject* fake_browser::make_function(function_type body) {
 
 void fake_browser::set_member(NPObject* object, const std::string& name,
                               const script_value& value) {
-    fake_page_object::from(object).members[identifier_of(name)] = value;
+    fake_page_object::set_member(object, identifier_of(name), value, false);
 }
 
 void fake_browser::hold(NPObject* object) {
@@ -271,7 +284,11 @@ bool fake_browser::with_result(bool succeeded, NPVariant* variant, script_value*
         return false;
     }
     if (NPVARIANT_IS_OBJECT(*variant)) {
-        ++m_objects[NPVARIANT_TO_OBJECT(*variant)].references_of_page;
+        NPObject* object = NPVARIANT_TO_OBJECT(*variant);
+        if (!check_alive(object, "result of the plug-in")) {
+            return false;
+        }
+        ++m_objects[object].references_of_page;
     }
     if (result) {
         *result = value_of(*variant);

@@ -18,10 +18,35 @@ fake_page_object& fake_page_object::from(NPObject* object) {
 // other's.
 void fake_page_object::deallocate(NPObject* object) {
     fake_page_object* const dead = &from(object);
+    while (!dead->held.empty()) {
+        let_go(take_held(object, *dead->held.begin()));
+    }
     dead->members.clear();
     dead->body = nullptr;
     fake_browser::the().bury(std::shared_ptr<void>(
         dead, [](void* memory) { delete static_cast<fake_page_object*>(memory); }));
+}
+
+NPObject* fake_page_object::take_held(NPObject* object, NPIdentifier name) {
+    return from(object).held.erase(name) != 0 ? std::get<NPObject*>(from(object).members.at(name))
+                                              : nullptr;
+}
+
+void fake_page_object::let_go(NPObject* value) {
+    if (value && fake_browser::the().is_alive(value)) {
+        fake_browser::the().drop(value);
+    }
+}
+
+void fake_page_object::set_member(NPObject* object, NPIdentifier name, const script_value& value,
+                                  bool holds) {
+    NPObject* const earlier = take_held(object, name);
+    from(object).members[name] = value;
+    if (holds) {
+        from(object).held.insert(name);
+    }
+    // Last, because the plug-in may write the member again when its object ends.
+    let_go(earlier);
 }
 
 bool fake_page_object::has_method(NPObject* object, NPIdentifier name) {
@@ -67,12 +92,22 @@ bool fake_page_object::get_property(NPObject* object, NPIdentifier name, NPVaria
 }
 
 bool fake_page_object::set_property(NPObject* object, NPIdentifier name, const NPVariant* value) {
-    from(object).members[name] = value_of(*value);
+    NPObject* const given = NPVARIANT_IS_OBJECT(*value) ? NPVARIANT_TO_OBJECT(*value) : nullptr;
+    if (given) {
+        if (!fake_browser::the().check_alive(given, "SetProperty")) {
+            return false;
+        }
+        fake_browser::the().retain(given, true);
+    }
+    set_member(object, name, value_of(*value), given != nullptr);
     return true;
 }
 
 bool fake_page_object::remove_property(NPObject* object, NPIdentifier name) {
-    return from(object).members.erase(name) != 0;
+    NPObject* const held = take_held(object, name);
+    const bool had_it = from(object).members.erase(name) != 0;
+    let_go(held);
+    return had_it;
 }
 
 bool fake_page_object::enumerate(NPObject* object, NPIdentifier** names, uint32_t* count) {

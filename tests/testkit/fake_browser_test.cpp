@@ -124,11 +124,93 @@ TEST_F(browser_for_tests, Misses_a_reference_with_the_place_that_took_it) {
     EXPECT_THAT(browser.unbalanced(), IsEmpty());
 }
 
-TEST_F(browser_for_tests, Misses_a_reference_that_was_released_too_often) {
-    NPObject* function = browser.make_function();
-    browser.hold(function);
-    functions.releaseobject(function);
-    EXPECT_THAT(browser.unbalanced(), ElementsAre(HasSubstr("-1 references to an object")));
+TEST_F(browser_for_tests, Complains_of_the_release_of_a_reference_of_the_page) {
+    functions.retainobject(browser.window());
+    functions.releaseobject(browser.window());
+    functions.releaseobject(browser.window());
+    EXPECT_THAT(browser.faults(),
+                ElementsAre(AllOf(HasSubstr("ReleaseObject: "), HasSubstr("the plug-in has none"),
+                                  HasSubstr("TestBody"))));
+    EXPECT_TRUE(browser.is_alive(browser.window()));
+}
+
+TEST_F(browser_for_tests, Complains_of_an_object_of_an_element_that_is_gone) {
+    static NPObject* given = nullptr;
+    given = browser.make_function();
+    browser.drop(given);
+    NPPluginFuncs plugin{};
+    plugin.getvalue = [](NPP, NPPVariable, void* value) -> NPError {
+        *static_cast<NPObject**>(value) = given;
+        return NPERR_NO_ERROR;
+    };
+    browser.load(plugin);
+    EXPECT_EQ(browser.scriptable(browser.open()), nullptr);
+    EXPECT_FALSE(browser.is_alive(given));
+    EXPECT_THAT(browser.faults(), ElementsAre(HasSubstr("is no object that lives")));
+}
+
+TEST_F(browser_for_tests, Complains_of_a_result_that_is_gone) {
+    static NPObject* given = nullptr;
+    given = browser.make_function();
+    browser.drop(given);
+    NPClass its_class = class_that(make_object);
+    its_class.getProperty = [](NPObject*, NPIdentifier, NPVariant* result) {
+        OBJECT_TO_NPVARIANT(given, *result);
+        return true;
+    };
+    NPObject* object = functions.createobject(&npp, &its_class);
+    script_value result;
+    EXPECT_FALSE(browser.read(object, "name", &result));
+    functions.releaseobject(object);
+    EXPECT_THAT(browser.faults(), ElementsAre(HasSubstr("is no object that lives")));
+}
+
+TEST_F(browser_for_tests, Keeps_an_object_that_is_a_member_until_there_is_another_value) {
+    NPClass its_class = class_that(make_object);
+    NPObject* object = functions.createobject(&npp, &its_class);
+    const NPIdentifier name = functions.getstringidentifier("api");
+    script_arguments member{object}, other{1};
+    EXPECT_TRUE(functions.setproperty(&npp, browser.window(), name, member.data()));
+    functions.releaseobject(object);
+    EXPECT_EQ(plugin_object::alive, 1);
+    EXPECT_TRUE(functions.setproperty(&npp, browser.window(), name, other.data()));
+    EXPECT_EQ(plugin_object::alive, 0);
+    EXPECT_THAT(browser.faults(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, Keeps_an_object_that_is_a_member_until_that_is_removed) {
+    NPClass its_class = class_that(make_object);
+    NPObject* object = functions.createobject(&npp, &its_class);
+    const NPIdentifier name = functions.getstringidentifier("api");
+    script_arguments member{object};
+    EXPECT_TRUE(functions.setproperty(&npp, browser.window(), name, member.data()));
+    functions.releaseobject(object);
+    EXPECT_TRUE(functions.removeproperty(&npp, browser.window(), name));
+    EXPECT_EQ(plugin_object::alive, 0);
+}
+
+TEST_F(browser_for_tests, Ends_an_object_that_is_a_member_with_the_object_that_has_it) {
+    NPClass its_class = class_that(make_object);
+    NPObject* object = functions.createobject(&npp, &its_class);
+    NPObject* owner = browser.make_function();
+    script_arguments member{object};
+    functions.setproperty(&npp, owner, functions.getstringidentifier("api"), member.data());
+    functions.releaseobject(object);
+    browser.drop(owner);
+    EXPECT_EQ(plugin_object::alive, 0);
+    EXPECT_THAT(browser.faults(), IsEmpty());
+}
+
+TEST_F(browser_for_tests, Ends_an_object_that_is_a_member_with_the_page) {
+    NPClass its_class = class_that(make_object);
+    NPObject* object = functions.createobject(&npp, &its_class);
+    script_arguments member{object};
+    functions.setproperty(&npp, browser.window(), functions.getstringidentifier("api"),
+                          member.data());
+    functions.releaseobject(object);
+    browser.leave_page();
+    EXPECT_EQ(plugin_object::alive, 0);
+    EXPECT_THAT(browser.faults(), IsEmpty());
 }
 
 TEST_F(browser_for_tests, Complains_of_the_use_of_an_object_that_is_gone) {

@@ -294,7 +294,8 @@ public:
      *  @return whether it succeeds */
     bool read(NPObject* object, const std::string& property, script_value* result = nullptr);
 
-    /** Writes a property of an object.
+    /** Writes a property of an object. One of the page's takes a reference to a value that is an
+     *  object, as it does when the plug-in writes it.
      *  @param object   whose
      *  @param property its name
      *  @param value    for it
@@ -381,6 +382,7 @@ private:
     NPObject* new_page_object();
     void bury(std::shared_ptr<void> page_object);
     void end_page();
+    void let_go_of_members();
     void end_doomed_objects();
     void end_whoever_has(NPObject* object);
     /** The oldest one of which the plug-in wants to hear, or the end. */
