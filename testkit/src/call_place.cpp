@@ -23,6 +23,12 @@ bool is_on_the_way_to_the_ledger(const std::string& function) {
            begins_with(function, "vask_test::fake_") || begins_with(function, "vask_np_base::NPN_");
 }
 
+/** Empty for a function without an exported name. */
+std::string name_of(const void* function) {
+    Dl_info info;
+    return dladdr(function, &info) != 0 && info.dli_sname ? demangled(info.dli_sname) : "";
+}
+
 }  // namespace
 
 call_place call_place::here() {
@@ -34,11 +40,11 @@ call_place call_place::here() {
 std::vector<std::string> call_place::functions() const {
     std::vector<std::string> names;
     for (int i = 0; i < m_depth; ++i) {
-        Dl_info info;
-        if (dladdr(m_frames[static_cast<std::size_t>(i)], &info) == 0 || !info.dli_sname) {
+        const void* function = m_frames[static_cast<std::size_t>(i)];
+        const std::string name = m_names ? m_names->at(function) : name_of(function);
+        if (name.empty()) {
             continue;
         }
-        const std::string name = demangled(info.dli_sname);
         const bool is_ours = is_on_the_way_to_the_ledger(name);
         const bool has_begun = !names.empty();
         if (name.find("testing::") != std::string::npos || (has_begun && is_ours)) {
@@ -49,6 +55,19 @@ std::vector<std::string> call_place::functions() const {
         }
     }
     return names;
+}
+
+void call_place::keep_names(const std::shared_ptr<name_map>& names) {
+    if (m_names) {
+        return;
+    }
+    for (int i = 0; i < m_depth; ++i) {
+        const void* function = m_frames[static_cast<std::size_t>(i)];
+        if (names->count(function) == 0) {
+            (*names)[function] = name_of(function);
+        }
+    }
+    m_names = names;
 }
 
 std::string call_place::function() const {

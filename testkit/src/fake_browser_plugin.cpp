@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 
 #include <stdexcept>
+#include <utility>
 
 #include "vask_test/fake_browser.h"
 
@@ -13,16 +14,12 @@ namespace vask_test {
 
 namespace {
 
-[[noreturn]] void fail_to_load(void* library, const std::string& reason) {
-    dlclose(library);
-    throw std::runtime_error(reason);
-}
-
 template <typename Function>
 Function* entry_point(void* library, const std::string& path, const char* name) {
     void* symbol = dlsym(library, name);
     if (!symbol) {
-        fail_to_load(library, path + " has no " + name);
+        dlclose(library);
+        throw std::runtime_error(path + " has no " + name);
     }
     return reinterpret_cast<Function*>(symbol);
 }
@@ -34,6 +31,22 @@ std::string text_of(decltype(NP_GetValue)* get_value, NPPVariable variable) {
 }
 
 }  // namespace
+
+// What the plug-in has left is told later, when its functions have no names any more.
+void fake_browser::close_library(void* library) {
+    const auto names = std::make_shared<call_place::name_map>();
+    for (auto& block : m_memory) {
+        block.second.place.keep_names(names);
+    }
+    for (ledger_entry& entry : m_ledger) {
+        entry.place.keep_names(names);
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_async_calls.clear();
+    }
+    dlclose(library);
+}
 
 NPError fake_browser::load(const std::string& path) {
     unload();
@@ -57,11 +70,12 @@ NPError fake_browser::load(const std::string& path) {
     plugin.version = m_functions.version;
     const NPError answer = initialize(&m_functions, &plugin);
     if (answer != NPERR_NO_ERROR) {
-        dlclose(library);
+        close_library(library);
         return answer;
     }
     if (!plugin.newp || !plugin.destroy) {
-        fail_to_load(library, path + " has filled in no NPP_New or no NPP_Destroy");
+        close_library(library);
+        throw std::runtime_error(path + " has filled in no NPP_New or no NPP_Destroy");
     }
     m_library = library;
     m_plugin = plugin;
@@ -77,8 +91,7 @@ NPError fake_browser::unload() {
         reinterpret_cast<decltype(NP_Shutdown)*>(dlsym(m_library, "NP_Shutdown"));
     const NPError answer = shut_down();
     m_plugin = NPPluginFuncs{};
-    dlclose(m_library);
-    m_library = nullptr;
+    close_library(std::exchange(m_library, nullptr));
     return answer;
 }
 

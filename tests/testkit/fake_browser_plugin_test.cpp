@@ -32,6 +32,12 @@ bool is_loaded(const std::string& path) {
     return library != nullptr;
 }
 
+void call_odd_plugin(const char* function) {
+    void* library = dlopen(odd_plugin("").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    reinterpret_cast<void (*)()>(dlsym(library, function))();
+    dlclose(library);
+}
+
 std::string reason_not_to_load(const std::string& path) {
     fake_browser browser;
     try {
@@ -80,6 +86,24 @@ TEST(loaded_plugin, Is_shut_down_and_unloaded) {
     EXPECT_FALSE(browser.is_open(element));
     EXPECT_FALSE(is_loaded(odd_plugin("")));
     EXPECT_EQ(browser.unload(), NPERR_NO_ERROR);
+}
+
+TEST(loaded_plugin, Is_named_in_faults_when_it_is_unloaded) {
+    fake_browser browser;
+    browser.load(odd_plugin(""));
+    call_odd_plugin("odd_plugin_leaks");
+    browser.unload();
+    ASSERT_FALSE(is_loaded(odd_plugin("")));
+    EXPECT_THAT(browser.faults(), ElementsAre(HasSubstr("42 bytes from odd_plugin_leaks")));
+}
+
+TEST(loaded_plugin, Is_not_called_later_when_it_is_unloaded) {
+    fake_browser browser;
+    browser.load(odd_plugin(""));
+    call_odd_plugin("odd_plugin_calls_later");
+    browser.unload();
+    ASSERT_FALSE(is_loaded(odd_plugin("")));
+    browser.run_async_calls();
 }
 
 TEST(loaded_plugin, Is_unloaded_with_the_browser) {

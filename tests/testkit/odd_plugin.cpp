@@ -18,7 +18,23 @@ namespace {
     return NPERR_NO_ERROR;
 }
 
+NPNetscapeFuncs the_browser;
+void* volatile the_lost_memory = nullptr;
+int late_calls = 0;
+
 }  // namespace
+
+/** Never gives back what it allocates. */
+extern "C" __attribute__((visibility("default"))) void odd_plugin_leaks() {
+    // What the browser notes is whoever has to go on after the call.
+    the_lost_memory = the_browser.memalloc(42);
+}
+
+/** Wants to be called later. */
+extern "C" __attribute__((visibility("default"))) void odd_plugin_calls_later() {
+    the_browser.pluginthreadasynccall(
+        nullptr, [](void*) { ++late_calls; }, nullptr);
+}
 
 extern "C" __attribute__((visibility("default"))) char* NP_GetMIMEDescription() {
     static char description[] = "application/x-odd:odd:Odd;application/x-odder::";
@@ -47,6 +63,7 @@ NPError NP_Initialize(NPNetscapeFuncs* browser, NPPluginFuncs* plugin) {
 #endif
     // For whoever wants to see when it comes.
     browser->status(nullptr, "initialized");
+    the_browser = *browser;
     static_cast<void>(plugin);
     return NPERR_NO_ERROR;
 }

@@ -11,6 +11,8 @@
  */
 
 #include <array>
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,9 @@ namespace vask_test {
 /** The functions that were running at some moment. Cheap to take; names are looked up on demand. */
 class call_place {
 public:
+    /** Names of functions that were looked up. */
+    typedef std::map<const void*, std::string> name_map;
+
     /** @return the functions that are running now */
     static call_place here();
 
@@ -37,11 +42,16 @@ public:
     /** @return all of them in one line. */
     std::string text() const;
 
+    /** Looks the names up now, because the functions are about to be unloaded.
+     *  @param names  those that are known already, to which it adds its own */
+    void keep_names(const std::shared_ptr<name_map>& names);
+
 private:
     static constexpr int most_frames = 24;
 
     std::array<void*, most_frames> m_frames{};
     int m_depth = 0;
+    std::shared_ptr<const name_map> m_names;  // null while they can be looked up
 };
 
 }  // namespace vask_test

@@ -379,6 +379,7 @@ private:
     bool begin_call(const char* function, NPP npp);
     void add_async_call(void (*function)(void*), void* data);
     void note(ledger_entry::action_type action, const void* subject, bool by_page);
+    void close_library(void* library);
     NPObject* new_page_object();
     void bury(std::shared_ptr<void> page_object);
     void end_page();
