@@ -45,6 +45,34 @@ void leave_no_core() {
     prctl(PR_SET_DUMPABLE, 0);
 }
 
+bool is_number(const std::string& text) {
+    try {
+        std::size_t length = 0;
+        std::stoi(text, &length);
+        return length == text.size();
+    } catch (const std::logic_error&) {
+        return false;
+    }
+}
+
+/** Whether there are the numbers that an action begins with. */
+bool has_numbers(const action& given) {
+    static const std::map<std::string, int> counts = {
+        {"emit", 1}, {"flood", 2}, {"wait", 1}, {"exit", 1}, {"log", 1}};
+    const bool may_have_one = given.verb == "crash" || given.verb == "quit";
+    const auto known = counts.find(given.verb);
+    int count = known == counts.end() ? may_have_one && !given.rest.empty() : known->second;
+    std::string rest = given.rest;
+    for (; count > 0; --count) {
+        const action parts = parse_action(rest);
+        if (!is_number(parts.verb)) {
+            return false;
+        }
+        rest = parts.rest;
+    }
+    return true;
+}
+
 bool is_situation(const std::string& text) {
     const action parts = parse_action(text);
     if (parts.verb == "command") {
@@ -60,7 +88,9 @@ std::string find_unknown_action(const std::vector<std::string>& lines) {
         const action next = parse_action(line);
         const bool is_head = next.verb == "at" || next.verb == "on";
         const bool is_empty = next.verb.empty() || next.verb[0] == '#';
-        if (!is_empty && !(is_head ? is_situation(next.rest) : action_table::has(next.verb))) {
+        const bool is_known =
+            is_head ? is_situation(next.rest) : action_table::has(next.verb) && has_numbers(next);
+        if (!is_empty && !is_known) {
             return "what is '" + line + "'?";
         }
     }

@@ -475,6 +475,13 @@ TEST(scripted_child, Refuses_a_script_that_says_nonsense) {
     EXPECT_EQ(run_program({"on friday", "reply x"}, &output), 2);
     EXPECT_THAT(output, EndsWith(": what is 'on friday'?\n"));
     EXPECT_EQ(run_program({"on command one"}, &output), 2);
+    EXPECT_EQ(run_program({"at start", "exit"}, &output), 2);
+    EXPECT_THAT(output, EndsWith(": what is 'exit'?\n"));
+    EXPECT_EQ(run_program({"at start", "flood 1", "exit 3"}, &output), 2);
+    EXPECT_THAT(output, EndsWith(": what is 'flood 1'?\n"));
+    EXPECT_EQ(run_program({"at start", "wait long", "exit 3"}, &output), 2);
+    EXPECT_EQ(run_program({"at start", "crash loudly", "exit 3"}, &output), 2);
+    EXPECT_EQ(run_program({"at start", "exit 3"}, &output), 3);
     EXPECT_EQ(run_program({"reply x"}, &output), 2);
     EXPECT_THAT(output, EndsWith("'reply x' stands before the first \"at\" or \"on\"\n"));
 }
