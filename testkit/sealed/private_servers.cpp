@@ -8,6 +8,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +18,9 @@
 namespace vask_test {
 
 namespace {
+
+constexpr int cannot_start = 125;
+constexpr int no_program = 127;
 
 // No service directories: the bus starts nothing on request.
 const char bus_configuration[] = R"(
@@ -56,8 +60,9 @@ void exec_or_exit(const std::vector<std::string>& command) {
     }
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
+    const int error = errno;
     std::perror(arguments[0]);
-    _exit(127);
+    _exit(error == ENOENT ? no_program : cannot_start);
 }
 
 pid_t spawn(const std::vector<std::string>& command, const sigset_t& mask,

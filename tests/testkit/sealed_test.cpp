@@ -282,6 +282,12 @@ TEST(sealed, Reports_a_missing_program) {
     EXPECT_EQ(program.rest(), "/nonexistent/program: No such file or directory\n");
 }
 
+TEST(sealed, Reports_a_program_that_cannot_be_started) {
+    sealed_program program({"--", "/etc/passwd"});
+    EXPECT_EQ(program.finish(), 125);
+    EXPECT_EQ(program.rest(), "/etc/passwd: Permission denied\n");
+}
+
 TEST(sealed, Stops_a_program_that_does_not_end) {
     const outcome result = run_shell("sleep 1000; true", {"--timeout", "0.3"});
     EXPECT_EQ(result.status, 124);
