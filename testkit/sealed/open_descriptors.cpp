@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 
 #include "file_text.h"
 
@@ -66,6 +67,12 @@ bool is_kept(const std::string& target) {
     return target == "anon_inode:[eventfd]" || target == "/dev/urandom" || target == "/dev/random";
 }
 
+bool is_shell(const std::string& program) {
+    const std::string name = fs::path(program).filename();
+    constexpr const char* shells[] = {"bash", "busybox", "dash", "ksh", "mksh", "sh", "zsh"};
+    return std::find(std::begin(shells), std::end(shells), name) != std::end(shells);
+}
+
 /** A shell keeps the script open that it runs. */
 bool is_script(const std::string& target, const std::string& command, const fs::path& directory) {
     for (std::size_t i = 0; i < command.size(); i += std::strlen(&command[i]) + 1) {
@@ -92,7 +99,8 @@ bool list_open_descriptors(pid_t process, const std::vector<pid_t>& servers,
     if (!directory) {
         return false;
     }
-    const std::string command = file_text(path + "/cmdline");
+    const bool is_of_shell = is_shell(link_target(path + "/exe"));
+    const std::string command = is_of_shell ? file_text(path + "/cmdline") : "";
     const std::string current = link_target(path + "/cwd");
     while (const dirent* entry = readdir(directory)) {
         const int number = std::atoi(entry->d_name);

@@ -367,6 +367,14 @@ TEST(sealed, Does_not_count_the_script_that_a_shell_runs) {
     EXPECT_EQ(run_shell("echo exit 0 >$TMPDIR/script; cd $TMPDIR; exec sh ./script").output, "");
 }
 
+TEST(sealed, Fails_for_a_file_that_the_program_was_told_to_read) {
+    sealed_program program({"--", "python3", "-c",
+                            "import os, sys; os.open(sys.argv[1], os.O_RDONLY); os._exit(0)",
+                            "/etc/passwd"});
+    EXPECT_EQ(program.finish(), 1);
+    EXPECT_THAT(program.rest(), HasSubstr("-> /etc/passwd\n"));
+}
+
 TEST(sealed, Says_when_it_cannot_count_descriptors) {
     // One of them watches already.
     const outcome result = run_shell(VASK_TEST_SEALED " true; true");
