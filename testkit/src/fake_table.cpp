@@ -37,6 +37,14 @@ struct fake_table {
         return browser && browser->check_alive(object, function) ? browser : nullptr;
     }
 
+    /** False, with a complaint, where a browser would have to read or write at no address. */
+    static bool has(const char* function, const void* address, const char* what) {
+        if (!address) {
+            fake_browser::the().complain(std::string(function) + ": no " + what);
+        }
+        return address != nullptr;
+    }
+
     static NPError request(const char* function, const fake_request& wanted) {
         fake_browser* browser = willing(function, wanted.npp);
         if (!browser) {
@@ -57,7 +65,7 @@ struct fake_table {
     static fake_request message_for(NPP npp, const char* url, const char* target, uint32_t len,
                                     const char* data, NPBool is_file) {
         fake_request wanted = request_for(npp, url, target);
-        wanted.data.assign(data, len);
+        wanted.data = data ? std::string(data, len) : "";
         wanted.is_file = is_file != 0;
         return wanted;
     }
@@ -78,11 +86,17 @@ struct fake_table {
 
     static NPError post_url(NPP npp, const char* url, const char* target, uint32_t len,
                             const char* data, NPBool is_file) {
+        if (len > 0 && !has("PostURL", data, "data")) {
+            return NPERR_INVALID_PARAM;
+        }
         return request("PostURL", message_for(npp, url, target, len, data, is_file));
     }
 
     static NPError post_url_notify(NPP npp, const char* url, const char* target, uint32_t len,
                                    const char* data, NPBool is_file, void* notify_data) {
+        if (len > 0 && !has("PostURLNotify", data, "data")) {
+            return NPERR_INVALID_PARAM;
+        }
         return request("PostURLNotify",
                        with_answer(message_for(npp, url, target, len, data, is_file), notify_data));
     }
@@ -97,6 +111,9 @@ struct fake_table {
         if (!browser) {
             return NPERR_GENERIC_ERROR;
         }
+        if (!has("NewStream", stream, "place for the stream")) {
+            return NPERR_INVALID_PARAM;
+        }
         *stream = browser->open_stream(or_empty(type), or_empty(target));
         return NPERR_NO_ERROR;
     }
@@ -109,6 +126,13 @@ struct fake_table {
         const auto found = browser->streams.find(stream);
         if (found == browser->streams.end()) {
             browser->complain("Write: a stream that is not open");
+            return -1;
+        }
+        if (len < 0) {
+            browser->complain("Write: a negative length");
+            return -1;
+        }
+        if (len > 0 && !has("Write", data, "data")) {
             return -1;
         }
         found->second->written.append(static_cast<const char*>(data), static_cast<size_t>(len));
@@ -167,7 +191,10 @@ struct fake_table {
     }
 
     static void invalidate_rect(NPP npp, NPRect* rect) {
-        the("InvalidateRect").element(npp).invalid_rects.push_back(*rect);
+        fake_browser& browser = the("InvalidateRect");
+        if (has("InvalidateRect", rect, "rectangle")) {
+            browser.element(npp).invalid_rects.push_back(*rect);
+        }
     }
 
     static void invalidate_region(NPP npp, NPRegion) {
@@ -213,7 +240,8 @@ struct fake_table {
 
     static NPObject* create_object(NPP npp, NPClass* its_class) {
         fake_browser* browser = willing("CreateObject", npp);
-        return browser ? browser->create(npp, its_class) : nullptr;
+        return browser && has("CreateObject", its_class, "class") ? browser->create(npp, its_class)
+                                                                  : nullptr;
     }
 
     static NPObject* retain_object(NPObject* object) {

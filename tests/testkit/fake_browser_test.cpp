@@ -23,6 +23,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 namespace {
 
@@ -400,6 +401,30 @@ TEST_F(browser_for_tests, Complains_of_a_stream_that_is_closed) {
     EXPECT_EQ(functions.write(&npp, stream, 4, text), -1);
     EXPECT_EQ(functions.destroystream(&npp, stream, NPRES_DONE), NPERR_INVALID_PARAM);
     EXPECT_EQ(browser.complaints().size(), 2u);
+}
+
+TEST_F(browser_for_tests, Complains_where_a_browser_would_read_or_write_at_no_address) {
+    char type[] = "text/plain", text[] = "text";
+    NPStream* stream = nullptr;
+    functions.newstream(&npp, type, nullptr, &stream);
+    EXPECT_EQ(functions.newstream(&npp, type, nullptr, nullptr), NPERR_INVALID_PARAM);
+    EXPECT_EQ(functions.write(&npp, stream, 5, nullptr), -1);
+    EXPECT_EQ(functions.write(&npp, stream, -1, text), -1);
+    EXPECT_EQ(functions.posturl(&npp, "http://host", nullptr, 5, nullptr, 0), NPERR_INVALID_PARAM);
+    EXPECT_EQ(functions.posturlnotify(&npp, "http://host", nullptr, 5, nullptr, 0, nullptr),
+              NPERR_INVALID_PARAM);
+    EXPECT_EQ(functions.createobject(&npp, nullptr), nullptr);
+    functions.invalidaterect(&npp, nullptr);
+    EXPECT_THAT(browser.complaints(),
+                ElementsAre(StartsWith("NewStream: no place for the stream, from "),
+                            StartsWith("Write: no data, from "),
+                            StartsWith("Write: a negative length, from "),
+                            StartsWith("PostURL: no data, from "),
+                            StartsWith("PostURLNotify: no data, from "),
+                            StartsWith("CreateObject: no class, from "),
+                            StartsWith("InvalidateRect: no rectangle, from ")));
+    EXPECT_THAT(browser.requests, IsEmpty());
+    functions.destroystream(&npp, stream, NPRES_DONE);
 }
 
 TEST_F(browser_for_tests, Keeps_requests) {
