@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "bridge/recording_bridge.h"
+#include "support/sanitizers.h"
 #include "vask_child_cmd.h"
 #include "vask_test/googletest.h"
 #include "vask_test/main_loop.h"
@@ -245,9 +246,14 @@ TEST_F(scripted_with_parent, Is_deaf_to_a_polite_request) {
 }
 
 TEST_F(scripted_with_parent, Does_on_a_polite_request_what_the_script_says) {
+#ifdef VASK_TEST_HAS_ADDRESS_SANITIZER
+    // GLib has a thread for signals. One end in thirty on a loaded machine, the search for leaks
+    // stops it and does not come back.
+    GTEST_SKIP() << "the search for leaks may hang beside GLib's thread for signals";
+#endif
     child.on_sigterm().emit(3, "last words").quit(6);
     ASSERT_TRUE(parent.start({child.program()}));
-    EXPECT_EQ(parent.end_child(), 6);
+    EXPECT_EQ(parent.end_child(), 6) << testing::PrintToString(child.journal());
     EXPECT_THAT(parent.signals(), ElementsAre(raised_signal{3, "last words"}));
     EXPECT_THAT(child.journal(), ElementsAre("started", "joined", "sigterm", "ended 6"));
 }
