@@ -118,15 +118,24 @@ std::string changes(const char* kind, const std::vector<std::string>& before,
 }
 
 // The connection of all bridges and children. It is the bus library's, which a test has from the
-// library under test if it has it at all.
+// library under test if it has it at all. One that was lost is given up for the next one.
 void connect_to_session_bus() {
     typedef void* get_function(int type, GError** error);
+    typedef void unref_function(void* connection);
+    static void* kept = nullptr;
     void* const library = dlopen("libdbus-glib-1.so.2", RTLD_LAZY);
-    void* const found = library ? dlsym(library, "dbus_g_bus_get") : nullptr;
-    GError* error = nullptr;
-    if (found && !reinterpret_cast<get_function*>(found)(DBUS_BUS_SESSION, &error)) {
-        g_clear_error(&error);
+    void* const get = library ? dlsym(library, "dbus_g_bus_get") : nullptr;
+    void* const unref = library ? dlsym(library, "dbus_g_connection_unref") : nullptr;
+    if (!get || !unref) {
+        return;
     }
+    GError* error = nullptr;
+    void* const connection = reinterpret_cast<get_function*>(get)(DBUS_BUS_SESSION, &error);
+    g_clear_error(&error);
+    if (kept) {
+        reinterpret_cast<unref_function*>(unref)(kept);
+    }
+    kept = connection;
 }
 
 }  // namespace

@@ -73,6 +73,8 @@ protected:
     bool do_next() override {
         m_bridge.reset();
         drain_main_loop();
+        // The fault may have cost the connection that is kept for the count.
+        warm_up_process_resources();
         const bool is_served = serve_one_child();
         drain_main_loop();
         return is_served;

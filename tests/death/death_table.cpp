@@ -25,12 +25,6 @@ constexpr int haste_of_selection = 20;
 constexpr std::size_t steps_of_selection = 16;
 constexpr std::size_t slow_steps_of_selection = 3;
 
-// Known to be broken: one source of the main loop stays behind a connection that was lost so.
-bool is_known_flaw(const operation& of, const fail_point& point, fault wanted) {
-    return std::string(of.subsystem) == "bridge" && point.call == "sendmsg" &&
-           wanted == fault::no_memory;
-}
-
 struct wishes {
     int parallel = 24;
     bool is_selection = false;
@@ -131,9 +125,6 @@ private:
 
     // A few, evenly over all that the fault can strike.
     bool is_selected(const fail_point& point, fault wanted) const {
-        if (is_known_flaw(m_of, point, wanted)) {
-            return false;
-        }
         std::vector<const fail_point*> possible;
         for (const fail_point& step : m_normal.steps) {
             if (can_happen(step.call, wanted)) {

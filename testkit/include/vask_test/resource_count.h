@@ -46,7 +46,8 @@ struct resource_count {
 void PrintTo(const resource_count& count, std::ostream* out);
 
 /** Brings into being what GLib and the session bus connection keep until the process ends. Call it
- *  before the first count. */
+ *  before the first count, and again before a later one when the bus was lost meanwhile: the lost
+ *  connection is given up then, and the next one takes its place. */
 void warm_up_process_resources();
 
 }  // namespace vask_test
