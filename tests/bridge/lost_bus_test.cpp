@@ -247,3 +247,24 @@ TEST_F(lost_bus, Fails_to_be_watched_again) {
                     line("ERR", "bridge", "Failed to get DBUS proxy")));
     wake_child();
 }
+
+TEST(connection_of_the_count, Is_given_up_once_it_is_lost) {
+    leak_listener::accept_leftovers();
+    DBusConnection* connection = dbus_bus_get(DBUS_BUS_SESSION, nullptr);
+    dbus_connection_set_exit_on_disconnect(connection, FALSE);
+    bool is_gone = false;
+    dbus_int32_t slot = -1;
+    dbus_connection_allocate_data_slot(&slot);
+    dbus_connection_set_data(connection, slot, &is_gone,
+                             [](void* gone) { *static_cast<bool*>(gone) = true; });
+    ASSERT_EQ(kill(pid_of_bus_daemon(), SIGKILL), 0);
+    ASSERT_TRUE(wait_until([&] { return !dbus_connection_get_is_connected(connection); }));
+    drain_main_loop();
+    dbus_connection_unref(connection);
+    EXPECT_FALSE(is_gone);
+
+    warm_up_process_resources();
+
+    EXPECT_TRUE(is_gone);
+    dbus_connection_free_data_slot(&slot);
+}
