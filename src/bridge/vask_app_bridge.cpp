@@ -45,10 +45,9 @@ void end_at_once(int pid, guint end_watch) {
     if (end_watch != 0) {
         g_source_remove(end_watch);
     }
-    if (!has_been_reaped(pid)) {
-        kill(pid, SIGKILL);
-    }
-    while (waitpid(pid, nullptr, 0) == -1 && errno == EINTR) {
+    // A program that has become another user's cannot be ended. It may never end by itself.
+    const bool is_ending = has_been_reaped(pid) || kill(pid, SIGKILL) == 0;
+    while (waitpid(pid, nullptr, is_ending ? 0 : WNOHANG) == -1 && errno == EINTR) {
     }
 }
 

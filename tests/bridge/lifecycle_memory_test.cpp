@@ -4,13 +4,16 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <memory>
 #include <new>
 
+#include "bridge/lifecycle_sigterm.h"
 #include "bridge/lifecycle_support.h"
 #include "bridge/recording_bridge.h"
 #include "support/counted_memory.h"
+#include "vask_test/process_list.h"
 
 using namespace vask_test;
 using testing::ElementsAre;
@@ -48,6 +51,26 @@ TEST_F(lifecycle_without_memory, Leaves_no_child_that_the_bridge_does_not_know) 
         drain_main_loop();
     }
     EXPECT_GT(number, 10);
+}
+
+TEST_F(lifecycle_without_memory, Does_not_wait_for_an_unknown_child_of_another_user) {
+    bool has_spawned = false;
+    int left = 0;
+    for (int number = 1; !has_spawned; ++number) {
+        recording_bridge bridge;
+        sigterm_record::refuses_sigkill = true;
+        has_spawned = spawn_with_failing_allocation(bridge, number);
+        sigterm_record::refuses_sigkill = false;
+        for (const process_entry& child : list_processes()) {
+            if (child.parent == getpid() && child.pid != bridge.get_child_pid()) {
+                ++left;
+                kill(child.pid, SIGKILL);
+                waitpid(child.pid, nullptr, 0);
+            }
+        }
+        drain_main_loop();
+    }
+    EXPECT_GT(left, 0);
 }
 
 TEST_F(lifecycle_without_memory, Reports_the_end_of_a_child_that_was_met) {

@@ -15,6 +15,7 @@ int sigterm_record::sent = 0;
 int sigterm_record::to_reaped = 0;
 int sigterm_record::to_groups = 0;
 int sigterm_record::continued = 0;
+bool sigterm_record::refuses_sigkill = false;
 std::function<void(pid_t)> sigterm_record::before_sending;
 std::function<void(pid_t)> sigterm_record::after_sending;
 
@@ -25,6 +26,10 @@ using vask_test::sigterm_record;
 extern "C" int kill(pid_t pid, int signal_number) noexcept {
     static const auto real = vask_test::next_function<int(pid_t, int)>("kill");
     sigterm_record::continued += signal_number == SIGCONT ? 1 : 0;
+    if (signal_number == SIGKILL && sigterm_record::refuses_sigkill) {
+        errno = EPERM;
+        return -1;
+    }
     if (signal_number != SIGTERM) {
         return real(pid, signal_number);
     }

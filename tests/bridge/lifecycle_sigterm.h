@@ -27,6 +27,9 @@ struct sigterm_record {
 
     /** How many SIGCONTs have followed. */
     static int continued;
+
+    /** Whether SIGKILL is refused, as one for a process of another user is. */
+    static bool refuses_sigkill;
 };
 
 }  // namespace vask_test
