@@ -6,6 +6,8 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
+
 namespace {
 
 const GIConv no_converter = reinterpret_cast<GIConv>(-1);
@@ -54,7 +56,8 @@ void held_text::append(const char* data, gsize count) {
 gsize held_text::take(char* data) {
     // Some converters look at what follows before they decode a byte, such as an escape that begins
     // no sequence. The other one is given the same bytes, or it would still wait.
-    const gsize end = m_converter != nullptr ? m_bytes.size() : m_whole;
+    // What it was given in another encoding can be more than is whole in this one.
+    const gsize end = m_converter != nullptr ? m_bytes.size() : std::max(m_whole, m_given);
     const gsize fresh = end - m_given;
     memcpy(data, m_bytes.data() + m_given, fresh);
     m_bytes.erase(0, m_whole);

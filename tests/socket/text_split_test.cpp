@@ -213,6 +213,35 @@ TEST_P(split_text, That_comes_byte_by_byte_and_is_cut_off_ends_the_request) {
     }
 }
 
+// The decoder may keep more bytes of the former encoding than are whole in the next one.
+TEST_P(split_text, That_is_cut_where_the_encoding_changes_goes_on_in_the_next_one) {
+    for (const char* next : {"UTF-8", "UTF-16LE", "EUC-JP", "ISO-8859-1"}) {
+        for (size_t cut = 1; cut <= text.bytes.size(); ++cut) {
+            SCOPED_TRACE(std::string(next) + " " + std::to_string(cut));
+            connected pair(text.encoding);
+            reading_on reader(pair.socket, 100);
+            pair.peer.send(text.bytes.substr(0, cut));
+            drain_main_loop();
+            ASSERT_EQ(g_io_channel_set_encoding(pair.socket.peer_ch, next, nullptr),
+                      G_IO_STATUS_NORMAL);
+            pair.peer.send("more and more");
+            pair.peer.close();
+
+            EXPECT_TRUE(wait_until([&] { return reader.is_over(); }));
+        }
+    }
+}
+
+TEST(text_whose_encoding_changes, Goes_on_with_what_the_decoder_keeps) {
+    connected pair("UTF-16LE");
+    reading_on reader(pair.socket, 100);
+    pair.peer.send("A\0\x3d\xd8"s);
+    EXPECT_TRUE(wait_until([&] { return reader.received == "A"; }));
+    g_io_channel_set_encoding(pair.socket.peer_ch, "UTF-8", nullptr);
+    pair.peer.send("more");
+    EXPECT_TRUE(wait_until([&] { return reader.received == "A="; }));
+}
+
 INSTANTIATE_TEST_SUITE_P(encoding, split_text,
                          testing::Values(in("UTF-8", all_kinds), in("utf-8", all_kinds),
                                          in("UTF-16", all_kinds), in("UTF-16LE", all_kinds),
