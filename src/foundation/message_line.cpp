@@ -146,13 +146,13 @@ class patience {
 public:
     // False when it is exhausted.
     bool wait_for_room(int fd) {
-        if (output_is_stuck) {
+        if (output_is_stuck.load(std::memory_order_relaxed)) {  // [P2]
             return false;
         }
         const double now = now_msec();
         m_end = m_end < 0 ? now + longest_wait_msec : m_end;
-        output_is_stuck = now >= m_end;
-        if (output_is_stuck) {
+        if (now >= m_end) {
+            output_is_stuck.store(true, std::memory_order_relaxed);  // [P2]
             return false;
         }
         pollfd output = {fd, POLLOUT, 0};
@@ -161,7 +161,7 @@ public:
     }
 
     void renew() {
-        output_is_stuck = false;
+        output_is_stuck.store(false, std::memory_order_relaxed);  // [P2]
         m_end = -1;
     }
 

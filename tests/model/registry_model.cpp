@@ -102,12 +102,15 @@ modelled_copy::modelled_copy(const std::vector<int>& values)
     }
 }
 
-// As pid_array_view::drop_changed() does it.
+// As pid_array_view::read() and then drop_changed() do it.
 steps modelled_copies_of_entry(int index, int copies) {
     steps result;
     for (int i = 0; i < copies; ++i) {
-        if (i > 0) {
-            result.push_back(fence(step::acquire_fence, "between copies"));
+        if (i == 1) {
+            result.push_back(fence(step::acquire_fence, "behind the copy"));
+            result.push_back(fence(step::acquire_fence, "before the second copy"));
+        } else if (i == 2) {
+            result.push_back(fence(step::acquire_fence, "before the third copy"));
         }
         result.push_back(read_of(modelled_record::pid_location(index)));
         result.push_back(read_of(modelled_record::key_location(index)));

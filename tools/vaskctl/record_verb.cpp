@@ -115,10 +115,11 @@ public:
 private:
     static void store(vk_shared_info* record, const record_field& field, int value) {
         void* place = reinterpret_cast<char*>(record) + field.offset;
+        // Under the record's semaphore [S1].
         if (field.size == sizeof(std::uint8_t)) {
             __atomic_store_n(static_cast<std::uint8_t*>(place), static_cast<std::uint8_t>(value),
                              __ATOMIC_RELAXED);
-        } else {
+        } else {  // [S1]
             __atomic_store_n(static_cast<std::int32_t*>(place), value, __ATOMIC_RELAXED);
         }
     }

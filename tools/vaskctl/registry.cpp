@@ -89,7 +89,7 @@ bool registry::read_once() {
     if (!read_field(m_file.fd(), offsetof(pid_array, sequence), &m_sequence)) {
         return true;
     }
-    std::atomic_thread_fence(std::memory_order_acquire);
+    std::atomic_thread_fence(std::memory_order_acquire);  // [R6]
     if (!read_field(m_file.fd(), offsetof(pid_array, count), &m_count)) {
         return true;
     }
@@ -98,7 +98,7 @@ bool registry::read_once() {
     const ssize_t length = pread(m_file.fd(), found.data(), found.size() * sizeof(found[0]),
                                  static_cast<off_t>(entry_offset(0)));
     found.resize(length < 0 ? 0 : static_cast<std::size_t>(length) / sizeof(found[0]));
-    std::atomic_thread_fence(std::memory_order_acquire);
+    std::atomic_thread_fence(std::memory_order_acquire);  // [R7]
     std::uint32_t sequence_after = ~m_sequence;
     read_field(m_file.fd(), offsetof(pid_array, sequence), &sequence_after);
     for (std::size_t i = 0; i < found.size(); ++i) {
