@@ -14,10 +14,14 @@
 
 set(VASK_SYSROOT "" CACHE PATH "Copy of the file system of the machine to build for")
 # What compiler checks find out has to be of the same system.
-list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VASK_SYSROOT)
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VASK_SYSROOT VASK_TARGET)
 
-set(CMAKE_C_COMPILER ${VASK_TARGET}-gcc)
-set(CMAKE_CXX_COMPILER ${VASK_TARGET}-g++)
+if(NOT CMAKE_C_COMPILER)
+    set(CMAKE_C_COMPILER ${VASK_TARGET}-gcc)
+endif()
+if(NOT CMAKE_CXX_COMPILER)
+    set(CMAKE_CXX_COMPILER ${VASK_TARGET}-g++)
+endif()
 set(CMAKE_LIBRARY_ARCHITECTURE ${VASK_TARGET})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 
@@ -30,9 +34,9 @@ if(VASK_SYSROOT)
     set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
     set(ENV{PKG_CONFIG_SYSROOT_DIR} ${VASK_SYSROOT})
 endif()
-foreach(directory lib/${VASK_TARGET} lib share)
-    # A machine of its own has both lib directories, this one has other files in the second.
-    if(VASK_SYSROOT OR NOT directory STREQUAL "lib")
+foreach(directory lib/${VASK_TARGET} lib64 lib share)
+    # A machine of its own has all lib directories, this one has other files in the others.
+    if(VASK_SYSROOT OR NOT directory MATCHES "^lib(64)?$")
         list(APPEND pkg_config_dirs ${VASK_SYSROOT}/usr/${directory}/pkgconfig)
     endif()
 endforeach()

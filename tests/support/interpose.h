@@ -5,6 +5,7 @@
 #define VASK_TEST_INTERPOSE_H
 
 #include <dlfcn.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
@@ -12,7 +13,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <string>
 
 namespace vask_test {
 
@@ -26,19 +26,28 @@ Function* next_function(const char* name) {
     return reinterpret_cast<Function*>(address);
 }
 
+/** A function's name with something before and behind it. It takes no memory: there may be none. */
+struct decorated_name {
+    decorated_name(const char* before, const char* name, const char* behind) {
+        snprintf(text, sizeof text, "%s%s%s", before, name, behind);
+    }
+    char text[64];
+};
+
 /** The same for a function with an off_t, which has another name where a word is too short. */
 template <typename Function>
-Function* next_file_function(const std::string& name) {
-    const char* suffix = sizeof(off_t) > sizeof(long) ? "64" : "";
-    return next_function<Function>((name + suffix).c_str());
+Function* next_file_function(const char* name) {
+    return next_function<Function>(
+        decorated_name("", name, sizeof(off_t) > sizeof(long) ? "64" : "").text);
 }
 
 /** The same for a function of times, which has another name where a word is too short for time_t.
  */
 template <typename Function>
-Function* next_time_function(const std::string& name) {
+Function* next_time_function(const char* name) {
     const bool has_own_name = sizeof(time_t) > sizeof(long);
-    return next_function<Function>((has_own_name ? "__" + name + "64" : name).c_str());
+    return next_function<Function>(has_own_name ? decorated_name("__", name, "64").text
+                                                : decorated_name("", name, "").text);
 }
 
 /** The fstat() that a definition in the test program hides. */
