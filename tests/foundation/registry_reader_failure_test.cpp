@@ -57,7 +57,7 @@ TEST_F(registry_reader_failure, Of_reading_is_reported_as_one_of_mapping) {
 }
 
 TEST_F(registry_reader_failure, Of_growing_is_reported) {
-    registry_object("program").fill(300, my_pid);
+    registry_object("program").fill(entries_beyond_first_page(), my_pid);
     registry_faults::now.failing_call = "mremap";
     EXPECT_THAT(find(), IsEmpty());
     EXPECT_THAT(log.lines(),
@@ -249,7 +249,7 @@ TEST_F(registry_reader_failure, Returns_what_was_found_before_it) {
     bytes.set_sequence(2);
     registry_faults::now.sequence_is_restless = true;
     registry_faults::now.after_further_copy = [&] {
-        bytes.fill(300, my_pid);
+        bytes.fill(entries_beyond_first_page(), my_pid);
         registry_faults::now.failing_call = "mremap";
     };
     EXPECT_THAT(find(), SizeIs(255));

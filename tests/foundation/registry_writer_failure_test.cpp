@@ -50,13 +50,13 @@ protected:
 };
 
 // More than a page, so that every call is made.
-constexpr size_t entries = 300;
+const size_t entries = entries_beyond_first_page();
 
 }  // namespace
 
 TEST_P(registry_writer_fault, Fails_the_registration_and_is_reported) {
     registry_object("program").fill(entries, getppid());
-    EXPECT_FALSE(store_while_failing(GetParam().call, 1000));
+    EXPECT_FALSE(store_while_failing(GetParam().call, 100000));
     EXPECT_THAT(log.lines(), ElementsAre(reported()));
 }
 
@@ -65,7 +65,7 @@ TEST_P(registry_writer_fault, Leaves_the_record_as_it_was) {
     bytes.fill(entries, getppid());
     bytes.set_sequence(10);
     std::vector<unsigned char> before = bytes.bytes();
-    EXPECT_FALSE(store_while_failing(GetParam().call, 1000));
+    EXPECT_FALSE(store_while_failing(GetParam().call, 100000));
     std::vector<unsigned char> after = bytes.bytes();
     ASSERT_GE(after.size(), before.size());
     after.resize(before.size());
@@ -74,7 +74,7 @@ TEST_P(registry_writer_fault, Leaves_the_record_as_it_was) {
 
 TEST_P(registry_writer_fault, Does_not_keep_the_lock) {
     registry_object("program").fill(entries, getppid());
-    EXPECT_FALSE(store_while_failing(GetParam().call, 1000));
+    EXPECT_FALSE(store_while_failing(GetParam().call, 100000));
     EXPECT_EQ(object.shm_lock_sem, nullptr);
     EXPECT_EQ(library_lock::value(), 1);
 }
@@ -82,15 +82,15 @@ TEST_P(registry_writer_fault, Does_not_keep_the_lock) {
 TEST_P(registry_writer_fault, Leaves_nothing_mapped) {
     registry_object bytes("program");
     bytes.fill(entries, getppid());
-    EXPECT_FALSE(store_while_failing(GetParam().call, 1000));
+    EXPECT_FALSE(store_while_failing(GetParam().call, 100000));
     EXPECT_FALSE(bytes.is_mapped());
 }
 
 TEST_P(registry_writer_fault, Does_not_keep_a_later_registration_from_success) {
     registry_object bytes("program");
     bytes.fill(entries, getppid());
-    EXPECT_FALSE(store_while_failing(GetParam().call, 1000));
-    EXPECT_TRUE(object.store_pid_to_shm(1000));
+    EXPECT_FALSE(store_while_failing(GetParam().call, 100000));
+    EXPECT_TRUE(object.store_pid_to_shm(100000));
     EXPECT_EQ(bytes.count(), static_cast<int>(entries) + 1);
 }
 

@@ -11,8 +11,9 @@ first_arch=$2
 second_arch=$3
 
 # Built there, or installed.
-export PATH=/src/build/demo/examples:/usr/libexec/vask-examples:$PATH
+export PATH=/src/build/demo/examples:/src/build/demo/tools/vaskctl:/usr/libexec/vask-examples:$PATH
 deadline_sec=60
+greet=1
 
 fail() {
     echo "word_sizes: $1" >&2
@@ -37,9 +38,14 @@ start_child() {
     chroot "$1" demo_child >"shared/$1.log" &
     child=$!
     local end=$((SECONDS + deadline_sec))
-    until chroot "$1" demo_ctl --pid "$child" show >/dev/null; do
+    until chroot "$1" vaskctl call demo_child:"$child" "$greet" >/dev/null 2>&1; do
         [ "$SECONDS" -lt "$end" ] || fail "the child of $1 does not answer"
     done
+}
+
+# The kernel shows an emulator's name for that of its program.
+has_its_name() {
+    tr '\0' '\n' <"$first_arch/proc/$child/cmdline" | head -n 1 | grep -q 'demo_child$'
 }
 
 end_child() {
@@ -55,10 +61,27 @@ for pair in "$first_arch:$second_arch" "$second_arch:$first_arch"; do
 
     rm -f /dev/shm/*
     start_child "$other"
-    listed=$(chroot "$own" demo_ctl list)
-    [ "$listed" = "key $child: process $child" ] || fail "a tool of $own lists '$listed'"
-    shown=$(chroot "$own" demo_ctl show "$child")
-    [ "$shown" = "process $child has noted: " ] || fail "a tool of $own shows '$shown'"
+    reply=$(chroot "$own" vaskctl call demo_child:"$child" "$greet")
+    [ "$reply" = "Hello , I am process $child" ] || fail "a tool of $own hears '$reply'"
+    if has_its_name; then
+        listed=$(chroot "$own" demo_ctl list)
+        [ "$listed" = "key $child: process $child" ] || fail "a tool of $own lists '$listed'"
+        shown=$(chroot "$own" demo_ctl show "$child")
+        [ "$shown" = "process $child has noted: " ] || fail "a tool of $own shows '$shown'"
+    else
+        echo "Not looked for by its name, which is an emulator's: the child of $other."
+    fi
+
+    # The record's semaphore has the other size: it can be read, not changed.
+    chroot "$other" vaskctl record set monitor-rotation 2
+    if chroot "$own" vaskctl record set monitor-rotation 1 2>/dev/null; then
+        fail "a tool of $own changes the record of $other"
+    fi
+    read=$(chroot "$own" vaskctl record --no-legend get monitor-rotation)
+    case $read in
+    *2*) ;;
+    *) fail "a tool of $own reads '$read' in the record of $other" ;;
+    esac
     before=$(md5sum /dev/shm/*)
 
     # The lock has the other size: refused, and left as it was.

@@ -16,6 +16,11 @@
 
 #include "support/mapped_file.h"
 
+/** More entries than fit into the page that is mapped first. */
+inline size_t entries_beyond_first_page() {
+    return static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 16 + 44;
+}
+
 /** The bytes of a registry, written and read without the library. Made when there is none. */
 class registry_object {
 public:
