@@ -3,7 +3,9 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -13,6 +15,7 @@
 
 using vask_fuzz::input;
 using vask_fuzz::require;
+using vask_fuzz::require_equal;
 using namespace vask_test;
 
 namespace {
@@ -21,17 +24,32 @@ constexpr const char* names[] = {
     "add_callback", "del_callback", "attachEvent", "detachEvent", "call_back", "known", "",
     "value"};
 
-/** Pages that do with their plug-ins whatever an input says. */
+bool is_of_plugin(const NPObject* object) {
+    return object->_class == &vask_script_class;
+}
+
+recorded_instance* owner_of(NPObject* object) {
+    return static_cast<recorded_instance*>(static_cast<vask_np_instance*>(object));
+}
+
+/**
+ * Pages that do with their plug-ins whatever an input says. As long as they are orderly, the
+ * browser has nothing to complain about, and gets everything back.
+ */
 class browsing {
 public:
     explicit browsing(input& input)
-        : m_input(input), m_browser(input.flag() ? object_counts::kept : object_counts::reset) {
+        : m_input(input),
+          m_counts(input.flag() ? object_counts::kept : object_counts::reset),
+          m_browser(m_counts) {
         vask_np_base::NPNFuncs = m_browser.functions();
         m_browser.load(plugin_functions(&m_factory));
         m_browser.keep_no_ledger();
         m_browser.on_evaluate = [this](const std::string&, script_value* result) {
             act();
             *result = value();
+            // The library leaves it to nobody.
+            m_is_orderly = m_is_orderly && !std::holds_alternative<std::string>(*result);
             return true;
         };
     }
@@ -40,11 +58,7 @@ public:
         while (!m_pages.empty()) {
             close(0);
         }
-        for (NPObject* object : m_objects) {
-            while (m_browser.references(object) > 0) {
-                m_browser.drop(object);
-            }
-        }
+        end_objects_of_plugin();
         // A factory lives as long as the plug-in: its timers call it.
         while (m_factory.pending_spawns > 0) {
             g_main_context_iteration(nullptr, TRUE);
@@ -52,6 +66,9 @@ public:
         m_factory.delete_queue();
         require(recorded_instance::alive == 0,
                 "every instance ends with its page and its references");
+        if (m_is_orderly) {
+            look_at_books();
+        }
         vask_np_base::NPNFuncs = NPNetscapeFuncs();
     }
 
@@ -114,8 +131,13 @@ private:
             case 5:
                 return m_input.flag() ? name() : m_input.take(m_input.byte());
             default:
-                return living_object() != nullptr ? script_value(living_object()) : script_null();
+                return living_value();
         }
+    }
+
+    script_value living_value() {
+        NPObject* const object = living_object();
+        return object != nullptr ? script_value(object) : script_null();
     }
 
     std::vector<script_value> values() {
@@ -162,6 +184,9 @@ private:
         const NPP npp = page();
         // An object that is obtained again after its end goes with its page, whoever holds it.
         if (npp != nullptr && !instance_of(npp)->npobj_deallocated) {
+            // An engine for which it is a new one forgets who has references.
+            m_is_orderly = m_is_orderly && (m_counts == object_counts::kept ||
+                                            !m_browser.is_alive(instance_of(npp)->object()));
             NPObject* const object = m_browser.scriptable(npp);
             require(object != nullptr, "an instance has an object");
             m_objects.push_back(object);
@@ -179,15 +204,61 @@ private:
     template <typename Call>
     void while_held(NPObject* object, Call call) {
         m_browser.hold(object);
+        ++m_held[object];
         call();
+        --m_held[object];
         if (m_browser.is_alive(object)) {
             m_browser.drop(object);
         }
     }
 
     void call() {
-        if (NPObject* const object = living_object()) {
-            while_held(object, [&] { m_browser.call(object, name(), values()); });
+        NPObject* const object = living_object();
+        if (object == nullptr) {
+            return;
+        }
+        const std::string method = name();
+        const std::vector<script_value> arguments = values();
+        while_held(object, [&] {
+            if (is_of_plugin(object) && is_registration(method)) {
+                change_registration(object, method, arguments);
+            } else {
+                m_browser.call(object, method, arguments);
+            }
+        });
+    }
+
+    static bool is_registration(const std::string& method) {
+        return std::find(std::begin(names), std::begin(names) + 4, method) != std::begin(names) + 4;
+    }
+
+    void change_registration(NPObject* object, const std::string& method,
+                             const std::vector<script_value>& arguments) {
+        const auto* const name =
+            arguments.size() < 2 ? nullptr : std::get_if<std::string>(&arguments[0]);
+        const auto* const function =
+            arguments.size() < 2 ? nullptr : std::get_if<NPObject*>(&arguments[1]);
+        const bool is_valid = name != nullptr && function != nullptr && *name == "known";
+        NPObject* const before = owner_of(object)->get_jscb_npobj("known");
+        NPObject* const given = is_valid ? *function : before;
+        const bool adds = method == "add_callback" || method == "attachEvent";
+        const bool removes = !adds && before != nullptr;
+        // Who removes another function than is registered takes the reference to that one.
+        m_is_orderly =
+            m_is_orderly && (!is_valid || (!is_of_plugin(given) && (!removes || given == before)));
+        const int references = m_browser.references_of_plugin(given);
+        require(m_browser.call(object, method, arguments), "a registration never fails");
+        if (!m_is_orderly) {
+            return;
+        }
+        const int change = !is_valid ? 0 : adds ? 1 : removes ? -1 : 0;
+        require(m_browser.references_of_plugin(given) == references + change,
+                "a registration is a reference");
+        NPObject* const after = adds || !is_valid ? given : nullptr;
+        require(owner_of(object)->get_jscb_npobj("known") == after,
+                "a function is registered until it is removed");
+        if (is_valid && adds && before != nullptr) {
+            m_replaced.push_back(before);
         }
     }
 
@@ -212,11 +283,15 @@ private:
                 its->invalidate(object);
             }
         });
+        m_browser.functions().releasevariantvalue(&result);
     }
 
     void drop() {
         NPObject* const object = living_object();
         if (object != nullptr && m_browser.references(object) > 0) {
+            const int of_page =
+                m_browser.references(object) - m_browser.references_of_plugin(object);
+            m_is_orderly = m_is_orderly && of_page > m_held[object];
             m_browser.drop(object);
         }
     }
@@ -243,7 +318,9 @@ private:
         g_free(directory);
         instance->bytes_at_a_time = m_input.byte();
         m_browser.stream_to(npp, "url", m_input.text());
-        instance->create_npobj("script");
+        if (NPObject* const made = instance->create_npobj("script")) {
+            m_browser.functions().releaseobject(made);
+        }
     }
 
     void ask_factory() {
@@ -256,11 +333,36 @@ private:
         }
     }
 
+    // Whoever has them.
+    void end_objects_of_plugin() {
+        for (NPObject* object : m_objects) {
+            while (m_browser.references(object) > 0 && is_of_plugin(object)) {
+                m_browser.drop(object);
+            }
+        }
+    }
+
+    void look_at_books() {
+        // The plug-in keeps them until the page has ended.
+        for (NPObject* function : m_replaced) {
+            m_browser.functions().releaseobject(function);
+        }
+        std::string faults;
+        for (const std::string& fault : m_browser.faults()) {
+            faults += fault + "\n";
+        }
+        require_equal(faults, "", "the browser gets back what is its own, and once");
+    }
+
     input& m_input;
+    const object_counts m_counts;
     fake_browser m_browser;
     recorded_factory m_factory;
     std::vector<NPP> m_pages;
     std::vector<NPObject*> m_objects;
+    std::vector<NPObject*> m_replaced;
+    std::map<NPObject*, int> m_held;
+    bool m_is_orderly = true;
     int m_depth = 0;
 };
 
