@@ -170,6 +170,20 @@ void command_child(parent& parent, input& input) {
     bus->answer_with(nullptr);
 }
 
+void send_without_reply(parent& parent, input& input) {
+    const int id = input.byte();
+    parent.send_cmd_no_reply(id, input.text().c_str());
+}
+
+void set_window(parent& parent, input& input) {
+    int numbers[5];
+    for (int& number : numbers) {
+        number = input.byte();
+    }
+    parent.set_window(numbers[0], numbers[1], numbers[2], numbers[3],
+                      static_cast<vask_window_id_t>(numbers[4]));
+}
+
 void act(parent& parent, input& input) {
     switch (input.below(10)) {
         case 0:
@@ -188,10 +202,10 @@ void act(parent& parent, input& input) {
             command_child(parent, input);
             break;
         case 5:
-            parent.send_cmd_no_reply(input.byte(), input.text().c_str());
+            send_without_reply(parent, input);
             break;
         case 6:
-            parent.set_window(input.byte(), input.byte(), input.byte(), input.byte(), input.byte());
+            set_window(parent, input);
             break;
         case 7:
             parent.switch_main_worker();
