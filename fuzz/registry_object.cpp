@@ -4,10 +4,14 @@
 #include "support/registry_object.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "foundation/pid_array_bytes.h"
 #include "foundation/shared_names.h"
@@ -85,7 +89,8 @@ private:
     }
 
     void fill() {
-        m_object.fill(m_input.number<std::uint16_t>() % 600, process());
+        const std::size_t count = m_input.number<std::uint16_t>() % 600;
+        m_object.fill(count, process());
         m_object.set_sequence(m_object.sequence() & ~1u);
     }
 
@@ -124,18 +129,52 @@ void look_up(const member& member) {
     }
 }
 
-void register_undisturbed(member& member, unsigned long key) {
-    if (!member.store_pid_to_shm(key)) {
-        return;
+using entry = std::pair<std::int32_t, std::uint64_t>;
+
+/** All that the object has room for. */
+std::vector<entry> entries_of(const registry_object& object) {
+    std::vector<entry> entries;
+    const std::size_t room = entries_in(object.size());
+    for (std::size_t i = 0; i < room && static_cast<std::int64_t>(i) < object.count(); ++i) {
+        entries.emplace_back(object.pid(i), object.key(i));
     }
+    return entries;
+}
+
+bool is_of_another(const entry& entry) {
+    return entry.first > 0 && entry.first != getpid() && kill(entry.first, 0) == 0;
+}
+
+std::map<unsigned long, int> found_in(const std::vector<entry>& entries) {
+    std::map<unsigned long, int> found;
+    for (const entry& entry : entries) {
+        if (is_expressible_key(entry.second)) {
+            found[static_cast<unsigned long>(entry.second)] = entry.first;
+        }
+    }
+    return found;
+}
+
+void register_undisturbed(member& member, unsigned long key) {
     const registry_object object(registry_name);
-    const auto count = static_cast<std::size_t>(object.count());
+    std::vector<entry> expected;
+    for (const entry& entry : entries_of(object)) {
+        if (is_of_another(entry)) {
+            expected.push_back(entry);
+        }
+    }
+    const bool is_free = key == 0 || found_in(expected).count(key) == 0;
+    if (is_free) {
+        expected.emplace_back(getpid(), key);
+    }
+    require(member.store_pid_to_shm(key) == is_free, "what is left alone registers a free key");
     require(object.sequence() % 2 == 0, "the record is at rest");
-    require(count >= 1 && entry_offset(count) <= object.size(), "all entries have room");
-    require(object.pid(count - 1) == getpid() && object.key(count - 1) == key,
-            "the last entry is the new one");
-    const auto found = member.find_stored_pid_from_shm(registry_name);
-    require(found.count(key) == 1 && found.at(key) == getpid(), "what is registered is found");
+    require(entry_offset(static_cast<std::size_t>(object.count())) <= object.size(),
+            "all entries have room");
+    require(entries_of(object) == expected,
+            "the new entry is behind all others that live, and they stay as they are");
+    require(member.find_stored_pid_from_shm(registry_name) == found_in(expected),
+            "what is registered is found");
 }
 
 }  // namespace
