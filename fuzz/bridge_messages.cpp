@@ -3,9 +3,12 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "bus/bus_names.h"
 #include "bus/session_bus.h"
@@ -17,7 +20,9 @@
 using vask_fuzz::bus_names;
 using vask_fuzz::bus_peer;
 using vask_fuzz::input;
+using vask_fuzz::numbered_text;
 using vask_fuzz::require;
+using vask_fuzz::require_equal;
 
 namespace {
 
@@ -27,6 +32,7 @@ constexpr char any_other_name[] = VASK_CHILD_INTERFACE "_";
 constexpr int pids[] = {5000001, 5000002};
 
 bus_peer* bus = nullptr;
+std::vector<numbered_text> sent_signals;
 
 /** A parent whose children are on the bus alone, and which does in its callbacks what the input
  * says. */
@@ -64,8 +70,16 @@ public:
         }
     }
 
+    /** Whether a command can reach the child. */
+    bool has_met_child() {
+        const vask_child_proxy* const child = main_worker();
+        return child != nullptr && child->get_bus_proxy() != nullptr && child->is_bus_alive();
+    }
+
     void child_signal(int id, const char* data) override {
         require(data != nullptr, "a signal has its text");
+        require(std::count(sent_signals.begin(), sent_signals.end(), numbered_text{id, data}) != 0,
+                "a signal comes as it was sent");
         vask_app_bridge::child_signal(id, data);
     }
     void child_exit_cb(bool) override { react(); }
@@ -139,17 +153,31 @@ void change_owner(parent& parent, input& input) {
     }
 }
 
+void send(DBusMessage* message) {
+    if (const auto values = vask_fuzz::numbered_text_of(message)) {
+        sent_signals.push_back(*values);
+    }
+    bus->send(message);
+}
+
 // Its owner is what the bus last said, or any other.
 void send_signal(input& input) {
     const bus_names names = {input.flag() ? ":1.41" : ":1.42", VASK_CHILD_PATH,
                              VASK_CHILD_INTERFACE, VASK_CHILD_SIGNAL};
-    const unique_bus_message message = vask_fuzz::make_message(names, input);
-    bus->send(message.get());
+    send(vask_fuzz::make_message(names, input).get());
 }
 
 void send_any(input& input) {
     const bus_names names = {":1.43", DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "NameOwnerChanged"};
-    bus->send(vask_fuzz::make_message(names, input).get());
+    send(vask_fuzz::make_message(names, input).get());
+}
+
+bool was_sent(const numbered_text& command) {
+    const std::vector<unique_bus_message> heard = bus->take_heard();
+    return std::any_of(heard.begin(), heard.end(), [&](const unique_bus_message& message) {
+        return dbus_message_is_method_call(message.get(), VASK_CHILD_INTERFACE, "Command") &&
+               vask_fuzz::numbered_text_of(message.get()) == command;
+    });
 }
 
 // The answer is a reply or an error, with any values.
@@ -161,12 +189,22 @@ void command_child(parent& parent, input& input) {
         dbus_message_set_error_name(answer.get(), DBUS_ERROR_FAILED);
     }
     vask_fuzz::append_values(answer.get(), input);
+    const std::optional<std::string> expected =
+        dbus_message_get_type(answer.get()) == DBUS_MESSAGE_TYPE_ERROR
+            ? std::nullopt
+            : vask_fuzz::text_of(answer.get());
     bus->answer_with(std::move(answer));
     std::string reply = "before";
     std::string argument = input.text();
-    if (!parent.send_cmd(input.byte(), reply, argument)) {
-        require(reply == "before", "a failed command leaves the reply alone");
-    }
+    const int id = input.byte();
+    const bool reaches_child =
+        parent.has_met_child() && dbus_validate_utf8(argument.c_str(), nullptr);
+    const bool succeeded = parent.send_cmd(id, reply, argument);
+    require(succeeded == (reaches_child && expected),
+            "a command succeeds when its reply is a text");
+    require_equal(reply, succeeded ? *expected : "before",
+                  "the reply is the child's, or left alone");
+    require(!reaches_child || was_sent({id, argument}), "the child gets the command as it is");
     bus->answer_with(nullptr);
 }
 
@@ -241,6 +279,8 @@ void run_target(input& input) {
     }
     bus->settle();
     bridge.reset();
+    sent_signals.clear();
+    bus->take_heard();
     for (const std::size_t slot : {0, 1}) {
         bus->change_owner(child_name(slot), "");
     }

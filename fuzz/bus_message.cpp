@@ -106,10 +106,30 @@ void append_value(DBusMessageIter* to, input& input, int depth) {
 
 }  // namespace
 
+std::optional<numbered_text> numbered_text_of(DBusMessage* message) {
+    dbus_int32_t number = 0;
+    const char* text = nullptr;
+    if (!dbus_message_has_signature(message, "is") ||
+        !dbus_message_get_args(message, nullptr, DBUS_TYPE_INT32, &number, DBUS_TYPE_STRING, &text,
+                               DBUS_TYPE_INVALID)) {
+        return std::nullopt;
+    }
+    return numbered_text{number, text};
+}
+
+std::optional<std::string> text_of(DBusMessage* message) {
+    const char* text = nullptr;
+    if (!dbus_message_has_signature(message, "s") ||
+        !dbus_message_get_args(message, nullptr, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID)) {
+        return std::nullopt;
+    }
+    return text;
+}
+
 void append_values(DBusMessage* message, input& input) {
     DBusMessageIter to;
     dbus_message_iter_init_append(message, &to);
-    for (std::size_t left = input.below(5); left > 0; --left) {
+    for (std::size_t left = input.below(6); left > 0; --left) {
         append_value(&to, input, 0);
     }
 }

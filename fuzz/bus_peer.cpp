@@ -115,11 +115,14 @@ void bus_peer::hear(DBusMessage* message) {
         g_main_context_wakeup(nullptr);
         return;
     }
+    const bool is_for_bus = dbus_message_has_destination(message, DBUS_SERVICE_DBUS);
+    if (!is_for_bus) {
+        m_heard.emplace_back(dbus_message_copy(message));
+    }
     if (dbus_message_get_type(message) != DBUS_MESSAGE_TYPE_METHOD_CALL ||
         dbus_message_get_no_reply(message)) {
         return;
     }
-    const bool is_for_bus = dbus_message_has_destination(message, DBUS_SERVICE_DBUS);
     const unique_bus_message answer =
         is_for_bus ? answer_to_bus_call(message) : answer_to_call(message);
     dbus_message_set_reply_serial(answer.get(), dbus_message_get_serial(message));
@@ -186,6 +189,13 @@ void bus_peer::change_owner(const std::string& name, const std::string& owner) {
 void bus_peer::answer_with(unique_bus_message answer) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_answer = std::move(answer);
+}
+
+std::vector<unique_bus_message> bus_peer::take_heard() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<unique_bus_message> heard;
+    heard.swap(m_heard);
+    return heard;
 }
 
 void bus_peer::send(DBusMessage* message) {

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "bus/bus_handles.h"
 
@@ -38,6 +39,9 @@ public:
     /** Runs the main loop until everything that was sent has been handled. */
     void settle();
 
+    /** What the library has said to anybody but the bus, since it was last asked. */
+    std::vector<unique_bus_message> take_heard();
+
     static constexpr const char* name_of_library = ":1.7";
 
 private:
@@ -51,12 +55,13 @@ private:
     void send_locked(DBusMessage* message);
 
     int m_listener;
-    std::mutex m_mutex;  // for the five below
+    std::mutex m_mutex;  // for the six below
     int m_fd = -1;
     dbus_uint32_t m_serial = 0;
     dbus_uint32_t m_question = 0;
     unique_bus_message m_answer;
     std::map<std::string, std::string> m_owners;
+    std::vector<unique_bus_message> m_heard;
     std::atomic<bool> m_is_settled{false};
     std::thread m_thread;
 };
