@@ -67,11 +67,13 @@ private:
     void set_and_get(input& input) {
         const auto rotation = static_cast<vask_monitor_rotation_type>(input.number<std::int32_t>());
         const bool flag = input.flag();
-        if (m_info.set_monitor_rotation(rotation)) {
-            require(m_info.get_monitor_rotation() == rotation, "what was set is read");
-        }
+        const bool is_set = m_info.set_monitor_rotation(rotation);
+        require(!is_set || m_info.get_monitor_rotation() == rotation, "what was set is read");
+        // That has no result, but nobody has come between.
         m_info.set_pseudo_portrait_flag(flag);
-        m_info.get_pseudo_portrait_flag();
+        const bool is_flag_set = m_info.get_pseudo_portrait_flag();
+        require(!is_set || is_flag_set == flag, "the flag is set as well as the rotation");
+        require(!is_set || m_info.get_monitor_rotation() == rotation, "the flag is beside it");
     }
 
     void map_another(input& input) {
