@@ -15,6 +15,7 @@
 
 #include "foundation/pid_array_bytes.h"
 #include "foundation/shared_names.h"
+#include "instant_waits.h"
 #include "support/interpose.h"
 #include "support/shown_clock.h"
 #include "target.h"
@@ -218,6 +219,7 @@ void run_target(input& input) {
         for (int i = 0; i < 24 && input.has_more(); ++i) {
             const std::size_t step = input.below(6);
             const unsigned long key = input.has_more() && step >= 3 ? input.byte() % 4 : 0;
+            vask_fuzz::instant_waits::begin();
             stranger.act_at_each_call(step == 2 || step == 4);
             if (step <= 1) {
                 stranger.act();
@@ -229,6 +231,7 @@ void run_target(input& input) {
                 register_undisturbed(member, key);
             }
             stranger.act_at_each_call(false);
+            require(!vask_fuzz::instant_waits::have_no_end(), "whoever waits comes back");
         }
         stranger::the_stranger = nullptr;
     }
