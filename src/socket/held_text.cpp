@@ -30,7 +30,7 @@ void held_text::close_converter() {
     m_converter = nullptr;
 }
 
-void held_text::set_encoding(const char* encoding) {
+void held_text::set_encoding(const char* encoding, const char* kept, gsize kept_size) {
     const bool is_raw = encoding == nullptr;
     if (is_raw == m_is_raw && (is_raw || m_encoding == encoding)) {
         return;
@@ -38,6 +38,9 @@ void held_text::set_encoding(const char* encoding) {
     close_converter();
     m_is_raw = is_raw;
     m_encoding = is_raw ? "" : encoding;
+    // Raw bytes that it keeps it hands out by itself.
+    m_bytes.replace(0, m_given, kept, is_raw ? 0 : kept_size);
+    m_given = is_raw ? 0 : kept_size;
     if (!is_raw && !is_utf8(m_encoding)) {
         m_converter = g_iconv_open("UTF-8", encoding);
     }

@@ -17,8 +17,9 @@ public:
     held_text(const held_text&) = delete;
     held_text& operator=(const held_text&) = delete;
 
-    // Null for raw bytes. When the encoding changes, what is held is examined again.
-    void set_encoding(const char* encoding);
+    // Null for raw bytes. When the encoding changes, what is held is examined again, and so are the
+    // bytes that the decoder keeps: also those that it had decoded and nobody has asked for yet.
+    void set_encoding(const char* encoding, const char* kept, gsize kept_size);
 
     void append(const char* data, gsize count);
 

@@ -242,6 +242,38 @@ TEST(text_whose_encoding_changes, Goes_on_with_what_the_decoder_keeps) {
     EXPECT_TRUE(wait_until([&] { return reader.received == "A="; }));
 }
 
+TEST(text_whose_encoding_changes, To_raw_bytes_goes_on_behind_what_the_decoder_keeps) {
+    connected pair("SHIFT_JIS");
+    reading_on reader(pair.socket, 8);
+    // None of the last eight is decoded, because the first of them is no text.
+    pair.peer.send(
+        "H\xa0"
+        "1234567");
+    EXPECT_TRUE(wait_until([&] { return reader.received == "H"; }));
+    g_io_channel_set_encoding(pair.socket.peer_ch, nullptr, nullptr);
+    pair.peer.send("more");
+    EXPECT_TRUE(wait_until([&] {
+        return reader.received ==
+               "H\xa0"
+               "1234567more";
+    }));
+}
+
+TEST(text_whose_encoding_changes, Begins_with_what_was_read_ahead) {
+    connected pair("UTF-8");
+    pair.read(4, 4);
+    // Half a character of the second encoding has come with the last bytes of the first one.
+    pair.peer.send("headA");
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    EXPECT_EQ(g_io_channel_set_encoding(pair.socket.peer_ch, "UTF-16LE", nullptr),
+              G_IO_STATUS_NORMAL);
+    pair.read(4, 1);
+    drain_main_loop();
+    pair.peer.send("\0"s);
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    EXPECT_EQ(pair.owner.received, "A");
+}
+
 INSTANTIATE_TEST_SUITE_P(encoding, split_text,
                          testing::Values(in("UTF-8", all_kinds), in("utf-8", all_kinds),
                                          in("UTF-16", all_kinds), in("UTF-16LE", all_kinds),
