@@ -17,6 +17,10 @@
 
 namespace {
 
+// Far shorter than the lock may be held.
+constexpr int attempts_to_end = 10;
+constexpr useconds_t pause_between_attempts_usec = 10000;
+
 // Tries to open before it creates: the kernel may refuse O_CREAT for an object that another user
 // owns.
 unique_fd open_or_create(const char* name) {
@@ -205,9 +209,15 @@ pid_array_writer::result pid_array_writer::write_entry(std::size_t index) {
     return written;
 }
 
-// The last store of all [R5].
+// The last store of all [R5]. It is tried again: an odd sequence would hold up every lookup until
+// the next registration.
 pid_array_writer::result pid_array_writer::end() {
-    return put(offsetof(pid_array, sequence), m_sequence + 1);
+    result ended = put(offsetof(pid_array, sequence), m_sequence + 1);
+    for (int i = 1; i < attempts_to_end && ended == result::failed; ++i) {
+        usleep(pause_between_attempts_usec);
+        ended = put(offsetof(pid_array, sequence), m_sequence + 1);
+    }
+    return ended;
 }
 
 pid_array_writer::result pid_array_writer::fail(call failed) {

@@ -24,7 +24,8 @@
 // unnoticed.
 //
 // Nothing is printed. The constructor and open() may run out of memory: std::bad_alloc. commit()
-// throws nothing, so a sequence that was made odd is made even again.
+// throws nothing, so a sequence that was made odd is made even again: for a tenth of a second also
+// if that store fails.
 class pid_array_writer {
 public:
     enum class result { done, failed, robbed };

@@ -146,8 +146,9 @@ ssize_t pwrite(int fd, const void* bytes, size_t size, off_t offset) {
         if (now.writes_before_failure > 0) {
             --now.writes_before_failure;
         } else if (now.fails("pwrite")) {
-            if (errno == EINTR) {
-                now.failing_call = "";  // the signal has been handled
+            // An interruption has been handled.
+            if (errno == EINTR || (now.failing_writes > 0 && --now.failing_writes == 0)) {
+                now.failing_call = "";
             }
             return -1;
         }

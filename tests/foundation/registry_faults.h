@@ -18,6 +18,7 @@ namespace registry_faults {
 // The calls that can fail: shm_open, mmap, fstat, pread, pwrite, ftruncate, mremap.
 struct plan : vask_test::call_fault {
     int writes_before_failure = 0;
+    int failing_writes = 0;  // 0: all that come then
     bool creating_is_forbidden = false;
 
     // The sequence is another one whenever it is read the second time.

@@ -148,6 +148,26 @@ TEST_F(registry_writer_failure, Of_any_write_loses_no_other_process) {
     EXPECT_GT(registry_faults::seen.pwrite, 10);
 }
 
+// An odd sequence would hold up every lookup for 5 seconds until somebody registers.
+TEST_F(registry_writer_failure, Leaves_no_odd_sequence_when_memory_is_wanting_for_a_moment) {
+    ASSERT_TRUE(object.store_pid_to_shm(1));
+    registry_faults::seen.pwrite = 0;
+    ASSERT_TRUE(object.store_pid_to_shm(2));
+    const int all_writes = registry_faults::seen.pwrite;
+    for (const int error : {ENOMEM, ENOSPC}) {
+        for (int writes = 0; writes < all_writes; ++writes) {
+            SCOPED_TRACE(writes);
+            registry_faults::now.writes_before_failure = writes;
+            registry_faults::now.failing_writes = 1;
+            registry_faults::now.failing_error = error;
+            const bool is_last = writes == all_writes - 1;
+            EXPECT_EQ(store_while_failing("pwrite", 3), is_last);
+            EXPECT_EQ(registry_object("program").sequence() % 2, 0U);
+            EXPECT_TRUE(object.store_pid_to_shm(2));
+        }
+    }
+}
+
 // Hardened kernels refuse to create an object that another user owns, although it exists.
 TEST_F(registry_writer_failure, Is_none_when_an_existing_object_cannot_be_created) {
     ASSERT_TRUE(object.store_pid_to_shm(1));
