@@ -6,6 +6,7 @@
 //
 // usage: death_table [--parallel N] [--selection] [PART-OF-A-NAME]...
 //        --selection takes a few steps of each operation, and lets all wait for less time
+//        Status 2, with all names, when a part is in none of them.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -35,12 +36,30 @@ std::string full_name(const operation& of) {
     return std::string(of.subsystem) + ": " + of.name;
 }
 
+bool has_part(const operation& of, const std::string& part) {
+    return full_name(of).find(part) != std::string::npos;
+}
+
 bool is_wanted(const wishes& wanted, const operation& of) {
-    const std::string name = full_name(of);
     return wanted.names.empty() ||
-           std::any_of(wanted.names.begin(), wanted.names.end(), [&](const std::string& part) {
-               return name.find(part) != std::string::npos;
-           });
+           std::any_of(wanted.names.begin(), wanted.names.end(),
+                       [&of](const std::string& part) { return has_part(of, part); });
+}
+
+// False, with a message, when a wish would go unheard.
+bool knows_all(const wishes& wanted) {
+    const std::vector<operation>& all = all_operations();
+    for (const std::string& part : wanted.names) {
+        if (std::none_of(all.begin(), all.end(),
+                         [&part](const operation& of) { return has_part(of, part); })) {
+            fprintf(stderr, "no operation has \"%s\" in its name; there are:\n", part.c_str());
+            for (const operation& of : all) {
+                fprintf(stderr, "%s\n", full_name(of).c_str());
+            }
+            return false;
+        }
+    }
+    return true;
 }
 
 std::string why_not(const operation& of, const fail_point& point, fault wanted) {
@@ -194,6 +213,9 @@ wishes read_arguments(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     const wishes wanted = read_arguments(argc, argv);
+    if (!knows_all(wanted)) {
+        return 2;
+    }
     if (!can_run_cells()) {
         fprintf(stderr, "no private /dev/shm\n");
         return 77;
