@@ -23,10 +23,18 @@ struct timed_call {
     double promised;
 };
 
+/** Of which kind, as its parent is told. */
+struct child_ends {
+    int exits = 0;
+    int crashes = 0;
+};
+
 /** What others find when a fault has struck a process. What an operation has nothing to do with
  *  stays empty. */
 struct aftermath {
     fault wanted = fault::none;
+    /** By its own word. */
+    bool has_succeeded = false;
     bool victim_lives = false;
     /** An operation that has not returned although nothing stops its process. */
     bool victim_hangs = false;
@@ -44,6 +52,13 @@ struct aftermath {
     std::set<unsigned long> keys_of_victim;
     std::map<unsigned long, int> found;
     std::optional<bool> next_registration;
+    /** What the operation itself has left, before another one could repair it. */
+    std::map<unsigned long, int> registered_at_once, found_at_once;
+    std::optional<std::uint32_t> sequence_at_once;
+    std::optional<int> lock_at_once;
+    /** The lock had been left by a dead holder, in the middle of a change, before the victim came.
+     */
+    bool was_abandoned = false;
     /** The victim was robbed between its look at the lock and its store, which it then made. */
     bool may_overtake = false;
     std::optional<std::uint32_t> sequence;
@@ -61,8 +76,9 @@ struct aftermath {
 
     // Parent and child.
     std::optional<bool> next_child_is_served;
-    int ends_reported = 0;
-    int ends_expected = 0;
+    child_ends ends, expected_ends;
+    /** The victim is off the bus: it has less than without a fault, but nothing more. */
+    bool is_cut_off = false;
 
     // What the victim has at its end, and what it has without a fault. Empty if it is gone.
     std::string left_behind;
@@ -77,6 +93,9 @@ bool is_overtaken(const aftermath& after);
 /** The invariants of the registry, the library lock, the record, a bridge and a child: those that
  *  do not hold, in words. */
 std::vector<std::string> broken_invariants(const aftermath& after);
+
+/** What has taken longer than is promised, in words. */
+std::vector<std::string> late_calls(const aftermath& after);
 
 }  // namespace vask_test
 

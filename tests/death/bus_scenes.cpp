@@ -39,14 +39,21 @@ bool serve_one_child() {
     return serve_one_child(bridge);
 }
 
+child_ends count_ends(const recording_bridge& bridge) {
+    child_ends count;
+    for (const child_end& end : bridge.ends) {
+        ++(end.crashed ? count.crashes : count.exits);
+    }
+    return count;
+}
+
 /** The victim is the parent. */
 class parent_scene : public scene {
 public:
+    double promised_sec(const fault_plan&) const override { return answer_sec; }
+
     void look(const fault_plan& plan, aftermath& after) override {
-        if (victim_lives()) {
-            after.calls.push_back(
-                {"the operation returns", plan.ended - time_of_begin(plan), answer_sec});
-        }
+        after.ends = {plan.exits, plan.crashes};
         for (const process_entry& process : list_processes()) {
             if (process.parent == plan.victim && process.state == 'Z') {
                 after.zombies.push_back(describe(process));
@@ -60,17 +67,30 @@ public:
     }
 
 protected:
-    static double time_of_begin(const fault_plan& plan) {
-        return std::max(plan.began.load(), plan.resumed.load());
-    }
-
     void prepare() override {
         warm_up_process_resources();
         m_bridge = std::make_unique<recording_bridge>();
     }
 
+    /** Time in which the victim was stopped does not count. */
+    bool wait_for(double seconds, const std::function<bool()>& condition) const {
+        const auto is_over = [&] {
+            const double begin = std::max(m_plan->began.load(), m_plan->resumed.load());
+            return condition() || monotonic_seconds() > begin + seconds;
+        };
+        // A copy would be a step.
+        wait_until(std::cref(is_over));
+        return condition();
+    }
+
     // Whatever has become of it: it goes, and another one works.
     bool do_next() override {
+        drain_main_loop();
+        if (m_bridge != nullptr) {
+            const child_ends ends = count_ends(*m_bridge);
+            m_plan->exits = ends.exits;
+            m_plan->crashes = ends.crashes;
+        }
         m_bridge.reset();
         drain_main_loop();
         // The fault may have cost the connection that is kept for the count.
@@ -108,7 +128,7 @@ class meeting : public parent_scene {
     bool operate() override {
         char* reply = nullptr;
         const bool is_served =
-            wait_until([this] { return m_bridge->get_child_bus_addr() != nullptr; }, 3000) &&
+            wait_for(3, [this] { return m_bridge->get_child_bus_addr() != nullptr; }) &&
             m_bridge->send_cmd(CHILD_COUNT_JOURNAL, &reply, "", nullptr);
         const std::string count = reply != nullptr ? reply : "";
         g_free(reply);
@@ -128,16 +148,23 @@ class ending : public parent_scene {
 };
 
 class hearing_of_end : public parent_scene {
+    double promised_sec(const fault_plan&) const override { return farewell_sec; }
     void prepare() override {
         parent_scene::prepare();
         m_bridge->spawn_and_meet();
+        // What it hears is kept without a step.
+        m_bridge->ends.reserve(8);
         // A child that did not start has the number of all processes.
         if (m_bridge->get_child_pid() > 0) {
             kill(m_bridge->get_child_pid(), SIGKILL);
         }
     }
     bool operate() override {
-        return wait_until([this] { return !m_bridge->ends.empty(); }, 5000);
+        return wait_for(5, [this] { return !m_bridge->ends.empty(); });
+    }
+    void look(const fault_plan& plan, aftermath& after) override {
+        parent_scene::look(plan, after);
+        after.expected_ends.crashes = victim_lives() ? 1 : 0;
     }
 };
 
@@ -154,11 +181,16 @@ public:
         m_victim = m_bridge->get_child_pid();
         plan->victim = m_victim;
         meet(plan);
-        if (m_bridge->get_child_bus_addr() != nullptr && talk()) {
-            // A signal now would end it before it has told its result.
+        m_is_served = m_bridge->get_child_bus_addr() != nullptr;
+        const bool has_agreed = m_is_served && talk();
+        if (has_agreed) {
             wait_until([&] { return plan->result != unfinished || !m_bridge->ends.empty(); });
         }
-        m_bridge->terminate_all_workers();
+        const bool is_struck_dead = plan->has_struck && ends_victim(plan->wanted);
+        m_ends_by_itself = has_agreed || is_struck_dead || plan->result == thrown;
+        if (!m_ends_by_itself) {
+            m_bridge->terminate_all_workers();
+        }
         const double begin = monotonic_seconds();
         wait_until([this] { return !m_bridge->ends.empty(); });
         // A child that is stopped hears of no signal.
@@ -169,10 +201,15 @@ public:
 
     bool ends_with_operation() const override { return true; }
 
+    double promised_sec(const fault_plan&) const override { return answer_sec; }
+
     void look(const fault_plan&, aftermath& after) override {
-        after.calls = m_calls;
-        after.ends_expected = 1;
-        after.ends_reported = static_cast<int>(m_bridge->ends.size());
+        after.calls.insert(after.calls.end(), m_calls.begin(), m_calls.end());
+        after.is_cut_off = !m_is_served;
+        drain_main_loop();
+        after.ends = count_ends(*m_bridge);
+        // Whatever its status: who has not been asked to end has crashed.
+        ++(m_ends_by_itself ? after.expected_ends.crashes : after.expected_ends.exits);
         m_bridge->init_proxy();
         after.next_child_is_served = serve_one_child(*m_bridge);
         m_bridge.reset();
@@ -196,6 +233,7 @@ protected:
         const bool is_answered = m_bridge->send_cmd(id, &reply, argument, nullptr);
         g_free(reply);
         m_calls.push_back({"a command returns", monotonic_seconds() - begin, answer_sec});
+        m_is_served = m_is_served && is_answered;
         return is_answered;
     }
 
@@ -213,6 +251,8 @@ private:
     const char* const m_part;
     std::unique_ptr<recording_bridge> m_bridge;
     std::vector<timed_call> m_calls;
+    bool m_is_served = false;
+    bool m_ends_by_itself = false;
 };
 
 class child_joining : public child_scene {
@@ -246,14 +286,14 @@ std::unique_ptr<scene> make() {
 std::vector<operation> bus_operations() {
     const char* const no_lock = "holds no lock";
     return {
-        {"bridge", "joins the bus", no_lock, false, make<bridge_construction>},
-        {"bridge", "spawns", no_lock, false, make<spawning>},
-        {"bridge", "meets, flushes, calls", no_lock, false, make<meeting>},
-        {"bridge", "hears of an end", no_lock, false, make<hearing_of_end>},
-        {"bridge", "ends its child", no_lock, false, make<ending>},
-        {"child", "joins the bus", no_lock, false, make<child_joining>},
-        {"child", "replies", no_lock, false, make<child_replying>},
-        {"child", "emits a signal", no_lock, false, make<child_signalling>},
+        {"bridge", "joins the bus", no_lock, make<bridge_construction>},
+        {"bridge", "spawns", no_lock, make<spawning>},
+        {"bridge", "meets, flushes, calls", no_lock, make<meeting>},
+        {"bridge", "hears of an end", no_lock, make<hearing_of_end>},
+        {"bridge", "ends its child", no_lock, make<ending>},
+        {"child", "joins the bus", no_lock, make<child_joining>},
+        {"child", "replies", no_lock, make<child_replying>},
+        {"child", "emits a signal", no_lock, make<child_signalling>},
     };
 }
 

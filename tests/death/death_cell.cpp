@@ -76,10 +76,6 @@ int attend(shared_plan& plan, scene& robbed) {
     wait_for_a_signal();
 }
 
-bool ends_victim(fault wanted) {
-    return wanted == fault::sigkill || wanted == fault::sigterm;
-}
-
 std::string outcome(const fault_plan& plan, const aftermath& after) {
     if (!after.victim_lives && ends_victim(plan.wanted)) {
         constexpr double long_sec = 2;
@@ -95,7 +91,7 @@ std::string outcome(const fault_plan& plan, const aftermath& after) {
     }
     switch (plan.result) {
         case done:
-            return "done";
+            return after.is_cut_off ? "fails" : "done";
         case failed:
             return "fails";
         case thrown:
@@ -125,17 +121,31 @@ std::string judge(const cell& judged, shared_plan& plan, const std::string& norm
 
     aftermath after;
     after.wanted = judged.wanted;
+    after.has_succeeded = plan->result == done;
+    place->look_at_once(*plan, after);
+    place->let_victim_go_on(plan);
     after.victim_lives = place->victim_lives();
-    if (!place->ends_with_operation()) {
-        after.victim_has_died = plan->result == unfinished && !ends_victim(judged.wanted);
+    after.victim_hangs = place->victim_hangs();
+    if (!place->ends_with_operation() && !after.victim_hangs) {
+        after.victim_has_died = !after.victim_lives && !ends_victim(judged.wanted);
         after.next_of_victim_works = plan->result == unfinished || plan->next_works;
+    }
+    if (plan->result != unfinished) {
+        const double begin = std::max(plan->began.load(), plan->resumed.load());
+        after.calls.push_back(
+            {"the operation returns", plan->ended - begin, place->promised_sec(*plan)});
     }
     after.left_behind = plan->after;
     after.left_without_fault = judged.wanted == fault::none ? plan->after : normal_resources;
     place->look(*plan, after);
     std::string text = outcome(*plan, after);
-    for (const std::string& broken : broken_invariants(after)) {
-        text += "\n" + broken;
+    const std::vector<std::string> late = late_calls(after);
+    const std::vector<std::string> broken = broken_invariants(after);
+    plan->is_only_late = !late.empty() && broken.empty();
+    for (const std::vector<std::string>* list : {&broken, &late}) {
+        for (const std::string& line : *list) {
+            text += "\n" + line;
+        }
     }
     return text;
 }
@@ -169,10 +179,11 @@ void silence() {
 verdict to_verdict(const fault_plan& plan) {
     const std::string text = plan.verdict;
     if (text.empty()) {
-        return {"hangs", "the judge has not come to an end"};
+        return {"hangs", "the judge has not come to an end", false};
     }
     const std::size_t end = text.find('\n');
-    return {text.substr(0, end), end == std::string::npos ? "" : text.substr(end + 1)};
+    return {text.substr(0, end), end == std::string::npos ? "" : text.substr(end + 1),
+            plan.is_only_late};
 }
 
 class cell_run {
@@ -257,12 +268,15 @@ recording cell_runner::record(const operation& of) const {
             result.steps.push_back(step);
         }
     }
+    if (result.steps.size() < 2) {
+        result.complaint += "without a fault: it has no steps";
+    }
     return result;
 }
 
 std::vector<verdict> cell_runner::run(const std::vector<cell>& cells,
                                       const recording& normal) const {
-    constexpr int attempts = 4;
+    constexpr int attempts = 6, crowded_attempts = 3;
     std::vector<verdict> verdicts(cells.size());
     std::vector<std::size_t> left;
     for (std::size_t i = 0; i < cells.size(); ++i) {
@@ -273,16 +287,23 @@ std::vector<verdict> cell_runner::run(const std::vector<cell>& cells,
         for (const std::size_t i : left) {
             again.push_back(cells[i]);
         }
+        // What comes late may have the crowd to blame; what breaks its promise is late alone too.
+        const int parallel = attempt < crowded_attempts ? m_parallel : 1;
         const std::vector<verdict> found =
-            cell_run(again, normal.resources, m_haste).run(static_cast<std::size_t>(m_parallel));
+            cell_run(again, normal.resources, m_haste).run(static_cast<std::size_t>(parallel));
         std::vector<std::size_t> still_left;
         for (std::size_t i = 0; i < left.size(); ++i) {
             verdicts[left[i]] = found[i];
-            if (found[i].text == unreached) {
+            if (found[i].text == unreached || found[i].is_only_late) {
                 still_left.push_back(left[i]);
             }
         }
         left = still_left;
+    }
+    for (const std::size_t i : left) {
+        if (verdicts[i].text == unreached) {
+            verdicts[i].complaint = "the operation makes this step in no attempt";
+        }
     }
     return verdicts;
 }

@@ -23,6 +23,8 @@ struct verdict {
     std::string text;
     /** The invariants that do not hold, or what else was wrong; empty if all is well. */
     std::string complaint;
+    /** All is well but for the time that something has taken. */
+    bool is_only_late = false;
 };
 
 /** An operation without a fault: its steps, and what its process has afterwards. */

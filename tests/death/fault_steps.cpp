@@ -211,6 +211,10 @@ bool is_slow(fault wanted) {
     return wanted == fault::stop || wanted == fault::rob;
 }
 
+bool ends_victim(fault wanted) {
+    return wanted == fault::sigkill || wanted == fault::sigterm;
+}
+
 bool can_happen(const std::string& call, fault wanted) {
     const int bit = bit_of(wanted);
     return bit == 0 || (kinds[number_of(call.c_str())].errors & bit) != 0;

@@ -40,6 +40,9 @@ const char* fault_name(fault wanted);
 /** Whether the process is stopped by it for some seconds. */
 bool is_slow(fault wanted);
 
+/** Whether the process is ended by it. */
+bool ends_victim(fault wanted);
+
 /** A step of an operation: the third pwrite() is {"pwrite", 3}. The end of the operation, behind
  *  its last call, is {"end", 1}. */
 struct fail_point {
@@ -73,10 +76,16 @@ struct fault_plan {
     std::atomic<double> began, resumed, ended;
     /** What the operation has said of itself, see operation_result. */
     std::atomic<int> result;
-    /** Whether the victim has done it again afterwards, without a fault. */
-    std::atomic<bool> next_works;
+    /** The judge has seen what the operation has left, so that its process may go on. */
+    std::atomic<bool> is_witnessed;
+    /** Whether the victim has done it again afterwards, without a fault; and that it is over. */
+    std::atomic<bool> next_works, is_over;
+    /** The children whose end the victim has heard of, those that it had made itself end, and those
+     *  that it had not. */
+    std::atomic<int> exits, crashes;
     char after[6000];    // the descriptors, children and sources that the victim has at the end
     char verdict[3000];  // of the judge
+    bool is_only_late;
 };
 
 /** A plan in a file, for processes that are started, not forked. */

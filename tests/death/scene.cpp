@@ -1,8 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
-#include <signal.h>
-#include <string.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,47 +8,23 @@
 #include <algorithm>
 #include <new>
 
+#include "death/own_resources.h"
 #include "death/scenes.h"
 #include "support/forked_process.h"
-#include "vask_test/resource_count.h"
+#include "vask_test/timeout_factor.h"
 
 namespace vask_test {
 
 namespace {
 
-// The number of an inode says nothing.
-std::string kind_of(const std::string& target) {
-    return target.substr(0, target.find(":["));
+// Far beyond all that is promised, and sooner than a judge's own end.
+constexpr double patience_with_victim_sec = 40;
+
+void wait_a_little() {
+    usleep(2000);
 }
 
 }  // namespace
-
-std::string own_resources() {
-    const resource_count count = resource_count::take();
-    std::vector<std::string> lines;
-    for (const std::string& descriptor : count.descriptors) {
-        lines.push_back("descriptor " + kind_of(descriptor) + "\n");
-    }
-    for (const std::string& child : count.children) {
-        lines.push_back("child " + child.substr(child.find(' ') + 1) + "\n");
-    }
-    for (const std::string& source : count.sources) {
-        lines.push_back("source " + source + "\n");
-    }
-    sigset_t blocked;
-    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
-    for (int number = 1; number < SIGRTMIN; ++number) {
-        if (sigismember(&blocked, number) == 1) {
-            lines.push_back("blocked signal " + std::to_string(number) + "\n");
-        }
-    }
-    std::sort(lines.begin(), lines.end());
-    std::string text;
-    for (const std::string& line : lines) {
-        text += line;
-    }
-    return text;
-}
 
 void scene::act(fault_plan& plan) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -63,21 +37,36 @@ void scene::act(fault_plan& plan) {
     } catch (const std::bad_alloc&) {
     }
     end_steps();
-    plan.next_works = do_next();
-    const std::string resources = own_resources();
-    strncpy(plan.after, resources.c_str(), sizeof plan.after - 1);
     plan.result = result;
+    while (!plan.is_witnessed) {
+        wait_a_little();
+    }
+    plan.next_works = do_next();
+    keep_own_resources(plan);
+    plan.is_over = true;
     wait_for_a_signal();
+}
+
+void scene::wait_for_victim(const std::function<bool()>& is_done) {
+    const double begin = monotonic_seconds();
+    while (victim_lives() && !is_done() && !m_victim_hangs) {
+        wait_a_little();
+        m_victim_hangs = monotonic_seconds() > begin + patience_with_victim_sec * timeout_factor();
+    }
 }
 
 void scene::let_victim_act(shared_plan& plan) {
     m_victim = fork();
     if (m_victim == 0) {
+        m_plan = &*plan;
         act(*plan);
     }
-    while (victim_lives() && plan->result == unfinished) {
-        usleep(2000);
-    }
+    wait_for_victim([&plan] { return plan->result != unfinished; });
+}
+
+void scene::let_victim_go_on(shared_plan& plan) {
+    plan->is_witnessed = true;
+    wait_for_victim([&plan] { return plan->is_over.load(); });
 }
 
 bool scene::victim_lives() const {

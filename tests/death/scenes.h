@@ -29,6 +29,10 @@ public:
     virtual void set() {}
     /** In the judge: starts the victim and waits until its operation is over, or it is dead. */
     virtual void let_victim_act(shared_plan& plan);
+    /** In the judge, as soon as that is so: nobody has repaired anything yet. */
+    virtual void look_at_once(const fault_plan&, aftermath&) {}
+    /** In the judge: lets the victim do what it does next, if it lives. */
+    virtual void let_victim_go_on(shared_plan& plan);
     /** In another process while the victim is stopped, if it is to be robbed. That process lives on
      *  until the judge has looked. */
     virtual void rob() {}
@@ -40,7 +44,12 @@ public:
     /** Whether the victim's process ends after the operation, as a child's does. */
     virtual bool ends_with_operation() const { return false; }
 
+    /** How long others can hold up the operation, by what the library promises. */
+    virtual double promised_sec(const fault_plan& plan) const = 0;
+
     bool victim_lives() const;
+    /** Nothing stops it, and it does not come to an end. */
+    bool victim_hangs() const { return m_victim_hangs; }
 
 protected:
     /** In the victim: before the steps are counted; the operation; and what it does next, without a
@@ -50,9 +59,14 @@ protected:
     virtual bool do_next() { return true; }
 
     int m_victim = -1;
+    /** In the victim. */
+    fault_plan* m_plan = nullptr;
 
 private:
     [[noreturn]] void act(fault_plan& plan);
+    void wait_for_victim(const std::function<bool()>& is_done);
+
+    bool m_victim_hangs = false;
 };
 
 struct operation {
@@ -60,15 +74,10 @@ struct operation {
     const char* name;
     /** Nobody can take a lock away from it. */
     const char* why_not_robbed;
-    /** It waits for seconds by itself. */
-    bool is_long;
     std::function<std::unique_ptr<scene>()> make_scene;
 };
 
 const std::vector<operation>& all_operations();
-
-/** What this process could leak, as text. */
-std::string own_resources();
 
 }  // namespace vask_test
 

@@ -24,13 +24,6 @@ constexpr unsigned long victims_key = 50;
 constexpr unsigned long victims_former_key = 49;
 constexpr unsigned long robbers_key = 77;
 
-template <typename Function>
-double seconds_of(const Function& function) {
-    const double begin = monotonic_seconds();
-    function();
-    return monotonic_seconds() - begin;
-}
-
 class registry_scene : public scene {
 public:
     void rob() override {
@@ -38,27 +31,47 @@ public:
         robber.store_pid_to_shm(robbers_key);
     }
 
-    void look(const fault_plan& plan, aftermath& after) override {
+    double promised_sec(const fault_plan& plan) const override {
+        // A waiter that cannot see whether it breaks the dead lock or a new one waits once more.
+        const bool may_wait_twice = plan.wanted == fault::no_memory;
+        return m_is_abandoned ? (may_wait_twice ? 2 : 1) * lock_recovery_sec / plan.haste : 0;
+    }
+
+    // Before a registration breaks a lock that was left behind, or ends a change.
+    void look_at_once(const fault_plan& plan, aftermath& after) override {
         after.keys_of_victim = {victims_former_key, victims_key};
+        after.was_abandoned = m_is_abandoned;
         for (const registry_member& member : m_members) {
             after.registered[m_next_key++] = member.pid();
         }
-        if (victim_lives() && m_registers_victim && plan.result == done) {
-            after.registered[victims_key] = plan.victim;
-        }
-        named_object looker("looker");
-        after.calls.push_back({"a lookup returns", seconds_of([&] {
-                                   const hurried_clock hurried;
-                                   after.found = looker.find_stored_pid_from_shm("program");
-                               }),
-                               reader_patience_sec});
         if (plan.wanted == fault::rob) {
             after.registered[robbers_key] = robber;
             const std::string call = plan.call;
             after.may_overtake = call == "pwrite" || call == "ftruncate";
         }
-        register_next(after);
-        if (std::filesystem::exists("/dev/shm/vask_proc_pid_program")) {
+        after.registered_at_once = after.registered;
+        if (victim_lives() && m_registers_victim && plan.result == done) {
+            after.registered_at_once[victims_key] = plan.victim;
+        }
+        after.lock_at_once = library_lock::value();
+        if (has_registry()) {
+            after.sequence_at_once = registry_object("program").sequence();
+        }
+        const double begin = monotonic_seconds();
+        {
+            const hurried_clock hurried;
+            after.found_at_once = find_all();
+        }
+        after.calls.push_back(
+            {"a lookup returns", monotonic_seconds() - begin, reader_patience_sec / plan.haste});
+    }
+
+    void look(const fault_plan& plan, aftermath& after) override {
+        if (victim_lives() && plan.next_works) {
+            after.registered[victims_key] = plan.victim;
+        }
+        register_next(plan, after);
+        if (has_registry()) {
             const registry_object bytes("program");
             after.sequence = bytes.sequence();
             after.registry_size = bytes.size();
@@ -78,19 +91,38 @@ protected:
         ended.end();
     }
 
+    virtual std::map<unsigned long, int> find_all() const {
+        return named_object("looker").find_stored_pid_from_shm("program");
+    }
+
+    void abandon_lock() {
+        library_lock::leave_to_a_dead_holder();
+        m_is_abandoned = true;
+    }
+
     std::unique_ptr<named_object> m_object;
     bool m_registers_victim = true;
 
 private:
-    void register_next(aftermath& after) {
+    // A victim may leave an object without bytes.
+    static bool has_registry() {
+        const char* const path = "/dev/shm/vask_proc_pid_program";
+        return std::filesystem::exists(path) &&
+               std::filesystem::file_size(path) >= registry_object::header_size;
+    }
+
+    void register_next(const fault_plan& plan, aftermath& after) {
         std::list<registry_member> next;
-        after.calls.push_back({"the next registration returns",
-                               seconds_of([&] { next.emplace_back("program", 3); }),
-                               lock_recovery_sec});
+        const double begin = monotonic_seconds();
+        next.emplace_back("program", 3);
+        after.calls.push_back({"the next registration returns", monotonic_seconds() - begin,
+                               lock_recovery_sec / plan.haste});
         after.next_registration = next.front().is_registered();
         after.registered[3] = next.front().pid();
-        after.found = named_object("looker").find_stored_pid_from_shm("program");
+        after.found = find_all();
     }
+
+    bool m_is_abandoned = false;
 
     std::list<registry_member> m_members;
     unsigned long m_next_key = 1;
@@ -118,26 +150,27 @@ class large_registration : public first_registration {
             bytes.append(1, 0);
         }
     }
-    void look(const fault_plan& plan, aftermath& after) override {
-        first_registration::look(plan, after);
-        after.found.erase(0);
+    std::map<unsigned long, int> find_all() const override {
+        std::map<unsigned long, int> found = first_registration::find_all();
+        found.erase(0);
+        return found;
     }
 };
 
 class registration_after_death : public first_registration {
     void set() override {
         add_members();
-        library_lock::leave_to_a_dead_holder();
+        abandon_lock();
         registry_object("program").set_sequence(7);
     }
 };
 
 class lookup : public registry_scene {
+public:
+    lookup() { m_registers_victim = false; }
+
+private:
     void set() override { add_members(); }
-    void prepare() override {
-        registry_scene::prepare();
-        m_registers_victim = false;
-    }
     bool operate() override {
         return m_object->find_stored_pid_from_shm(std::string("program")).size() >= 2;
     }
@@ -161,7 +194,7 @@ protected:
 class lock_recovery : public locking {
     void set() override {
         locking::set();
-        library_lock::leave_to_a_dead_holder();
+        abandon_lock();
     }
 };
 
@@ -169,25 +202,27 @@ class record_scene : public scene {
 public:
     void rob() override { remove_record(); }
 
-    void look(const fault_plan& plan, aftermath& after) override {
+    double promised_sec(const fault_plan&) const override { return 0; }
+
+    // The victim's own next step would wait for ever.
+    void look_at_once(const fault_plan& plan, aftermath& after) override {
         after.possible_rotations = {old_rotation, new_rotation, VASK_MONITOR_ROTATION_NOT_SET};
         after.was_reading_record = m_reads && std::string(plan.call) == "sem_post";
-        if (m_record.sem_value() == 0) {
-            after.record_is_stranded = true;
-            // As the manual says.
-            remove_record();
-        }
+        free_record(after);
         measure(after);
+    }
+
+    void look(const fault_plan&, aftermath& after) override {
+        free_record(after);
         const shared_value<std::atomic<int>> rotation;
         *rotation = -1;
         forked_process other([&rotation] {
             *rotation = vask_object::get_monitor_rotation();
             return 0;
         });
-        after.calls.push_back({"another process reads the record", seconds_of([&] {
-                                   wait_until_without_loop([&] { return *rotation != -1; }, 20000);
-                               }),
-                               1});
+        const double begin = monotonic_seconds();
+        wait_until_without_loop([&] { return *rotation != -1; }, 20000);
+        after.calls.push_back({"another process reads the record", monotonic_seconds() - begin, 0});
         after.rotation = *rotation;
         measure(after);
     }
@@ -214,6 +249,14 @@ private:
     void remove_record() const {
         std::filesystem::remove(m_record.path());
         std::filesystem::remove(m_record.sem_path());
+    }
+
+    void free_record(aftermath& after) const {
+        if (m_record.sem_value() == 0) {
+            after.record_is_stranded = true;
+            // As the manual says.
+            remove_record();
+        }
     }
 
     void measure(aftermath& after) const {
@@ -275,20 +318,19 @@ std::unique_ptr<scene> make() {
 
 std::vector<operation> shared_memory_operations() {
     return {
-        {"registry", "registers first", nullptr, false, make<first_registration>},
-        {"registry", "registers among others", nullptr, false, make<later_registration>},
-        {"registry", "registers as the 303rd", nullptr, false, make<large_registration>},
-        {"registry", "registers after a dead writer", nullptr, true,
-         make<registration_after_death>},
-        {"registry", "looks up", nullptr, false, make<lookup>},
-        {"library lock", "takes and gives back", nullptr, false, make<locking>},
-        {"library lock", "recovers from a dead holder", nullptr, true, make<lock_recovery>},
-        {"record", "creates", nullptr, false, make<record_creation>},
-        {"record", "maps and reads", nullptr, false, make<record_mapping>},
-        {"record", "changes", nullptr, false, make<record_change>},
-        {"record", "reads", nullptr, false, make<record_reading>},
-        {"record", "detects the processor", nullptr, false, make<record_detection>},
-        {"record", "destroys", nullptr, false, make<record_destruction>},
+        {"registry", "registers first", nullptr, make<first_registration>},
+        {"registry", "registers among others", nullptr, make<later_registration>},
+        {"registry", "registers as the 303rd", nullptr, make<large_registration>},
+        {"registry", "registers after a dead writer", nullptr, make<registration_after_death>},
+        {"registry", "looks up", nullptr, make<lookup>},
+        {"library lock", "takes and gives back", nullptr, make<locking>},
+        {"library lock", "recovers from a dead holder", nullptr, make<lock_recovery>},
+        {"record", "creates", nullptr, make<record_creation>},
+        {"record", "maps and reads", nullptr, make<record_mapping>},
+        {"record", "changes", nullptr, make<record_change>},
+        {"record", "reads", nullptr, make<record_reading>},
+        {"record", "detects the processor", nullptr, make<record_detection>},
+        {"record", "destroys", nullptr, make<record_destruction>},
     };
 }
 

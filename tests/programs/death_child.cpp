@@ -10,9 +10,11 @@
 
 #include <csignal>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "death/fault_steps.h"
+#include "death/own_resources.h"
 #include "death/scenes.h"
 #include "vask_child.h"
 
@@ -35,12 +37,13 @@ private:
 
     // Not before the reply is on its way.
     bool count(const char*, const char**) {
-        g_idle_add(
+        g_idle_add_full(
+            G_PRIORITY_HIGH,  // before the next command
             [](gpointer plan) -> gboolean {
                 vask_test::begin_steps(*static_cast<vask_test::fault_plan*>(plan));
                 return G_SOURCE_REMOVE;
             },
-            &m_plan);
+            &m_plan, nullptr);
         return true;
     }
 
@@ -64,24 +67,34 @@ private:
     std::string m_reply;
 };
 
+// Nothing if the operation has ended before.
+void tell(vask_test::fault_plan& plan, vask_test::operation_result result) {
+    if (plan.result == vask_test::unfinished) {
+        vask_test::end_steps();
+        vask_test::keep_own_resources(plan);
+        plan.result = result;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     const bool joins = strcmp(argv[1], "join") == 0;
     const vask_test::shared_plan plan(argv[2]);
-    if (joins) {
-        vask_test::begin_steps(*plan);
+    try {
+        if (joins) {
+            vask_test::begin_steps(*plan);
+        }
+        death_child child(argc, argv, *plan);
+        if (joins) {
+            tell(*plan, vask_test::done);
+        }
+        const int code = child.run();
+        tell(*plan, vask_test::done);
+        return code;
+    } catch (const std::bad_alloc&) {
+        tell(*plan, vask_test::thrown);
+        return 1;
     }
-    death_child child(argc, argv, *plan);
-    if (joins) {
-        vask_test::end_steps();
-        plan->result = vask_test::done;
-    }
-    const int code = child.run();
-    if (!joins) {
-        vask_test::end_steps();
-        plan->result = vask_test::done;
-    }
-    return code;
 }
