@@ -9,12 +9,14 @@
 #include <signal.h>
 #include <spawn.h>
 #include <stdarg.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,6 +34,12 @@ namespace vask_test {
 
 namespace {
 
+#ifdef SYS_fcntl64
+constexpr long fcntl_call = SYS_fcntl64;
+#else
+constexpr long fcntl_call = SYS_fcntl;
+#endif
+
 constexpr int M = 1, I = 2, S = 4, D = 8, repeated = 16;
 
 // The errors that the manual pages of these functions name: want of memory, interruption, want of
@@ -47,9 +55,11 @@ constexpr call_kind kinds[] = {
     {"shm_open", M | I | S | D},
     {"shm_unlink", 0},
     {"open", M | I | D},
+    {"fopen", M | I | D},
     {"close", I},
     {"fstat", M},
     {"stat", M},
+    {"fstatvfs", M | I},
     {"ftruncate", I},
     {"fallocate", I | S},
     {"pread", M | I},
@@ -69,12 +79,16 @@ constexpr call_kind kinds[] = {
     {"kill", 0},
     {"posix_spawn", M | D},
     {"spawn_action", M},
+    {"spawn_attribute", M},
+    {"spawn_setting", 0},
     {"pidfd_open", M | D},
     {"waitpid", I | repeated},
     {"waitpid_nohang", repeated},
     {"waitid", I | repeated},
     {"waitid_nohang", repeated},
     {"usleep", I | repeated},
+    {"fcntl", repeated},
+    {"sigtimedwait", I},
     {"socket", M | D},
     {"connect", I},
     {"sendmsg", M | I | repeated},
@@ -317,6 +331,12 @@ int open(const char* path, int flags, ...) {
                : static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags | O_LARGEFILE, mode));
 }
 
+FILE* fopen(const char* path, const char* mode) {
+    return fails("fopen")
+               ? nullptr
+               : next_file_function<FILE*(const char*, const char*)>("fopen")(path, mode);
+}
+
 // The descriptor is gone whatever it says.
 int close(int fd) {
     const bool is_interrupted = fails("close");
@@ -338,6 +358,20 @@ int stat(const char* path, struct stat* info) noexcept {
     using function = int(const char*, struct stat*);
     return sizeof(time_t) > sizeof(long) ? next_function<function>("__stat64_time64")(path, info)
                                          : next_file_function<function>("stat")(path, info);
+}
+
+int fstatvfs(int fd, struct statvfs* info) noexcept {
+    return fails("fstatvfs") ? -1
+                             : next_file_function<int(int, struct statvfs*)>("fstatvfs")(fd, info);
+}
+
+// Nobody waits for a lock by it or makes a descriptor, so it has none of the errors.
+int fcntl(int fd, int command, ...) {
+    va_list args;
+    va_start(args, command);
+    const long argument = va_arg(args, long);
+    va_end(args);
+    return fails("fcntl") ? -1 : static_cast<int>(syscall(fcntl_call, fd, command, argument));
 }
 
 int ftruncate(int fd, off_t size) noexcept {
@@ -459,6 +493,40 @@ int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* 
                : call_next<function>("posix_spawn", pid, path, actions, attributes, argv, envp);
 }
 
+int posix_spawn_file_actions_init(posix_spawn_file_actions_t* actions) noexcept {
+    const int error = step("spawn_action");
+    return error != 0 ? error
+                      : call_next<int(posix_spawn_file_actions_t*)>("posix_spawn_file_actions_init",
+                                                                    actions);
+}
+
+int posix_spawnattr_init(posix_spawnattr_t* attributes) noexcept {
+    const int error = step("spawn_attribute");
+    return error != 0 ? error
+                      : call_next<int(posix_spawnattr_t*)>("posix_spawnattr_init", attributes);
+}
+
+int posix_spawnattr_setflags(posix_spawnattr_t* attributes, short flags) noexcept {
+    const int error = step("spawn_setting");
+    return error != 0 ? error
+                      : call_next<int(posix_spawnattr_t*, short)>("posix_spawnattr_setflags",
+                                                                  attributes, flags);
+}
+
+int posix_spawnattr_setsigdefault(posix_spawnattr_t* attributes, const sigset_t* set) noexcept {
+    const int error = step("spawn_setting");
+    return error != 0 ? error
+                      : call_next<int(posix_spawnattr_t*, const sigset_t*)>(
+                            "posix_spawnattr_setsigdefault", attributes, set);
+}
+
+int posix_spawnattr_setsigmask(posix_spawnattr_t* attributes, const sigset_t* set) noexcept {
+    const int error = step("spawn_setting");
+    return error != 0 ? error
+                      : call_next<int(posix_spawnattr_t*, const sigset_t*)>(
+                            "posix_spawnattr_setsigmask", attributes, set);
+}
+
 int posix_spawn_file_actions_addopen(posix_spawn_file_actions_t* actions, int fd, const char* path,
                                      int flags, mode_t mode) noexcept {
     using function = int(posix_spawn_file_actions_t*, int, const char*, int, mode_t);
@@ -500,6 +568,13 @@ int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
     return fails((options & WNOHANG) != 0 ? "waitid_nohang" : "waitid")
                ? -1
                : call_next<int(idtype_t, id_t, siginfo_t*, int)>("waitid", type, id, info, options);
+}
+
+int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* timeout) {
+    return fails("sigtimedwait")
+               ? -1
+               : next_time_function<int(const sigset_t*, siginfo_t*, const timespec*)>(
+                     "sigtimedwait")(set, info, timeout);
 }
 
 int usleep(useconds_t usec) {
