@@ -277,12 +277,16 @@ recording cell_runner::record(const operation& of) const {
 std::vector<verdict> cell_runner::run(const std::vector<cell>& cells,
                                       const recording& normal) const {
     constexpr int attempts = 6, crowded_attempts = 3;
+    constexpr std::size_t most_alone = 8;  // more are no chance, and would take too long
     std::vector<verdict> verdicts(cells.size());
     std::vector<std::size_t> left;
     for (std::size_t i = 0; i < cells.size(); ++i) {
         left.push_back(i);
     }
     for (int attempt = 0; attempt < attempts && !left.empty(); ++attempt) {
+        if (attempt == crowded_attempts && left.size() > most_alone) {
+            break;
+        }
         std::vector<cell> again;
         for (const std::size_t i : left) {
             again.push_back(cells[i]);
