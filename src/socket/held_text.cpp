@@ -38,9 +38,8 @@ void held_text::set_encoding(const char* encoding, const char* kept, gsize kept_
     close_converter();
     m_is_raw = is_raw;
     m_encoding = is_raw ? "" : encoding;
-    // Raw bytes that it keeps it hands out by itself.
-    m_bytes.replace(0, m_given, kept, is_raw ? 0 : kept_size);
-    m_given = is_raw ? 0 : kept_size;
+    m_bytes.replace(0, m_given, kept, kept_size);
+    m_given = kept_size;
     if (!is_raw && !is_utf8(m_encoding)) {
         m_converter = g_iconv_open("UTF-8", encoding);
     }

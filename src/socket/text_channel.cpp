@@ -53,9 +53,11 @@ GIOStatus take_whole_characters(GIOChannel* channel, gchar* data, gsize count, g
                                 GError** error) {
     held_text& held = functions_of(channel).held;
     *done = 0;
-    // GLib reads behind the bytes that it keeps.
-    const gchar* const kept = channel->read_buf->str;
-    held.set_encoding(g_io_channel_get_encoding(channel), kept, static_cast<gsize>(data - kept));
+    // GLib reads text behind the bytes that it keeps. Raw bytes it reads anywhere, and hands out by
+    // itself what it keeps.
+    const gchar* const encoding = g_io_channel_get_encoding(channel);
+    const gchar* const kept = encoding != nullptr ? channel->read_buf->str : data;
+    held.set_encoding(encoding, kept, static_cast<gsize>(data - kept));
     if (held.whole() == 0 && !held.is_bad()) {
         const GIOStatus status = read_more(channel, data, count, error);
         if (status != G_IO_STATUS_NORMAL) {
