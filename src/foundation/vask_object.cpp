@@ -4,6 +4,7 @@
 #include "vask_object.h"
 
 #include <errno.h>
+#include <pthread.h>
 #include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -54,9 +55,45 @@ bool goes_to_syslog() {
 
 // syslog has one identity for the whole process, which another thread's message would change
 // between the three calls.
+class syslog_turn {
+public:
+    syslog_turn() : m_lock(s_mutex) { s_is_mine = true; }
+    ~syslog_turn() { s_is_mine = false; }
+    syslog_turn(const syslog_turn&) = delete;
+    syslog_turn& operator=(const syslog_turn&) = delete;
+
+    // Otherwise a process that is forked meanwhile would find this lock, and the one that the C
+    // library takes for syslog, held by a thread that it does not have. A signal handler may fork
+    // on the very thread that has the turn: it must not wait for itself.
+    static void keep_from_forks() { pthread_atfork(begin_fork, end_fork, end_fork); }
+
+private:
+    static void begin_fork() {
+        if (!s_is_mine) {
+            s_mutex.lock();
+        }
+    }
+    static void end_fork() {
+        if (!s_is_mine) {
+            s_mutex.unlock();
+        }
+    }
+
+    static std::mutex s_mutex;
+    static thread_local bool s_is_mine;
+
+    const std::lock_guard<std::mutex> m_lock;
+};
+
+std::mutex syslog_turn::s_mutex;
+thread_local bool syslog_turn::s_is_mine = false;
+
+__attribute__((constructor)) void keep_syslog_from_forks() {
+    syslog_turn::keep_from_forks();
+}
+
 void print_to_syslog(const char* name, vask_print_level level, const char* format, va_list args) {
-    static std::mutex turn;
-    const std::lock_guard<std::mutex> lock(turn);
+    const syslog_turn turn;
     openlog(name, LOG_PID | LOG_CONS, LOG_USER);
     vsyslog(level, format, args);
     closelog();

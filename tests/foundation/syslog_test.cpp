@@ -4,74 +4,34 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
-#include <sys/socket.h>
-#include <sys/un.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/forked_process.h"
+#include "support/log_socket.h"
 #include "support/named_object.h"
-#include "support/private_mounts.h"
 #include "vask_test/log_catcher.h"
+#include "vask_test/main_loop.h"
 #include "vask_test/resource_count.h"
 
 using namespace vask_test;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 
 namespace {
-
-/** An empty /dev that only this thread sees: the C library then talks to the test alone. */
-class private_dev {
-public:
-    private_dev()
-        : m_mounted(enter_private_mounts() &&
-                    mount("tmpfs", "/dev", "tmpfs", 0, "mode=0755") == 0) {}
-    ~private_dev() {
-        if (m_mounted) {
-            umount2("/dev", MNT_DETACH);
-        }
-    }
-
-    bool is_mounted() const { return m_mounted; }
-
-private:
-    const bool m_mounted;
-};
-
-/** What the daemon would receive. */
-class log_socket {
-public:
-    log_socket() : m_socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        strcpy(address.sun_path, "/dev/log");
-        EXPECT_EQ(bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    }
-    ~log_socket() { close(m_socket); }
-
-    std::vector<std::string> datagrams() const {
-        std::vector<std::string> result;
-        char buffer[8192];
-        ssize_t length;
-        while ((length = recv(m_socket, buffer, sizeof buffer, 0)) >= 0) {
-            result.emplace_back(buffer, static_cast<size_t>(length));
-        }
-        return result;
-    }
-
-private:
-    const int m_socket;
-};
 
 class syslog_route : public testing::Test {
 protected:
@@ -83,6 +43,65 @@ protected:
     }
 
     const private_dev m_dev;
+};
+
+/** How a process ends that a thread forks and that logs one line. */
+class forking_thread {
+public:
+    forking_thread() : m_thread([this] { m_status = fork_one(); }) {}
+    ~forking_thread() { m_thread.join(); }
+
+    bool is_over() const { return m_status != unknown; }
+    int status() const { return m_status; }
+
+private:
+    static constexpr int unknown = 1000;
+
+    static int fork_one() {
+        return forked_process([] {
+                   alarm(30);
+                   vask_object::vask_p("child", VASK_P_ERR, "hello");
+                   return 0;
+               })
+            .wait_for_end();
+    }
+
+    std::atomic<int> m_status{unknown};
+    std::thread m_thread;
+};
+
+bool is_asleep(int thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    return text.find(") S ") != std::string::npos;
+}
+
+/** A thread that logs and cannot, because the daemon's queue is full. */
+class waiting_thread {
+public:
+    explicit waiting_thread(const log_socket& daemon) : m_daemon(daemon) {
+        daemon.fill();
+        m_thread = std::thread([this] {
+            m_id = vask_object::gettid();
+            vask_object::vask_p("busy", VASK_P_ERR, "hello");
+            m_is_over = true;
+        });
+        EXPECT_TRUE(wait_until_without_loop([this] { return m_id != 0 && is_asleep(m_id); }));
+    }
+
+    void send(int signal) { pthread_kill(m_thread.native_handle(), signal); }
+
+    std::string finish() {
+        const std::string all = m_daemon.read_until([this] { return m_is_over.load(); });
+        m_thread.join();
+        return all;
+    }
+
+private:
+    const log_socket& m_daemon;
+    std::atomic<int> m_id{0};
+    std::atomic<bool> m_is_over{false};
+    std::thread m_thread;
 };
 
 /** A datagram of facility "user"; its time is not looked at. */
@@ -179,6 +198,37 @@ TEST_F(syslog_route, Gives_the_messages_of_every_thread_their_own_name) {
         thread.join();
     }
     EXPECT_EQ(mixed, 0);
+}
+
+TEST_F(syslog_route, Is_used_by_a_process_that_is_forked_while_a_thread_waits_for_the_daemon) {
+    const log_socket daemon;
+    waiting_thread logs(daemon);
+    const forking_thread forks;
+    const std::string all = daemon.read_until([&] { return forks.is_over(); }) + logs.finish();
+    EXPECT_EQ(forks.status(), 0);
+    EXPECT_THAT(all, HasSubstr("child["));
+}
+
+TEST_F(syslog_route, Lets_a_signal_handler_fork_on_the_thread_that_waits_for_the_daemon) {
+    const log_socket daemon;
+    waiting_thread logs(daemon);
+    static std::atomic<int> status;
+    status = -1;
+    struct sigaction action = {};
+    action.sa_flags = SA_RESTART;
+    action.sa_handler = [](int) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            _exit(0);
+        }
+        int found = -1;
+        waitpid(pid, &found, 0);
+        status = found;
+    };
+    sigaction(SIGUSR1, &action, nullptr);
+    logs.send(SIGUSR1);
+    EXPECT_TRUE(wait_until_without_loop([] { return status == 0; }));
+    logs.finish();
 }
 
 TEST_F(syslog_route, Leaves_errno_alone) {
