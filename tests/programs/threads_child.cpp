@@ -29,7 +29,7 @@ private:
     }
 
     bool quit(const char*, const char**) {
-        app_quit_request(m_threads.failures() == 0 ? 0 : 1);
+        app_quit_request(m_threads.failures().empty() ? 0 : 1);
         return true;
     }
 

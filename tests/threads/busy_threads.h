@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,17 +15,19 @@
 namespace vask_test {
 
 /**
- * Threads of a host that go on with work of their own until the object ends: each starts programs,
- * opens inheritable descriptors, logs, sets the environment, decodes, looks up and asks for memory,
- * in turn.
+ * Threads of a host that go on with work of their own until the object ends: each starts programs
+ * and ends them, opens inheritable descriptors, logs, sets the environment, makes directories and
+ * deletes them, decodes, looks up, takes the library's lock, uses the record, shared memory and
+ * semaphores, in turn.
  */
 class busy_threads {
 public:
     static constexpr int count = 8;
 
-    /** Variables that were set before, because a new one would move the environment under the
+    /** Maps the record. Sets the variables, because a new one would move the environment under the
      *  others' hands. */
     busy_threads();
+    /** Removes the record, and what the threads have shared with others. */
     ~busy_threads();
     busy_threads(const busy_threads&) = delete;
     busy_threads& operator=(const busy_threads&) = delete;
@@ -31,19 +35,32 @@ public:
     /** Waits until each thread has done everything that often, since it was made. */
     void wait_for_rounds(int rounds) const;
 
-    /** What has not come out as it should. */
-    int failures() const { return m_failures; }
+    /** What has not come out as it should, by name. */
+    std::multiset<std::string> failures() const;
 
 private:
     void work(int number);
     void do_a_round(int number);
-    void expect(bool holds);
+    void expect(bool holds, const char* name);
 
     std::atomic<bool> m_stops{false};
-    std::atomic<int> m_failures{0};
+    mutable std::mutex m_mutex;
+    std::multiset<std::string> m_failures;
+    std::string m_directory;
     std::vector<std::atomic<int>> m_rounds;
     std::vector<std::thread> m_threads;
 };
+
+/** Takes a name's semaphore from the library, gives it back and lets it go. */
+bool take_turn_with_semaphore(const std::string& name);
+
+/** Maps a shared object in a context of its own, writes to it and lets it go. False also if
+ * somebody else had its semaphore meanwhile. */
+bool take_turn_with_shared_object(const std::string& name);
+
+/** Takes the library's lock by an object of its own. False also if another thread of this process
+ *  had it meanwhile. */
+bool take_turn_with_library_lock();
 
 /** Runs a function in so many threads at once. */
 void in_threads(int count, const std::function<void(int number)>& function);

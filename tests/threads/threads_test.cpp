@@ -10,17 +10,24 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "bridge/recording_bridge.h"
 #include "support/library_lock_state.h"
+#include "support/log_socket.h"
 #include "support/named_object.h"
 #include "support/sanitizers.h"
 #include "threads/busy_threads.h"
 #include "vask_exec.h"
+#include "vask_np_base.h"
 #include "vask_shared_info.h"
+#include "vask_test/fake_browser.h"
 #include "vask_test/googletest.h"
 #include "vask_test/log_catcher.h"
 #include "vask_test/main_loop.h"
@@ -29,7 +36,10 @@ using namespace vask_test;
 using testing::Contains;
 using testing::Each;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::IsSubsetOf;
+using testing::Not;
+using testing::SizeIs;
 
 namespace {
 
@@ -39,12 +49,18 @@ protected:
     busy_host() : threads(std::make_unique<busy_threads>()) {}
 
     void TearDown() override {
-        EXPECT_EQ(threads->failures(), 0);
-        threads.reset();
+        stop_threads();
 #ifdef VASK_TEST_HAS_THREAD_SANITIZER
         // It starts a program that finds names for its suppressions. Other builds count.
         leak_listener::accept_leftovers();
 #endif
+    }
+
+    void stop_threads() {
+        if (threads) {
+            EXPECT_THAT(threads->failures(), IsEmpty());
+            threads.reset();
+        }
     }
 
     shared_objects_removed cleanup;
@@ -61,6 +77,14 @@ std::set<int> descriptors_of(pid_t pid) {
         numbers.insert(std::stoi(entry.path().filename()));
     }
     return numbers;
+}
+
+int count_of(const std::string& text, const std::string& part) {
+    int count = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
 }
 
 class deferred : public vask_exec {
@@ -131,7 +155,6 @@ TEST_F(busy_host, Uses_the_record_on_its_main_thread) {
         EXPECT_TRUE(vask_object::set_monitor_rotation(rotation));
         EXPECT_EQ(vask_object::get_monitor_rotation(), rotation);
     }
-    EXPECT_TRUE(vask_object::m_shared_info->unmap_shared_info(true));
 }
 
 TEST_F(busy_host, Registers_and_looks_up_on_its_main_thread) {
@@ -144,11 +167,21 @@ TEST_F(busy_host, Registers_and_looks_up_on_its_main_thread) {
 
 TEST_F(busy_host, Writes_whole_lines) {
     threads->wait_for_rounds(3);
+    stop_threads();
+    std::map<std::string, int> messages;
     for (const log_line& line : log.lines()) {
-        if (line.name == "busy") {
-            EXPECT_THAT(line.text, testing::MatchesRegex("thread [0-7] is busy"));
+        if (line.name == "busy" && line.level == "INFO") {
+            ++messages[line.text];
+        } else {
+            EXPECT_THAT(line.text, Not(HasSubstr("thread")));
         }
     }
+    for (int i = 0; i < busy_threads::count; ++i) {
+        const std::string thread = "thread " + std::to_string(i);
+        EXPECT_GE(messages[thread + " is busy"], 3);
+        EXPECT_GE(messages[thread + " says so"], 3);
+    }
+    EXPECT_THAT(messages, SizeIs(2 * busy_threads::count));
 }
 
 // The child ends with another status when one of its threads has failed or raced.
@@ -180,6 +213,93 @@ TEST(many_threads, Read_a_record_that_is_mapped) {
         }
     });
     vask_object::m_shared_info->unmap_shared_info(true);
+}
+
+TEST(many_threads, Set_a_record_that_is_mapped) {
+    vask_object::set_monitor_rotation(VASK_MONITOR_ROTATION_0);
+    in_threads(8, [](int number) {
+        const auto rotation = static_cast<vask_monitor_rotation_type>(number % 4);
+        for (int i = 0; i < 200; ++i) {
+            EXPECT_TRUE(vask_object::set_monitor_rotation(rotation));
+            EXPECT_LE(vask_object::get_monitor_rotation(), VASK_MONITOR_ROTATION_3);
+        }
+    });
+    vask_object::m_shared_info->unmap_shared_info(true);
+}
+
+TEST(many_threads, Take_turns_with_the_library_lock) {
+    const shared_objects_removed cleanup;
+    const named_object first("first");
+    in_threads(8, [](int) {
+        for (int i = 0; i < 30; ++i) {
+            EXPECT_TRUE(take_turn_with_library_lock());
+        }
+    });
+}
+
+TEST(many_threads, Take_turns_with_a_semaphore) {
+    const shared_objects_removed cleanup;
+    const named_object first("first");
+    in_threads(8, [](int) {
+        for (int i = 0; i < 100; ++i) {
+            EXPECT_TRUE(take_turn_with_semaphore("test_threads"));
+        }
+    });
+    EXPECT_TRUE(vask_object::destroy_sem("test_threads"));
+}
+
+TEST(many_threads, Take_turns_with_an_object_in_shared_memory) {
+    const named_object first("first");
+    in_threads(8, [](int) {
+        for (int i = 0; i < 50; ++i) {
+            EXPECT_TRUE(take_turn_with_shared_object("threads"));
+        }
+    });
+    EXPECT_TRUE(vask_shared_info().destroy_shm("threads"));
+    EXPECT_TRUE(vask_object::destroy_sem(vask_shm_context("threads", 0).get_sem_name().c_str()));
+}
+
+TEST(many_threads, Send_each_their_own_messages_to_syslog) {
+    const named_object first("first");
+    const private_dev dev;
+    if (!dev.is_mounted()) {
+        GTEST_SKIP() << "needs the right to mount";
+    }
+    const log_socket daemon;
+    setenv("VASK_SYSLOG", "1", 1);
+    std::atomic<int> finished{0};
+    std::string all;
+    std::thread reader([&] { all = daemon.read_until([&] { return finished == 8; }); });
+    in_threads(8, [&](int number) {
+        const std::string name = "name" + std::to_string(number);
+        for (int i = 0; i < 100; ++i) {
+            vask_object::vask_p(name.c_str(), VASK_P_ERR, "%s", name.c_str());
+        }
+        ++finished;
+    });
+    reader.join();
+    unsetenv("VASK_SYSLOG");
+    for (int i = 0; i < 8; ++i) {
+        const std::string name = "name" + std::to_string(i);
+        EXPECT_EQ(count_of(all, name + "[" + std::to_string(getpid()) + "]: " + name + "\n"), 100);
+    }
+}
+
+TEST(many_threads, Call_the_thread_of_the_plug_in) {
+    vask_np_base base("plug-in");
+    fake_browser browser;
+    vask_np_base::NPNFuncs = browser.functions();
+    std::atomic<int> calls{0};
+    in_threads(8, [&](int) {
+        for (int i = 0; i < 100; ++i) {
+            base.NPN_PluginThreadAsyncCall(
+                nullptr, [](void* data) { ++*static_cast<std::atomic<int>*>(data); }, &calls);
+        }
+    });
+    EXPECT_EQ(calls, 0);
+    browser.run_async_calls();
+    EXPECT_EQ(calls, 800);
+    vask_np_base::NPNFuncs = NPNetscapeFuncs();
 }
 
 TEST(many_threads, Format_each_their_own_text) {
