@@ -268,6 +268,8 @@ class Desktop:
 
     def live(self, minutes):
         due = {}
+        if not os.path.exists(self.path("tests/programs/soak_pages")):
+            self.note("without pages: no browser engine was there to build them with")
 
         def is_due(what, interval):
             if self.seconds() < due.setdefault(what, interval):

@@ -16,7 +16,7 @@ from statistics import median
 
 MIB = 1024  # in KiB, as everything here
 
-# How much memory in KiB an hour may take, by program, and how much in all however short it was: the
+# How much memory in KiB an hour may take, by program, and how much however short the time is: the
 # allocator takes its pages by hundreds of KiB. A browser engine grows by itself.
 MEMORY_AN_HOUR = {"soak_pages": 12 * MIB}
 MEMORY_AN_HOUR_OF_OTHERS = 128
@@ -36,6 +36,14 @@ WARM_UP_SHARE = 0.25
 LONGEST_ZOMBIE_SECONDS = 15
 CPU_SHARE = 0.25
 
+# A desktop that is smaller or quieter says nothing. In the middle; what has no browser is smaller.
+LEAST_PROCESSES = 30
+LEAST_PROCESSES_WITHOUT_PAGES = 24
+SECONDS_PER_KILL = 10
+
+# What a kill leaves behind mends itself, but for a very few.
+KILLS_PER_REPAIR = 200
+
 # The lock of a process that was killed with it is free after 5 s: whoever waits may need that longer.
 # In milliseconds: of the middle one, and of the slowest.
 LATENCIES = {
@@ -50,6 +58,10 @@ LATENCIES = {
     "tool": (2000, 20000),
 }
 
+# The others need a kill at the right moment.
+ALWAYS_MEASURED = ("command", "signal", "meeting", "echo", "tool")
+WITHOUT_PAGES = "without pages: "
+
 OBJECTS = {
     "sem.vask_shm_lock",
     "vask_proc_pid_demo_child",
@@ -59,10 +71,16 @@ OBJECTS = {
 
 
 def growth(points):
-    """From the middle of the first third to the middle of the last third of what is no warm-up."""
+    """By how much it has grown in what is no warm-up, and the hours of that.
+
+    The points are pairs of seconds and a value. Measured from the middle of the first third to the
+    middle of the last one, so that no single point counts, and extended to the ends at that pace.
+    """
     warm = points[int(len(points) * WARM_UP_SHARE) :]
     third = max(1, len(warm) // 3)
-    return median(warm[-third:]) - median(warm[:third])
+    first, last = ([median(column) for column in zip(*part)] for part in (warm[:third], warm[-third:]))
+    seconds = warm[-1][0] - warm[0][0]
+    return (last[1] - first[1]) / (last[0] - first[0]) * seconds, seconds / 3600
 
 
 class Soak:
@@ -78,9 +96,6 @@ class Soak:
             return []
         with open(path, encoding="utf-8", errors="replace") as file:
             return file.read().splitlines()
-
-    def hours(self):
-        return self.samples[-1]["seconds"] / 3600
 
     def lives(self):
         """The samples of each process that became old, by program and process."""
@@ -107,28 +122,31 @@ class Soak:
         if not holds:
             self.faults.append(text)
 
+    def growth_in_all(self, what):
+        return growth([(one["seconds"], sum(process[what] for process in one["processes"])) for one in self.samples])
+
     def judge_memory(self):
         for (program, pid, _), life in sorted(self.lives().items()):
-            hours = (life[-1][0] - life[0][0]) / 3600
-            grown = growth([process["memory"] for _, process in life])
+            minutes = (life[-1][0] - life[0][0]) / 60
+            grown, hours = growth([(seconds, process["memory"]) for seconds, process in life])
             most = max(
                 MEMORY_AT_ONCE.get(program, MEMORY_AT_ONCE_OF_OTHERS),
                 hours * MEMORY_AN_HOUR.get(program, MEMORY_AN_HOUR_OF_OTHERS),
             )
-            text = f"{program} {pid}: {hours * 60:.0f} min, memory {life[-1][1]['memory']} KiB, grown by {grown:.0f}"
+            text = f"{program} {pid}: {minutes:.0f} min, memory {life[-1][1]['memory']} KiB, grown by {grown:.0f}"
             self.facts.append(text)
             self.require(grown <= most, f"{text}, more than {most:.0f}")
-        grown = growth([sum(process["memory"] for process in sample["processes"]) for sample in self.samples])
-        most = max(DESKTOP_AT_ONCE, self.hours() * DESKTOP_AN_HOUR)
+        grown, hours = self.growth_in_all("memory")
+        most = max(DESKTOP_AT_ONCE, hours * DESKTOP_AN_HOUR)
         self.facts.append(f"all: memory grown by {grown:.0f} KiB")
         self.require(grown <= most, f"all: memory grown by {grown:.0f} KiB, more than {most:.0f}")
 
     def judge_descriptors(self):
         for (program, pid, _), life in sorted(self.lives().items()):
-            grown = growth([process["descriptors"] for _, process in life])
+            grown, _ = growth([(seconds, process["descriptors"]) for seconds, process in life])
             most = DESCRIPTORS_AT_ONCE.get(program, DESCRIPTORS_AT_ONCE_OF_OTHERS)
             self.require(grown <= most, f"{program} {pid}: {grown:.0f} descriptors more")
-        grown = growth([sum(process["descriptors"] for process in sample["processes"]) for sample in self.samples])
+        grown, _ = self.growth_in_all("descriptors")
         self.facts.append(f"all: {grown:+.0f} descriptors")
         self.require(grown <= DESKTOP_DESCRIPTORS, f"all: {grown:.0f} descriptors more")
 
@@ -154,8 +172,23 @@ class Soak:
             self.facts.append(f"{kind}: {count}, {middle:.1f} ms, slowest {slowest:.1f} ms")
             self.require(middle <= most[0], f"{kind} takes {middle:.1f} ms, more than {most[0]}")
             self.require(slowest <= most[1], f"the slowest {kind} takes {slowest:.1f} ms, more than {most[1]}")
-        for kind in ("command", "signal", "meeting", "echo", "tool"):
+        for kind in ALWAYS_MEASURED + (() if self.pages_are_missing() else ("page",)):
             self.require(kind in self.latencies(), f"nobody has measured: {kind}")
+
+    def pages_are_missing(self):
+        return any(WITHOUT_PAGES in line for line in self.lines("events"))
+
+    def judge_size(self):
+        """That it was the desktop it is meant to be."""
+        last = self.samples[-1]
+        self.facts += [line for line in self.lines("events") if WITHOUT_PAGES in line]
+        least = LEAST_PROCESSES_WITHOUT_PAGES if self.pages_are_missing() else LEAST_PROCESSES
+        middle = median(len(sample["processes"]) for sample in self.samples)
+        self.require(middle >= least, f"{middle:.0f} processes in the middle, fewer than {least}")
+        kills = last["seconds"] / SECONDS_PER_KILL
+        self.require(last["kills"] >= kills, f"{last['kills']} kills, fewer than {kills:.0f}")
+        repairs = max(1, last["kills"] // KILLS_PER_REPAIR)
+        self.require(last["repairs"] <= repairs, f"{last['repairs']} repairs, more than {repairs}")
 
     def judge_words(self):
         self.faults += [line for line in self.lines("report") if line.startswith("COMPLAINT ")]
@@ -190,6 +223,7 @@ class Soak:
         if len(self.samples) < 4:
             self.faults.append("fewer than four samples")
             return
+        self.judge_size()
         self.judge_pace()
         self.judge_memory()
         self.judge_descriptors()
