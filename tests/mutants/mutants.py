@@ -24,6 +24,7 @@ import sys
 import threading
 import time
 
+import judging
 import planting
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -34,7 +35,7 @@ QUICK_SECONDS = 12
 LONGEST_SECONDS = 40
 MOST_MEASUREMENTS = 3
 ALONE = -1
-LEAST_SHARE = 0.95
+LEAST_TRIED = 20
 
 
 class TestProgram:
@@ -271,6 +272,10 @@ def parse():
     parser.add_argument("--from", dest="first", type=int, default=0, help="the first one of that order (0)")
     parser.add_argument("--count", type=int, default=30, help="how many are planted (30)")
     parser.add_argument("--seconds", type=float, default=1e9, help="begin with no more after so long")
+    parser.add_argument(
+        "--least", type=int, default=LEAST_TRIED, help=f"fail when fewer are tried, if there are so many ({LEAST_TRIED})"
+    )
+    parser.add_argument("--sum", action="store_true", help="plant nothing, print the sum of all runs")
     parser.add_argument("--only", type=int, help="the number of a single one")
     parser.add_argument("--folder", help="only those of one folder of src")
     parser.add_argument("--jobs", type=int, default=3, help="test programs at once (3)")
@@ -289,19 +294,25 @@ def choose(mutants, wanted):
     return numbers[wanted.first : wanted.first + wanted.count]
 
 
-def judge(results, accepted):
-    """Prints the sum. What is known to make no difference counts for nothing."""
-    killed = sum(verdict == "killed" for _, verdict in results)
-    known = sum(verdict == "survived" and mutant.key() in accepted for mutant, verdict in results)
-    survived = sum(verdict == "survived" for _, verdict in results) - known
-    print(f"{killed} killed, {survived} survived, {known} make no difference, {len(results) - killed - survived - known} are no program")
-    return killed + survived == 0 or killed / (killed + survived) >= LEAST_SHARE
+def judge(results, least, accepted, ledger):
+    found = judging.Sum(results, accepted)
+    print(f"This run: {found.text()}")
+    print(f"All runs: {judging.Sum(ledger.results(), accepted).text()}")
+    faults = found.faults(least)
+    for fault in faults:
+        print(f"WRONG: {fault}")
+    return not faults
 
 
 def main():
     # However it ends, the library is mended first.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     wanted = parse()
+    accepted = known_survivors()
+    ledger = judging.Ledger(os.path.join(wanted.build, "ledger"), ROOT)
+    if wanted.sum:
+        print(judging.Sum(ledger.results(), accepted).text())
+        return 0
     workshop = Workshop(wanted.build, wanted.jobs)
     mutants = workshop.mutants()
     chosen = choose(mutants, wanted)
@@ -310,7 +321,6 @@ def main():
             print(f"{number} {mutants[number].text()}")
         return 0
     workshop.measure()
-    accepted = known_survivors()
     results = []
     begin = time.monotonic()
     for place, number in enumerate(chosen):
@@ -320,12 +330,13 @@ def main():
         mutant = mutants[number]
         start = time.monotonic()
         verdict, killer = workshop.try_mutant(mutant, wanted.thorough)
-        results.append((mutant, verdict))
+        results.append((mutant.key(), verdict))
+        ledger.add(mutant.path, mutant.key(), verdict)
         known = " (makes no difference)" if mutant.key() in accepted and verdict == "survived" else ""
         print(f"{number} {verdict}{known} {killer} {time.monotonic() - start:.0f} s {mutant.text()}", flush=True)
         if verdict == "survived":
             print(f"    key: {mutant.key()}", flush=True)
-    return 0 if judge(results, accepted) else 1
+    return 0 if judge(results, min(wanted.least, len(chosen)), accepted, ledger) else 1
 
 
 if __name__ == "__main__":
