@@ -43,6 +43,13 @@ using testing::SizeIs;
 
 namespace {
 
+// It starts a program that finds names for its suppressions. Other builds count.
+void accept_helper_of_sanitizer() {
+#ifdef VASK_TEST_HAS_THREAD_SANITIZER
+    leak_listener::accept_leftovers();
+#endif
+}
+
 class busy_host : public testing::Test {
 protected:
     // The first object comes before the threads.
@@ -50,10 +57,7 @@ protected:
 
     void TearDown() override {
         stop_threads();
-#ifdef VASK_TEST_HAS_THREAD_SANITIZER
-        // It starts a program that finds names for its suppressions. Other builds count.
-        leak_listener::accept_leftovers();
-#endif
+        accept_helper_of_sanitizer();
     }
 
     void stop_threads() {
@@ -67,6 +71,14 @@ protected:
     log_catcher log;
     named_object first{"first"};
     std::unique_ptr<busy_threads> threads;
+};
+
+class many_threads : public testing::Test {
+protected:
+    void TearDown() override { accept_helper_of_sanitizer(); }
+
+    shared_objects_removed cleanup;
+    named_object first{"first"};
 };
 
 /** What a process has open. */
@@ -205,7 +217,7 @@ TEST(busy_child, Answers_signals_and_ends) {
     EXPECT_TRUE(bridge.wait_for_ends(1));
 }
 
-TEST(many_threads, Read_a_record_that_is_mapped) {
+TEST_F(many_threads, Read_a_record_that_is_mapped) {
     vask_object::set_monitor_rotation(VASK_MONITOR_ROTATION_1);
     in_threads(8, [](int) {
         for (int i = 0; i < 500; ++i) {
@@ -215,7 +227,7 @@ TEST(many_threads, Read_a_record_that_is_mapped) {
     vask_object::m_shared_info->unmap_shared_info(true);
 }
 
-TEST(many_threads, Set_a_record_that_is_mapped) {
+TEST_F(many_threads, Set_a_record_that_is_mapped) {
     vask_object::set_monitor_rotation(VASK_MONITOR_ROTATION_0);
     in_threads(8, [](int number) {
         const auto rotation = static_cast<vask_monitor_rotation_type>(number % 4);
@@ -227,9 +239,7 @@ TEST(many_threads, Set_a_record_that_is_mapped) {
     vask_object::m_shared_info->unmap_shared_info(true);
 }
 
-TEST(many_threads, Take_turns_with_the_library_lock) {
-    const shared_objects_removed cleanup;
-    const named_object first("first");
+TEST_F(many_threads, Take_turns_with_the_library_lock) {
     in_threads(8, [](int) {
         for (int i = 0; i < 30; ++i) {
             EXPECT_TRUE(take_turn_with_library_lock());
@@ -237,9 +247,7 @@ TEST(many_threads, Take_turns_with_the_library_lock) {
     });
 }
 
-TEST(many_threads, Take_turns_with_a_semaphore) {
-    const shared_objects_removed cleanup;
-    const named_object first("first");
+TEST_F(many_threads, Take_turns_with_a_semaphore) {
     in_threads(8, [](int) {
         for (int i = 0; i < 100; ++i) {
             EXPECT_TRUE(take_turn_with_semaphore("test_threads"));
@@ -248,8 +256,7 @@ TEST(many_threads, Take_turns_with_a_semaphore) {
     EXPECT_TRUE(vask_object::destroy_sem("test_threads"));
 }
 
-TEST(many_threads, Take_turns_with_an_object_in_shared_memory) {
-    const named_object first("first");
+TEST_F(many_threads, Take_turns_with_an_object_in_shared_memory) {
     in_threads(8, [](int) {
         for (int i = 0; i < 50; ++i) {
             EXPECT_TRUE(take_turn_with_shared_object("threads"));
@@ -259,8 +266,7 @@ TEST(many_threads, Take_turns_with_an_object_in_shared_memory) {
     EXPECT_TRUE(vask_object::destroy_sem(vask_shm_context("threads", 0).get_sem_name().c_str()));
 }
 
-TEST(many_threads, Send_each_their_own_messages_to_syslog) {
-    const named_object first("first");
+TEST_F(many_threads, Send_each_their_own_messages_to_syslog) {
     const private_dev dev;
     if (!dev.is_mounted()) {
         GTEST_SKIP() << "needs the right to mount";
@@ -285,7 +291,7 @@ TEST(many_threads, Send_each_their_own_messages_to_syslog) {
     }
 }
 
-TEST(many_threads, Call_the_thread_of_the_plug_in) {
+TEST_F(many_threads, Call_the_thread_of_the_plug_in) {
     vask_np_base base("plug-in");
     fake_browser browser;
     vask_np_base::NPNFuncs = browser.functions();
@@ -302,7 +308,7 @@ TEST(many_threads, Call_the_thread_of_the_plug_in) {
     vask_np_base::NPNFuncs = NPNetscapeFuncs();
 }
 
-TEST(many_threads, Format_each_their_own_text) {
+TEST_F(many_threads, Format_each_their_own_text) {
     in_threads(8, [](int number) {
         const std::string digits(100, static_cast<char>('0' + number));
         for (int i = 0; i < 2000; ++i) {
@@ -312,6 +318,6 @@ TEST(many_threads, Format_each_their_own_text) {
     });
 }
 
-TEST(many_threads, Decode_their_first_URI_at_once) {
+TEST_F(many_threads, Decode_their_first_URI_at_once) {
     in_threads(8, [](int) { EXPECT_EQ(vask_object::file_uri_to_local_path("file:///%41"), "/A"); });
 }
