@@ -609,3 +609,18 @@ TEST_F(library_lock_test, Of_another_user_is_not_taken) {
     EXPECT_EQ(library_lock::value(), 1);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
+
+// The sum of the clock and a wait can be a whole second, which no part of a second may be.
+TEST_F(library_lock_test, Is_waited_for_to_the_end_of_a_whole_second) {
+    show_clock([](clockid_t clock, timespec* time) {
+        const int result = read_system_clock(clock, time);
+        time->tv_nsec = 500000000;
+        return result;
+    });
+    script_waits({ETIMEDOUT});
+    library_lock::create(0);
+    EXPECT_TRUE(object.shm_lock());
+    ASSERT_THAT(deadlines, testing::Not(IsEmpty()));
+    EXPECT_EQ(deadlines.front().tv_nsec, 0);
+    object.shm_unlock();
+}

@@ -7,8 +7,10 @@
 
 #include <atomic>
 #include <cstring>
+#include <thread>
 
 #include "support/forked_process.h"
+#include "support/mapped_file.h"
 #include "support/shared_objects.h"
 #include "vask_object.h"
 #include "vask_test/main_loop.h"
@@ -54,6 +56,16 @@ public:
 
 private:
     vask_shm_context* const m_context;
+};
+
+/** Shows what a context has at its end. */
+class shown_context : public vask_shm_context {
+public:
+    explicit shown_context(bool& is_empty) : vask_shm_context(name, size), m_is_empty(is_empty) {}
+    ~shown_context() override { m_is_empty = get_addr() == nullptr && get_sem() == nullptr; }
+
+private:
+    bool& m_is_empty;
 };
 
 }  // namespace
@@ -287,4 +299,26 @@ TEST_F(map_shm, Is_undone_by_unmapping) {
     EXPECT_TRUE(thing.exists());
     EXPECT_TRUE(thing.sem_exists());
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(map_shm, Has_nothing_in_its_context_any_more_when_that_is_deleted) {
+    bool is_empty = false;
+    auto* context = new shown_context(is_empty);
+    ASSERT_TRUE(vask_shared_info::map_shm_platform(context, true));
+    vask_object::post_named_sem(context->get_sem());
+    EXPECT_TRUE(vask_shared_info::unmap_shm(context));
+    EXPECT_TRUE(is_empty);
+}
+
+TEST_F(map_shm, Closes_a_semaphore_that_is_removed_while_it_waits) {
+    thing.create_sem(0);
+    std::thread remover([this] {
+        EXPECT_TRUE(wait_until_without_loop([this] { return is_file_mapped(thing.sem_path()); }));
+        thing.remove_sem();
+    });
+    const mapped own(true);
+    remover.join();
+    ASSERT_NE(own.get(), nullptr);
+    EXPECT_EQ(thing.sem_value(), 1);
+    EXPECT_FALSE(is_file_mapped(thing.sem_path() + " (deleted)"));
 }
