@@ -124,6 +124,9 @@ ssize_t pread(int fd, void* bytes, size_t size, off_t offset) {
     if (now.fails("pread")) {
         return -1;
     }
+    if (may_write(fd) && now.longest_read > 0) {
+        size = std::min(size, now.longest_read);
+    }
     const ssize_t result =
         next_file_function<ssize_t(int, void*, size_t, off_t)>("pread")(fd, bytes, size, offset);
     if (!may_write(fd)) {

@@ -21,6 +21,9 @@ struct plan : vask_test::call_fault {
     int failing_writes = 0;  // 0: all that come then
     bool creating_is_forbidden = false;
 
+    // A writer gets no more at once; 0 for no limit.
+    size_t longest_read = 0;
+
     // The sequence is another one whenever it is read the second time.
     bool sequence_is_restless = false;
 

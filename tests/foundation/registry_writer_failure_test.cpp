@@ -213,3 +213,17 @@ TEST_F(registry_writer_failure, Is_not_the_interruption_of_a_single_write) {
     }
     EXPECT_THAT(log.lines(), IsEmpty());
 }
+
+TEST_F(registry_writer_failure, Is_none_where_the_system_reads_less_than_is_asked_for) {
+    registry_object bytes("program");
+    bytes.fill(entries, getppid());
+    registry_faults::now.longest_read = 100;
+    EXPECT_TRUE(object.store_pid_to_shm(1000));
+    ASSERT_EQ(bytes.count(), static_cast<int>(entries) + 1);
+    for (size_t i = 0; i < entries; ++i) {
+        EXPECT_EQ(bytes.pid(i), getppid());
+        EXPECT_EQ(bytes.key(i), i + 1);
+    }
+    EXPECT_EQ(bytes.pid(entries), getpid());
+    EXPECT_EQ(bytes.key(entries), 1000U);
+}
