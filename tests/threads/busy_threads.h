@@ -51,7 +51,8 @@ private:
     std::vector<std::thread> m_threads;
 };
 
-/** Takes a name's semaphore from the library, gives it back and lets it go. */
+/** Takes a named semaphore, gives it back and closes it. False also if another thread of this
+ *  process had it meanwhile. */
 bool take_turn_with_semaphore(const std::string& name);
 
 /** Maps a shared object in a context of its own, writes to it and lets it go. False also if

@@ -239,17 +239,9 @@ TEST_F(many_threads, Set_a_record_that_is_mapped) {
     vask_object::m_shared_info->unmap_shared_info(true);
 }
 
-TEST_F(many_threads, Take_turns_with_the_library_lock) {
-    in_threads(8, [](int) {
-        for (int i = 0; i < 30; ++i) {
-            EXPECT_TRUE(take_turn_with_library_lock());
-        }
-    });
-}
-
 TEST_F(many_threads, Take_turns_with_a_semaphore) {
     in_threads(8, [](int) {
-        for (int i = 0; i < 100; ++i) {
+        for (int i = 0; i < 20; ++i) {
             EXPECT_TRUE(take_turn_with_semaphore("test_threads"));
         }
     });
@@ -258,7 +250,7 @@ TEST_F(many_threads, Take_turns_with_a_semaphore) {
 
 TEST_F(many_threads, Take_turns_with_an_object_in_shared_memory) {
     in_threads(8, [](int) {
-        for (int i = 0; i < 50; ++i) {
+        for (int i = 0; i < 10; ++i) {
             EXPECT_TRUE(take_turn_with_shared_object("threads"));
         }
     });
