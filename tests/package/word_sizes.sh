@@ -37,9 +37,9 @@ done
 start_child() {
     chroot "$1" demo_child >"shared/$1.log" &
     child=$!
-    local end=$((SECONDS + deadline_sec))
-    until chroot "$1" vaskctl call demo_child:"$child" "$greet" >/dev/null 2>&1; do
-        [ "$SECONDS" -lt "$end" ] || fail "the child of $1 does not answer"
+    local end=$((SECONDS + deadline_sec)) told
+    until told=$(chroot "$1" vaskctl call demo_child:"$child" "$greet" 2>&1); do
+        [ "$SECONDS" -lt "$end" ] || fail "the child of $1 does not answer: $told"
     done
 }
 
