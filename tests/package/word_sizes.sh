@@ -37,10 +37,23 @@ done
 start_child() {
     chroot "$1" demo_child >"shared/$1.log" &
     child=$!
+}
+
+wait_for_answer() {
     local end=$((SECONDS + deadline_sec)) told
     until told=$(chroot "$1" vaskctl call demo_child:"$child" "$greet" 2>&1); do
         [ "$SECONDS" -lt "$end" ] || fail "the child of $1 does not answer: $told"
     done
+}
+
+# Nobody finds it, but it goes on.
+wait_for_refusal() {
+    local end=$((SECONDS + deadline_sec))
+    until grep -q "ERR: Failed lock shm (shm_name:vask_proc_pid_demo_child)" "shared/$1.log"; do
+        [ "$SECONDS" -lt "$end" ] || fail "a child of $1 is let into the lock of $2"
+        sleep 0.2
+    done
+    kill -0 "$child" || fail "a child of $1 has ended because it was refused"
 }
 
 # The kernel shows an emulator's name for that of its program.
@@ -61,6 +74,7 @@ for pair in "$first_arch:$second_arch" "$second_arch:$first_arch"; do
 
     rm -f /dev/shm/*
     start_child "$other"
+    wait_for_answer "$other"
     reply=$(chroot "$own" vaskctl call demo_child:"$child" "$greet")
     [ "$reply" = "Hello , I am process $child" ] || fail "a tool of $own hears '$reply'"
     if has_its_name; then
@@ -87,8 +101,7 @@ for pair in "$first_arch:$second_arch" "$second_arch:$first_arch"; do
     # The lock has the other size: refused, and left as it was.
     first=$child
     start_child "$own"
-    grep -q "ERR: Failed lock shm (shm_name:vask_proc_pid_demo_child)" "shared/$own.log" ||
-        fail "a child of $own is let into the lock of $other"
+    wait_for_refusal "$own" "$other"
     [ "$(md5sum /dev/shm/*)" = "$before" ] || fail "a child of $own has changed what it cannot use"
     end_child
     child=$first
