@@ -93,7 +93,7 @@ TEST(find_program, Does_not_look_behind_an_empty_first_word) {
     char* const argv[] = {empty, duration, nullptr};
     pid_t pid = -1;
     ASSERT_EQ(posix_spawnp(&pid, "sleep", nullptr, nullptr, argv, environ), 0);
-    wait_for_command_line(pid);
+    wait_for_command_line(pid, empty);
 
     EXPECT_THAT(find("1000"), IsEmpty());
     EXPECT_THAT(find(""), IsEmpty());

@@ -13,11 +13,14 @@
 
 namespace vask_test {
 
-/** Whoever starts a program goes on a moment before the program's command line is in its place. */
-inline void wait_for_command_line(pid_t pid) {
+/** Whoever starts a program goes on a moment before the program's command line is in its place;
+ * where he forks, his own is there until then. */
+inline void wait_for_command_line(pid_t pid, const std::string& argv0) {
     const std::string path = "/proc/" + std::to_string(pid) + "/cmdline";
-    const bool is_there = wait_until_without_loop(
-        [&] { return std::ifstream(path).peek() != std::ifstream::traits_type::eof(); });
+    const bool is_there = wait_until_without_loop([&] {
+        std::string first;
+        return std::getline(std::ifstream(path), first, '\0') && first == argv0;
+    });
     if (!is_there) {
         throw std::runtime_error("no command line in " + path);
     }
@@ -28,7 +31,7 @@ class idle_process : public started_process {
 public:
     explicit idle_process(const std::string& argv0)
         : started_process("sleep", {"1000"}, with(argv0)) {
-        wait_for_command_line(pid());
+        wait_for_command_line(pid(), argv0);
     }
 
 private:
