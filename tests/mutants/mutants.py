@@ -67,6 +67,12 @@ def test_programs():
     return found
 
 
+def guilty_tests(output):
+    """Those that have failed, or the one in which the process has ended."""
+    failed = set(re.findall(r"^\[  FAILED  \] (\S+\.\S+?)(?:,| \(|$)", output, re.MULTILINE))
+    return failed or set(re.findall(r"^\[ RUN      \] (\S+)", output, re.MULTILINE)[-1:])
+
+
 class Workshop:
     """A build whose library is broken and mended again."""
 
@@ -99,8 +105,10 @@ class Workshop:
                     digest.update(file.read())
         kept = os.path.join(self.build, f"mutants.{digest.hexdigest()[:16]}")
         if not os.path.exists(kept):
-            with open(kept, "wb") as file:
-                pickle.dump(planting.all_mutants(ROOT, self.build), file)
+            found = planting.all_mutants(ROOT, self.build)
+            with open(kept + ".new", "wb") as file:
+                pickle.dump(found, file)
+            os.replace(kept + ".new", kept)
         with open(kept, "rb") as file:
             return pickle.load(file)
 
@@ -148,9 +156,7 @@ class Workshop:
             status, output = self.run(program, LONGEST_SECONDS)
             if status == 0:
                 return time.monotonic() - begin, program.left_out
-            # Those that have failed, and the one in which the process has ended.
-            guilty = set(re.findall(r"^\[  FAILED  \] (\S+\.\S+?)(?:,| \(|$)", output, re.MULTILINE))
-            guilty.update(re.findall(r"^\[ RUN      \] (\S+)", output, re.MULTILINE)[-1:] if not guilty else [])
+            guilty = guilty_tests(output)
             if not guilty - set(program.left_out):
                 break
             program.left_out = sorted(guilty.union(program.left_out))
@@ -209,12 +215,18 @@ class Workshop:
 
         def fails(program, only):
             seconds = max(0, int(program.seconds * 4)) + 20
-            status, _ = self.run(program, seconds, "--gtest_brief=1", "--gtest_fail_fast", only=only)
-            return status not in (0, 77)
+            status, output = self.run(program, seconds, "--gtest_fail_fast", only=only)
+            return status not in (0, 77), ":".join(guilty_tests(output))
+
+        def fails_twice(program, only):
+            """A busy machine may make one fail by itself. What has failed is asked first."""
+            failed, guilty = fails(program, only)
+            if not failed or found:
+                return False
+            return (guilty and fails(program, guilty)[0]) or (not found and fails(program, only)[0])
 
         def try_one(task):
-            # Twice, because a busy machine may make one fail by itself.
-            if not found and fails(*task) and not found and fails(*task) and not found:
+            if not found and fails_twice(*task) and not found:
                 found.append(task[0].name)
                 with self.lock:
                     for process in self.processes:
