@@ -99,6 +99,13 @@ TEST_F(kept_watch, Ends_when_no_further_request_is_set) {
     EXPECT_EQ(source_count(), before);
 }
 
+TEST_F(kept_watch, Ends_at_once_when_the_further_request_times_out) {
+    const size_t before = source_count();
+    in_first_handler([this] { pair.read(1, 1, 1); });
+    EXPECT_TRUE(request_ends(2));
+    EXPECT_EQ(source_count(), before);
+}
+
 TEST_F(kept_watch, Ends_with_a_peer_that_is_closed_before_the_next_request_or_after_it) {
     const size_t before = source_count();
     in_first_handler([this] {
