@@ -155,6 +155,7 @@ TEST_F(named_sem, Of_another_size_is_refused) {
          {size_t{0}, sizeof(sem_t) / 2, sizeof(sem_t) - 1, sizeof(sem_t) + 1, sizeof(sem_t) * 2}) {
         log.clear();
         std::ofstream(path) << std::string(size, '\0');
+        errno = 0;
         EXPECT_EQ(vask_object::create_named_sem(name, 1, 1), nullptr) << size;
         EXPECT_EQ(std::filesystem::file_size(path), size);
         EXPECT_THAT(log.lines(), ElementsAre(failure("Failed to call sem_open(): 22")));
@@ -164,6 +165,7 @@ TEST_F(named_sem, Of_another_size_is_refused) {
 // The C library would end the process over them: the one that waits, or the one that gives back.
 TEST_F(named_sem, Whose_file_holds_other_bytes_is_refused) {
     std::ofstream(path) << std::string(sizeof(sem_t), '\xc0');
+    errno = 0;
     EXPECT_EQ(vask_object::create_named_sem(name, 1, 1), nullptr);
     EXPECT_THAT(log.lines(), ElementsAre(failure("Failed to call sem_open(): 22")));
 }
