@@ -164,6 +164,19 @@ TEST(encoding, A_request_whose_last_character_does_not_fit_fails_with_the_others
                                                      "1: ")));
 }
 
+TEST(encoding, A_longer_character_does_not_fit_in_the_last_byte_of_a_request) {
+    connected pair("UTF-8");
+    log_catcher log;
+    pair.read(3, 3);
+    pair.peer.send("ab\xe2\x82\xac");
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    EXPECT_EQ(pair.owner.status, 0);
+    EXPECT_EQ(pair.owner.received, "ab");
+    EXPECT_THAT(log.lines(), ElementsAre(socket_line("ERR", client_name,
+                                                     "Failed to call g_io_channel_read_chars: 1: "
+                                                     "1: ")));
+}
+
 TEST(encoding, The_end_of_the_stream_comes_after_all_data) {
     connected pair("UTF-8");
     pair.peer.send("abc");
