@@ -2,9 +2,11 @@
 // SPDX-License-Identifier: MIT
 
 #include <dbus/dbus.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/seccomp.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -42,8 +44,24 @@ const std::string announcement =
 /** As in a container in which nobody may make a namespace. */
 const std::vector<const char*> without_namespaces = {VASK_TEST_WITHOUT_NAMESPACES};
 
+const std::string uncounted =
+    "vask-sealed: descriptors are not counted: Function not implemented\n";
+
+/** As where an emulator runs this. */
+bool has_no_filters() {
+    return syscall(SYS_seccomp, SECCOMP_GET_ACTION_AVAIL, 0, nullptr) != 0 && errno == ENOSYS;
+}
+
+void erase_all(const std::string& line, std::string& text) {
+    std::size_t place;
+    while ((place = text.find(line)) != std::string::npos) {
+        text.erase(place, line.size());
+    }
+}
+
 /** A run with pipes to its standard input and from its combined output. Where this test is in an
- * open world itself, the output is without the lines that say so. */
+ * open world itself, or nobody can count descriptors, the output is without the lines that say so.
+ */
 class sealed_program {
 public:
     explicit sealed_program(const std::vector<std::string>& arguments,
@@ -117,9 +135,11 @@ public:
             m_rest.append(buffer, static_cast<size_t>(length));
         }
         close(m_output);
-        std::size_t place;
-        while (m_may_be_open && (place = m_rest.find(announcement)) != std::string::npos) {
-            m_rest.erase(place, announcement.size());
+        if (m_may_be_open) {
+            erase_all(announcement, m_rest);
+        }
+        if (has_no_filters()) {
+            erase_all(uncounted, m_rest);
         }
         int status = 0;
         waitpid(m_pid, &status, 0);
@@ -572,8 +592,10 @@ TEST(sealed, Cleans_the_environment) {
          {"VASK_MSG_LV", "VASK_MSG_FLAGS", "VASK_SYSLOG", "VASK_NEST_LV", "VASK_TEST_ANYTHING"}) {
         setenv(name, "1", 1);
     }
-    EXPECT_EQ(run_shell("env | grep ^VASK_ | grep -v 'FACTOR\\|OPEN_WORLD\\|LIVES_SEED'").output,
-              "VASK_TEST_ANYTHING=1\n");
+    EXPECT_EQ(
+        run_shell("env | grep ^VASK_ | grep -v 'FACTOR\\|OPEN_WORLD\\|SKIP_LIST\\|LIVES_SEED'")
+            .output,
+        "VASK_TEST_ANYTHING=1\n");
 }
 
 TEST(sealed, Runs_displays_in_parallel) {
