@@ -70,6 +70,31 @@ bool hides_what_an_earlier_writer_has_stored(const std::string& left_out) {
     });
 }
 
+// A writer has died behind the key of an entry that held pid 5 and key 0. Who ends its change has
+// looked at all that is there.
+bool mixes_what_a_dead_writer_has_stored(const std::string& left_out) {
+    const steps dead = {{step::release_fence},
+                        {step::write, pid, -1},
+                        {step::release_fence},
+                        {step::write, key, 6}};
+    const steps repair = {{step::read, pid},
+                          {step::read, key},
+                          {step::release_fence, 0, 0, "even sequence"},
+                          {step::write, sequence, 2}};
+    const steps lookup = {{step::read, sequence},
+                          {step::acquire_fence, 0, 0, "before the copy"},
+                          {step::read, pid},
+                          {step::read, key}};
+    bool is_mixed = false;
+    for_each_execution({dead, without(repair, left_out), without(lookup, left_out)}, {0, 5, 0, 1},
+                       [&](const std::vector<int>& values) {
+                           const bool has_seen_all = values[0] == -1 && values[1] == 6;
+                           is_mixed = is_mixed || (has_seen_all && values[2] == 2 &&
+                                                   values[3] == 5 && values[4] == 6);
+                       });
+    return is_mixed;
+}
+
 }  // namespace
 
 TEST(lock_model, Shows_the_record_filled_in_to_who_has_the_semaphore) {
@@ -88,5 +113,15 @@ TEST(lock_model, Lets_a_later_writer_publish_what_an_earlier_one_has_stored) {
 TEST(lock_model, Lets_it_do_so_only_with_each_step_that_orders) {
     for (const char* left_out : {"give back", "take", "even sequence", "before the copy"}) {
         EXPECT_TRUE(hides_what_an_earlier_writer_has_stored(left_out)) << left_out;
+    }
+}
+
+TEST(lock_model, Lets_who_repairs_publish_what_a_dead_writer_has_stored) {
+    EXPECT_FALSE(mixes_what_a_dead_writer_has_stored(""));
+}
+
+TEST(lock_model, Lets_him_do_so_only_with_each_fence) {
+    for (const char* left_out : {"even sequence", "before the copy"}) {
+        EXPECT_TRUE(mixes_what_a_dead_writer_has_stored(left_out)) << left_out;
     }
 }

@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+
 #include "complaint.h"
 #include "examination.h"
 #include "held_semaphore.h"
@@ -112,7 +114,9 @@ void plan_context(const finding& found, repair_plan& plan) {
     }
 }
 
+// Publishes what a dead writer has stored before it, too.
 void write_field(const shared_file& file, int fd, std::size_t offset, std::uint32_t value) {
+    std::atomic_thread_fence(std::memory_order_release);  // [R2]
     if (!file.is_current() || pwrite(fd, &value, sizeof(value), static_cast<off_t>(offset)) !=
                                   static_cast<ssize_t>(sizeof(value))) {
         throw complaint(status_failed, "it was replaced meanwhile, or cannot be written to");
