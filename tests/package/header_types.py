@@ -15,7 +15,7 @@ import sys
 TYPES = """
     time_t timeval timespec itimerval itimerspec timex utimbuf timeb rusage msghdr cmsghdr mq_attr
     off_t ino_t blkcnt_t fsblkcnt_t fsfilcnt_t rlim_t fpos_t stat statvfs statfs dirent glob_t flock
-    rlimit aiocb FTW GStatBuf
+    rlimit aiocb FTW GStatBuf stat64 ntptimeval
 """.split()
 
 

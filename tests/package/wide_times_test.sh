@@ -16,7 +16,7 @@ narrow=$(printf '%s\n' "$called" | grep -xE "$(tr -s ' \n' '|' <<END
 clock_gettime|clock_nanosleep|nanosleep|gettimeofday|time|localtime|localtime_r|gmtime|gmtime_r|mktime
 stat|fstat|lstat|fstatat|statvfs|fstatvfs|open|openat|lseek|ftruncate|fallocate|mmap|pread|pwrite
 stat64|fstat64|lstat64|fstatat64|futimens|utimensat|utimes|sem_timedwait|sem_clockwait|sigtimedwait
-pselect|select|ppoll|recvmsg|sendmsg|getsockopt|setsockopt|ioctl|fcntl|fcntl64|wait3|wait4|getrusage
+readdir|fopen|pselect|select|ppoll|recvmsg|sendmsg|getsockopt|setsockopt|ioctl|fcntl|fcntl64|wait3|wait4|getrusage
 END
 )") || exit 0
 echo "calls functions of 32-bit times or file sizes:"
