@@ -139,7 +139,7 @@ void add_amounts() {
     if (const char* lean_library = getenv("VASK_BENCH_LEAN_LIBRARY")) {
         add(text + "lean", [lean_library](benchmark::State& state) {
             show_text(state, lean_library);
-            has_amount_limit(state, "218");
+            has_amount_limit(state, "219");
         });
     }
 }
