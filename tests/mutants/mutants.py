@@ -219,11 +219,16 @@ class Workshop:
             return status not in (0, 77), ":".join(guilty_tests(output))
 
         def fails_twice(program, only):
-            """A busy machine may make one fail by itself. What has failed is asked first."""
-            failed, guilty = fails(program, only)
-            if not failed or found:
-                return False
-            return (guilty and fails(program, guilty)[0]) or (not found and fails(program, only)[0])
+            """A busy machine may make one fail by itself, or run out of time. What has failed is asked first."""
+            former = None
+            for _ in range(2):
+                failed, guilty = fails(program, only)
+                if not failed or found:
+                    return False
+                if guilty == former or (guilty and fails(program, guilty)[0]):
+                    return True
+                former = guilty
+            return False
 
         def try_one(task):
             if not found and fails_twice(*task) and not found:
