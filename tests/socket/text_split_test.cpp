@@ -129,6 +129,11 @@ public:
     }
 };
 
+void stop_buffering(GIOChannel* channel) {
+    ASSERT_EQ(g_io_channel_set_encoding(channel, nullptr, nullptr), G_IO_STATUS_NORMAL);
+    g_io_channel_set_buffered(channel, FALSE);
+}
+
 }  // namespace
 
 TEST_P(split_text, Arrives_byte_by_byte) {
@@ -257,6 +262,34 @@ TEST(text_whose_encoding_changes, To_raw_bytes_goes_on_behind_what_the_decoder_k
                "H\xa0"
                "1234567more";
     }));
+}
+
+TEST(text_whose_encoding_changes, To_raw_bytes_without_a_buffer_goes_on_behind_what_was_read) {
+    log_catcher log;
+    connected pair("UTF-8");
+    pair.read(4, 4);
+    pair.peer.send("head");
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    stop_buffering(pair.socket.peer_ch);
+
+    pair.read(4, 4);
+    pair.peer.send("more");
+
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    EXPECT_EQ(pair.owner.received, "more");
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+// A channel has no buffer before it is read.
+TEST(text_whose_encoding_changes, To_raw_bytes_without_a_buffer_goes_on_before_the_first_read) {
+    connected pair("UTF-8");
+    pair.read(4, 4);
+    stop_buffering(pair.socket.peer_ch);
+
+    pair.peer.send("more");
+
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    EXPECT_EQ(pair.owner.received, "more");
 }
 
 TEST(text_whose_encoding_changes, Begins_with_what_was_read_ahead) {
