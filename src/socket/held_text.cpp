@@ -55,17 +55,19 @@ void held_text::append(const char* data, gsize count) {
     examine();
 }
 
-gsize held_text::take(char* data) {
+gsize held_text::take(char* data, gsize room) {
     // Some converters look at what follows before they decode a byte, such as an escape that begins
     // no sequence. The other one is given the same bytes, or it would still wait.
     // What it was given in another encoding can be more than is whole in this one.
     const gsize end = m_converter != nullptr ? m_bytes.size() : std::max(m_whole, m_given);
-    const gsize fresh = end - m_given;
+    const gsize fresh = std::min(end - m_given, room);
     memcpy(data, m_bytes.data() + m_given, fresh);
-    m_bytes.erase(0, m_whole);
-    m_given = end - m_whole;
-    m_seen -= m_whole;
-    m_whole = 0;
+    const gsize given = m_given + fresh;
+    const gsize done = std::min(m_whole, given);
+    m_bytes.erase(0, done);
+    m_given = given - done;
+    m_seen -= done;
+    m_whole -= done;
     return fresh;
 }
 

@@ -27,11 +27,14 @@ public:
     // one; 0 when more is needed.
     gsize whole() const { return m_whole; }
 
-    // Copies what the decoder shall have and was not given yet; returns how much that is. Of that
-    // the decoder keeps what is not whole, which is still counted here.
-    gsize take(char* data);
+    // Copies what the decoder shall have and was not given yet, as far as there is room; returns
+    // how much that is. Of that the decoder keeps what is not whole, which is still counted here.
+    gsize take(char* data, gsize room);
 
     gsize size() const { return m_bytes.size(); }
+
+    // How much the decoder was not given.
+    gsize held_back() const { return m_bytes.size() - m_given; }
 
     // The next bytes are not text, whatever follows them.
     bool is_bad() const { return m_is_bad && m_whole == 0; }

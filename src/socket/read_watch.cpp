@@ -7,6 +7,7 @@
 
 #include "foundation/life_mark.h"
 #include "socket/socket_channel.h"
+#include "socket/text_channel.h"
 #include "vask_socket.h"
 
 struct read_watch::source {
@@ -24,9 +25,9 @@ GIOCondition ready_conditions(const GPollFD& descriptor) {
 
 }  // namespace
 
-bool read_watch::suits(const GIOChannel* channel) {
-    return is_socket_channel(channel) &&
-           !g_io_channel_get_buffered(const_cast<GIOChannel*>(channel));
+bool read_watch::suits(GIOChannel* channel) {
+    return is_socket_channel(channel) && !g_io_channel_get_buffered(channel) &&
+           !has_read_ahead(channel);
 }
 
 guint read_watch::add(GIOChannel* channel, GIOCondition condition) {

@@ -22,8 +22,8 @@ public:
     read_watch(const read_watch&) = delete;
     read_watch& operator=(const read_watch&) = delete;
 
-    // Whether it can watch such a channel.
-    static bool suits(const GIOChannel* channel);
+    // Whether it can watch such a channel: it looks at the descriptor alone.
+    static bool suits(GIOChannel* channel);
 
     // The id of the source that watches the channel from now on.
     guint add(GIOChannel* channel, GIOCondition condition);

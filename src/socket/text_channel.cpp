@@ -71,7 +71,7 @@ GIOStatus take_whole_characters(GIOChannel* channel, gchar* data, gsize count, g
     if (held.whole() == 0) {
         return G_IO_STATUS_AGAIN;
     }
-    *done = held.take(data);
+    *done = held.take(data, count);
     return G_IO_STATUS_NORMAL;
 }
 
@@ -171,6 +171,14 @@ bool has_ended_whole(GIOChannel* channel) {
 }
 
 bool has_read_ahead(GIOChannel* channel) {
-    return (g_io_channel_get_buffer_condition(channel) & G_IO_IN) ||
-           (keeps_characters_whole(channel) && functions_of(channel).held.is_bad());
+    if (g_io_channel_get_buffer_condition(channel) & G_IO_IN) {
+        return true;
+    }
+    if (!keeps_characters_whole(channel)) {
+        return false;
+    }
+    // A part of a character waits for the rest, unless the channel has been made raw meanwhile.
+    const held_text& held = functions_of(channel).held;
+    const bool is_raw = g_io_channel_get_encoding(channel) == nullptr;
+    return held.is_bad() || (is_raw ? held.held_back() : held.whole()) > 0;
 }

@@ -292,6 +292,35 @@ TEST(text_whose_encoding_changes, To_raw_bytes_without_a_buffer_goes_on_before_t
     EXPECT_EQ(pair.owner.received, "more");
 }
 
+TEST(text_whose_encoding_changes, To_raw_bytes_gives_no_more_of_a_character_than_is_asked_for) {
+    connected pair("UTF-8");
+    reading_on reader(pair.socket, 1);
+    pair.peer.send("\xf0\x9f\x98");
+    drain_main_loop();
+    stop_buffering(pair.socket.peer_ch);
+
+    pair.peer.send("\x80 more");
+
+    EXPECT_TRUE(wait_until([&] { return reader.received == "\xf0\x9f\x98\x80 more"; }));
+}
+
+// Nothing else comes that would wake anybody.
+TEST(text_whose_encoding_changes, To_raw_bytes_begins_with_the_part_of_a_character_that_has_come) {
+    for (const bool has_buffer : {true, false}) {
+        SCOPED_TRACE(has_buffer);
+        connected pair("UTF-8");
+        pair.read(4, 4);
+        pair.peer.send("head\xf0\x9f");
+        EXPECT_TRUE(pair.wait_for_end_of_request());
+        stop_buffering(pair.socket.peer_ch);
+        g_io_channel_set_buffered(pair.socket.peer_ch, has_buffer);
+
+        reading_on reader(pair.socket, 1);
+
+        EXPECT_TRUE(wait_until([&] { return reader.received == "\xf0\x9f"; }));
+    }
+}
+
 TEST(text_whose_encoding_changes, Begins_with_what_was_read_ahead) {
     connected pair("UTF-8");
     pair.read(4, 4);
