@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,10 +19,24 @@ namespace {
 
 namespace fs = std::filesystem;
 
+bool is_complete = false;
+
+// Nothing that an input does may end the process, even in success: the others would go untried.
+void refuse_early_exit() {
+    if (!is_complete) {
+        std::fputs("It has ended the process.\n", stderr);
+        std::_Exit(1);
+    }
+}
+
 void replay(const fs::path& path) {
     std::fprintf(stderr, "%s\n", path.c_str());
     std::ifstream file(path, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    if (!file.is_open() || file.bad()) {
+        std::fputs("It cannot be read.\n", stderr);
+        std::_Exit(1);
+    }
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }
 
@@ -40,9 +55,11 @@ int main(int argc, char** argv) {
             }
         }
     }
+    std::atexit(refuse_early_exit);
     for (const fs::path& path : files) {
         replay(path);
     }
+    is_complete = true;
     std::fprintf(stderr, "%zu inputs replayed\n", files.size());
     return files.empty() ? 1 : 0;
 }
