@@ -19,6 +19,7 @@
 
 #include "foundation/log_place.h"
 #include "foundation/message_line.h"
+#include "foundation/signal_block.h"
 
 namespace {
 
@@ -57,8 +58,16 @@ bool goes_to_syslog() {
 // between the three calls.
 class syslog_turn {
 public:
-    syslog_turn() : m_lock(s_mutex) { s_is_mine = true; }
-    ~syslog_turn() { s_is_mine = false; }
+    syslog_turn() {
+        const no_signals quiet;
+        s_mutex.lock();
+        s_is_mine = true;
+    }
+    ~syslog_turn() {
+        const no_signals quiet;
+        s_is_mine = false;
+        s_mutex.unlock();
+    }
     syslog_turn(const syslog_turn&) = delete;
     syslog_turn& operator=(const syslog_turn&) = delete;
 
@@ -68,6 +77,12 @@ public:
     static void keep_from_forks() { pthread_atfork(begin_fork, end_fork, end_fork); }
 
 private:
+    // Between the lock and the note of whose it is, no handler may run on this thread.
+    struct no_signals {
+        no_signals() { block.block(); }
+        signal_block block;
+    };
+
     static void begin_fork() {
         if (!s_is_mine) {
             s_mutex.lock();
@@ -81,8 +96,6 @@ private:
 
     static std::mutex s_mutex;
     static thread_local bool s_is_mine;
-
-    const std::lock_guard<std::mutex> m_lock;
 };
 
 std::mutex syslog_turn::s_mutex;
