@@ -3,9 +3,14 @@
 
 #include "life.h"
 
+#include <fcntl.h>
 #include <glib.h>
+#include <signal.h>
 
 #include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <memory>
 #include <stdexcept>
 
 #include "vask_test/main_loop.h"
@@ -49,6 +54,43 @@ std::string leaks_since(const resource_count& before) {
 
 }  // namespace
 
+// What no life does by chance, so that a test can see that each is found.
+void do_wrong(life& the, int value) {
+    switch (value) {
+        case 0:
+            the.blame("on purpose");
+            break;
+        case 1: {
+            std::unique_ptr<int> number(new int(1));
+            int* volatile const gone = number.get();
+            number.reset();
+            *gone = 2;
+            break;
+        }
+        case 2: {
+            int volatile number = INT_MAX;
+            number = number + 1;
+            break;
+        }
+        case 3:
+            for (int i = 0; i < 8; ++i) {
+                std::unique_ptr<int>(new int(i)).release();
+            }
+            break;
+        case 4:
+            open("/dev/null", O_RDONLY | O_CLOEXEC);
+            break;
+        case 5:
+            g_critical("on purpose");
+            break;
+        case 6:
+            raise(SIGTERM);
+            break;
+        default:
+            std::exit(0);
+    }
+}
+
 const std::vector<operation_kind>& common_kinds();
 
 const std::vector<operation_kind>& life::kinds() {
@@ -78,6 +120,8 @@ const std::vector<operation_kind>& common_kinds() {
         std::vector<operation_kind> result;
         result.push_back({"loop", common_family, 30,
                           [](life& the, int, int value) { the.loop(value * value / 4); }});
+        result.push_back(
+            {"wrong", common_family, 0, [](life& the, int, int value) { do_wrong(the, value); }});
         // Each of these belongs to the family that is called so.
         const std::pair<const char*, int> events[] = {
             {"on_exit", 0},    {"on_crash", 0},    {"on_signal", 0},  {"on_request", 0},
