@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <string>
 
 #include "shared_info/hardware_detection.h"
@@ -19,6 +21,13 @@ std::string path;
 
 bool contains(const std::string& text, const char* part) {
     return text.find(part) != std::string::npos;
+}
+
+// Where a number has fewer bits, a negative one is the same as its complement.
+bool has_device(std::string text, const char* number) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    return contains(text, number) || contains(text, "-");
 }
 
 }  // namespace
@@ -47,4 +56,8 @@ void run_target(input& input) {
     require(gpu == VASK_GPU_UNKNOWN || gpu == VASK_GPU_GMA_500 || gpu == VASK_GPU_GMA_4500MHD ||
                 gpu == VASK_GPU_NVIDIA,
             "a graphics unit is one of three or unknown");
+    require((gpu != VASK_GPU_GMA_500 || has_device(text, "80868108")) &&
+                (gpu != VASK_GPU_GMA_4500MHD || has_device(text, "80862a42")) &&
+                (gpu != VASK_GPU_NVIDIA || has_device(text, "10de06fa")),
+            "a graphics unit has its number in the file");
 }

@@ -34,7 +34,9 @@ public:
     }
 
     void act(input& input) {
-        switch (input.below(8)) {
+        const std::size_t step = input.below(8);
+        m_is_alone = m_is_alone && step >= 2 && step <= 4;
+        switch (step) {
             case 0:
                 vask_fuzz::put_shared_file(record_shm, input);
                 break;
@@ -68,6 +70,7 @@ private:
         const auto rotation = static_cast<vask_monitor_rotation_type>(input.number<std::int32_t>());
         const bool flag = input.flag();
         const bool is_set = m_info.set_monitor_rotation(rotation);
+        require(is_set || !m_is_alone, "a record that nobody else touches can be set");
         require(!is_set || m_info.get_monitor_rotation() == rotation, "what was set is read");
         // That has no result, but nobody has come between.
         m_info.set_pseudo_portrait_flag(flag);
@@ -100,6 +103,8 @@ private:
     }
 
     vask_shared_info m_info;
+    // Nobody has put, mapped, destroyed or written anything beside it yet.
+    bool m_is_alone = true;
     std::vector<vask_shm_context*> m_contexts;
 };
 
