@@ -34,6 +34,9 @@ constexpr int pids[] = {5000001, 5000002};
 bus_peer* bus = nullptr;
 std::vector<numbered_text> sent_signals;
 
+// Nobody but the bus has told of owners, and it knows what it has said.
+bool are_owners_known = true;
+
 /** A parent whose children are on the bus alone, and which does in its callbacks what the input
  * says. */
 class parent : public vask_app_bridge {
@@ -80,8 +83,12 @@ public:
         require(data != nullptr, "a signal has its text");
         require(std::count(sent_signals.begin(), sent_signals.end(), numbered_text{id, data}) != 0,
                 "a signal comes as it was sent");
+        last_signal = {id, data};
         vask_app_bridge::child_signal(id, data);
     }
+
+    numbered_text last_signal = {0, ""};
+
     void child_exit_cb(bool) override { react(); }
     void child_crash_cb(bool) override { react(); }
 
@@ -148,6 +155,7 @@ void change_owner(parent& parent, input& input) {
     if (input.flag()) {
         bus->change_owner(name, new_owner);
     } else {
+        are_owners_known = false;
         parent.name_owner_changed(nullptr, name.c_str(), owner(input).c_str(), new_owner.c_str(),
                                   &parent);
     }
@@ -157,7 +165,38 @@ void send(DBusMessage* message) {
     if (const auto values = vask_fuzz::numbered_text_of(message)) {
         sent_signals.push_back(*values);
     }
+    are_owners_known =
+        are_owners_known && !dbus_message_has_interface(message, DBUS_INTERFACE_DBUS);
     bus->send(message);
+}
+
+bool can_be_told(const std::unique_ptr<parent>& bridge) {
+    return bridge != nullptr && are_owners_known && bridge->has_met_child();
+}
+
+// Whatever has come before.
+void tell_of_last_signal(const std::unique_ptr<parent>& bridge) {
+    if (!can_be_told(bridge)) {
+        return;
+    }
+    const char* const owner = ":1.44";
+    bus->change_owner(vask_object::vask_sprintf(VASK_CHILD_NAME_FORMAT, bridge->get_child_pid()),
+                      owner);
+    bus->settle();
+    if (!can_be_told(bridge)) {
+        return;
+    }
+    const numbered_text last = {77, "the last one"};
+    const char* const text = last.text.c_str();
+    const unique_bus_message message(
+        dbus_message_new_signal(VASK_CHILD_PATH, VASK_CHILD_INTERFACE, VASK_CHILD_SIGNAL));
+    dbus_message_set_sender(message.get(), owner);
+    dbus_message_append_args(message.get(), DBUS_TYPE_INT32, &last.number, DBUS_TYPE_STRING, &text,
+                             DBUS_TYPE_INVALID);
+    send(message.get());
+    bus->settle();
+    require(bridge != nullptr && bridge->last_signal == last,
+            "a signal of a child that was met comes");
 }
 
 // Its owner is what the bus last said, or any other.
@@ -278,8 +317,10 @@ void run_target(input& input) {
         }
     }
     bus->settle();
+    tell_of_last_signal(bridge);
     bridge.reset();
     sent_signals.clear();
+    are_owners_known = true;
     bus->take_heard();
     for (const std::size_t slot : {0, 1}) {
         bus->change_owner(child_name(slot), "");
