@@ -119,6 +119,7 @@ std::vector<std::string> broken_invariants(const aftermath& after) {
 
     demand(!after.victim_hangs, "the operation returns");
     demand(!after.victim_has_died, "the process goes on");
+    demand(after.has_succeeded || !after.must_succeed, "what a signal interrupts goes on");
     // The overtaking store may have given the victim's key to another process.
     demand(after.next_of_victim_works || is_overtaken(after),
            "the next one of the same process works");

@@ -35,6 +35,8 @@ struct aftermath {
     fault wanted = fault::none;
     /** By its own word. */
     bool has_succeeded = false;
+    /** Whatever its step was, it must have. */
+    bool must_succeed = false;
     bool victim_lives = false;
     /** An operation that has not returned although nothing stops its process. */
     bool victim_hangs = false;

@@ -122,6 +122,7 @@ std::string judge(const cell& judged, shared_plan& plan, const std::string& norm
     aftermath after;
     after.wanted = judged.wanted;
     after.has_succeeded = plan->result == done;
+    after.must_succeed = goes_on_after(judged.point.call, judged.wanted);
     place->look_at_once(*plan, after);
     place->let_victim_go_on(plan);
     after.victim_lives = place->victim_lives();

@@ -41,7 +41,7 @@ constexpr long fcntl_call = SYS_fcntl64;
 constexpr long fcntl_call = SYS_fcntl;
 #endif
 
-constexpr int M = 1, I = 2, S = 4, D = 8, repeated = 16;
+constexpr int M = 1, I = 2, S = 4, D = 8, repeated = 16, goes_on = 32;
 
 // The errors that the manual pages of these functions name: want of memory, interruption, want of
 // room, want of descriptors.
@@ -57,22 +57,22 @@ constexpr call_kind kinds[] = {
     {"shm_unlink", 0},
     {"open", M | I | D},
     {"fopen", M | I | D},
-    {"close", I},
+    {"close", I | goes_on},
     {"fstat", M},
     {"stat", M},
     {"fstatvfs", M | I},
     {"ftruncate", I},
-    {"fallocate", I | S},
+    {"fallocate", I | S | goes_on},
     {"pread", M | I},
-    {"pwrite", M | I | S},
+    {"pwrite", M | I | S | goes_on},
     {"mmap", M},
     {"mremap", M},
     {"munmap", 0},
-    {"flock", I},
+    {"flock", I | goes_on},
     {"sem_open", M | I | S | D},
-    {"sem_trywait", I | repeated},
-    {"sem_clockwait", I | repeated},
-    {"sem_wait", I},
+    {"sem_trywait", I | repeated | goes_on},
+    {"sem_clockwait", I | repeated | goes_on},
+    {"sem_wait", I | goes_on},
     {"sem_post", 0},
     {"sem_close", 0},
     {"sem_unlink", 0},
@@ -83,20 +83,20 @@ constexpr call_kind kinds[] = {
     {"spawn_attribute", M},
     {"spawn_setting", 0},
     {"pidfd_open", M | D},
-    {"waitpid", I | repeated},
+    {"waitpid", I | repeated | goes_on},
     {"waitpid_nohang", repeated},
-    {"waitid", I | repeated},
+    {"waitid", I | repeated | goes_on},
     {"waitid_nohang", repeated},
-    {"usleep", I | repeated},
+    {"usleep", I | repeated | goes_on},
     {"fcntl", repeated},
-    {"sigtimedwait", I},
+    {"sigtimedwait", I | goes_on},
     {"socket", M | D},
     {"connect", I},
-    {"sendmsg", M | I | repeated},
-    {"recvmsg", M | I | repeated},
-    {"read", I | repeated},
-    {"write", I | repeated},
-    {"poll", M | I | repeated},
+    {"sendmsg", M | I | repeated | goes_on},
+    {"recvmsg", M | I | repeated | goes_on},
+    {"read", I | repeated | goes_on},
+    {"write", I | repeated | goes_on},
+    {"poll", M | I | repeated | goes_on},
 };
 
 int number_of(const char* call) {
@@ -237,6 +237,10 @@ bool can_happen(const std::string& call, fault wanted) {
 
 bool is_repeated(const std::string& call) {
     return (kinds[number_of(call.c_str())].errors & repeated) != 0;
+}
+
+bool goes_on_after(const std::string& call, fault wanted) {
+    return wanted == fault::interruption && (kinds[number_of(call.c_str())].errors & goes_on) != 0;
 }
 
 shared_plan::shared_plan(std::string path) : m_path(std::move(path)) {

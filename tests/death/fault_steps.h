@@ -53,6 +53,10 @@ struct fail_point {
 /** Whether that function can fail so. A process can be killed or stopped anywhere. */
 bool can_happen(const std::string& call, fault wanted);
 
+/** Whether the library makes up for it: a signal that interrupts a wait, a transfer or an end must
+ *  cost nothing. Whoever opens a file may fail. */
+bool goes_on_after(const std::string& call, fault wanted);
+
 /** Whether the function is called again and again until something has happened. Then it depends on
  *  the machine how often. */
 bool is_repeated(const std::string& call);
