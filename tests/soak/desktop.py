@@ -32,6 +32,7 @@ REPAIR_SECONDS = 20
 SERVER_LIFE_SECONDS = 25 * 60
 ORPHAN_SECONDS = 10
 TOOL_DEADLINE_SECONDS = 60
+ENOUGH_RUNS = 8
 CONNECTIONS = 100
 TICKS = os.sysconf("SC_CLK_TCK")
 PAGES = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "engine", "pages")
@@ -106,6 +107,7 @@ class Desktop:
         self.repairs = 0
         self.orphans = {}
         self.tools = set()
+        self.runs = {}
         self.members = {}
 
     def seconds(self):
@@ -202,9 +204,21 @@ class Desktop:
             duration = int((time.monotonic() - begin) * 1e6)
             with open(self.environment["VASK_SOAK_REPORT"], "a", encoding="utf-8") as report:
                 report.write(f"LATENCY tool 1 {duration} {duration} pid {tool.pid} at {int(time.monotonic())}\n")
+            self.count(command, tool.returncode)
             self.examine(command[1:], tool.returncode, output.decode(errors="replace"))
 
         threading.Thread(target=run, daemon=True).start()
+
+    def count(self, command, status):
+        """A tool fails when its child or the lock's holder is killed, but not always. Who was killed has no status."""
+        if status >= 0:
+            kind = f"{os.path.basename(command[0])} {command[1]}"
+            self.runs.setdefault(kind, []).append(status)
+
+    def complain_of_failing_tools(self):
+        for kind, statuses in sorted(self.runs.items()):
+            if len(statuses) >= ENOUGH_RUNS and 0 not in statuses:
+                self.complain(f"{kind} has failed {len(statuses)} times and never succeeded")
 
     def examine(self, arguments, status, output):
         if arguments[:1] == ["repair"]:
@@ -293,6 +307,7 @@ class Desktop:
 
     def end(self):
         """Asks everybody to end, and tells what is left then."""
+        self.complain_of_failing_tools()
         for name, member in self.members.items():
             member.send_signal(signal.SIGINT if name.startswith("monitor") else signal.SIGTERM)
         for name, member in self.members.items():

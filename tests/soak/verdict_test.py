@@ -8,6 +8,7 @@ import os
 import tempfile
 import unittest
 
+import desktop
 import verdict
 
 MINUTES = 40
@@ -233,6 +234,31 @@ class SoakVerdict(unittest.TestCase):
     def test_fails_when_it_takes_too_much_of_the_machine(self):
         self.each(lambda one, i: one.update(cpu=one["seconds"] / 2))
         self.expect_fault("50.0 % of one CPU")
+
+
+class SoakTools(unittest.TestCase):
+    def complaints(self, statuses):
+        with tempfile.TemporaryDirectory() as directory:
+            running = desktop.Desktop("/build", directory, "1")
+            for status in statuses:
+                running.count(["/build/tools/vaskctl", "tree", "--json"], status)
+            running.complain_of_failing_tools()
+            running.events.close()
+            running.samples.close()
+            running.log.close()
+            soak = verdict.Soak(directory)
+            soak.judge_words()
+            return soak.faults
+
+    def test_fails_when_a_tool_never_succeeds(self):
+        faults = self.complaints([1] * desktop.ENOUGH_RUNS)
+        self.assertIn("vaskctl tree has failed 8 times and never succeeded", "".join(faults))
+
+    def test_lets_a_tool_fail_now_and_then(self):
+        self.assertEqual(self.complaints([1] * desktop.ENOUGH_RUNS + [0]), [])
+
+    def test_says_nothing_of_tools_that_were_killed_or_rarely_used(self):
+        self.assertEqual(self.complaints([-9] * 100 + [1] * (desktop.ENOUGH_RUNS - 1)), [])
 
 
 if __name__ == "__main__":
