@@ -30,12 +30,15 @@ void held_text::close_converter() {
     m_converter = nullptr;
 }
 
-void held_text::set_encoding(const char* encoding, const char* kept, gsize kept_size) {
+void held_text::set_encoding(const char* encoding, GIConv decoder, const char* kept,
+                             gsize kept_size) {
     const bool is_raw = encoding == nullptr;
-    if (is_raw == m_is_raw && (is_raw || m_encoding == encoding)) {
+    const bool is_same = is_raw || (m_encoding == encoding && m_decoder == decoder);
+    if (is_raw == m_is_raw && is_same) {
         return;
     }
     close_converter();
+    m_decoder = decoder;
     m_is_raw = is_raw;
     m_encoding = is_raw ? "" : encoding;
     m_bytes.replace(0, m_given, kept, kept_size);

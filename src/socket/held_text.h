@@ -19,7 +19,8 @@ public:
 
     // Null for raw bytes. When the encoding changes, what is held is examined again, and so are the
     // bytes that the decoder keeps: also those that it had decoded and nobody has asked for yet.
-    void set_encoding(const char* encoding, const char* kept, gsize kept_size);
+    // Another decoder of the same encoding begins without the state of the former one.
+    void set_encoding(const char* encoding, GIConv decoder, const char* kept, gsize kept_size);
 
     void append(const char* data, gsize count);
 
@@ -52,6 +53,7 @@ private:
     std::string m_bytes;
     std::string m_encoding;  // empty for raw bytes
     bool m_is_raw = true;
+    GIConv m_decoder = nullptr;  // only compared
     GIConv m_converter = nullptr;
     // How many of the bytes the converter has seen. Those behind m_whole have only changed its
     // state.

@@ -57,7 +57,7 @@ GIOStatus take_whole_characters(GIOChannel* channel, gchar* data, gsize count, g
     // itself what it keeps.
     const gchar* const encoding = g_io_channel_get_encoding(channel);
     const gchar* const kept = encoding != nullptr ? channel->read_buf->str : data;
-    held.set_encoding(encoding, kept, static_cast<gsize>(data - kept));
+    held.set_encoding(encoding, channel->read_cd, kept, static_cast<gsize>(data - kept));
     if (held.whole() == 0 && !held.is_bad()) {
         const GIOStatus status = read_more(channel, data, count, error);
         if (status != G_IO_STATUS_NORMAL) {

@@ -247,6 +247,19 @@ TEST(text_whose_encoding_changes, Goes_on_with_what_the_decoder_keeps) {
     EXPECT_TRUE(wait_until([&] { return reader.received == "A="; }));
 }
 
+// In this encoding a letter waits for its accent; the decoder that waits is replaced.
+TEST(text_whose_encoding_changes, To_the_same_one_goes_on_with_what_comes) {
+    connected pair("TCVN");
+    reading_on reader(pair.socket, 100);
+    pair.peer.send("AB");
+    EXPECT_TRUE(wait_until([&] { return reader.received == "A"; }));
+    g_io_channel_set_encoding(pair.socket.peer_ch, "TCVN", nullptr);
+    pair.peer.send("C");
+    drain_main_loop();
+    pair.peer.send("D");
+    EXPECT_TRUE(wait_until([&] { return reader.received == "AC"; }));
+}
+
 TEST(text_whose_encoding_changes, To_raw_bytes_goes_on_behind_what_the_decoder_keeps) {
     connected pair("SHIFT_JIS");
     reading_on reader(pair.socket, 8);
