@@ -128,3 +128,12 @@ TEST(withheld_signal, Keeps_one_that_waited_before) {
     set_blocked(SIGXFSZ, false);
     EXPECT_EQ(arrived, 1);
 }
+
+TEST(withheld_signal, Ends_with_the_mask_that_it_began_with) {
+    for (const bool blocked : {false, true}) {
+        set_blocked(SIGXFSZ, blocked);
+        { const withheld_signal limit(SIGXFSZ); }
+        EXPECT_EQ(is_blocked(SIGXFSZ), blocked);
+    }
+    set_blocked(SIGXFSZ, false);
+}
