@@ -63,3 +63,12 @@ TEST(failed_start, Leaves_what_was_opened_until_the_end_of_the_server) {
     EXPECT_FALSE(server.start_service());
     EXPECT_GT(server.m_sock, 0);
 }
+
+TEST(failed_start, Without_a_socket_leaves_none_of_the_former_start) {
+    open_server server(VASK_SOCK_TCP, 0);
+    ASSERT_TRUE(server.start_service());
+    socket_fault fault("socket", EMFILE);
+    log_catcher log;
+    EXPECT_FALSE(server.start_service());
+    EXPECT_EQ(server.m_sock, 0);
+}
