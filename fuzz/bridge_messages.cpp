@@ -161,8 +161,20 @@ void change_owner(parent& parent, input& input) {
     }
 }
 
+// dbus-glib takes a number of 16 bits for any int.
+std::optional<numbered_text> values_of_signal(DBusMessage* message) {
+    dbus_int16_t number = 0;
+    const char* text = nullptr;
+    if (dbus_message_has_signature(message, "ns") &&
+        dbus_message_get_args(message, nullptr, DBUS_TYPE_INT16, &number, DBUS_TYPE_STRING, &text,
+                              DBUS_TYPE_INVALID)) {
+        return numbered_text{number, text};
+    }
+    return vask_fuzz::numbered_text_of(message);
+}
+
 void send(DBusMessage* message) {
-    if (const auto values = vask_fuzz::numbered_text_of(message)) {
+    if (const auto values = values_of_signal(message)) {
         sent_signals.push_back(*values);
     }
     are_owners_known =
