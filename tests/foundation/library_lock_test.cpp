@@ -624,3 +624,19 @@ TEST_F(library_lock_test, Is_waited_for_to_the_end_of_a_whole_second) {
     EXPECT_EQ(deadlines.front().tv_nsec, 0);
     object.shm_unlock();
 }
+
+// A registration waits a tenth of a second at a time, so fifty of them make the 5 seconds.
+TEST_F(library_lock_test, Of_a_registration_is_broken_after_fifty_short_waits) {
+    library_lock::create(0);
+    script_waits(std::vector<int>(5, ETIMEDOUT));
+    size_t attempts = 0;
+    int short_waits_left = -1;
+    before_unlinking = [&] {
+        attempts = deadlines.size();
+        short_waits_left = short_waits_that_time_out;
+    };
+    EXPECT_TRUE(object.store_pid_to_shm(4711));
+    before_unlinking = nullptr;
+    EXPECT_EQ(attempts, 5u);
+    EXPECT_EQ(short_waits_left, 0);
+}
