@@ -37,6 +37,15 @@ class Judging(unittest.TestCase):
         self.assertEqual(judging.Sum(results(2, 1, 1), {}).text(), text)
 
 
+class KnownSurvivors(unittest.TestCase):
+    def test_are_keys_with_their_reasons(self):
+        lines = ["# a comment : `1` 0 : none\n", "\n", "src/a.cpp f other order `a; b` 0 : nobody looks: ever\n"]
+        self.assertEqual(judging.known_survivors(lines), {"src/a.cpp f other order `a; b` 0": "nobody looks: ever"})
+
+    def test_may_hold_a_colon_in_their_keys(self):
+        self.assertEqual(judging.known_survivors(["src/a.cpp f k `x ? `y` : z` 12 : why\n"]), {"src/a.cpp f k `x ? `y` : z` 12": "why"})
+
+
 class Ledger(unittest.TestCase):
     def setUp(self):
         self.directory = tempfile.TemporaryDirectory()

@@ -139,16 +139,22 @@ class Workshop:
         if os.path.exists(path):
             with open(path, encoding="utf-8") as file:
                 known = json.load(file)
-        missing = [program for program in self.programs if program.name not in known]
+        stamps = {program.name: self.stamp_of(program) for program in self.programs}
+        missing = [program for program in self.programs if known.get(program.name, [None])[-1] != stamps[program.name]]
         with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
             runs = {pool.submit(self.measure_one, program): program for program in missing}
             for done in concurrent.futures.as_completed(runs):
-                known[runs[done].name] = done.result()
+                name = runs[done].name
+                known[name] = [*done.result(), stamps[name]]
                 with open(path, "w", encoding="utf-8") as file:
                     json.dump(known, file, indent=1)
         for program in self.programs:
-            program.seconds, program.left_out = known[program.name]
+            program.seconds, program.left_out, _ = known[program.name]
         self.programs.sort(key=lambda program: program.seconds)
+
+    def stamp_of(self, program):
+        """Another one when the program or the library is another one: what they said before counts no more."""
+        return max(os.stat(path).st_mtime_ns for path in (self.path_of(program), self.library))
 
     def measure_one(self, program):
         for _ in range(MOST_MEASUREMENTS):
@@ -272,17 +278,6 @@ class Workshop:
                 os.replace(path + ".kept", path)
 
 
-def known_survivors():
-    """What makes no difference, and why, by the fault's key."""
-    found = {}
-    with open(os.path.join(ROOT, "tests/mutants/survivors"), encoding="utf-8") as file:
-        for line in file:
-            if line.startswith("src/"):
-                key, _, reason = line.rstrip("\n").partition(" : ")
-                found[key] = reason
-    return found
-
-
 def parse():
     parser = argparse.ArgumentParser(prog="scripts/mutants", description=__doc__.splitlines()[0])
     parser.add_argument("--build", default=os.path.join(ROOT, "build/mutants"), help=argparse.SUPPRESS)
@@ -326,7 +321,8 @@ def main():
     # However it ends, the library is mended first.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     wanted = parse()
-    accepted = known_survivors()
+    with open(os.path.join(ROOT, "tests/mutants/survivors"), encoding="utf-8") as file:
+        accepted = judging.known_survivors(file)
     ledger = judging.Ledger(os.path.join(wanted.build, "ledger"), ROOT)
     if wanted.sum:
         print(judging.Sum(ledger.results(), accepted).text())
