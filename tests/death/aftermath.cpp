@@ -147,6 +147,8 @@ std::vector<std::string> broken_invariants(const aftermath& after) {
            "every end of a child is reported once, as what it was: " +
                to_text(after.expected_ends) + "; but there were " + to_text(after.ends));
 
+    demand(after.unordered_end.empty(), "the child ends as it was told: it " + after.unordered_end);
+
     demand(after.left_behind.empty() || keeps_what_it_should(after),
            "the victim keeps what it keeps without a fault:\n" + after.left_without_fault +
                "but has:\n" + after.left_behind);

@@ -79,6 +79,8 @@ struct aftermath {
     // Parent and child.
     std::optional<bool> next_child_is_served;
     child_ends ends, expected_ends;
+    /** An end of the victim that nobody has ordered, in words. */
+    std::string unordered_end;
     /** The victim is off the bus: it has less than without a fault, but nothing more. */
     bool is_cut_off = false;
 

@@ -5,6 +5,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <optional>
+
 #include "bridge/recording_bridge.h"
 #include "death/scene_lists.h"
 #include "support/forked_process.h"
@@ -195,6 +197,7 @@ public:
         wait_until([this] { return !m_bridge->ends.empty(); });
         // A child that is stopped hears of no signal.
         const double stopped = std::max(0.0, plan->resumed - begin);
+        m_unordered_end = unordered_end(*plan, has_agreed);
         m_calls.push_back({"the end of the child is reported",
                            monotonic_seconds() - begin - stopped, farewell_sec});
     }
@@ -210,6 +213,7 @@ public:
         after.ends = count_ends(*m_bridge);
         // Whatever its status: who has not been asked to end has crashed.
         ++(m_ends_by_itself ? after.expected_ends.crashes : after.expected_ends.exits);
+        after.unordered_end = m_unordered_end;
         m_bridge->init_proxy();
         after.next_child_is_served = serve_one_child(*m_bridge);
         m_bridge.reset();
@@ -238,6 +242,24 @@ protected:
     }
 
 private:
+    // A bridge reports every end that it has not ordered as a crash, also a real one, which hides
+    // behind the end that has been agreed on.
+    std::string unordered_end(const fault_plan& plan, bool has_agreed) const {
+        const std::optional<int> end = learned_end(m_victim);
+        if (!end) {
+            return "leaves no status";
+        }
+        const bool may_fail = plan.result == thrown || !has_agreed;
+        const bool may_be_killed =
+            (*end == -SIGTERM && (!m_ends_by_itself || plan.wanted == fault::sigterm)) ||
+            (*end == -SIGKILL && plan.wanted == fault::sigkill);
+        if (*end == 0 || (*end == 1 && may_fail) || may_be_killed) {
+            return "";
+        }
+        return *end < 0 ? "is ended by signal " + std::to_string(-*end)
+                        : "exits with " + std::to_string(*end);
+    }
+
     // A child that could not join the bus never comes.
     void meet(const shared_plan& plan) {
         constexpr double patience_sec = 2;
@@ -253,6 +275,7 @@ private:
     std::vector<timed_call> m_calls;
     bool m_is_served = false;
     bool m_ends_by_itself = false;
+    std::string m_unordered_end;
 };
 
 class child_joining : public child_scene {

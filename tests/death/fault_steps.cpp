@@ -145,6 +145,14 @@ thread_local bool is_inside = false;
 
 int haste_of_process = 1;
 
+// Of another process, as learned_end() tells it.
+struct end_of_process {
+    pid_t pid;
+    int code;
+};
+
+thread_local end_of_process last_end = {0, 0};
+
 // When a thread's clock began to hurry, in nanoseconds; 0: it does not.
 thread_local long long hurried_since = 0;
 
@@ -268,6 +276,10 @@ double monotonic_seconds() {
 
 void divide_waits(int haste) {
     haste_of_process = haste;
+}
+
+std::optional<int> learned_end(pid_t pid) {
+    return last_end.pid == pid ? std::optional<int>(last_end.code) : std::nullopt;
 }
 
 hurried_clock::hurried_clock() {
@@ -570,15 +582,28 @@ long syscall(long number, ...) noexcept {
 }
 
 pid_t waitpid(pid_t pid, int* status, int options) {
-    return fails((options & WNOHANG) != 0 ? "waitpid_nohang" : "waitpid")
-               ? -1
-               : call_next<pid_t(pid_t, int*, int)>("waitpid", pid, status, options);
+    if (fails((options & WNOHANG) != 0 ? "waitpid_nohang" : "waitpid")) {
+        return -1;
+    }
+    int own_status = 0;
+    int* const learned = status != nullptr ? status : &own_status;
+    const pid_t waited = call_next<pid_t(pid_t, int*, int)>("waitpid", pid, learned, options);
+    if (waited > 0) {
+        last_end = {waited, WIFEXITED(*learned) ? WEXITSTATUS(*learned) : -WTERMSIG(*learned)};
+    }
+    return waited;
 }
 
 int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
-    return fails((options & WNOHANG) != 0 ? "waitid_nohang" : "waitid")
-               ? -1
-               : call_next<int(idtype_t, id_t, siginfo_t*, int)>("waitid", type, id, info, options);
+    if (fails((options & WNOHANG) != 0 ? "waitid_nohang" : "waitid")) {
+        return -1;
+    }
+    const int result =
+        call_next<int(idtype_t, id_t, siginfo_t*, int)>("waitid", type, id, info, options);
+    if (result == 0 && info != nullptr && info->si_pid != 0) {
+        last_end = {info->si_pid, info->si_code == CLD_EXITED ? info->si_status : -info->si_status};
+    }
+    return result;
 }
 
 int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* timeout) {

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -124,6 +125,10 @@ public:
     hurried_clock(const hurried_clock&) = delete;
     hurried_clock& operator=(const hurried_clock&) = delete;
 };
+
+/** How that process has ended: its exit status, or the negative number of the signal. Nothing
+ * unless it is the last one of whose end waitpid() or waitid() has told this thread. */
+std::optional<int> learned_end(pid_t pid);
 
 /** From now on this thread's calls are steps. */
 void begin_steps(fault_plan& plan);
