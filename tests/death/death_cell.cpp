@@ -258,6 +258,14 @@ recording cell_runner::record(const operation& of) const {
             result.complaint += "without a fault: " + verdict.text + "\n" + verdict.complaint;
         }
     }
+    for (std::size_t i = 0; i < runs; ++i) {
+        const int steps = shared_plan(run.path_of(i))->steps;
+        if (steps > fault_plan::most_steps) {
+            result.complaint += "without a fault: it makes " + std::to_string(steps) +
+                                " steps, and only " + std::to_string(fault_plan::most_steps) +
+                                " are recorded\n";
+        }
+    }
     const shared_plan first(run.path_of(0));
     result.resources = first->after;
     for (const fail_point& step : recorded_steps(*first)) {
