@@ -20,6 +20,8 @@ namespace output = vask_fuzz::output_of_library;
 namespace {
 
 std::string sent_to_syslog;
+int syslog_priority = -1;
+std::string syslog_identity;
 
 constexpr const char* level_names[] = {"EMERG", "BUG",    "FATAL", "ERR",
                                        "WARN",  "NOTICE", "INFO",  "DBG"};
@@ -74,6 +76,8 @@ void expect_message(const char* name, int level, const std::string& text) {
         require_equal(printed + sent_to_syslog, "", "the level is obeyed");
     } else if (syslog_value != nullptr && strcmp(syslog_value, "1") == 0) {
         require_equal(sent_to_syslog, text, "syslog gets the message");
+        require(syslog_priority == level, "the level is the priority");
+        require_equal(syslog_identity, name, "syslog gets the object's name");
         require_equal(printed, "", "syslog gets it alone");
     } else if (is_header_plain()) {
         require_equal(printed,
@@ -145,9 +149,14 @@ void look_level_up(input& input) {
 
 extern "C" {
 
-void openlog(const char*, int, int) {}
+// The identity belongs to the caller, who may change it when the log is closed.
+void openlog(const char* identity, int options, int facility) {
+    require(options == (LOG_PID | LOG_CONS) && facility == LOG_USER, "syslog is opened for users");
+    syslog_identity = identity;
+}
 void closelog() {}
-void vsyslog(int, const char* format, va_list args) {
+void vsyslog(int priority, const char* format, va_list args) {
+    syslog_priority = priority;
     char text[16384];
     vsnprintf(text, sizeof text, format, args);
     sent_to_syslog = text;
