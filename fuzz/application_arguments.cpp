@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The libvask authors
 // SPDX-License-Identifier: MIT
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -33,9 +34,24 @@ void read_argument(open_app& app, const std::vector<std::string>& args, int off)
         require_equal(text, args[static_cast<std::size_t>(index)], "an argument is what was given");
         require(number == static_cast<int>(strtol(text, nullptr, 10)),
                 "a number is read as C does");
+        unsigned int expected = 0;
+        const bool is_hex = sscanf(text, "%x", &expected) == 1;
+        require(hex == (is_hex ? expected : 0), "a hexadecimal number is read as C does");
     } else {
         require(number == 0 && hex == 0, "what is not there counts as 0");
     }
+}
+
+void check_index(open_app& app, const std::vector<std::string>& args, int index) {
+    const int meant = index < 0 ? app.m_arg_index : index;
+    require(app.arg_iter_chk_idx(index, true) == (meant < static_cast<int>(args.size())),
+            "an index is held against the number of arguments");
+}
+
+void check_rest(open_app& app, int wanted) {
+    require(app.arg_iter_chk_num_rest(wanted, "too few arguments\n") ==
+                (app.arg_iter_num_rest() >= wanted),
+            "there are enough arguments or not");
 }
 
 void move_and_read(open_app& app, const std::vector<std::string>& args, input& input) {
@@ -60,10 +76,10 @@ void move_and_read(open_app& app, const std::vector<std::string>& args, input& i
             break;
         case 4:
             app.set_arg_error_fatal(input.flag());
-            app.arg_iter_chk_num_rest(input.number<std::int32_t>(), "too few arguments\n");
+            check_rest(app, input.number<std::int32_t>());
             break;
         case 5:
-            app.arg_iter_chk_idx(input.number<std::int32_t>(), true);
+            check_index(app, args, input.number<std::int32_t>());
             break;
         default:
             read_argument(app, args, input.number<std::int32_t>());
