@@ -66,18 +66,28 @@ guint watch_by_polling(int pid, GChildWatchFunc callback, void* data) {
     return watch_id;
 }
 
-bool is_traced(int pid) {
-    const char key[] = "\nTracerPid:";
+// What the kernel says of a process behind a key; empty for one that is gone.
+unique_g_text read_status(int pid, const char* key) {
     gchar* text = nullptr;
     // Destructors come here, so it asks for no memory that could throw.
     char path[40];
     snprintf(path, sizeof path, "/proc/%d/status", pid);
-    if (!g_file_get_contents(path, &text, nullptr, nullptr)) {
-        return false;
-    }
+    g_file_get_contents(path, &text, nullptr, nullptr);
     const unique_g_text owned(text);
-    const char* entry = strstr(text, key);
-    return entry != nullptr && atoi(entry + strlen(key)) != 0;
+    const char* const entry = text != nullptr ? strstr(text, key) : nullptr;
+    return unique_g_text(g_strdup(entry != nullptr ? entry + strlen(key) : ""));
+}
+
+bool is_traced(int pid) {
+    return atoi(read_status(pid, "\nTracerPid:").get()) != 0;
+}
+
+bool is_zombie(int pid) {
+    return *g_strchug(read_status(pid, "\nState:").get()) == 'Z';
+}
+
+gboolean reap_or_wait(gpointer pid) {
+    return waitpid(GPOINTER_TO_INT(pid), nullptr, WNOHANG) == 0;
 }
 
 }  // namespace
@@ -93,6 +103,13 @@ void wake_child(int pid) {
     // SIGCONT takes back a stop that has not happened yet, so that they would wait for ever.
     if (!is_traced(pid) && !has_been_reaped(pid)) {
         kill(pid, SIGCONT);
+    }
+}
+
+void reap_held_back(int pid) {
+    if (!has_been_reaped(pid) && is_zombie(pid)) {
+        const guint id = g_timeout_add(poll_interval_msec, reap_or_wait, GINT_TO_POINTER(pid));
+        name_child_source(id, "held by its tracer", pid);
     }
 }
 

@@ -19,6 +19,11 @@ void wake_child(int pid);
 // Whichever way it hears of the end, it calls the callback and nothing else.
 guint watch_child_end(int pid, GChildWatchFunc callback, void* data);
 
+// For the callback. While somebody traces a child (a debugger, a sanitizer at its end), its end is
+// known, but only the tracer can reap it. Reaps such a child when the tracer has let it go; else it
+// would stay a zombie, for GLib looks but once.
+void reap_held_back(int pid);
+
 // Names a source after its child, so that a debugger shows what a bridge waits for:
 // "vask: child PID: WHAT".
 void name_child_source(guint source_id, const char* what, int pid);

@@ -38,7 +38,7 @@ constexpr int poll_interval_msec = 10;
 // Reaps a child that is nobody's any more, whenever it ends.
 void reap_silently(int pid) {
     watch_child_end(
-        pid, [](GPid, gint, gpointer) {}, nullptr);
+        pid, [](GPid ended, gint, gpointer) { reap_held_back(ended); }, nullptr);
 }
 
 }  // namespace
@@ -155,6 +155,7 @@ void vask_app_bridge::child_crash_cb(bool is_main) {
 
 void vask_app_bridge::_child_watch(int pid, int, void* data) {
     vask_p("vask_app_bridge", VASK_P_DBG, "_child_watch: %d\n", pid);
+    reap_held_back(pid);
     auto* const bridge = static_cast<vask_app_bridge*>(data);
     vask_child_proxy* const child = bridge->find_child(pid);
     if (child == nullptr || !child->m_state->farewell.is_needed()) {

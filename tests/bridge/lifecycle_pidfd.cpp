@@ -4,11 +4,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+
 #include "bridge/lifecycle_support.h"
+#include "support/forked_process.h"
 #include "support/interpose.h"
+#include "support/shared_value.h"
 
 using namespace vask_test;
 
@@ -24,6 +29,31 @@ void end_and_reap(pid_t pid) {
     kill(pid, SIGKILL);
     reap_secretly(pid);
 }
+
+enum class tracing { not_begun, refused, done };
+
+/** Traces a process until its end, like a debugger. */
+class tracer {
+public:
+    explicit tracer(pid_t pid)
+        : m_process([this, pid]() -> int {
+              const bool traces = ptrace(PTRACE_SEIZE, pid, nullptr, nullptr) == 0;
+              *m_state = traces ? tracing::done : tracing::refused;
+              while (true) {
+                  pause();
+              }
+          }) {}
+
+    bool has_it() {
+        EXPECT_TRUE(wait_until([this] { return *m_state != tracing::not_begun; }));
+        return *m_state == tracing::done;
+    }
+    void let_go() { m_process.kill_now(); }
+
+private:
+    shared_value<std::atomic<tracing>> m_state;
+    forked_process m_process;
+};
 
 /** Nobody but the main loop and the bridge reaps children here, so what happens is certain. */
 class kernel_with_pidfd : public lifecycle_fixture {
@@ -69,6 +99,21 @@ TEST_F(kernel_with_pidfd, Tells_of_the_end_of_a_child_that_is_reaped_while_its_w
         EXPECT_THAT(bridge.ends, testing::ElementsAre(main_worker_crash));
         EXPECT_EQ(bridge.get_child_pid(), -1);
     }
+}
+
+TEST_F(kernel_with_pidfd, Leaves_no_zombie_of_a_child_whose_end_is_held_back_by_a_tracer) {
+    recording_bridge bridge(true);
+    spawn_probe(bridge, {"sleep"});
+    const pid_t pid = bridge.get_child_pid();
+    tracer debugger(pid);
+    if (!debugger.has_it()) {
+        GTEST_SKIP() << "needs the right to trace a process";
+    }
+    kill(pid, SIGKILL);
+    ASSERT_TRUE(bridge.wait_for_ends(1));
+    EXPECT_FALSE(is_gone(pid));
+    debugger.let_go();
+    EXPECT_TRUE(wait_until([pid] { return is_gone(pid); }));
 }
 
 TEST_F(kernel_with_pidfd, Is_named_by_the_source_that_waits_for_the_end) {

@@ -46,3 +46,9 @@ TEST(found_life, Is_told_whatever_is_wrong_in_it) {
 TEST(found_life, Is_told_when_it_leaves_a_descriptor) {
     EXPECT_THAT(fault_of("wrong 0 4"), HasSubstr("/dev/null"));
 }
+
+// The sanitizer traces a process at its end.
+TEST(found_life, Of_a_child_that_is_killed_while_it_is_traced) {
+    EXPECT_EQ(
+        fault_of("bridge 0 1; spawn 0 0; meet 0 0; quit 0 1; bridge 2 11; kill 0 8; loop 2 4"), "");
+}
