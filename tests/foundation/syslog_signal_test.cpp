@@ -57,17 +57,7 @@ bool logs_with_fork_at(place there) {
     return process.wait_for_end() == 0;
 }
 
-class forking_handler : public testing::Test {
-protected:
-    void SetUp() override {
-        if (!m_dev.is_mounted()) {
-            GTEST_SKIP() << "needs the right to mount";
-        }
-        setenv("VASK_SYSLOG", "1", 1);
-    }
-
-    const private_dev m_dev;
-};
+using forking_handler = syslog_route;
 
 }  // namespace
 

@@ -33,18 +33,6 @@ using testing::MatchesRegex;
 
 namespace {
 
-class syslog_route : public testing::Test {
-protected:
-    void SetUp() override {
-        if (!m_dev.is_mounted()) {
-            GTEST_SKIP() << "needs the right to mount";
-        }
-        setenv("VASK_SYSLOG", "1", 1);
-    }
-
-    const private_dev m_dev;
-};
-
 /** How a process ends that a thread forks and that logs one line. */
 class forking_thread {
 public:

@@ -54,6 +54,11 @@ bool shows_a_record_that_is_not_filled_in(const std::string& left_out) {
     });
 }
 
+const steps lookup = {{step::read, sequence},
+                      {step::acquire_fence, 0, 0, "before the copy"},
+                      {step::read, pid},
+                      {step::read, key}};
+
 // A writer that changes nothing of what another has registered publishes it all the same.
 bool hides_what_an_earlier_writer_has_stored(const std::string& left_out) {
     const steps earlier = {{step::write, key, 3}, {step::write, pid, 13}, give_back()};
@@ -61,10 +66,6 @@ bool hides_what_an_earlier_writer_has_stored(const std::string& left_out) {
                          {step::write, sequence, 1},
                          {step::release_fence, 0, 0, "even sequence"},
                          {step::write, sequence, 2}};
-    const steps lookup = {{step::read, sequence},
-                          {step::acquire_fence, 0, 0, "before the copy"},
-                          {step::read, pid},
-                          {step::read, key}};
     return is_ever_wrong({earlier, later, lookup}, left_out, [](const std::vector<int>& values) {
         return values[1] == 2 && (values[2] != 13 || values[3] != 3);
     });
@@ -81,10 +82,6 @@ bool mixes_what_a_dead_writer_has_stored(const std::string& left_out) {
                           {step::read, key},
                           {step::release_fence, 0, 0, "even sequence"},
                           {step::write, sequence, 2}};
-    const steps lookup = {{step::read, sequence},
-                          {step::acquire_fence, 0, 0, "before the copy"},
-                          {step::read, pid},
-                          {step::read, key}};
     bool is_mixed = false;
     for_each_execution({dead, without(repair, left_out), without(lookup, left_out)}, {0, 5, 0, 1},
                        [&](const std::vector<int>& values) {

@@ -21,6 +21,12 @@ constexpr char signature[] =
 constexpr char umlauts_utf8[] = "\xc3\xa4\xc3\xb6\xc3\xbc";
 constexpr char umlauts_latin1[] = "\xe4\xf6\xfc";
 
+auto no_room_line(int room) {
+    return socket_line(
+        "ERR", client_name,
+        vask_object::vask_sprintf("Failed to call g_io_channel_read_chars: %d: 1: ", room));
+}
+
 class supplied : public open_socket<vask_socket> {
 public:
     supplied(int fd, const char* encoding) : open_socket(VASK_SOCK_TCP, 0, encoding) {
@@ -144,9 +150,7 @@ TEST(encoding, A_request_without_room_for_the_next_character_fails) {
     EXPECT_TRUE(pair.wait_for_end_of_request());
     EXPECT_EQ(pair.owner.status, 0);
     EXPECT_EQ(pair.owner.received, "");
-    EXPECT_THAT(log.lines(), ElementsAre(socket_line("ERR", client_name,
-                                                     "Failed to call g_io_channel_read_chars: 2: "
-                                                     "1: ")));
+    EXPECT_THAT(log.lines(), ElementsAre(no_room_line(2)));
 }
 
 TEST(encoding, A_request_whose_last_character_does_not_fit_fails_with_the_others_received) {
@@ -159,9 +163,7 @@ TEST(encoding, A_request_whose_last_character_does_not_fit_fails_with_the_others
     }
     EXPECT_EQ(pair.owner.status, 0);
     EXPECT_EQ(pair.owner.received, "ab");
-    EXPECT_THAT(log.lines(), ElementsAre(socket_line("ERR", client_name,
-                                                     "Failed to call g_io_channel_read_chars: 2: "
-                                                     "1: ")));
+    EXPECT_THAT(log.lines(), ElementsAre(no_room_line(2)));
 }
 
 TEST(encoding, A_longer_character_does_not_fit_in_the_last_byte_of_a_request) {
@@ -172,9 +174,7 @@ TEST(encoding, A_longer_character_does_not_fit_in_the_last_byte_of_a_request) {
     EXPECT_TRUE(pair.wait_for_end_of_request());
     EXPECT_EQ(pair.owner.status, 0);
     EXPECT_EQ(pair.owner.received, "ab");
-    EXPECT_THAT(log.lines(), ElementsAre(socket_line("ERR", client_name,
-                                                     "Failed to call g_io_channel_read_chars: 1: "
-                                                     "1: ")));
+    EXPECT_THAT(log.lines(), ElementsAre(no_room_line(1)));
 }
 
 TEST(encoding, The_end_of_the_stream_comes_after_all_data) {

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -36,6 +37,19 @@ public:
 
 private:
     const bool m_mounted;
+};
+
+/** Messages go to syslog, which is this test's own. */
+class syslog_route : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!m_dev.is_mounted()) {
+            GTEST_SKIP() << "needs the right to mount";
+        }
+        setenv("VASK_SYSLOG", "1", 1);
+    }
+
+    const private_dev m_dev;
 };
 
 /** What the daemon would receive. */
