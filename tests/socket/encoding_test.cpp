@@ -27,6 +27,18 @@ auto no_room_line(int room) {
         vask_object::vask_sprintf("Failed to call g_io_channel_read_chars: %d: 1: ", room));
 }
 
+/** A request of this size ends as a failed one, for want of room for the last character sent. */
+void expect_no_room(int size, const char* sent, const char* received, int room) {
+    connected pair("UTF-8");
+    log_catcher log;
+    pair.read(size, size);
+    pair.peer.send(sent);
+    EXPECT_TRUE(pair.wait_for_end_of_request());
+    EXPECT_EQ(pair.owner.status, 0);
+    EXPECT_EQ(pair.owner.received, received);
+    EXPECT_THAT(log.lines(), ElementsAre(no_room_line(room)));
+}
+
 class supplied : public open_socket<vask_socket> {
 public:
     supplied(int fd, const char* encoding) : open_socket(VASK_SOCK_TCP, 0, encoding) {
@@ -143,14 +155,7 @@ TEST(encoding, A_part_of_a_character_starts_the_time_out_anew) {
 }
 
 TEST(encoding, A_request_without_room_for_the_next_character_fails) {
-    connected pair("UTF-8");
-    log_catcher log;
-    pair.read(2, 2);
-    pair.peer.send("\xe2\x82\xac");
-    EXPECT_TRUE(pair.wait_for_end_of_request());
-    EXPECT_EQ(pair.owner.status, 0);
-    EXPECT_EQ(pair.owner.received, "");
-    EXPECT_THAT(log.lines(), ElementsAre(no_room_line(2)));
+    expect_no_room(2, "\xe2\x82\xac", "", 2);
 }
 
 TEST(encoding, A_request_whose_last_character_does_not_fit_fails_with_the_others_received) {
@@ -167,14 +172,7 @@ TEST(encoding, A_request_whose_last_character_does_not_fit_fails_with_the_others
 }
 
 TEST(encoding, A_longer_character_does_not_fit_in_the_last_byte_of_a_request) {
-    connected pair("UTF-8");
-    log_catcher log;
-    pair.read(3, 3);
-    pair.peer.send("ab\xe2\x82\xac");
-    EXPECT_TRUE(pair.wait_for_end_of_request());
-    EXPECT_EQ(pair.owner.status, 0);
-    EXPECT_EQ(pair.owner.received, "ab");
-    EXPECT_THAT(log.lines(), ElementsAre(no_room_line(1)));
+    expect_no_room(3, "ab\xe2\x82\xac", "ab", 1);
 }
 
 TEST(encoding, The_end_of_the_stream_comes_after_all_data) {
